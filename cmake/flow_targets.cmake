@@ -1,0 +1,47 @@
+# What every target of the project shares, and the two ways to declare one.
+
+include(GNUInstallDirs)
+include(CheckIPOSupported)
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release)
+endif()
+
+add_library(flow_options INTERFACE)
+target_compile_options(flow_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+                                              $<$<BOOL:${FLOW_WERROR}>:-Werror>)
+target_include_directories(flow_options INTERFACE ${PROJECT_SOURCE_DIR})
+if(FLOW_SANITIZE)
+  # The host side declares the interfaces on its own, so run-time type checks across the border
+  # would be false alarms.
+  target_compile_options(flow_options INTERFACE -fsanitize=${FLOW_SANITIZE} -fno-sanitize=vptr
+                                                -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(flow_options INTERFACE -fsanitize=${FLOW_SANITIZE})
+endif()
+
+# flow_room(NAME SOURCE...): one room of the house, linked into the library and into the tests that
+# look inside it.
+function(flow_room name)
+  add_library(${name} OBJECT ${ARGN})
+  target_link_libraries(${name} PUBLIC flow_options)
+endfunction()
+
+# flow_test(NAME LABEL... SOURCES FILE... ROOMS ROOM...): a GoogleTest program; the label names the
+# room that it tests.
+function(flow_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "LABEL" "SOURCES;LINK")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE flow_options ${arg_LINK} GTest::gtest_main GTest::gmock)
+  gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
+                       PROPERTIES LABELS "${arg_LABEL}" TIMEOUT 300
+                       WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+endfunction()
