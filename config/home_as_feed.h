@@ -1,0 +1,43 @@
+// The feed of home AS numbers: text files, one number a line, that some other process drops into a
+// directory under names that tell the newest, incoming_NUMBER_FEEDNAME.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "plugin/host_interfaces.h"
+#include "util/flat_set.h"
+
+namespace flow {
+
+class HomeAsFeed {
+ public:
+  // SetDataDirectory names the directory from which feed files are loaded.
+  void SetDataDirectory(const char* directory) { DataDirectory = directory; }
+
+  // LoadHomeNetsFromLatestFile replaces `numbers` by those of the newest feed file. A feed without
+  // a single usable number, or none at all, leaves them as they are. False only when the file
+  // cannot be opened.
+  bool LoadHomeNetsFromLatestFile(const std::string& feed, IOmbrelContainer* site,
+                                  FlatSet<std::uint32_t>* numbers);
+
+  // Check looks for a newer feed file once in a while and moves to it. It is called for every
+  // datagram, with the engine's time in seconds; the first call starts the clock.
+  void Check(std::uint64_t now, const std::string& feed, IOmbrelContainer* site,
+             FlatSet<std::uint32_t>* numbers);
+
+ private:
+  [[nodiscard]] bool NewHomenetASNFileAvailable(const std::string& feed,
+                                                IOmbrelContainer* site) const;
+
+  std::string DataDirectory;
+  std::string CurrentHomeASFile;      // last taken into use
+  std::uint64_t LastHomeASCheck = 0;  // 0: not yet
+};
+
+// GetLatestFile is the path of the newest feed file in a directory, empty (and logged) when there
+// is none.
+std::string GetLatestFile(const std::string& directory, const std::string& feed,
+                          IOmbrelContainer* site);
+
+}  // namespace flow
