@@ -1,0 +1,204 @@
+// Counter keys: the fixed-width upper-case hexadecimal texts that name hosts, interfaces, subnets,
+// ports and sessions. The host stores counters under these texts, so one input always gives one
+// text. All numbers are in host byte order.
+//
+// A writer of this header puts its text at `out`, ends it with a NUL and returns the position of
+// that NUL. The caller's buffer holds the key's length and the NUL.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+namespace flow {
+
+inline constexpr std::size_t kIpv4KeyLength = 11;  // C0.A8.01.0A
+inline constexpr std::size_t kIpv6KeyLength = 32;
+inline constexpr std::size_t kInterfaceKeyLength = 20;  // C0.A8.01.01_0000000A
+inline constexpr std::size_t kSubnetKeyLength = 14;     // C0.A8.01.00/18
+inline constexpr std::size_t kMacKeyLength = 17;        // 00:1B:21:3A:4F:5C
+inline constexpr std::size_t kPortKeyLength = 6;        // p-0050
+inline constexpr std::size_t kProtocolKeyLength = 2;    // 06
+inline constexpr std::size_t kSessionKeyLength = 71;    // IPv4 session
+inline constexpr std::size_t kSession6KeyLength = 113;  // IPv6 session
+inline constexpr std::size_t kKeyBufferSize = 256;      // of a meter's key buffers
+
+// "00" to "FF", back to back.
+inline constexpr std::array<char, 512> kHexPairs = [] {
+  constexpr char digits[] = "0123456789ABCDEF";
+  std::array<char, 512> pairs{};
+  for (std::size_t i = 0; i < 256; ++i) {
+    pairs[2 * i] = digits[i >> 4];
+    pairs[2 * i + 1] = digits[i & 15];
+  }
+  return pairs;
+}();
+
+// The PutX functions write digits alone, without a NUL, and return the position behind them.
+inline char* PutHex8(std::uint8_t value, char* out) noexcept {
+  std::memcpy(out, &kHexPairs[2 * std::size_t{value}], 2);
+  return out + 2;
+}
+inline char* PutHex16(std::uint16_t value, char* out) noexcept {
+  return PutHex8(static_cast<std::uint8_t>(value),
+                 PutHex8(static_cast<std::uint8_t>(value >> 8), out));
+}
+inline char* PutHex32(std::uint32_t value, char* out) noexcept {
+  return PutHex16(static_cast<std::uint16_t>(value),
+                  PutHex16(static_cast<std::uint16_t>(value >> 16), out));
+}
+inline char* PutIpv4(std::uint32_t address, char* out) noexcept {
+  PutHex8(static_cast<std::uint8_t>(address >> 24), out);
+  out[2] = '.';
+  PutHex8(static_cast<std::uint8_t>(address >> 16), out + 3);
+  out[5] = '.';
+  PutHex8(static_cast<std::uint8_t>(address >> 8), out + 6);
+  out[8] = '.';
+  PutHex8(static_cast<std::uint8_t>(address), out + 9);
+  return out + kIpv4KeyLength;
+}
+
+}  // namespace flow
+
+namespace OmbrelAPI {
+
+// Long2Hex writes a number as 8 hexadecimal digits.
+inline char* Long2Hex(std::uint32_t value, char* out) noexcept {
+  out = flow::PutHex32(value, out);
+  *out = '\0';
+  return out;
+}
+
+// Long2IPHex writes an IPv4 address as four hexadecimal octets joined by dots.
+inline char* Long2IPHex(std::uint32_t address, char* out) noexcept {
+  out = flow::PutIpv4(address, out);
+  *out = '\0';
+  return out;
+}
+
+// IP62Hex writes the 16 bytes of an IPv6 address, network order, as 32 hexadecimal digits.
+inline char* IP62Hex(const std::uint8_t* address, char* out) noexcept {
+  for (int i = 0; i < 16; ++i) out = flow::PutHex8(address[i], out);
+  *out = '\0';
+  return out;
+}
+
+}  // namespace OmbrelAPI
+
+namespace flow {
+
+// An IPv4 key that was made before, ready to be put into longer keys.
+struct Ipv4Key {
+  char text[kIpv4KeyLength + 1];
+};
+[[nodiscard]] inline Ipv4Key MakeIpv4Key(std::uint32_t address) noexcept {
+  Ipv4Key key;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+  OmbrelAPI::Long2IPHex(address, key.text);
+  return key;
+}
+
+// An interface is named by its exporter's address and its ifIndex there.
+inline char* WriteInterfaceKey(const Ipv4Key& exporter, std::uint32_t ifindex, char* out) noexcept {
+  std::memcpy(out, exporter.text, kIpv4KeyLength);
+  out[kIpv4KeyLength] = '_';
+  return OmbrelAPI::Long2Hex(ifindex, out + kIpv4KeyLength + 1);
+}
+
+// prefix_length is 1 to 31.
+inline char* WriteSubnetKey(std::uint32_t address, std::uint8_t prefix_length, char* out) noexcept {
+  out = PutIpv4(address & (~std::uint32_t{0} << (32 - prefix_length)), out);
+  *out = '/';
+  out = PutHex8(prefix_length, out + 1);
+  *out = '\0';
+  return out;
+}
+
+inline char* WriteMacKey(const std::uint8_t* mac, char* out) noexcept {
+  for (int i = 0; i < 6; ++i) {
+    if (i > 0) *out++ = ':';
+    out = PutHex8(mac[i], out);
+  }
+  *out = '\0';
+  return out;
+}
+
+inline char* WritePortKey(std::uint16_t port, char* out) noexcept {
+  out[0] = 'p';
+  out[1] = '-';
+  out = PutHex16(port, out + 2);
+  *out = '\0';
+  return out;
+}
+
+inline char* WriteProtocolKey(std::uint8_t protocol, char* out) noexcept {
+  out = PutHex8(protocol, out);
+  *out = '\0';
+  return out;
+}
+
+// Which services have their clients' ports merged into one.
+struct ServiceMerge {
+  bool http;
+  bool https;
+  bool dns;
+
+  [[nodiscard]] bool Covers(std::uint16_t port) const noexcept {
+    return (port == 80 && http) || (port == 443 && https) || (port == 53 && dns);
+  }
+};
+
+// The ports of a session as its key shows them and orders its sides by: for a merged service the
+// client's port is 65535, "FFFF". The source is looked at first.
+inline constexpr std::uint16_t kMergedClientPort = 0xFFFF;
+inline void MergeServicePorts(const ServiceMerge& merge, std::uint16_t* source_port,
+                              std::uint16_t* destination_port) noexcept {
+  if (merge.Covers(*source_port)) {
+    *destination_port = kMergedClientPort;
+  } else if (merge.Covers(*destination_port)) {
+    *source_port = kMergedClientPort;
+  }
+}
+
+// One side of an IPv4 session.
+struct SessionSide {
+  Ipv4Key host;
+  std::uint16_t port;  // as MergeServicePorts left it
+  std::uint32_t ifindex;
+};
+
+// PutSessionSides writes the part of a session key in front of the exporter: protocol, kind and
+// both sides, up to and with the "_" before the exporter part (42 characters).
+inline char* PutSessionSides(std::uint8_t protocol, const SessionSide& a, const SessionSide& b,
+                             char* out) noexcept {
+  out = PutHex8(protocol, out);
+  *out++ = 'C';
+  *out++ = ':';
+  for (const SessionSide* side : {&a, &b}) {
+    std::memcpy(out, side->host.text, kIpv4KeyLength);
+    std::memcpy(out + kIpv4KeyLength, ":p-", 3);
+    out = PutHex16(side->port, out + kIpv4KeyLength + 3);
+    *out++ = '_';
+  }
+  return out;
+}
+
+// WriteExporterPart ends a session key with the exporter and the interfaces of both sides.
+inline char* WriteExporterPart(const Ipv4Key& exporter, std::uint32_t first_ifindex,
+                               std::uint32_t second_ifindex, char* out) noexcept {
+  std::memcpy(out, exporter.text, kIpv4KeyLength);
+  out[kIpv4KeyLength] = '_';
+  out = PutHex32(first_ifindex, out + kIpv4KeyLength + 1);
+  *out = '_';
+  return OmbrelAPI::Long2Hex(second_ifindex, out + 1);
+}
+
+// WriteText copies a text with its NUL.
+template <std::size_t N>
+char* WriteText(const char (&text)[N], char* out) noexcept {
+  std::memcpy(out, text, N);
+  return out + N - 1;
+}
+
+}  // namespace flow

@@ -1,0 +1,78 @@
+// The flow updates of one record: key, volume, tag, times, close.
+
+#include "metering/record_metering.h"
+#include "metering/session_keys.h"
+
+namespace flow {
+namespace {
+
+constexpr std::uint8_t kTcpSynOrRst = 0x06;
+
+}  // namespace
+
+FLOW_DIR_T RecordMetering::MakeFlowKey(const Record& r) {
+  const SessionKeyRules rules = KeyRules();
+  switch (r.ext.ip_version) {
+    case 4:
+      return WriteSessionKey(rules, r.rec.prot,
+                             SessionSide{r.source_key, r.source_port, r.ext.in_ifindex},
+                             SessionSide{r.destination_key, r.destination_port, r.ext.out_ifindex},
+                             exporter_key_, key_);
+    case 6:
+      return WriteSessionKey(rules, r.rec.prot,
+                             SessionSide6{r.ext.src_addr6, r.source_port, r.ext.in_ifindex},
+                             SessionSide6{r.ext.dst_addr6, r.destination_port, r.ext.out_ifindex},
+                             exporter_key_, key_);
+    default:  // the addresses are no use: all such flows are one
+      key_[0] = '\0';
+      return FLOW_DIR_FORWARD;
+  }
+}
+
+void RecordMetering::TrackFlow(const Record& r) {
+  const FLOW_DIR_T direction = MakeFlowKey(r);
+  UpdateFlowVolume(r, direction);
+  if (policy_.fTagFlowsWithDirection) {
+    r.engine->TagFlow(COUNTERID_FLOWS, key_, r.direction->flow_tag);
+  }
+  SetFlowTimes(r);
+  if ((r.rec.tcp_flags & kTcpSynOrRst) != 0 && !policy_.fTerminateFlowDisabled) {
+    r.engine->CloseFlow(COUNTERID_FLOWS, key_);
+  }
+}
+
+void RecordMetering::UpdateFlowVolume(const Record& r, FLOW_DIR_T direction) {
+  if (policy_.fMeterZeroFlows) {
+    // Exporters of events: the number of records is what counts.
+    if (policy_.fTagFlowsWithUserID) {
+      r.engine->UpdateFlowCounterWithText(COUNTERID_FLOWS, key_, flows::kForwardBytes, 1,
+                                          r.ext.vendor_text64);
+    } else {
+      r.engine->UpdateFlowCounter(COUNTERID_FLOWS, key_, flows::kForwardBytes, 1);
+    }
+    return;
+  }
+  if (direction == FLOW_DIR_FORWARD) {
+    r.engine->UpdateFlowCounter(COUNTERID_FLOWS, key_, flows::kForwardBytes, r.bytes);
+    r.engine->UpdateFlowCounter(COUNTERID_FLOWS, key_, flows::kForwardPackets, r.packets);
+    r.engine->UpdateFlowVolume(key_, r.bytes, 0, r.packets, 0);
+  } else {
+    r.engine->UpdateFlowCounter(COUNTERID_FLOWS, key_, flows::kReverseBytes, r.bytes);
+    r.engine->UpdateFlowCounter(COUNTERID_FLOWS, key_, flows::kReversePackets, r.packets);
+    r.engine->UpdateFlowVolume(key_, 0, r.bytes, 0, r.packets);
+  }
+}
+
+void RecordMetering::SetFlowTimes(const Record& r) {
+  const std::uint32_t first = r.rec.First.ToHost();
+  const std::uint32_t last = r.rec.Last.ToHost();
+  if (policy_.fUseRouterTimestamps) {
+    const TimePair start = WallClock(r.hdr, first);
+    const TimePair end = WallClock(r.hdr, last);
+    r.engine->SetFlowTimes(COUNTERID_FLOWS, key_, &start, &end);
+  } else if (first != 0) {
+    r.engine->SetFlowDuration(COUNTERID_FLOWS, key_, last - first);
+  }
+}
+
+}  // namespace flow

@@ -1,0 +1,147 @@
+// Intake of a record: derived values, checks, classification, filters, and the order of all
+// updates.
+
+#include "metering/record_metering.h"
+
+#include <cstdlib>
+#include <string>
+
+#include "plugin/site_log.h"
+
+namespace flow {
+namespace {
+
+// A record without times counts as a flow of the last minute.
+constexpr std::uint32_t kAssumedDuration = 60'000;
+
+// What a sane record keeps to: more bytes per packet, a shorter flow, a time nearer to the export.
+constexpr std::uint32_t kMostTooSmallPacket = 7;
+constexpr std::uint32_t kLongestFlow = 100'000'000;
+constexpr std::int64_t kFarthestUptime = 10'000'000;
+
+bool IsFarFrom(std::uint32_t uptime, std::uint32_t time) {
+  const std::int64_t distance = static_cast<std::int32_t>(uptime - time);
+  return std::abs(distance) > kFarthestUptime;
+}
+
+bool AskIsHome(IOmbrelContainer* site, std::uint32_t address) {
+  bool is_home = false;
+  if (site != nullptr) site->IsHomeAddress(address, &is_home);
+  return is_home;
+}
+
+}  // namespace
+
+void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* site,
+                                const nf5_record& rec, const nf5_header& hdr, const ip_header& ip,
+                                const ext_fields& ext) {
+  const std::uint32_t multiplier = SamplingMultiplier(hdr);
+  const std::uint32_t packets = multiplier * rec.dPkts.ToHost();
+  Record r = {
+      .engine = engine,
+      .rec = rec,
+      .hdr = hdr,
+      .ext = ext,
+      .packets = packets,
+      .bytes = multiplier * rec.dOctets.ToHost() +
+               packets * static_cast<std::uint32_t>(policy_.AddL2AccountingBytes),
+      .source = rec.srcaddr.ToHost(),
+      .destination = rec.dstaddr.ToHost(),
+      .source_port = rec.srcport.ToHost(),
+      .destination_port = rec.dstport.ToHost(),
+      .source_home = false,
+      .destination_home = false,
+      .direction = nullptr,
+      .host_direction = nullptr,
+      .source_key = MakeIpv4Key(rec.srcaddr.ToHost()),
+      .destination_key = MakeIpv4Key(rec.dstaddr.ToHost()),
+  };
+  if (policy_.fCheckPacketsForCorruption) {
+    std::uint32_t first = rec.First.ToHost();
+    std::uint32_t last = rec.Last.ToHost();
+    if (first == 0 && last == 0) {
+      last = hdr.SysUptime.ToHost();
+      first = last - kAssumedDuration;
+    }
+    if (IsCorrupt(r, first, last)) {
+      LogCorrupt(site, r, first, last);
+      return;
+    }
+  }
+  engine->MarkRecord();
+  Classify(&r);
+  UseExporter(ip.source.ToHost());
+  if (policy_.fMeterNetflowSources) {
+    engine->UpdateCounter2(COUNTERID_FLOWGEN, kIpv4KeyLength, exporter_key_.text,
+                           exporters::kRecords, 1, exporters::kBytes, r.bytes);
+  }
+  if (!PassesFilters(r)) return;
+
+  if (policy_.fMeterASN) UpdateAsNumbers(r);
+  if (context_.CurrentExportVersion >= 9) {
+    if (policy_.fMeterMasks) UpdatePrefixes(r);
+    UpdateNextHops(r);
+  }
+  UpdateTotals(r);
+  const bool source_is_home = AskIsHome(site, r.source);
+  r.host_direction = &DirectionOf(source_is_home, AskIsHome(site, r.destination));
+  if (policy_.fMeterv4v6) UpdateEtherType(r);
+  if (policy_.fMeterHosts) UpdateHosts(r);
+  if (policy_.fMeterApplications) UpdateApplications(r);
+  if (policy_.fMeterSubnets) UpdateSubnets(r);
+  if (policy_.fMeterNetflowInterfaces) UpdateInterfaces(r);
+
+  TrackFlow(r);
+
+  UpdateVendorTexts(r);
+  UpdateConnections(r);
+  if (policy_.fMeterMAC) UpdateMacAddresses(r);
+}
+
+void RecordMetering::UseExporter(std::uint32_t address) {
+  if (address == exporter_) return;
+  exporter_ = address;
+  exporter_key_ = MakeIpv4Key(address);
+}
+
+bool RecordMetering::IsCorrupt(const Record& r, std::uint32_t first, std::uint32_t last) const {
+  if (r.packets == 0 || r.bytes == 0 || r.packets > r.bytes) return true;
+  if (first > last || last - first > kLongestFlow) return true;
+  if (r.bytes / r.packets <= kMostTooSmallPacket) return true;
+  if (context_.FirstSwitchedSeen == 0) return false;
+  const std::uint32_t uptime = r.hdr.SysUptime.ToHost();
+  return IsFarFrom(uptime, last) || IsFarFrom(uptime, first);
+}
+
+void RecordMetering::LogCorrupt(IOmbrelContainer* site, const Record& r, std::uint32_t first,
+                                std::uint32_t last) const {
+  Log(site, kLogWarning,
+      "Ignoring corrupt Netflow record byte=" + std::to_string(r.bytes) +
+          " pkt=" + std::to_string(r.packets) + " sysuptime_from=" + std::to_string(first) +
+          " to=" + std::to_string(last));
+}
+
+void RecordMetering::Classify(Record* r) const {
+  if (policy_.fHomeASNumbers) {
+    // Where one AS number is missing, the flow is taken to cross the border of the home AS.
+    r->source_home = policy_.IsHomeAs(r->ext.src_as);
+    r->destination_home = policy_.IsHomeAs(r->ext.dst_as);
+    if (r->ext.src_as == 0) r->source_home = !r->destination_home;
+    if (r->ext.dst_as == 0) r->destination_home = !r->source_home;
+  } else {
+    r->source_home = home_networks_.Contains(r->source);
+    r->destination_home = home_networks_.Contains(r->destination);
+  }
+  r->direction = &DirectionOf(r->source_home, r->destination_home);
+}
+
+bool RecordMetering::PassesFilters(const Record& r) const {
+  if (policy_.interface_filter.Active() &&
+      !policy_.interface_filter.Passes(exporter_, r.ext.in_ifindex, r.ext.out_ifindex)) {
+    return false;
+  }
+  return !policy_.host_filter.Active() || r.ext.ip_version != 4 ||
+         policy_.host_filter.Passes(r.source, r.destination);
+}
+
+}  // namespace flow

@@ -1,0 +1,100 @@
+// Metering of one decoded flow record: from the four records of metering/flow_record.h to the
+// host's counter and flow updates, under the policy.
+#pragma once
+
+#include <cstdint>
+
+#include "config/home_networks.h"
+#include "config/netflow_policy.h"
+#include "metering/counter_groups.h"
+#include "metering/counter_keys.h"
+#include "metering/flow_record.h"
+#include "metering/record_context.h"
+#include "metering/session_keys.h"
+#include "plugin/host_interfaces.h"
+
+namespace flow {
+
+class RecordMetering {
+ public:
+  // All three outlive the object. `policy` may change between two records.
+  RecordMetering(const NetflowPolicy& policy, const HomeNetworks& home_networks,
+                 const RecordContext& context)
+      : policy_(policy), home_networks_(home_networks), context_(context) {}
+
+  // ProcRecord meters one record into the engine, or drops it. The site answers what is home and
+  // takes the message about a corrupt record. Nothing is kept of the records.
+  void ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* site, const nf5_record& rec,
+                  const nf5_header& hdr, const ip_header& ip, const ext_fields& ext);
+
+  // KeyRules are the policy's rules for session keys.
+  [[nodiscard]] SessionKeyRules KeyRules() const noexcept {
+    return {.merge = {policy_.fMergeHTTP, policy_.fMergeHTTPS, policy_.fMergeDNS},
+            .merge_sources = policy_.fMergeMultipleSources,
+            .bidirectional = policy_.fMatchBiDirectionalFlows};
+  }
+
+ private:
+  // A record with what is derived from it, all in host byte order.
+  struct Record {
+    IOmbrelStatsEngine* engine;
+    const nf5_record& rec;
+    const nf5_header& hdr;
+    const ext_fields& ext;
+    std::uint32_t packets;
+    std::uint32_t bytes;
+    std::uint32_t source;
+    std::uint32_t destination;
+    std::uint16_t source_port;
+    std::uint16_t destination_port;
+    bool source_home;
+    bool destination_home;
+    const Direction* direction;       // by the home networks or AS numbers
+    const Direction* host_direction;  // by the host's own answer
+    Ipv4Key source_key;
+    Ipv4Key destination_key;
+  };
+
+  // Intake.
+  void UseExporter(std::uint32_t address);
+  [[nodiscard]] bool IsCorrupt(const Record& r, std::uint32_t first, std::uint32_t last) const;
+  void LogCorrupt(IOmbrelContainer* site, const Record& r, std::uint32_t first,
+                  std::uint32_t last) const;
+  void Classify(Record* r) const;
+  [[nodiscard]] bool PassesFilters(const Record& r) const;
+
+  // Counter updates, in their order.
+  void UpdateAsNumbers(const Record& r);
+  void UpdatePrefixes(const Record& r);
+  void UpdateNextHops(const Record& r);
+  void UpdateTotals(const Record& r);
+  void UpdateEtherType(const Record& r);
+  void UpdateHosts(const Record& r);
+  void UpdateApplications(const Record& r);
+  void UpdatePortApplications(const Record& r);
+  void UpdateSubnets(const Record& r);
+  void UpdateInterfaces(const Record& r);
+  void UpdateLinkAs(const Record& r, const char* in_interface, const char* out_interface);
+  void UpdateVendorTexts(const Record& r);
+  void UpdateConnections(const Record& r);
+  void UpdateMacAddresses(const Record& r);
+
+  // Flow updates.
+  FLOW_DIR_T MakeFlowKey(const Record& r);
+  void TrackFlow(const Record& r);
+  void UpdateFlowVolume(const Record& r, FLOW_DIR_T direction);
+  void SetFlowTimes(const Record& r);
+
+  const NetflowPolicy& policy_;
+  const HomeNetworks& home_networks_;
+  const RecordContext& context_;
+
+  // The exporter of the last record and its key: the same for all records of a datagram.
+  std::uint32_t exporter_ = 0;
+  Ipv4Key exporter_key_ = MakeIpv4Key(0);
+
+  char key_[kKeyBufferSize] = {};         // the key being built; valid until the next one
+  char second_key_[kKeyBufferSize] = {};  // the other one of a pair
+};
+
+}  // namespace flow
