@@ -1,0 +1,52 @@
+// A template: the fields of a data record, and the plan that is made of them when it is learnt.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "netflow/elements.h"
+
+// One field specifier, in template order.
+struct nf9_field_t {
+  std::uint32_t type;    // element id as received, the enterprise bit included; or a scope type
+  std::uint32_t length;  // in bytes; 65535: variable
+};
+
+namespace flow {
+
+class Template {
+ public:
+  // A field that is decoded, where every record has it.
+  struct Step {
+    std::uint16_t offset;
+    std::uint16_t length;
+    Decode decode;
+  };
+
+  Template() = default;
+  explicit Template(std::vector<nf9_field_t> fields);
+
+  [[nodiscard]] const std::vector<nf9_field_t>& Fields() const noexcept { return fields_; }
+
+  // DecodeOfField is what is decoded of field i.
+  [[nodiscard]] Decode DecodeOfField(std::size_t i) const noexcept { return decodes_[i]; }
+
+  // HasPlan tells whether all records have one length, and no more than fits a set: then a record
+  // of RecordLength bytes is decoded by Steps alone.
+  [[nodiscard]] bool HasPlan() const noexcept { return has_plan_; }
+  [[nodiscard]] std::uint32_t RecordLength() const noexcept { return record_length_; }
+  [[nodiscard]] const std::vector<Step>& Steps() const noexcept { return steps_; }
+
+  // CarriesDirection tells whether its records say if they are ingress or egress.
+  [[nodiscard]] bool CarriesDirection() const noexcept { return carries_direction_; }
+
+ private:
+  std::vector<nf9_field_t> fields_;
+  std::vector<Decode> decodes_;
+  std::vector<Step> steps_;
+  std::uint32_t record_length_ = 0;
+  bool has_plan_ = false;
+  bool carries_direction_ = false;
+};
+
+}  // namespace flow

@@ -1,0 +1,70 @@
+// The templates that the meter knows: those learnt from each exporter, and the static ones that the
+// policy gives for exporters that send none. Learnt templates never expire; a new definition under
+// the same id replaces the old one.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <span>
+#include <unordered_map>
+
+#include "netflow/export_source.h"
+#include "netflow/set_error.h"
+#include "netflow/template.h"
+#include "plugin/host_interfaces.h"
+#include "util/bytes.h"
+#include "util/hash.h"
+#include "util/xmlParser.h"
+
+namespace flow {
+
+enum class TemplateRules { kV9, kIpfix };
+
+class TemplateStore {
+ public:
+  // Find gives the template of a data set. The static templates stand in only for an exporter from
+  // which nothing has been learnt. Null, with the reason, when there is none; the pointer is valid
+  // until a template is stored.
+  [[nodiscard]] const Template* Find(ExporterKey exporter, std::uint32_t id, SetError* why) const;
+
+  // LearnTemplate reads one template record and stores it. A record that does not fit is refused
+  // whole. `now` is the wall clock in seconds.
+  SetError LearnTemplate(ExporterKey exporter, TemplateRules rules, std::uint32_t now,
+                         ByteCursor* records);
+
+  // LearnV9Options and LearnIpfixOptions read the first options template of a set, given from its
+  // set header to its end. True when it was stored with its fields, for the others to learn as
+  // well.
+  bool LearnV9Options(ExporterKey exporter, std::span<const std::uint8_t> set);
+  bool LearnIpfixOptions(ExporterKey exporter, std::span<const std::uint8_t> set);
+
+  [[nodiscard]] std::size_t ExporterCount() const noexcept { return ExporterTemplates.size(); }
+
+  // LoadStaticTemplate takes a "Template" element of the policy. What is wrong with it goes to the
+  // site's log.
+  void ClearStaticTemplates() { StaticTemplateMap.clear(); }
+  void LoadStaticTemplate(const XMLNode& element, IOmbrelContainer* site);
+
+  // Dump writes the learnt templates for people to read, in the order of exporters' keys, and
+  // flushes. Returns the flush's result.
+  int Dump(FILE* file) const;
+
+ private:
+  using TemplateMap = std::map<std::uint32_t, Template>;
+  struct Exporter {
+    TemplateMap templates;
+    std::uint32_t receipt_time = 0;  // of the last template record, wall clock in seconds
+    bool has_receipt_time = false;   // options templates alone have none
+  };
+  struct HashKey {
+    std::size_t operator()(ExporterKey key) const noexcept { return HashNumber(key); }
+  };
+
+  static void DumpExporter(FILE* file, ExporterKey key, const Exporter& exporter);
+
+  std::unordered_map<ExporterKey, Exporter, HashKey> ExporterTemplates;
+  TemplateMap StaticTemplateMap;
+};
+
+}  // namespace flow
