@@ -11,8 +11,6 @@
 namespace flow {
 namespace {
 
-// Where the feed's deliverer announces new files, whatever the data directory is.
-constexpr char kAvailabilityDirectory[] = "/usr/local/share/ombrel-probe/plugins";
 constexpr std::uint64_t kCheckSeconds = 1800;
 constexpr char kFilePrefix[] = "incoming_";
 
@@ -68,7 +66,7 @@ std::string GetLatestFile(const std::string& directory, const std::string& feed,
 
 bool HomeAsFeed::NewHomenetASNFileAvailable(const std::string& feed, IOmbrelContainer* site) const {
   if (feed.empty()) return false;
-  const std::string latest = GetLatestFile(kAvailabilityDirectory, feed, site);
+  const std::string latest = GetLatestFile(availability_directory_, feed, site);
   return !latest.empty() && latest != CurrentHomeASFile;
 }
 

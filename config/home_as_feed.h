@@ -4,14 +4,21 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "plugin/host_interfaces.h"
 #include "util/flat_set.h"
 
 namespace flow {
 
+// Where the feed's deliverer announces new files, whatever the data directory is.
+inline constexpr char kAvailabilityDirectory[] = "/usr/local/share/ombrel-probe/plugins";
+
 class HomeAsFeed {
  public:
+  explicit HomeAsFeed(std::string availability_directory = kAvailabilityDirectory)
+      : availability_directory_(std::move(availability_directory)) {}
+
   // SetDataDirectory names the directory from which feed files are loaded.
   void SetDataDirectory(const char* directory) { DataDirectory = directory; }
 
@@ -21,8 +28,9 @@ class HomeAsFeed {
   bool LoadHomeNetsFromLatestFile(const std::string& feed, IOmbrelContainer* site,
                                   FlatSet<std::uint32_t>* numbers);
 
-  // Check looks for a newer feed file once in a while and moves to it. It is called for every
-  // datagram, with the engine's time in seconds; the first call starts the clock.
+  // Check looks for a newer feed file every half hour and moves to it. It is called for every
+  // datagram, with the engine's time in seconds; the first call starts the clock. What is newer is
+  // seen in the availability directory, what is loaded comes from the data directory.
   void Check(std::uint64_t now, const std::string& feed, IOmbrelContainer* site,
              FlatSet<std::uint32_t>* numbers);
 
@@ -30,6 +38,7 @@ class HomeAsFeed {
   [[nodiscard]] bool NewHomenetASNFileAvailable(const std::string& feed,
                                                 IOmbrelContainer* site) const;
 
+  std::string availability_directory_;
   std::string DataDirectory;
   std::string CurrentHomeASFile;      // last taken into use
   std::uint64_t LastHomeASCheck = 0;  // 0: not yet

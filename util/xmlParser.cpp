@@ -5,6 +5,7 @@
 #include <iterator>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "util/xml_node_data.h"
 #include "util/xml_scanner.h"
@@ -53,10 +54,10 @@ XMLNode FindTag(const XMLNode& top, const char* tag) {
   if (SameName(top.getName(), tag)) return top;
   XMLNode parent = top;
   for (int i = 0; i < parent.nChildNode(); ++i) {
-    const XMLNode child = parent.getChildNode(i);
+    XMLNode child = parent.getChildNode(i);
     if (SameName(child.getName(), tag)) return child;
     if (child.isDeclaration()) {
-      parent = child;
+      parent = std::move(child);
       i = -1;
     }
   }

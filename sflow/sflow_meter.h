@@ -1,0 +1,76 @@
+// The sFlow meter: counts the flow samples of sFlow datagrams.
+//
+// It meters what the agent of a datagram has sampled, scaled by the sampling rate of each sample,
+// for IPv4 packets alone. The exporter is the agent that the datagram names, whichever address the
+// datagram came from.
+#pragma once
+
+#include <cstdint>
+
+#include "config/home_networks.h"
+#include "metering/counter_keys.h"
+#include "plugin/arbo_object.h"
+#include "plugin/plugin_interfaces.h"
+#include "sflow/sf_sample.h"
+#include "sflow/sflow_policy.h"
+
+class CPISFlowMeter : public CArboObjectRootEx<CArboSingleThreadModel>,
+                      public IOmbrelPlugin,
+                      public IOmbrelSimpleCounter,
+                      public IArboClassFactory {
+ public:
+  static const InterfaceMapEntry* GetInterfaceMap();
+
+  // IOmbrelPlugin
+  Status AttachSite(IOmbrelContainer* site) override;
+  Status DetachSite() override;
+  Status GetPluginID(char** name, char** description, char** vendor, unsigned int* versionMajor,
+                     unsigned int* versionMinor) override;
+
+  // IOmbrelSimpleCounter. Count answers 0 whatever the datagram holds.
+  Status GetAttachmentProtID(IID* protocol) override;
+  Status Count(IOmbrelStatsEngine* engine, IOmbrelProtData* data) override;
+  Status IsFlowCounter(bool* isFlow) override;
+
+  // ReadConfiguration loads the policy file; false when its filter lists conflict. A file that
+  // cannot be read ends the process.
+  bool ReadConfiguration(const char* path);
+
+  // MeterSFlow meters one sample of the datagram that Count is at.
+  void MeterSFlow(const _SFSample& sample);
+
+ private:
+  struct Packet;  // a sampled packet as the updates see it
+
+  // The updates of one sample, in the order in which MeterSFlow makes them.
+  void MeterExporter(const Packet& packet);
+  [[nodiscard]] bool PassesFilters(const Packet& packet) const;
+  void MeterTotals(const Packet& packet);
+  void MeterHosts(const Packet& packet);
+  void MeterApplication(const Packet& packet);
+  void MeterInterfaces(const Packet& packet);
+  void MeterSession(const Packet& packet);
+  void MeterTcp(const Packet& packet, const char* session_key);
+  void MeterVlans(const Packet& packet);
+  void MeterMacs(const Packet& packet);
+
+  void MeterPorts(const Packet& packet);
+  void UpdateService(std::uint32_t port, int meter, std::uint64_t value);
+
+  // Keys, made in key_. MakeSessionKey_Uni puts the source first; MakeSessionKey_Bi orders the
+  // sides by address, so that both directions of a conversation have one key.
+  const char* MakeIntfKey(const flow::Ipv4Key& agent, std::uint32_t ifindex);
+  const char* MakeSessionKey_Uni(const Packet& packet);
+  const char* MakeSessionKey_Bi(const Packet& packet);
+  const char* MakeSessionKey(const Packet& packet, bool source_first);
+
+  IOmbrelContainer* site_ = nullptr;
+  IOmbrelStatsEngine* engine_ = nullptr;  // while Count runs
+  std::uint32_t datagram_length_ = 0;     // 0 once it has been metered
+  flow::SFlowPolicy policy_;
+  flow::HomeNetworks home_;
+  char key_[flow::kKeyBufferSize] = {};
+};
+
+// SFlow_Parser_Callback hands a decoded sample to the meter given as context; the result is 1.
+int SFlow_Parser_Callback(void* context, _SFSample* sample);
