@@ -1,5 +1,6 @@
 #include "config/home_networks.h"
 
+#include <algorithm>
 #include <memory>
 
 namespace flow {

@@ -42,6 +42,14 @@ inline constexpr int kPackets = 3;
 inline constexpr int kBytesWhileHome = 6;
 inline constexpr int kBytesWhileNotHome = 7;
 inline constexpr int kTcpConnections = 10;
+
+// What a flow's bytes (three times) and packets are added to for its source and for its
+// destination, by whether that one is at home.
+inline constexpr int kSourceMeters[2][4] = {{kBytes, kBytesAsSource, kBytesWhileNotHome, kPackets},
+                                            {kBytes, kBytesAsSource, kBytesWhileHome, kPackets}};
+inline constexpr int kDestinationMeters[2][4] = {
+    {kBytes, kBytesAsDestination, kBytesWhileNotHome, kPackets},
+    {kBytes, kBytesAsDestination, kBytesWhileHome, kPackets}};
 }  // namespace hosts
 
 // FLOWS (key: session key).
@@ -156,19 +164,17 @@ struct Direction {
   const char* flow_tag;
 };
 
-inline constexpr Direction kTransit = {
-    {"DIR_TRANSIT", 0xC7EB260B}, apps::kTransit, vendor_texts::kTransit, "[dir]transit"};
-inline constexpr Direction kIntoHome = {
-    {"DIR_INTOHOME", 0xF69E2D0C}, apps::kIntoHome, vendor_texts::kIntoHome, "[dir]internet"};
-inline constexpr Direction kOutOfHome = {
-    {"DIR_OUTOFHOME", 0x33708C0D}, apps::kOutOfHome, vendor_texts::kOutOfHome, "[dir]internet"};
-inline constexpr Direction kWithinHome = {
-    {"DIR_WITHINHOME", 0x8CB1E50E}, apps::kWithinHome, vendor_texts::kWithinHome, "[dir]internal"};
+// By whether the source is at home (2) and whether the destination is (1).
+inline constexpr Direction kDirections[] = {
+    {{"DIR_TRANSIT", 0xC7EB260B}, apps::kTransit, vendor_texts::kTransit, "[dir]transit"},
+    {{"DIR_INTOHOME", 0xF69E2D0C}, apps::kIntoHome, vendor_texts::kIntoHome, "[dir]internet"},
+    {{"DIR_OUTOFHOME", 0x33708C0D}, apps::kOutOfHome, vendor_texts::kOutOfHome, "[dir]internet"},
+    {{"DIR_WITHINHOME", 0x8CB1E50E}, apps::kWithinHome, vendor_texts::kWithinHome, "[dir]internal"},
+};
 
 [[nodiscard]] constexpr const Direction& DirectionOf(bool source_home,
                                                      bool destination_home) noexcept {
-  if (source_home) return destination_home ? kWithinHome : kOutOfHome;
-  return destination_home ? kIntoHome : kTransit;
+  return kDirections[2 * unsigned{source_home} + unsigned{destination_home}];
 }
 
 }  // namespace flow

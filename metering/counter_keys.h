@@ -1,5 +1,5 @@
-// Counter keys: the fixed-width upper-case hexadecimal texts that name hosts, interfaces, subnets,
-// ports and sessions. The host stores counters under these texts, so one input always gives one
+// Counter keys: the fixed-width upper-case hexadecimal texts that name hosts, interfaces, subnets
+// and ports. The host stores counters under these texts, so one input always gives one
 // text. All numbers are in host byte order.
 //
 // A writer of this header puts its text at `out`, ends it with a NUL and returns the position of
@@ -10,7 +10,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <utility>
 
 namespace flow {
 
@@ -21,8 +20,6 @@ inline constexpr std::size_t kSubnetKeyLength = 14;     // C0.A8.01.00/18
 inline constexpr std::size_t kMacKeyLength = 17;        // 00:1B:21:3A:4F:5C
 inline constexpr std::size_t kPortKeyLength = 6;        // p-0050
 inline constexpr std::size_t kProtocolKeyLength = 2;    // 06
-inline constexpr std::size_t kSessionKeyLength = 71;    // IPv4 session
-inline constexpr std::size_t kSession6KeyLength = 113;  // IPv6 session
 inline constexpr std::size_t kKeyBufferSize = 256;      // of a meter's key buffers
 
 // "00" to "FF", back to back.
@@ -79,10 +76,19 @@ inline char* Long2IPHex(std::uint32_t address, char* out) noexcept {
 }
 
 // IP62Hex writes the 16 bytes of an IPv6 address, network order, as 32 hexadecimal digits.
-inline char* IP62Hex(const std::uint8_t* address, char* out) noexcept {
-  for (int i = 0; i < 16; ++i) out = flow::PutHex8(address[i], out);
-  *out = '\0';
-  return out;
+// Compilers make all of them at once with vector instructions, as long as it stays a function of
+// its own.
+[[gnu::noinline]] inline char* IP62Hex(const std::uint8_t* address, char* out) noexcept {
+  std::uint8_t digits[32];
+  for (int i = 0; i < 16; ++i) {
+    digits[2 * i] = address[i] >> 4;
+    digits[2 * i + 1] = address[i] & 15;
+  }
+  for (int i = 0; i < 32; ++i) {
+    out[i] = static_cast<char>(digits[i] + (digits[i] > 9 ? 'A' - 10 : '0'));
+  }
+  out[32] = '\0';
+  return out + 32;
 }
 
 }  // namespace OmbrelAPI
@@ -93,7 +99,8 @@ namespace flow {
 struct Ipv4Key {
   char text[kIpv4KeyLength + 1];
 };
-[[nodiscard]] inline Ipv4Key MakeIpv4Key(std::uint32_t address) noexcept {
+// Inlined, so that the text is written where it stays: returned, it would pass through registers.
+[[nodiscard, gnu::always_inline]] inline Ipv4Key MakeIpv4Key(std::uint32_t address) noexcept {
   Ipv4Key key;  // NOLINT(cppcoreguidelines-pro-type-member-init)
   OmbrelAPI::Long2IPHex(address, key.text);
   return key;
@@ -136,62 +143,6 @@ inline char* WriteProtocolKey(std::uint8_t protocol, char* out) noexcept {
   out = PutHex8(protocol, out);
   *out = '\0';
   return out;
-}
-
-// Which services have their clients' ports merged into one.
-struct ServiceMerge {
-  bool http;
-  bool https;
-  bool dns;
-
-  [[nodiscard]] bool Covers(std::uint16_t port) const noexcept {
-    return (port == 80 && http) || (port == 443 && https) || (port == 53 && dns);
-  }
-};
-
-// The ports of a session as its key shows them and orders its sides by: for a merged service the
-// client's port is 65535, "FFFF". The source is looked at first.
-inline constexpr std::uint16_t kMergedClientPort = 0xFFFF;
-inline void MergeServicePorts(const ServiceMerge& merge, std::uint16_t* source_port,
-                              std::uint16_t* destination_port) noexcept {
-  if (merge.Covers(*source_port)) {
-    *destination_port = kMergedClientPort;
-  } else if (merge.Covers(*destination_port)) {
-    *source_port = kMergedClientPort;
-  }
-}
-
-// One side of an IPv4 session.
-struct SessionSide {
-  Ipv4Key host;
-  std::uint16_t port;  // as MergeServicePorts left it
-  std::uint32_t ifindex;
-};
-
-// PutSessionSides writes the part of a session key in front of the exporter: protocol, kind and
-// both sides, up to and with the "_" before the exporter part (42 characters).
-inline char* PutSessionSides(std::uint8_t protocol, const SessionSide& a, const SessionSide& b,
-                             char* out) noexcept {
-  out = PutHex8(protocol, out);
-  *out++ = 'C';
-  *out++ = ':';
-  for (const SessionSide* side : {&a, &b}) {
-    std::memcpy(out, side->host.text, kIpv4KeyLength);
-    std::memcpy(out + kIpv4KeyLength, ":p-", 3);
-    out = PutHex16(side->port, out + kIpv4KeyLength + 3);
-    *out++ = '_';
-  }
-  return out;
-}
-
-// WriteExporterPart ends a session key with the exporter and the interfaces of both sides.
-inline char* WriteExporterPart(const Ipv4Key& exporter, std::uint32_t first_ifindex,
-                               std::uint32_t second_ifindex, char* out) noexcept {
-  std::memcpy(out, exporter.text, kIpv4KeyLength);
-  out[kIpv4KeyLength] = '_';
-  out = PutHex32(first_ifindex, out + kIpv4KeyLength + 1);
-  *out = '_';
-  return OmbrelAPI::Long2Hex(second_ifindex, out + 1);
 }
 
 // WriteText copies a text with its NUL.

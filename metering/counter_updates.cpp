@@ -19,14 +19,15 @@ constexpr std::uint16_t kFirstClientPort = 1024;
 
 // The AS number as the host's stored counters have always shown it: signed.
 int WriteAsKey(std::uint32_t as_number, char* out) {
-  char* const end = PutSignedDecimal(static_cast<std::int32_t>(as_number), out);
+  const auto number = static_cast<std::int32_t>(as_number);
+  char* const end = number < 0 ? PutSignedDecimal(number, out) : PutShortDecimal(as_number, out);
   *end = '\0';
   return static_cast<int>(end - out);
 }
 
 int EndPrefixKey(std::uint8_t prefix_length, char* start, char* out) {
   *out++ = '/';
-  out = PutDecimal(prefix_length, out);
+  out = PutOctet(prefix_length, out);
   *out = '\0';
   return static_cast<int>(out - start);
 }
@@ -40,14 +41,18 @@ int WritePrefixKey4(std::uint32_t address, std::uint8_t prefix_length, char* out
   return EndPrefixKey(prefix_length, out, PutDottedIpv4(address, out));
 }
 
+// 64 bits, the first `length` of them set.
+constexpr std::uint64_t Mask64(unsigned length) {
+  return length >= 64 ? ~std::uint64_t{0} : ~(~std::uint64_t{0} >> length);
+}
+
 int WritePrefixKey6(const std::uint8_t* address, std::uint8_t prefix_length, char* out) {
-  std::uint8_t prefix[16] = {};
-  const std::size_t whole_bytes = prefix_length < 128 ? prefix_length / 8U : 16;
-  std::memcpy(prefix, address, whole_bytes);
-  if (whole_bytes < 16) {
-    prefix[whole_bytes] =
-        static_cast<std::uint8_t>(address[whole_bytes] & ~(0xFFU >> prefix_length % 8));
-  }
+  std::uint64_t halves[2];
+  std::memcpy(halves, address, sizeof(halves));
+  halves[0] &= BigEndian(Mask64(prefix_length));
+  halves[1] &= BigEndian(Mask64(prefix_length > 64 ? prefix_length - 64U : 0));
+  std::uint8_t prefix[16];
+  std::memcpy(prefix, halves, sizeof(prefix));
   return EndPrefixKey(prefix_length, out, PutIpv6Text(prefix, out));
 }
 
@@ -122,24 +127,18 @@ void RecordMetering::UpdateEtherType(const Record& r) {
 
 void RecordMetering::UpdateHosts(const Record& r) {
   if (r.ext.ip_version == 6) {
-    OmbrelAPI::IP62Hex(r.ext.src_addr6, key_);
-    r.engine->UpdateCounter2(COUNTERID_HOSTS6, kIpv6KeyLength, key_, hosts::kBytes, r.bytes,
+    r.engine->UpdateCounter2(COUNTERID_HOSTS6, kIpv6KeyLength, r.source_key, hosts::kBytes, r.bytes,
                              hosts::kBytesAsSource, r.bytes);
-    OmbrelAPI::IP62Hex(r.ext.dst_addr6, key_);
-    r.engine->UpdateCounter2(COUNTERID_HOSTS6, kIpv6KeyLength, key_, hosts::kBytes, r.bytes,
-                             hosts::kBytesAsDestination, r.bytes);
+    r.engine->UpdateCounter2(COUNTERID_HOSTS6, kIpv6KeyLength, r.destination_key, hosts::kBytes,
+                             r.bytes, hosts::kBytesAsDestination, r.bytes);
     return;
   }
   if (r.ext.ip_version != 4) return;
-  const auto update = [&](const Ipv4Key& key, int side_meter, bool home) {
-    const int meters[] = {hosts::kBytes, side_meter,
-                          home ? hosts::kBytesWhileHome : hosts::kBytesWhileNotHome,
-                          hosts::kPackets};
-    const std::uint64_t values[] = {r.bytes, r.bytes, r.bytes, r.packets};
-    r.engine->UpdateCounterMulti(COUNTERID_HOSTS, kIpv4KeyLength, key.text, 4, meters, values);
-  };
-  update(r.source_key, hosts::kBytesAsSource, r.source_home);
-  update(r.destination_key, hosts::kBytesAsDestination, r.destination_home);
+  const std::uint64_t values[] = {r.bytes, r.bytes, r.bytes, r.packets};
+  r.engine->UpdateCounterMulti(COUNTERID_HOSTS, kIpv4KeyLength, r.source_key, 4,
+                               hosts::kSourceMeters[r.source_home], values);
+  r.engine->UpdateCounterMulti(COUNTERID_HOSTS, kIpv4KeyLength, r.destination_key, 4,
+                               hosts::kDestinationMeters[r.destination_home], values);
   const AggregateKey& way = r.direction->aggregate;
   r.engine->UpdateCounterHashed2(COUNTERID_AGGREGATES, way.hash, way.text, totals::kBytes, r.bytes,
                                  totals::kPackets, r.packets);
@@ -245,9 +244,10 @@ void RecordMetering::UpdateVendorTexts(const Record& r) {
 void RecordMetering::UpdateConnections(const Record& r) {
   if (r.rec.prot != kTcp || (r.rec.tcp_flags & kTcpSynAck) != kTcpSynAck) return;
   if (policy_.fMeterTCPConnections) {
-    for (const Ipv4Key* key : {&r.source_key, &r.destination_key}) {
-      r.engine->UpdateCounterKeyLen(COUNTERID_HOSTS, kIpv4KeyLength, key->text,
-                                    hosts::kTcpConnections, 1);
+    for (const std::uint32_t address : {r.source, r.destination}) {
+      OmbrelAPI::Long2IPHex(address, key_);
+      r.engine->UpdateCounterKeyLen(COUNTERID_HOSTS, kIpv4KeyLength, key_, hosts::kTcpConnections,
+                                    1);
     }
   }
   if (!policy_.fMeterAppConnections) return;

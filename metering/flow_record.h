@@ -97,8 +97,34 @@ namespace flow {
   return interval == 0 ? 1 : interval;
 }
 
-// WallClock is the time at which the exporter's uptime was `uptime`, which may lie before or after
-// the packet's own. The remainder is in milliseconds, 0 to 999.
-[[nodiscard]] TimePair WallClock(const nf5_header& header, std::uint32_t uptime) noexcept;
+// The clock of an exporter, as the header of one of its packets tells it.
+class ExportClock {
+ public:
+  explicit ExportClock(const nf5_header& header) noexcept
+      : uptime_(header.SysUptime.ToHost()),
+        milliseconds_(std::int64_t{header.unix_secs.ToHost()} * 1000 +
+                      header.unix_nsecs.ToHost() / 1'000'000) {}
+
+  // WallClock is the time at which the exporter's uptime was `uptime`, which may lie before or
+  // after the packet's own. The remainder is in milliseconds, 0 to 999.
+  [[nodiscard]] TimePair WallClock(std::uint32_t uptime) const noexcept {
+    const std::int64_t time = milliseconds_ + static_cast<std::int32_t>(uptime - uptime_);
+    std::int64_t seconds = time / 1000;
+    std::int64_t remainder = time % 1000;
+    if (remainder < 0) {  // before 1970
+      --seconds;
+      remainder += 1000;
+    }
+    return {seconds, remainder};
+  }
+
+ private:
+  std::uint32_t uptime_;
+  std::int64_t milliseconds_;  // since 1970
+};
+
+[[nodiscard]] inline TimePair WallClock(const nf5_header& header, std::uint32_t uptime) noexcept {
+  return ExportClock(header).WallClock(uptime);
+}
 
 }  // namespace flow

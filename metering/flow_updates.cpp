@@ -14,15 +14,13 @@ FLOW_DIR_T RecordMetering::MakeFlowKey(const Record& r) {
   const SessionKeyRules rules = KeyRules();
   switch (r.ext.ip_version) {
     case 4:
-      return WriteSessionKey(rules, r.rec.prot,
-                             SessionSide{r.source_key, r.source_port, r.ext.in_ifindex},
-                             SessionSide{r.destination_key, r.destination_port, r.ext.out_ifindex},
-                             exporter_key_, key_);
+      return WriteSessionKey<Ipv4Session>(
+          rules, r.rec.prot, {r.source_key, r.source_port, r.ext.in_ifindex},
+          {r.destination_key, r.destination_port, r.ext.out_ifindex}, exporter_key_, key_);
     case 6:
-      return WriteSessionKey(rules, r.rec.prot,
-                             SessionSide6{r.ext.src_addr6, r.source_port, r.ext.in_ifindex},
-                             SessionSide6{r.ext.dst_addr6, r.destination_port, r.ext.out_ifindex},
-                             exporter_key_, key_);
+      return WriteSessionKey<Ipv6Session>(
+          rules, r.rec.prot, {r.source_key, r.source_port, r.ext.in_ifindex},
+          {r.destination_key, r.destination_port, r.ext.out_ifindex}, exporter_key_, key_);
     default:  // the addresses are no use: all such flows are one
       key_[0] = '\0';
       return FLOW_DIR_FORWARD;
@@ -67,8 +65,9 @@ void RecordMetering::SetFlowTimes(const Record& r) {
   const std::uint32_t first = r.rec.First.ToHost();
   const std::uint32_t last = r.rec.Last.ToHost();
   if (policy_.fUseRouterTimestamps) {
-    const TimePair start = WallClock(r.hdr, first);
-    const TimePair end = WallClock(r.hdr, last);
+    const ExportClock clock(r.hdr);
+    const TimePair start = clock.WallClock(first);
+    const TimePair end = clock.WallClock(last);
     r.engine->SetFlowTimes(COUNTERID_FLOWS, key_, &start, &end);
   } else if (first != 0) {
     r.engine->SetFlowDuration(COUNTERID_FLOWS, key_, last - first);

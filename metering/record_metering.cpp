@@ -32,30 +32,24 @@ bool AskIsHome(IOmbrelContainer* site, std::uint32_t address) {
 
 }  // namespace
 
+RecordMetering::Record::Record(IOmbrelStatsEngine* to, const nf5_record& record,
+                               const nf5_header& header, const ext_fields& fields,
+                               std::uint32_t layer2_bytes)
+    : engine(to),
+      rec(record),
+      hdr(header),
+      ext(fields),
+      packets(SamplingMultiplier(header) * record.dPkts.ToHost()),
+      bytes(SamplingMultiplier(header) * record.dOctets.ToHost() + packets * layer2_bytes),
+      source(record.srcaddr.ToHost()),
+      destination(record.dstaddr.ToHost()),
+      source_port(record.srcport.ToHost()),
+      destination_port(record.dstport.ToHost()) {}
+
 void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* site,
                                 const nf5_record& rec, const nf5_header& hdr, const ip_header& ip,
                                 const ext_fields& ext) {
-  const std::uint32_t multiplier = SamplingMultiplier(hdr);
-  const std::uint32_t packets = multiplier * rec.dPkts.ToHost();
-  Record r = {
-      .engine = engine,
-      .rec = rec,
-      .hdr = hdr,
-      .ext = ext,
-      .packets = packets,
-      .bytes = multiplier * rec.dOctets.ToHost() +
-               packets * static_cast<std::uint32_t>(policy_.AddL2AccountingBytes),
-      .source = rec.srcaddr.ToHost(),
-      .destination = rec.dstaddr.ToHost(),
-      .source_port = rec.srcport.ToHost(),
-      .destination_port = rec.dstport.ToHost(),
-      .source_home = false,
-      .destination_home = false,
-      .direction = nullptr,
-      .host_direction = nullptr,
-      .source_key = MakeIpv4Key(rec.srcaddr.ToHost()),
-      .destination_key = MakeIpv4Key(rec.dstaddr.ToHost()),
-  };
+  Record r(engine, rec, hdr, ext, static_cast<std::uint32_t>(policy_.AddL2AccountingBytes));
   if (policy_.fCheckPacketsForCorruption) {
     std::uint32_t first = rec.First.ToHost();
     std::uint32_t last = rec.Last.ToHost();
@@ -76,6 +70,7 @@ void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* si
                            exporters::kRecords, 1, exporters::kBytes, r.bytes);
   }
   if (!PassesFilters(r)) return;
+  MakeHostKeys(&r);
 
   if (policy_.fMeterASN) UpdateAsNumbers(r);
   if (context_.CurrentExportVersion >= 9) {
@@ -142,6 +137,16 @@ bool RecordMetering::PassesFilters(const Record& r) const {
   }
   return !policy_.host_filter.Active() || r.ext.ip_version != 4 ||
          policy_.host_filter.Passes(r.source, r.destination);
+}
+
+void RecordMetering::MakeHostKeys(Record* r) {
+  if (r->ext.ip_version == 6) {
+    OmbrelAPI::IP62Hex(r->ext.src_addr6, r->source_key);
+    OmbrelAPI::IP62Hex(r->ext.dst_addr6, r->destination_key);
+  } else {
+    OmbrelAPI::Long2IPHex(r->source, r->source_key);
+    OmbrelAPI::Long2IPHex(r->destination, r->destination_key);
+  }
 }
 
 }  // namespace flow

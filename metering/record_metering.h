@@ -37,6 +37,9 @@ class RecordMetering {
  private:
   // A record with what is derived from it, all in host byte order.
   struct Record {
+    Record(IOmbrelStatsEngine* to, const nf5_record& record, const nf5_header& header,
+           const ext_fields& fields, std::uint32_t layer2_bytes);
+
     IOmbrelStatsEngine* engine;
     const nf5_record& rec;
     const nf5_header& hdr;
@@ -47,12 +50,14 @@ class RecordMetering {
     std::uint32_t destination;
     std::uint16_t source_port;
     std::uint16_t destination_port;
-    bool source_home;
-    bool destination_home;
-    const Direction* direction;       // by the home networks or AS numbers
-    const Direction* host_direction;  // by the host's own answer
-    Ipv4Key source_key;
-    Ipv4Key destination_key;
+
+    // What later steps find out.
+    bool source_home = false;
+    bool destination_home = false;
+    const Direction* direction = nullptr;       // by the home networks or AS numbers
+    const Direction* host_direction = nullptr;  // by the host's own answer
+    char source_key[kIpv6KeyLength + 1];        // of the host, by the IP version
+    char destination_key[kIpv6KeyLength + 1];
   };
 
   // Intake.
@@ -62,6 +67,7 @@ class RecordMetering {
                   std::uint32_t last) const;
   void Classify(Record* r) const;
   [[nodiscard]] bool PassesFilters(const Record& r) const;
+  static void MakeHostKeys(Record* r);
 
   // Counter updates, in their order.
   void UpdateAsNumbers(const Record& r);

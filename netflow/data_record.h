@@ -33,10 +33,11 @@ struct nf9_record {
   std::uint32_t ip_nexthop;
   std::uint32_t bgp_nexthop;
   std::uint32_t enterprise_id;  // as element 346 gives it
-  char vendor_text32[33];
-  char vendor_text64[65];
   std::uint8_t src_mac[6];
   std::uint8_t dst_mac[6];
+  // Texts stand behind everything else: only their first byte is cleared for a record.
+  char vendor_text32[33];
+  char vendor_text64[65];
   char if_name[129];
   char if_desc[129];
 };

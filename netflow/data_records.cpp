@@ -4,7 +4,6 @@
 #include <cstring>
 #include <utility>
 
-#include "metering/counter_keys.h"
 #include "metering/session_keys.h"
 #include "netflow/netflow_meter.h"
 #include "util/address_text.h"
@@ -34,29 +33,37 @@ void Reverse(nf5_record* record, ext_fields* ext) {
   std::swap(ext->src_mask, ext->dst_mask);
 }
 
-ext_fields ExtFieldsOf(const nf9_record& record) {
-  ext_fields ext{};
-  ext.in_ifindex = record.in_ifindex;
-  ext.out_ifindex = record.out_ifindex;
-  ext.ip_version = record.ip_version;
-  ext.src_mask = record.src_mask;
-  ext.dst_mask = record.dst_mask;
-  ext.ip_nexthop = record.ip_nexthop;
-  ext.bgp_nexthop = record.bgp_nexthop;
-  ext.src_as = record.src_as;
-  ext.dst_as = record.dst_as;
-  ext.direction = record.direction;
-  std::memcpy(ext.src_mac, record.src_mac, sizeof(ext.src_mac));
-  std::memcpy(ext.dst_mac, record.dst_mac, sizeof(ext.dst_mac));
-  static_assert(sizeof(ext.vendor_text32) < sizeof(record.vendor_text32));
-  static_assert(sizeof(ext.vendor_text64) < sizeof(record.vendor_text64));
-  std::memcpy(ext.vendor_text32, record.vendor_text32, sizeof(ext.vendor_text32));
-  std::memcpy(ext.vendor_text64, record.vendor_text64, sizeof(ext.vendor_text64));
-  if (record.ip_version == 6) {
-    std::memcpy(ext.src_addr6, record.src_addr6, sizeof(ext.src_addr6));
-    std::memcpy(ext.dst_addr6, record.dst_addr6, sizeof(ext.dst_addr6));
+// Copies a text with its NUL; most records have none.
+template <std::size_t N, std::size_t M>
+void CopyText(const char (&from)[M], char (&to)[N]) {
+  static_assert(N < M);
+  if (from[0] == '\0') {
+    to[0] = '\0';
+  } else {
+    std::memcpy(to, from, N);
   }
-  return ext;
+}
+
+void SetExtFields(const nf9_record& record, ext_fields* ext) {
+  std::memset(ext, 0, offsetof(ext_fields, vendor_text32));
+  ext->in_ifindex = record.in_ifindex;
+  ext->out_ifindex = record.out_ifindex;
+  ext->ip_version = record.ip_version;
+  ext->src_mask = record.src_mask;
+  ext->dst_mask = record.dst_mask;
+  ext->ip_nexthop = record.ip_nexthop;
+  ext->bgp_nexthop = record.bgp_nexthop;
+  ext->src_as = record.src_as;
+  ext->dst_as = record.dst_as;
+  ext->direction = record.direction;
+  std::memcpy(ext->src_mac, record.src_mac, sizeof(ext->src_mac));
+  std::memcpy(ext->dst_mac, record.dst_mac, sizeof(ext->dst_mac));
+  CopyText(record.vendor_text32, ext->vendor_text32);
+  CopyText(record.vendor_text64, ext->vendor_text64);
+  if (record.ip_version == 6) {
+    std::memcpy(ext->src_addr6, record.src_addr6, sizeof(ext->src_addr6));
+    std::memcpy(ext->dst_addr6, record.dst_addr6, sizeof(ext->dst_addr6));
+  }
 }
 
 nf5_record FlowRecordOf(const nf9_record& r) {
@@ -129,10 +136,7 @@ SetError CPINetflowMeter::DecodeFields(const DataSet& set, ByteCursor* records,
   const Template& fields = set.fields;
   Bytes bytes;
   if (fields.HasPlan() && records->Take(fields.RecordLength(), &bytes)) {
-    for (const Template::Step& step : fields.Steps()) {
-      decoder_.DecodeField(step.decode, bytes.data() + step.offset, step.length, false,
-                           set.switches, out);
-    }
+    decoder_.DecodeByPlan(fields.Plan(), bytes.data(), set.switches, out);
     return SetError::kNone;
   }
   // Field by field: what comes before an overflow has its effect.
@@ -186,11 +190,12 @@ bool CPINetflowMeter::IsDuplicateEgress(const DataSet& set, const nf9_record& re
   char key[flow::kKeyBufferSize];
   flow::SessionKeyRules rules = metering_.KeyRules();
   rules.bidirectional = true;
-  flow::WriteSessionKey(
-      rules, record.protocol,
-      flow::SessionSide{flow::MakeIpv4Key(record.src_addr), record.src_port, record.in_ifindex},
-      flow::SessionSide{flow::MakeIpv4Key(record.dst_addr), record.dst_port, record.out_ifindex},
-      set.datagram.source.address_key, key);
+  const flow::Ipv4Key source = flow::MakeIpv4Key(record.src_addr);
+  const flow::Ipv4Key destination = flow::MakeIpv4Key(record.dst_addr);
+  flow::WriteSessionKey<flow::Ipv4Session>(rules, record.protocol,
+                                           {source.text, record.src_port, record.in_ifindex},
+                                           {destination.text, record.dst_port, record.out_ifindex},
+                                           set.datagram.source.address_key, key);
   if (record.direction == kEgress) return duplicates_.IsDuplicate(key);
   duplicates_.AddIngress(key);
   return false;
@@ -204,7 +209,8 @@ void CPINetflowMeter::CountNetflow9(const DataSet& set, const nf9_record& record
   header.unix_secs = set.header.unix_secs;
   header.sampling_interval = be16::FromHost(static_cast<std::uint16_t>(rates_.RateOf(exporter)));
   const ip_header& ip = set.datagram.source.ip;
-  ext_fields ext = ExtFieldsOf(record);
+  ext_fields ext;
+  SetExtFields(record, &ext);
   if (static_cast<std::uint32_t>(record.bytes) != 0) {
     ProcRecord(set.datagram.engine, &flow_record, &header, &ip, &ext);
   }

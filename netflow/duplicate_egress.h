@@ -2,9 +2,9 @@
 // record stands in the same data set is a duplicate.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
-
 #include <vector>
 
 #include "plugin/host_interfaces.h"
@@ -15,8 +15,15 @@ namespace flow {
 // A set of 32-bit hashes that is emptied at no cost: a mark counts only in the round that made it.
 class MarkSet {
  public:
+  MarkSet() = default;
+  explicit MarkSet(std::uint32_t first_round) : round_(first_round) {}
+
   void Clear() noexcept {
-    ++round_;
+    // Rounds that come again would revive their marks, and round 0 those that nobody has made.
+    if (++round_ == 0) {
+      std::fill(slots_.begin(), slots_.end(), 0);
+      round_ = 1;
+    }
     size_ = 0;
   }
   void Insert(std::uint32_t hash);
@@ -26,11 +33,9 @@ class MarkSet {
 
  private:
   [[nodiscard]] std::uint64_t Mark(std::uint32_t hash) const noexcept {
-    return round_ << 32 | hash;
+    return std::uint64_t{round_} << 32 | hash;
   }
-  [[nodiscard]] bool IsFree(std::uint64_t mark) const noexcept {
-    return mark >> 32 != (round_ & 0xFFFFFFFF);
-  }
+  [[nodiscard]] bool IsFree(std::uint64_t mark) const noexcept { return mark >> 32 != round_; }
   [[nodiscard]] std::size_t SlotOf(std::uint32_t hash) const noexcept {
     const std::size_t mask = slots_.size() - 1;
     std::size_t slot = HashNumber(hash) & mask;
@@ -40,11 +45,16 @@ class MarkSet {
 
   std::vector<std::uint64_t> slots_;  // a power of two in number, at most half of them in use
   std::size_t size_ = 0;
-  std::uint64_t round_ = 1;  // the low 32 bits stand in every mark
+  std::uint32_t round_ = 1;  // stands in every mark; never 0
 };
 
 class DuplicateEgress {
  public:
+  using Clock = std::chrono::steady_clock;
+
+  explicit DuplicateEgress(Clock::time_point last_report = Clock::now())
+      : last_report_(last_report) {}
+
   // StartSet begins a data set.
   void StartSet() noexcept {
     count_ = 0;
@@ -69,11 +79,9 @@ class DuplicateEgress {
   [[nodiscard]] static std::uint32_t Hash(const char* session_key) noexcept;
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   std::uint32_t count_ = 0;  // in the current data set
   MarkSet ingress_;          // its ingress flows
-  Clock::time_point last_report_ = Clock::now();
+  Clock::time_point last_report_;
 };
 
 }  // namespace flow

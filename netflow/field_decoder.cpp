@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstring>
 
+#include "netflow/field_places.h"
 #include "util/address_text.h"
 #include "util/bytes.h"
 
@@ -17,9 +18,54 @@ constexpr std::size_t kVendorUserIdLength = 64;
 // Some firewalls tell how a flow ended but no TCP flags; SYN and RST close the flow.
 constexpr std::uint8_t kFlagsOfEndedFlow = 0x06;
 
+// Stores a number at the place of a member of that type.
 template <class To>
-void Store(std::uint64_t value, To* to) noexcept {
-  *to = static_cast<To>(value);
+void StoreAs(std::uint64_t value, std::uint8_t* target) noexcept {
+  const auto number = static_cast<To>(value);
+  std::memcpy(target, &number, sizeof(number));
+}
+
+template <std::size_t N>
+bool StoreBytes(const std::uint8_t* value, std::size_t length, std::uint8_t* target) noexcept {
+  if (length != N) return false;
+  std::memcpy(target, value, N);
+  return true;
+}
+
+// StoreField is false when the field stores nothing.
+bool StoreField(FieldKind kind, const std::uint8_t* value, std::size_t length,
+                std::uint8_t* target) noexcept {
+  const std::uint64_t number = GetVarInt(length, value);
+  switch (kind) {
+    case FieldKind::kOther:
+      return false;
+    case FieldKind::kNumber8:
+      StoreAs<std::uint8_t>(number, target);
+      return true;
+    case FieldKind::kNumber16:
+      StoreAs<std::uint16_t>(number, target);
+      return true;
+    case FieldKind::kNumber32:
+      StoreAs<std::uint32_t>(number, target);
+      return true;
+    case FieldKind::kNumber64:
+      StoreAs<std::uint64_t>(number, target);
+      return true;
+    case FieldKind::kLow32:
+      StoreAs<std::uint64_t>(static_cast<std::uint32_t>(number), target);
+      return true;
+    case FieldKind::kSeconds:
+      StoreAs<std::uint32_t>(number * 1000, target);
+      return true;
+    case FieldKind::kMilliseconds:
+      StoreAs<std::uint32_t>(number / 1000, target);
+      return true;
+    case FieldKind::kBytes6:
+      return StoreBytes<6>(value, length, target);
+    case FieldKind::kBytes16:
+      return StoreBytes<16>(value, length, target);
+  }
+  return false;
 }
 
 // Copies a text up to its first NUL, cut to the most characters that the field keeps.
@@ -46,41 +92,47 @@ bool IsPrintable(const std::uint8_t* value, std::size_t length) noexcept {
 }  // namespace
 
 void FieldDecoder::Start(std::uint32_t exporter_address, DecodedRecord* out) const noexcept {
-  std::memset(out, 0, sizeof(*out));
-  out->record.exporter_addr = exporter_address;
-  out->record.ip_version = 4;
-  context_->AppTagText.Clear();
-  context_->VrfTagText.Clear();
-  texts_->AppNameText.Clear();
-  texts_->AppDescText.Clear();
+  nf9_record& record = out->record;
+  ClearBytes<offsetof(nf9_record, vendor_text32)>(&record);
+  record.vendor_text32[0] = '\0';
+  record.vendor_text64[0] = '\0';
+  record.if_name[0] = '\0';
+  record.if_desc[0] = '\0';
+  record.exporter_addr = exporter_address;
+  record.ip_version = 4;
+  out->presence = 0;
+  RecordContext& context = *context_;
+  context.AppTagText.Clear();
+  context.VrfTagText.Clear();
+  ApplicationTexts& texts = *texts_;
+  texts.AppNameText.Clear();
+  texts.AppDescText.Clear();
 }
 
 void FieldDecoder::DecodeField(Decode decode, const std::uint8_t* value, std::size_t length,
                                bool is_variable, const DecodeSwitches& switches,
                                DecodedRecord* out) const {
-  nf9_record& r = out->record;
+  const FieldPlace& place = PlaceOf(decode);
+  auto* const target = reinterpret_cast<std::uint8_t*>(&out->record) + place.offset;
+  if (StoreField(place.kind, value, length, target)) {
+    out->presence |= place.presence;
+  } else if (place.kind == FieldKind::kOther) {
+    DecodeOther(decode, value, length, is_variable, switches, &out->record);
+  }
+}
+
+void FieldDecoder::DecodeOther(Decode decode, const std::uint8_t* value, std::size_t length,
+                               bool is_variable, const DecodeSwitches& switches,
+                               nf9_record* record) const {
+  nf9_record& r = *record;
   const std::uint64_t number = GetVarInt(length, value);
   const auto low = static_cast<std::uint32_t>(number);
   switch (decode) {
-    case Decode::kSkip:
-      return;
-    case Decode::kBytes:
-      r.bytes = low;
-      return;
-    case Decode::kPackets:
-      r.packets = low;
-      return;
     case Decode::kOutBytes:
       if (!switches.ignore_out_counts) r.rev_bytes = number;
       return;
     case Decode::kOutPackets:
       if (!switches.ignore_out_counts) r.rev_packets = number;
-      return;
-    case Decode::kReverseBytes:
-      r.rev_bytes = number;
-      return;
-    case Decode::kReversePackets:
-      r.rev_packets = number;
       return;
     case Decode::kForwardDeltaBytes:
       r.rev_bytes = std::max(static_cast<std::uint32_t>(r.rev_bytes), low);
@@ -88,86 +140,19 @@ void FieldDecoder::DecodeField(Decode decode, const std::uint8_t* value, std::si
     case Decode::kReverseDeltaBytes:
       r.bytes = std::max(static_cast<std::uint32_t>(r.bytes), low);
       return;
-    case Decode::kProtocol:
-      return Store(number, &r.protocol);
-    case Decode::kTcpFlags:
-      return Store(number, &r.tcp_flags);
     case Decode::kFlowEndReason:
       r.tcp_flags = kFlagsOfEndedFlow;
       return;
-    case Decode::kSourcePort:
-      out->presence |= kSourcePortSeen;
-      return Store(number, &r.src_port);
-    case Decode::kDestinationPort:
-      out->presence |= kDestinationPortSeen;
-      return Store(number, &r.dst_port);
-    case Decode::kSourceAddress:
-      out->presence |= kSourceAddressSeen;
-      return Store(number, &r.src_addr);
-    case Decode::kDestinationAddress:
-      out->presence |= kDestinationAddressSeen;
-      return Store(number, &r.dst_addr);
     case Decode::kPostNatSourceAddress:
       if (switches.use_post_nat_addresses) r.src_addr = low;
       return;
     case Decode::kPostNatDestinationAddress:
       if (switches.use_post_nat_addresses) r.dst_addr = low;
       return;
-    case Decode::kSourceMask:
-      return Store(number, &r.src_mask);
-    case Decode::kDestinationMask:
-      return Store(number, &r.dst_mask);
-    case Decode::kInputInterface:
-      out->presence |= kInputInterfaceSeen;
-      return Store(number, &r.in_ifindex);
-    case Decode::kOutputInterface:
-      out->presence |= kOutputInterfaceSeen;
-      return Store(number, &r.out_ifindex);
-    case Decode::kNextHop:
-      return Store(number, &r.ip_nexthop);
-    case Decode::kBgpNextHop:
-      return Store(number, &r.bgp_nexthop);
-    case Decode::kSourceAs:
-      return Store(number, &r.src_as);
-    case Decode::kDestinationAs:
-      return Store(number, &r.dst_as);
     case Decode::kFirstSwitched:
       context_->FirstSwitchedSeen = 22;
-      return Store(number, &r.first);
-    case Decode::kLastSwitched:
-      return Store(number, &r.last);
-    case Decode::kStartSeconds:
-      return Store(number * 1000, &r.first);
-    case Decode::kEndSeconds:
-      return Store(number * 1000, &r.last);
-    case Decode::kStartMilliseconds:
-      return Store(number / 1000, &r.first);
-    case Decode::kEndMilliseconds:
-      return Store(number / 1000, &r.last);
-    case Decode::kSourceAddress6:
-      if (length != sizeof(r.src_addr6)) return;
-      out->presence |= kIpv6AddressSeen | kSourceAddressSeen;
-      std::memcpy(r.src_addr6, value, sizeof(r.src_addr6));
+      r.first = low;
       return;
-    case Decode::kDestinationAddress6:
-      if (length != sizeof(r.dst_addr6)) return;
-      out->presence |= kIpv6AddressSeen | kDestinationAddressSeen;
-      std::memcpy(r.dst_addr6, value, sizeof(r.dst_addr6));
-      return;
-    case Decode::kSourceMac:
-      if (length == sizeof(r.src_mac)) std::memcpy(r.src_mac, value, sizeof(r.src_mac));
-      return;
-    case Decode::kDestinationMac:
-      if (length == sizeof(r.dst_mac)) std::memcpy(r.dst_mac, value, sizeof(r.dst_mac));
-      return;
-    case Decode::kSourceVlan:
-      return Store(number, &r.src_vlan);
-    case Decode::kDestinationVlan:
-      return Store(number, &r.dst_vlan);
-    case Decode::kIpVersion:
-      return Store(number, &r.ip_version);
-    case Decode::kDirection:
-      return Store(number, &r.direction);
     case Decode::kInterfaceName:
       return StoreText(value, length, 127, r.if_name);
     case Decode::kInterfaceDescription:
@@ -186,8 +171,6 @@ void FieldDecoder::DecodeField(Decode decode, const std::uint8_t* value, std::si
     }
     case Decode::kSamplingRate:
       return rates_->OnSamplingRate(r.exporter_addr, low);
-    case Decode::kEnterpriseNumber:
-      return Store(number, &r.enterprise_id);
     case Decode::kVendorAppId:
       if (r.enterprise_id == kVendorEnterprise && length == kVendorAppIdLength) {
         StoreText(value, length, 31, r.vendor_text32);
@@ -202,6 +185,36 @@ void FieldDecoder::DecodeField(Decode decode, const std::uint8_t* value, std::si
     case Decode::kVariableText:
       if (is_variable) StoreText(value, length, 63, r.vendor_text64);
       return;
+    default:  // skipped
+      return;
+  }
+}
+
+void FieldDecoder::DecodeByPlan(const RecordPlan& plan, const std::uint8_t* record,
+                                const DecodeSwitches& switches, DecodedRecord* out) const {
+  out->presence |= plan.Presence();
+  auto* const target = reinterpret_cast<std::uint8_t*>(&out->record);
+  const RecordPlan::Step* const steps = plan.Steps().data();
+  std::uint32_t i = 0;
+  const auto each = [&](Move kind, auto move) {
+    for (; i < plan.End(kind); ++i) move(record + steps[i].offset, target + steps[i].target);
+  };
+  each(Move::k8To8, [](auto* from, auto* to) { *to = *from; });
+  each(Move::k16To16, [](auto* from, auto* to) { StoreAs<std::uint16_t>(LoadBe16(from), to); });
+  each(Move::k16To32, [](auto* from, auto* to) { StoreAs<std::uint32_t>(LoadBe16(from), to); });
+  each(Move::k32To32, [](auto* from, auto* to) { StoreAs<std::uint32_t>(LoadBe32(from), to); });
+  each(Move::k32To64, [](auto* from, auto* to) { StoreAs<std::uint64_t>(LoadBe32(from), to); });
+  each(Move::k64To64, [](auto* from, auto* to) { StoreAs<std::uint64_t>(LoadBe64(from), to); });
+  each(Move::k64ToLow32,
+       [](auto* from, auto* to) { StoreAs<std::uint64_t>(LoadBe32(from + 4), to); });
+  each(Move::k32Seconds,
+       [](auto* from, auto* to) { StoreAs<std::uint32_t>(LoadBe32(from) * 1000U, to); });
+  each(Move::k64Milliseconds,
+       [](auto* from, auto* to) { StoreAs<std::uint32_t>(LoadBe64(from) / 1000, to); });
+  each(Move::kBytes6, [](auto* from, auto* to) { std::memcpy(to, from, 6); });
+  each(Move::kBytes16, [](auto* from, auto* to) { std::memcpy(to, from, 16); });
+  for (; i < plan.End(Move::kDecode); ++i) {
+    DecodeField(steps[i].decode, record + steps[i].offset, steps[i].length, false, switches, out);
   }
 }
 

@@ -7,6 +7,7 @@
 #include "metering/record_context.h"
 #include "netflow/data_record.h"
 #include "netflow/elements.h"
+#include "netflow/record_plan.h"
 
 namespace flow {
 
@@ -54,8 +55,8 @@ class FieldDecoder {
   FieldDecoder(RecordContext* context, ApplicationTexts* texts, SamplingRateListener* rates)
       : context_(context), texts_(texts), rates_(rates) {}
 
-  // Start begins a record: everything empty but the exporter's address (host byte order) and the IP
-  // version 4.
+  // Start begins a record: everything is 0 and every text empty but the exporter's address (host
+  // byte order) and the IP version 4.
   void Start(std::uint32_t exporter_address, DecodedRecord* out) const noexcept;
 
   // DecodeField stores the value of one field, `length` bytes at `value`, which the caller has
@@ -63,7 +64,14 @@ class FieldDecoder {
   void DecodeField(Decode decode, const std::uint8_t* value, std::size_t length, bool is_variable,
                    const DecodeSwitches& switches, DecodedRecord* out) const;
 
+  // DecodeByPlan stores all values of a record as DecodeField would field by field. The caller has
+  // checked that the whole record is there. Not inlined: its loops need all registers.
+  [[gnu::noinline]] void DecodeByPlan(const RecordPlan& plan, const std::uint8_t* record,
+                                      const DecodeSwitches& switches, DecodedRecord* out) const;
+
  private:
+  void DecodeOther(Decode decode, const std::uint8_t* value, std::size_t length, bool is_variable,
+                   const DecodeSwitches& switches, nf9_record* record) const;
   void DecodeApplicationId(const std::uint8_t* value, std::size_t length) const;
 
   RecordContext* context_;

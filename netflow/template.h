@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "netflow/elements.h"
+#include "netflow/record_plan.h"
 
 // One field specifier, in template order.
 struct nf9_field_t {
@@ -16,13 +17,6 @@ namespace flow {
 
 class Template {
  public:
-  // A field that is decoded, where every record has it.
-  struct Step {
-    std::uint16_t offset;
-    std::uint16_t length;
-    Decode decode;
-  };
-
   Template() = default;
   explicit Template(std::vector<nf9_field_t> fields);
 
@@ -32,10 +26,10 @@ class Template {
   [[nodiscard]] Decode DecodeOfField(std::size_t i) const noexcept { return decodes_[i]; }
 
   // HasPlan tells whether all records have one length, and no more than fits a set: then a record
-  // of RecordLength bytes is decoded by Steps alone.
+  // of RecordLength bytes is decoded by the plan alone.
   [[nodiscard]] bool HasPlan() const noexcept { return has_plan_; }
   [[nodiscard]] std::uint32_t RecordLength() const noexcept { return record_length_; }
-  [[nodiscard]] const std::vector<Step>& Steps() const noexcept { return steps_; }
+  [[nodiscard]] const RecordPlan& Plan() const noexcept { return plan_; }
 
   // CarriesDirection tells whether its records say if they are ingress or egress.
   [[nodiscard]] bool CarriesDirection() const noexcept { return carries_direction_; }
@@ -43,7 +37,7 @@ class Template {
  private:
   std::vector<nf9_field_t> fields_;
   std::vector<Decode> decodes_;
-  std::vector<Step> steps_;
+  RecordPlan plan_;
   std::uint32_t record_length_ = 0;
   bool has_plan_ = false;
   bool carries_direction_ = false;

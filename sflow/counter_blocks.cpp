@@ -95,12 +95,11 @@ constexpr Step kCounterBlockVersions[] = {NoFurtherCounters,      readCounters_e
 }  // namespace
 
 bool readCountersSample(_SFSample* sample, bool expanded) {
-  std::uint32_t length = 0;
-  if (!GetWord(sample, &length)) return false;
-  const std::uint8_t* const start = sample->cursor.Position();
   const std::uint8_t* fixed = nullptr;
-  if (!TakeWords(sample, expanded ? 4 : 3, &fixed)) return false;
+  if (!TakeWords(sample, expanded ? 5 : 4, &fixed)) return false;
   SFWords words(fixed);
+  const std::uint32_t length = words.Next();
+  const std::uint8_t* const start = words.Position();
   sample->sampleSequenceNo = words.Next();
   ReadSource(sample, &words, expanded);
   const std::uint32_t blocks = words.Next();

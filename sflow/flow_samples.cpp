@@ -73,12 +73,11 @@ bool ReadPacketDataV2V4(_SFSample* sample) {
 }  // namespace
 
 bool readFlowSample(_SFSample* sample, bool expanded) {
-  std::uint32_t length = 0;
-  if (!GetWord(sample, &length)) return false;
-  const std::uint8_t* const start = sample->cursor.Position();
   const std::uint8_t* fixed = nullptr;
-  if (!TakeWords(sample, expanded ? 11 : 8, &fixed)) return false;
+  if (!TakeWords(sample, expanded ? 12 : 9, &fixed)) return false;
   SFWords words(fixed);
+  const std::uint32_t length = words.Next();
+  const std::uint8_t* const start = words.Position();
   sample->sampleSequenceNo = words.Next();
   ReadSource(sample, &words, expanded);
   sample->meanSkipCount = words.Next();

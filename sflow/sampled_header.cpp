@@ -3,8 +3,7 @@
 // An agent cuts the header where it likes. Every decoder looks at the bytes that are there and
 // leaves the fields of what was cut as they were.
 
-#include <cstdio>
-
+#include "sflow/diagnostics.h"
 #include "sflow/sflow_steps.h"
 
 namespace {
@@ -247,6 +246,10 @@ bool readFlowSample_header(_SFSample* sample) {
   }
   // Token ring, FDDI, frame relay and the like go by undecoded.
   if (sample->headerProtocol != 0 && sample->headerProtocol <= kHeaderLast) return true;
-  std::fprintf(stderr, "undefined headerProtocol = %d\n", static_cast<int>(sample->headerProtocol));
+  SFDiagnostic()
+      .Text("undefined headerProtocol = ")
+      .Number(sample->headerProtocol)
+      .Text("\n")
+      .Write();
   return GiveUp(sample, SFExit::kUndefinedHeader);
 }

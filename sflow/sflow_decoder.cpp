@@ -1,8 +1,7 @@
 #include "sflow/sflow_decoder.h"
 
 #include <algorithm>
-#include <cstdio>
-
+#include "sflow/diagnostics.h"
 #include "sflow/sflow_steps.h"
 
 bool skipBytes(_SFSample* sample, std::uint32_t length) {
@@ -36,12 +35,15 @@ bool getString(_SFSample* sample, char* buffer, std::size_t size, std::uint32_t*
 
 bool SkipString(_SFSample* sample) { return skipTLVRecord(sample); }
 
-bool lengthCheck(_SFSample* sample, const char* name, const std::uint8_t* start,
-                 std::uint32_t length) {
-  const auto found = static_cast<std::uint64_t>(sample->cursor.Position() - start);
-  if (found == Padded(length)) return true;
-  std::fprintf(stderr, "%s length error (expected %d, found %d)\n", name, static_cast<int>(length),
-               static_cast<int>(found));
+bool ReportLength(_SFSample* sample, const char* name, std::uint32_t length, std::uint64_t found) {
+  SFDiagnostic()
+      .Text(name)
+      .Text(" length error (expected ")
+      .Number(length)
+      .Text(", found ")
+      .Number(static_cast<std::uint32_t>(found))
+      .Text(")\n")
+      .Write();
   return GiveUp(sample, SFExit::kLengthError);
 }
 
@@ -91,8 +93,13 @@ bool readSFlowDatagram(void* context, SFlowCallback callback, _SFSample* sample)
   const bool has_lengths = sample->datagramVersion == 5;
   for (std::uint32_t i = 0; i < sample_count; ++i) {
     if (sample->cursor.Remaining() == 0) {
-      std::fprintf(stderr, "unexpected end of datagram after sample %d of %d\n",
-                   static_cast<int>(i), static_cast<int>(sample_count));
+      SFDiagnostic()
+          .Text("unexpected end of datagram after sample ")
+          .Number(i)
+          .Text(" of ")
+          .Number(sample_count)
+          .Text("\n")
+          .Write();
       return GiveUp(sample, SFExit::kEndOfDatagram);
     }
     if (!GetWord(sample, &sample->sampleType)) return false;

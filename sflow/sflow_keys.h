@@ -1,7 +1,7 @@
 // Keys that the sFlow meter writes in a form of its own. All numbers are in host byte order.
 #pragma once
 
-#include "metering/counter_keys.h"
+#include "metering/session_keys.h"
 
 namespace flow {
 

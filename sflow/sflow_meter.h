@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "config/home_networks.h"
-#include "metering/counter_keys.h"
+#include "metering/session_keys.h"
 #include "plugin/arbo_object.h"
 #include "plugin/plugin_interfaces.h"
 #include "sflow/sf_sample.h"

@@ -247,16 +247,16 @@ const char* CPISFlowMeter::MakeSessionKey_Bi(const Packet& packet) {
 
 const char* CPISFlowMeter::MakeSessionKey(const Packet& packet, bool source_first) {
   const _SFSample& sample = packet.sample;
-  SessionSide source = {packet.source_key, static_cast<std::uint16_t>(sample.srcPort),
+  SessionSide source = {packet.source_key.text, static_cast<std::uint16_t>(sample.srcPort),
                         sample.inputPort};
-  SessionSide destination = {packet.destination_key, static_cast<std::uint16_t>(sample.dstPort),
-                             sample.outputPort};
+  SessionSide destination = {packet.destination_key.text,
+                             static_cast<std::uint16_t>(sample.dstPort), sample.outputPort};
   MergeServicePorts({policy_.fMergeHTTP, policy_.fMergeHTTPS, policy_.fMergeDNS}, &source.port,
                     &destination.port);
   const SessionSide& first = source_first ? source : destination;
   const SessionSide& second = source_first ? destination : source;
-  char* const end =
-      PutSessionSides(static_cast<std::uint8_t>(sample.IPProtocol), first, second, key_);
+  char* const end = PutSessionSides<Ipv4Session>(static_cast<std::uint8_t>(sample.IPProtocol),
+                                                 first, second, key_);
   if (policy_.fMergeMultipleSources) {
     WriteText(kMergedExporterPart, end);
   } else {

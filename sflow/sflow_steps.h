@@ -71,7 +71,10 @@ class SFWords {
 }
 
 [[nodiscard]] inline bool GetWord(_SFSample* sample, std::uint32_t* out) noexcept {
-  return sample->cursor.TakeBe32(out) || GiveUp(sample, SFExit::kEndOfDatagram);
+  const std::uint8_t* word = nullptr;
+  if (!TakeWords(sample, 1, &word)) return false;
+  *out = LoadBe32(word);
+  return true;
 }
 
 [[nodiscard]] inline bool SkipWords(_SFSample* sample, std::uint32_t count) noexcept {
@@ -120,8 +123,13 @@ inline void ReadSource(_SFSample* sample, SFWords* words, bool expanded) noexcep
 
 // lengthCheck compares the bytes taken since start with an announced length, its padding added.
 // A difference is reported on standard error and gives the datagram up.
-[[nodiscard]] bool lengthCheck(_SFSample* sample, const char* name, const std::uint8_t* start,
-                               std::uint32_t length);
+[[nodiscard]] bool ReportLength(_SFSample* sample, const char* name, std::uint32_t length,
+                                std::uint64_t found);
+[[nodiscard]] inline bool lengthCheck(_SFSample* sample, const char* name,
+                                      const std::uint8_t* start, std::uint32_t length) {
+  const auto found = static_cast<std::uint64_t>(sample->cursor.Position() - start);
+  return found == Padded(length) || ReportLength(sample, name, length, found);
+}
 
 // Samples. expanded is the version 5 form that gives interface numbers a word of their own.
 [[nodiscard]] bool readFlowSample(_SFSample* sample, bool expanded);

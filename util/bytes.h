@@ -5,6 +5,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 
 // LoadBeN reads a big-endian number of N bits. The caller has checked that N / 8 bytes are there.
@@ -35,21 +36,45 @@
   }
 }
 
+// BigEndian is a number whose bytes in memory are those of v on the wire. (Stores byte by byte are
+// not merged where several fields are set in a row.)
+[[nodiscard]] constexpr std::uint16_t BigEndian(std::uint16_t v) noexcept {
+  return std::endian::native == std::endian::little ? __builtin_bswap16(v) : v;
+}
+[[nodiscard]] constexpr std::uint32_t BigEndian(std::uint32_t v) noexcept {
+  return std::endian::native == std::endian::little ? __builtin_bswap32(v) : v;
+}
+[[nodiscard]] constexpr std::uint64_t BigEndian(std::uint64_t v) noexcept {
+  return std::endian::native == std::endian::little ? __builtin_bswap64(v) : v;
+}
+
+// ClearBytes sets N bytes to 0 in plain stores. (A memset of a few hundred bytes becomes a string
+// instruction, which is slow to start.)
+template <std::size_t N>
+void ClearBytes(void* bytes) noexcept {
+  constexpr std::size_t kAtOnce = 64;
+  if constexpr (N > kAtOnce) {
+    std::memset(bytes, 0, kAtOnce);
+    ClearBytes<N - kAtOnce>(static_cast<std::uint8_t*>(bytes) + kAtOnce);
+  } else {
+    std::memset(bytes, 0, N);
+  }
+}
+
 // A number as it stands on the wire, network byte order, alignment 1. There is no conversion but
 // ToHost and FromHost, so that a forgotten swap does not compile.
 struct be16 {
   std::uint8_t bytes[2];
   [[nodiscard]] constexpr std::uint16_t ToHost() const noexcept { return LoadBe16(bytes); }
   [[nodiscard]] static constexpr be16 FromHost(std::uint16_t v) noexcept {
-    return {{static_cast<std::uint8_t>(v >> 8), static_cast<std::uint8_t>(v)}};
+    return std::bit_cast<be16>(BigEndian(v));
   }
 };
 struct be32 {
   std::uint8_t bytes[4];
   [[nodiscard]] constexpr std::uint32_t ToHost() const noexcept { return LoadBe32(bytes); }
   [[nodiscard]] static constexpr be32 FromHost(std::uint32_t v) noexcept {
-    return {{static_cast<std::uint8_t>(v >> 24), static_cast<std::uint8_t>(v >> 16),
-             static_cast<std::uint8_t>(v >> 8), static_cast<std::uint8_t>(v)}};
+    return std::bit_cast<be32>(BigEndian(v));
   }
   // The four bytes as one number in the machine's order: a key that keeps the wire's byte order.
   [[nodiscard]] constexpr std::uint32_t AsStored() const noexcept {
