@@ -1,0 +1,48 @@
+// From a captured packet to a UDP datagram over IPv4, or the reason why it is none.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "host/capture/capture_reader.h"
+
+namespace flow::host {
+
+enum class PacketKind : std::uint8_t {
+  kUdp,
+  kTcp,
+  kIcmp,
+  kOtherProtocol,
+  kFragment,
+  kIpv6,
+  kArp,
+  kOtherEthertype,
+  kCutShort,
+  kMalformed,
+};
+inline constexpr std::size_t kPacketKinds = 10;
+
+// The kind as it reads after a number, as in "12 TCP".
+std::string_view KindText(PacketKind kind);
+
+// A UDP datagram; addresses and ports in host byte order.
+struct UdpPacket {
+  Timestamp time = 0;
+  std::span<const std::uint8_t> ip;  // the IPv4 packet, header first, without link-layer padding
+  std::size_t udp_offset = 0;        // of the UDP header within ip
+  std::size_t payload_length = 0;    // bytes behind the UDP header
+  std::uint32_t source = 0;
+  std::uint32_t destination = 0;
+  std::uint16_t source_port = 0;
+  std::uint16_t destination_port = 0;
+
+  [[nodiscard]] std::span<const std::uint8_t> Payload() const {
+    return ip.subspan(udp_offset + 8, payload_length);
+  }
+};
+
+// Dissect looks into a packet; *out is filled for kUdp alone and points into the packet.
+PacketKind Dissect(int link_type, const CapturedPacket& packet, UdpPacket* out);
+
+}  // namespace flow::host

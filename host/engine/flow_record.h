@@ -1,0 +1,33 @@
+// What the engine keeps of one flow.
+#pragma once
+
+#include <cstdint>
+#include <type_traits>
+
+#include "host/capture/timestamp.h"
+
+namespace flow::host {
+
+// A flow's row in its group's table: the meters stand first, where counter updates look for them.
+// All zero is a new flow. Tags and texts are numbers of interned texts, 0 for none.
+struct FlowRecord {
+  std::uint64_t meters[4];  // as the flow group describes them
+  std::uint64_t bytes[2];   // UpdateFlowVolume: one way, the other way
+  std::uint64_t packets[2];
+  std::int64_t first_ms;  // earliest start and latest end, milliseconds since 1970
+  std::int64_t last_ms;
+  std::uint32_t duration_ms;  // the longest told
+  std::uint32_t tag;
+  std::uint32_t text;
+  std::uint32_t closes;     // how often it was said to have ended
+  std::uint32_t updates;    // volumes and counters of records
+  std::uint32_t has_times;  // 1: the times are the exporter's; 0: when the engine was told of it
+};
+inline constexpr std::size_t kFlowWords = sizeof(FlowRecord) / sizeof(std::uint64_t);
+static_assert(sizeof(FlowRecord) % sizeof(std::uint64_t) == 0);
+static_assert(std::is_trivially_copyable_v<FlowRecord>);
+
+// MergeFlow adds another part of the same flow; its tag and text count as told later.
+void MergeFlow(const FlowRecord& part, FlowRecord* into);
+
+}  // namespace flow::host

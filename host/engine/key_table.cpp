@@ -1,0 +1,107 @@
+#include "host/engine/key_table.h"
+
+#include <algorithm>
+#include <new>
+#include <span>
+#include <utility>
+
+namespace flow::host {
+namespace {
+
+constexpr std::size_t kFirstSlots = 16;
+constexpr std::size_t kFirstBlock = 1024;
+constexpr std::size_t kMostBlocks = 1 << 14;
+
+}  // namespace
+
+KeyTable::KeyTable(std::size_t values)
+    : values_(values),
+      slot_count_(kFirstSlots),
+      index_(AllocateLarge(slot_count_ * sizeof(Slot))),
+      slots_(reinterpret_cast<Slot*>(index_.get())) {}
+
+const std::uint64_t* KeyTable::Find(std::string_view key) const {
+  key = key.substr(0, kLongestKey);
+  const Slot& slot = slots_[FindSlot(HashKey(key), key)];
+  return slot.row == 0 ? nullptr : ValuesOf(RowAt(slot.row), key.size());
+}
+
+std::size_t KeyTable::Memory() const {
+  std::size_t bytes = slot_count_ * sizeof(Slot);
+  for (const Block& block : blocks_) bytes += block.size;
+  return bytes;
+}
+
+std::size_t KeyTable::FindSlot(std::uint32_t hash, std::string_view key) const {
+  const std::size_t mask = slot_count_ - 1;
+  std::size_t at = hash & mask;
+  while (slots_[at].row != 0 &&
+         (slots_[at].hash != hash || !SameKey(KeyOf(RowAt(slots_[at].row)), key))) {
+    at = (at + 1) & mask;
+  }
+  return at;
+}
+
+void KeyTable::PrefetchRow(std::uint32_t hash) const {
+  const std::size_t mask = slot_count_ - 1;
+  for (std::size_t at = hash & mask; slots_[at].row != 0; at = (at + 1) & mask) {
+    if (slots_[at].hash != hash) continue;
+    const std::byte* const row = RowAt(slots_[at].row);
+    constexpr std::size_t kLine = 64;
+    constexpr std::size_t kLines = 3;  // a flow with its key
+    for (std::size_t line = 0; line < kLines; ++line) __builtin_prefetch(row + line * kLine, 1);
+    return;
+  }
+}
+
+std::uint64_t* KeyTable::FindOrAdd(std::string_view key, std::uint32_t hash) {
+  std::size_t at = FindSlot(hash, key);
+  if (slots_[at].row == 0) {
+    // At most two slots in three are taken, or searches grow long.
+    if ((size_ + 1) * 3 > slot_count_ * 2) {
+      Grow();
+      at = FindSlot(hash, key);
+    }
+    slots_[at] = {hash, AddRow(key)};
+    ++size_;
+  }
+  const std::byte* const row = RowAt(slots_[at].row);
+  last_key_ = KeyOf(row);
+  last_values_ = const_cast<std::uint64_t*>(ValuesOf(row, key.size()));
+  return last_values_;
+}
+
+std::uint32_t KeyTable::AddRow(std::string_view key) {
+  const std::size_t bytes = RowBytes(key.size());
+  if (blocks_.empty() || blocks_.back().size - blocks_.back().used < bytes) {
+    const std::size_t doubled = blocks_.empty() ? kFirstBlock : blocks_.back().size * 2;
+    const std::size_t size = std::max(std::min(doubled, kLargestBlock), bytes);
+    if (blocks_.size() == kMostBlocks) throw std::bad_alloc();  // 32 GiB; rows have no more numbers
+    blocks_.push_back({AllocateLarge(size), 0, size});
+  }
+  Block& block = blocks_.back();
+  std::byte* const row = block.bytes.get() + block.used;
+  const auto length = static_cast<std::uint32_t>(key.size());
+  std::memcpy(row, &length, sizeof(length));
+  std::memcpy(row + sizeof(length), key.data(), key.size());
+  const std::size_t place = (blocks_.size() - 1) << kBlockBits | block.used / 8;
+  block.used += bytes;
+  return static_cast<std::uint32_t>(place + 1);
+}
+
+void KeyTable::Grow() {
+  const std::size_t count = slot_count_ * 2;
+  LargeMemory memory = AllocateLarge(count * sizeof(Slot));
+  auto* const grown = reinterpret_cast<Slot*>(memory.get());
+  for (const Slot& slot : std::span(slots_, slot_count_)) {
+    if (slot.row == 0) continue;
+    std::size_t at = slot.hash & (count - 1);
+    while (grown[at].row != 0) at = (at + 1) & (count - 1);
+    grown[at] = slot;
+  }
+  slot_count_ = count;
+  index_ = std::move(memory);
+  slots_ = grown;
+}
+
+}  // namespace flow::host

@@ -1,0 +1,228 @@
+#include "host/engine/stats_engine.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace flow::host {
+namespace {
+
+std::string_view KeyText(int length, const char* key) {
+  return {key, static_cast<std::size_t>(std::max(length, 0))};
+}
+
+std::string_view TextOrEmpty(const char* text) { return text == nullptr ? "" : text; }
+
+std::int64_t Milliseconds(const TimePair& time) { return time.seconds * 1000 + time.milliseconds; }
+
+}  // namespace
+
+StatsEngine::StatsEngine(StatsStore& store, ChannelSink& channels)
+    : store_(store), channels_(channels) {}
+
+void StatsEngine::Update(const GUID& group, std::string_view key,
+                         std::span<const MeterValue> values) {
+  CounterGroup& counters = store_.Group(group);
+  std::array<Increment, UpdateQueue::kMostIncrements> increments;
+  std::size_t count = 0;
+  for (const MeterValue& value : values) {
+    const auto column = static_cast<std::size_t>(value.meter);
+    if (column < counters.columns) {
+      increments[count++] = {column, value.value};
+    } else {
+      ++store_.stray_updates;
+    }
+  }
+  if (count == 0) return;
+  const std::span known(increments.data(), count);
+  // A table that fits the caches needs no queue.
+  constexpr std::size_t kSmallTable = 1024;
+  std::uint64_t* row = counters.table.IfLast(key);
+  if (row == nullptr && key.size() <= UpdateQueue::kLongestKey &&
+      counters.table.size() > kSmallTable) {
+    queue_.AddIncrements(counters.table, key, known);
+    return;
+  }
+  if (row == nullptr) row = counters.table.FindOrAdd(key);
+  for (const Increment& increment : known) row[increment.column] += increment.value;
+}
+
+void StatsEngine::Flush() {
+  SendFlow();
+  queue_.Flush();
+}
+
+Status StatsEngine::UpdateCounter(const GUID& group, const char* key, int meter,
+                                  std::uint64_t value) {
+  const MeterValue values[] = {{meter, value}};
+  Update(group, key, values);
+  return kStatusOk;
+}
+
+Status StatsEngine::UpdateCounterKeyLen(const GUID& group, int keyLength, const char* key,
+                                        int meter, std::uint64_t value) {
+  const MeterValue values[] = {{meter, value}};
+  Update(group, KeyText(keyLength, key), values);
+  return kStatusOk;
+}
+
+Status StatsEngine::UpdateCounter2(const GUID& group, int keyLength, const char* key, int meter1,
+                                   std::uint64_t value1, int meter2, std::uint64_t value2) {
+  const MeterValue values[] = {{meter1, value1}, {meter2, value2}};
+  Update(group, KeyText(keyLength, key), values);
+  return kStatusOk;
+}
+
+Status StatsEngine::UpdateCounter3(const GUID& group, int keyLength, const char* key, int meter1,
+                                   std::uint64_t value1, int meter2, std::uint64_t value2,
+                                   int meter3, std::uint64_t value3) {
+  const MeterValue values[] = {{meter1, value1}, {meter2, value2}, {meter3, value3}};
+  Update(group, KeyText(keyLength, key), values);
+  return kStatusOk;
+}
+
+Status StatsEngine::UpdateCounterMulti(const GUID& group, int keyLength, const char* key, int count,
+                                       const int* meters, const std::uint64_t* values) {
+  constexpr int kMost = UpdateQueue::kMostIncrements;
+  for (int first = 0; first < count; first += kMost) {
+    const int part = std::min(count - first, kMost);
+    MeterValue pairs[kMost];
+    for (int i = 0; i < part; ++i) pairs[i] = {meters[first + i], values[first + i]};
+    Update(group, KeyText(keyLength, key), {pairs, static_cast<std::size_t>(part)});
+  }
+  return kStatusOk;
+}
+
+// The hash is ignored: it belongs to another host's tables.
+Status StatsEngine::UpdateCounterHashed2(const GUID& group, std::uint32_t /*keyHash*/,
+                                         const char* key, int meter1, std::uint64_t value1,
+                                         int meter2, std::uint64_t value2) {
+  const MeterValue values[] = {{meter1, value1}, {meter2, value2}};
+  Update(group, key, values);
+  return kStatusOk;
+}
+
+Status StatsEngine::SetKeyAttributes(const GUID& group, const char* key, const char* label,
+                                     const char* description) {
+  KeyNotes& notes = store_.Group(group).notes[key];
+  notes.label = TextOrEmpty(label);
+  notes.description = TextOrEmpty(description);
+  return kStatusOk;
+}
+
+Status StatsEngine::SetKeyProperty(const GUID& group, const char* key, const char* name,
+                                   const char* value) {
+  store_.Group(group).notes[key].properties.insert_or_assign(name, TextOrEmpty(value));
+  return kStatusOk;
+}
+
+// FlowOf gives what is being said about a flow; about another one than before, what was said so far
+// goes to the store.
+FlowRecord& StatsEngine::FlowOf(const char* key) {
+  if (has_flow_ && std::strcmp(key, flow_key_.c_str()) == 0) return flow_;
+  SendFlow();
+  flow_key_ = key;
+  flow_ = {};
+  has_flow_ = true;
+  return flow_;
+}
+
+void StatsEngine::SendFlow() {
+  if (!has_flow_) return;
+  has_flow_ = false;
+  KeyTable& table = store_.flow_group().table;
+  if (flow_key_.size() <= UpdateQueue::kLongestKey) {
+    queue_.AddFlow(table, flow_key_, flow_);
+  } else {
+    MergeFlow(flow_, &StatsStore::Flow(table.FindOrAdd(flow_key_)));
+  }
+}
+
+// TouchFlow is FlowOf for an update of a flow's volume or meters: it makes the flow a flow, with
+// the engine's time as long as the exporter has told none.
+FlowRecord& StatsEngine::TouchFlow(const char* key) {
+  FlowRecord& flow = FlowOf(key);
+  if (flow.has_times == 0) {
+    if (flow.updates == 0) flow.first_ms = now_ / 1000;
+    flow.last_ms = now_ / 1000;
+  }
+  ++flow.updates;
+  return flow;
+}
+
+Status StatsEngine::UpdateFlowCounter(const GUID& /*flowGroup*/, const char* flowKey, int meter,
+                                      std::uint64_t value) {
+  FlowRecord& flow = TouchFlow(flowKey);
+  const auto column = static_cast<std::size_t>(meter);
+  if (column < std::size(flow.meters)) {
+    flow.meters[column] += value;
+  } else {
+    ++store_.stray_updates;
+  }
+  return kStatusOk;
+}
+
+Status StatsEngine::UpdateFlowCounterWithText(const GUID& flowGroup, const char* flowKey, int meter,
+                                              std::uint64_t value, const char* text) {
+  UpdateFlowCounter(flowGroup, flowKey, meter, value);
+  FlowOf(flowKey).text = store_.Intern(TextOrEmpty(text));
+  return kStatusOk;
+}
+
+// Records of one flow come in any order, so its times grow to span all that was told.
+Status StatsEngine::SetFlowTimes(const GUID& /*flowGroup*/, const char* flowKey,
+                                 const TimePair* start, const TimePair* end) {
+  FlowRecord& flow = FlowOf(flowKey);
+  const std::int64_t first = Milliseconds(*start);
+  const std::int64_t last = Milliseconds(*end);
+  flow.first_ms = flow.has_times == 0 ? first : std::min(flow.first_ms, first);
+  flow.last_ms = flow.has_times == 0 ? last : std::max(flow.last_ms, last);
+  flow.has_times = 1;
+  return kStatusOk;
+}
+
+Status StatsEngine::SetFlowDuration(const GUID& /*flowGroup*/, const char* flowKey,
+                                    std::uint32_t milliseconds) {
+  FlowRecord& flow = FlowOf(flowKey);
+  flow.duration_ms = std::max(flow.duration_ms, milliseconds);
+  return kStatusOk;
+}
+
+Status StatsEngine::CloseFlow(const GUID& /*flowGroup*/, const char* flowKey) {
+  ++FlowOf(flowKey).closes;
+  return kStatusOk;
+}
+
+Status StatsEngine::GetCurrentTime(std::uint64_t* seconds) {
+  *seconds = static_cast<std::uint64_t>(now_ / kMicrosPerSecond);
+  return kStatusOk;
+}
+
+Status StatsEngine::MarkRecord() {
+  ++store_.records;
+  return kStatusOk;
+}
+
+Status StatsEngine::UpdateFlowVolume(const char* flowKey, std::uint64_t bytesOneWay,
+                                     std::uint64_t bytesOtherWay, std::uint64_t packetsOneWay,
+                                     std::uint64_t packetsOtherWay) {
+  FlowRecord& flow = TouchFlow(flowKey);
+  flow.bytes[0] += bytesOneWay;
+  flow.bytes[1] += bytesOtherWay;
+  flow.packets[0] += packetsOneWay;
+  flow.packets[1] += packetsOtherWay;
+  return kStatusOk;
+}
+
+Status StatsEngine::TagFlow(const GUID& /*flowGroup*/, const char* flowKey, const char* tag) {
+  FlowOf(flowKey).tag = store_.Intern(TextOrEmpty(tag));
+  return kStatusOk;
+}
+
+Status StatsEngine::PostChannelMessage(const GUID& channel, const IID& sender, std::uint32_t length,
+                                       void* data) {
+  channels_.Post(channel, sender, {static_cast<std::uint8_t*>(data), length});
+  return kStatusOk;
+}
+
+}  // namespace flow::host

@@ -1,0 +1,86 @@
+// The statistics engine: the host's side of every counter and flow update.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "host/capture/timestamp.h"
+#include "host/component/host_object.h"
+#include "host/engine/channel_sink.h"
+#include "host/engine/stats_store.h"
+#include "host/engine/update_queue.h"
+#include "plugin/host_interfaces.h"
+
+namespace flow::host {
+
+class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStatsEngine> {
+ public:
+  // The store and the sink outlive the engine.
+  StatsEngine(StatsStore& store, ChannelSink& channels);
+
+  // Flush brings everything into the store that was said so far; until then some of it may wait.
+  void Flush();
+
+  // SetTime is the clock: the time of the datagram that is about to be counted.
+  void SetTime(Timestamp now) { now_ = now; }
+
+  Status UpdateCounter(const GUID& group, const char* key, int meter, std::uint64_t value) override;
+  Status UpdateCounterKeyLen(const GUID& group, int keyLength, const char* key, int meter,
+                             std::uint64_t value) override;
+  Status UpdateCounter2(const GUID& group, int keyLength, const char* key, int meter1,
+                        std::uint64_t value1, int meter2, std::uint64_t value2) override;
+  Status UpdateCounter3(const GUID& group, int keyLength, const char* key, int meter1,
+                        std::uint64_t value1, int meter2, std::uint64_t value2, int meter3,
+                        std::uint64_t value3) override;
+  Status UpdateCounterMulti(const GUID& group, int keyLength, const char* key, int count,
+                            const int* meters, const std::uint64_t* values) override;
+  Status UpdateCounterHashed2(const GUID& group, std::uint32_t keyHash, const char* key, int meter1,
+                              std::uint64_t value1, int meter2, std::uint64_t value2) override;
+  Status SetKeyAttributes(const GUID& group, const char* key, const char* label,
+                          const char* description) override;
+  Status UpdateFlowCounter(const GUID& flowGroup, const char* flowKey, int meter,
+                           std::uint64_t value) override;
+  Status SetFlowTimes(const GUID& flowGroup, const char* flowKey, const TimePair* start,
+                      const TimePair* end) override;
+  Status SetFlowDuration(const GUID& flowGroup, const char* flowKey,
+                         std::uint32_t milliseconds) override;
+  Status CloseFlow(const GUID& flowGroup, const char* flowKey) override;
+  Status GetCurrentTime(std::uint64_t* seconds) override;
+  Status MarkRecord() override;
+  Status UpdateFlowVolume(const char* flowKey, std::uint64_t bytesOneWay,
+                          std::uint64_t bytesOtherWay, std::uint64_t packetsOneWay,
+                          std::uint64_t packetsOtherWay) override;
+  Status TagFlow(const GUID& flowGroup, const char* flowKey, const char* tag) override;
+  Status PostChannelMessage(const GUID& channel, const IID& sender, std::uint32_t length,
+                            void* data) override;
+  Status SetKeyProperty(const GUID& group, const char* key, const char* name,
+                        const char* value) override;
+  Status UpdateFlowCounterWithText(const GUID& flowGroup, const char* flowKey, int meter,
+                                   std::uint64_t value, const char* text) override;
+
+ private:
+  // A meter of a group and what it grows by.
+  struct MeterValue {
+    int meter;
+    std::uint64_t value;
+  };
+
+  // Update adds at most UpdateQueue::kMostIncrements values to a key.
+  void Update(const GUID& group, std::string_view key, std::span<const MeterValue> values);
+  FlowRecord& FlowOf(const char* key);
+  FlowRecord& TouchFlow(const char* key);
+  void SendFlow();
+
+  StatsStore& store_;
+  ChannelSink& channels_;
+  Timestamp now_ = 0;
+  UpdateQueue queue_;
+  // What the last calls said about one flow: all calls about a record name the same one, so that it
+  // is looked up once.
+  std::string flow_key_;
+  FlowRecord flow_{};
+  bool has_flow_ = false;
+};
+
+}  // namespace flow::host

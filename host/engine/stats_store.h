@@ -1,0 +1,95 @@
+// What the statistics engine has counted: a table of keys per group, flows, labels and properties.
+//
+// A store takes updates from one thread. Several stores can be merged into one.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/engine/flow_record.h"
+#include "host/engine/group_catalog.h"
+#include "host/engine/key_table.h"
+#include "host/engine/text_map.h"
+
+namespace flow::host {
+
+// What was said about a key beside its counts.
+struct KeyNotes {
+  std::string label;
+  std::string description;
+  std::map<std::string, std::string, std::less<>> properties;
+};
+
+// One counter group: its description and its keys.
+struct CounterGroup {
+  explicit CounterGroup(GroupInfo description);
+
+  GroupInfo info;
+  std::size_t columns;
+  KeyTable table;
+  TextMap<KeyNotes> notes;
+};
+
+class StatsStore {
+ public:
+  explicit StatsStore(const GroupCatalog& catalog);
+  StatsStore(const StatsStore&) = delete;
+  StatsStore& operator=(const StatsStore&) = delete;
+
+  // Group gives the group of an identifier; one that nobody described is added.
+  CounterGroup& Group(const GUID& guid) {
+    std::size_t at = SlotOf(guid);
+    while (index_[at].group != nullptr) {
+      if (index_[at].guid == guid) return *index_[at].group;
+      at = (at + 1) % kIndexSlots;
+    }
+    return AddGroup(UnknownGroup(guid));
+  }
+
+  // In the order of the catalog, unknown ones behind.
+  [[nodiscard]] const std::vector<std::unique_ptr<CounterGroup>>& groups() const { return groups_; }
+
+  CounterGroup& flow_group() { return *flow_group_; }
+  [[nodiscard]] const CounterGroup& flow_group() const { return *flow_group_; }
+
+  // The flow record in a row of the flow group.
+  static FlowRecord& Flow(std::uint64_t* values) { return *reinterpret_cast<FlowRecord*>(values); }
+  static const FlowRecord& Flow(const std::uint64_t* values) {
+    return *reinterpret_cast<const FlowRecord*>(values);
+  }
+
+  // Intern gives the number of a tag or text of flows, from 1; TextOf the other way, "" for 0.
+  std::uint32_t Intern(std::string_view text);
+  [[nodiscard]] std::string_view TextOf(std::uint32_t number) const;
+
+  // Merge adds everything that another store has counted.
+  void Merge(const StatsStore& other);
+
+  // Bytes of memory in the tables.
+  [[nodiscard]] std::size_t Memory() const;
+
+  std::uint64_t records = 0;        // MarkRecord
+  std::uint64_t stray_updates = 0;  // of meters that their group does not have; not counted
+
+ private:
+  struct IndexSlot {
+    GUID guid{};
+    CounterGroup* group = nullptr;
+  };
+  static constexpr std::size_t kIndexSlots = 256;  // at most half are taken
+
+  static std::size_t SlotOf(const GUID& guid) { return guid.Data1 * 0x9E3779B1U >> 24; }
+  CounterGroup& AddGroup(GroupInfo info);
+  void MergeFlows(const StatsStore& other);
+
+  std::vector<std::unique_ptr<CounterGroup>> groups_;
+  std::vector<IndexSlot> index_;
+  CounterGroup* flow_group_ = nullptr;
+  TextMap<std::uint32_t> text_numbers_;
+  std::vector<std::string> texts_;
+};
+
+}  // namespace flow::host

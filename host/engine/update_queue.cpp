@@ -1,0 +1,25 @@
+#include "host/engine/update_queue.h"
+
+#include "host/engine/stats_store.h"
+
+namespace flow::host {
+
+void UpdateQueue::Flush() {
+  // From the oldest on.
+  for (std::size_t i = 0; i < kEntries; ++i) Apply(entries_[(next_ + i) % kEntries]);
+}
+
+void UpdateQueue::Apply(Entry& entry) {
+  if (entry.table == nullptr) return;
+  std::uint64_t* const values = entry.table->FindOrAdd(entry.Key(), entry.hash);
+  if (entry.count == 0) {
+    MergeFlow(entry.part, &StatsStore::Flow(values));
+  } else {
+    for (std::size_t i = 0; i < entry.count; ++i) {
+      values[entry.increments[i].column] += entry.increments[i].value;
+    }
+  }
+  entry.table = nullptr;
+}
+
+}  // namespace flow::host

@@ -1,0 +1,90 @@
+// A short queue in front of large tables.
+//
+// An update of a table that no cache holds waits for memory twice: for the index and for the row.
+// In the queue it waits while others are being made: when it enters, its place in the index is
+// asked for; some updates later its row; and when it leaves, both are there. Updates are sums, so
+// their order does not matter.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <string_view>
+
+#include "host/engine/flow_record.h"
+#include "host/engine/key_table.h"
+
+namespace flow::host {
+
+// An addition to one value of a row.
+struct Increment {
+  std::size_t column;
+  std::uint64_t value;
+};
+
+class UpdateQueue {
+ public:
+  static constexpr std::size_t kLongestKey = 120;
+  static constexpr std::size_t kMostIncrements = 6;
+
+  // AddIncrements and AddFlow take an update. The key is at most kLongestKey long, there are at
+  // most kMostIncrements, and the table outlives the queue.
+  void AddIncrements(KeyTable& table, std::string_view key, std::span<const Increment> increments) {
+    Entry& entry = Enter(table, key);
+    entry.count = static_cast<std::uint16_t>(increments.size());
+    std::copy(increments.begin(), increments.end(), entry.increments);
+    Advance();
+  }
+  void AddFlow(KeyTable& table, std::string_view key, const FlowRecord& part) {
+    Entry& entry = Enter(table, key);
+    entry.count = 0;
+    entry.part = part;
+    Advance();
+  }
+
+  // Flush makes all updates that wait.
+  void Flush();
+
+ private:
+  // Large enough for memory to answer in, small enough for the first-level cache.
+  static constexpr std::size_t kEntries = 32;
+  static constexpr std::size_t kRowAfter = 12;    // updates between index and row
+  static constexpr std::size_t kApplyAfter = 24;  // updates between index and update
+
+  struct Entry {
+    KeyTable* table;  // null when it was made
+    std::uint32_t hash;
+    std::uint16_t key_length;
+    std::uint16_t count;  // of increments; 0 for a part of a flow
+    char key[kLongestKey];
+    union {
+      Increment increments[kMostIncrements];
+      FlowRecord part;
+    };
+
+    [[nodiscard]] std::string_view Key() const { return {key, key_length}; }
+  };
+
+  Entry& Enter(KeyTable& table, std::string_view key) {
+    Entry& entry = entries_[next_ % kEntries];
+    entry.table = &table;
+    entry.hash = HashKey(key);
+    entry.key_length = static_cast<std::uint16_t>(key.size());
+    std::memcpy(entry.key, key.data(), key.size());
+    table.PrefetchSlot(entry.hash);
+    return entry;
+  }
+  void Advance() {
+    const Entry& waits_for_row = entries_[(next_ - kRowAfter) % kEntries];
+    if (waits_for_row.table != nullptr) waits_for_row.table->PrefetchRow(waits_for_row.hash);
+    Apply(entries_[(next_ - kApplyAfter) % kEntries]);
+    ++next_;
+  }
+  static void Apply(Entry& entry);
+
+  std::array<Entry, kEntries> entries_{};
+  std::size_t next_ = kEntries;
+};
+
+}  // namespace flow::host

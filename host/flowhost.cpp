@@ -1,0 +1,39 @@
+#include "host/flowhost.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+
+#include "host/command_line.h"
+#include "host/error.h"
+#include "host/info_command.h"
+#include "host/replay_command.h"
+
+namespace flow::host {
+namespace {
+
+int Run(const ReplayOptions& options) { return RunReplay(options); }
+int Run(const InfoOptions& options) { return RunInfo(options); }
+
+int Tell(const std::exception& error, int status) {
+  std::fflush(stdout);
+  fmt::print(stderr, "flowhost: {}\n", error.what());
+  return status;
+}
+
+}  // namespace
+
+int RunFlowhost(int argc, const char* const* argv) {
+  try {
+    int status = kExitOk;
+    const std::optional<Command> command = ParseCommandLine(argc, argv, &status);
+    if (!command) return status;
+    return std::visit([](const auto& options) { return Run(options); }, *command);
+  } catch (const UsageError& error) {
+    return Tell(error, kExitUsage);
+  } catch (const std::exception& error) {
+    return Tell(error, kExitTrouble);
+  }
+}
+
+}  // namespace flow::host

@@ -1,0 +1,68 @@
+// What the host itself reads out of export datagrams and template messages: enough to say who sends
+// what, and which data cannot be decoded for want of a template.
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace flow::host {
+
+// The version of an export datagram.
+struct ExportVersion {
+  bool sflow = false;
+  std::uint32_t number = 0;
+
+  friend auto operator<=>(const ExportVersion&, const ExportVersion&) = default;
+
+  // "NetFlow v5", "IPFIX", "sFlow v5", "version 4242".
+  [[nodiscard]] std::string Text() const;
+
+  // Whether a meter decodes this version.
+  [[nodiscard]] bool IsKnown() const;
+
+  // Whether its data stands in sets that need a template.
+  [[nodiscard]] bool HasTemplates() const { return !sflow && (number == 9 || number == 10); }
+};
+
+// VersionOf reads the version: 16 bits in NetFlow and IPFIX, 32 bits below 65536 in sFlow.
+ExportVersion VersionOf(std::span<const std::uint8_t> datagram);
+
+// WithoutShim drops the 12-byte header that a forwarder puts in front, if there is one and it names
+// this exporter (host byte order): then the meter has taken it off as well.
+std::span<const std::uint8_t> WithoutShim(std::span<const std::uint8_t> datagram,
+                                          std::uint32_t exporter);
+
+// IsCutShort tells whether the datagram is shorter than its header says: more v1 or v5 records than
+// fit, or an IPFIX message length past the end.
+bool IsCutShort(std::span<const std::uint8_t> datagram);
+
+// A set of a v9 or IPFIX datagram, header included.
+struct ExportSet {
+  std::uint16_t id = 0;
+  std::span<const std::uint8_t> bytes;
+  bool holds_templates = false;  // templates or option templates
+  bool holds_data = false;
+};
+
+// ForEachSet walks over the sets of a v9 or IPFIX datagram as far as they are whole.
+void ForEachSet(std::span<const std::uint8_t> datagram,
+                const std::function<void(const ExportSet&)>& visit);
+
+// ForEachTemplate walks over the template ids that a template set defines. The set's id tells its
+// form: 0 and 1 are v9, 2 and 3 IPFIX; option template sets define one template.
+void ForEachTemplate(std::span<const std::uint8_t> set,
+                     const std::function<void(std::uint16_t id)>& visit);
+
+// A message of the template channel: whose template set, and the set.
+struct TemplateMessage {
+  std::uint32_t exporter = 0;  // host byte order
+  std::uint16_t port = 0;
+  std::span<const std::uint8_t> set;
+};
+std::optional<TemplateMessage> ParseTemplateMessage(std::span<const std::uint8_t> message);
+
+}  // namespace flow::host

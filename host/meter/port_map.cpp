@@ -1,0 +1,42 @@
+#include "host/meter/port_map.h"
+
+#include <absl/strings/match.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "host/error.h"
+
+namespace flow::host {
+namespace {
+
+constexpr std::size_t kPorts = 65536;
+
+const IID& ProtocolNamed(std::span<const ComponentDescription> components,
+                         const std::string& name) {
+  std::vector<std::string> names;
+  for (const ComponentDescription& component : components) {
+    if (!component.handler) continue;
+    if (absl::EqualsIgnoreCase(component.handler->name, name)) return component.handler->protocol;
+    names.push_back(component.handler->name);
+  }
+  throw UsageError(
+      fmt::format("--port: no protocol is named {}; there are {}", name, fmt::join(names, ", ")));
+}
+
+}  // namespace
+
+PortMap::PortMap(std::span<const ComponentDescription> components,
+                 std::span<const ExtraPort> extra_ports)
+    : protocols_(kPorts) {
+  for (const ComponentDescription& component : components) {
+    if (!component.handler) continue;
+    for (const std::uint16_t port : component.handler->ports) {
+      if (protocols_[port] == nullptr) protocols_[port] = &component.handler->protocol;
+    }
+  }
+  for (const ExtraPort& extra : extra_ports) {
+    protocols_[extra.port] = &ProtocolNamed(components, extra.protocol);
+  }
+}
+
+}  // namespace flow::host

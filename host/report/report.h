@@ -1,0 +1,58 @@
+// What a run has to report, and the choices of the user about it. All outputs are made from this.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/engine/stats_store.h"
+#include "host/meter/exporter_table.h"
+#include "host/meter/intake.h"
+
+namespace flow::host {
+
+struct CaptureResult {
+  std::string path;
+  std::uint64_t packets = 0;
+  std::string error;  // empty when it was read to its end
+};
+
+struct Report {
+  std::vector<CaptureResult> captures;
+  const IntakeCounts& intake;
+  const StatsStore& store;
+  std::vector<ExporterTable::Row> exporters;
+  double seconds = 0;  // that the run took
+};
+
+struct ReportOptions {
+  std::size_t top = 10;                // keys per group on the terminal
+  std::vector<std::string> group_ids;  // empty for all groups
+  bool raw_keys = false;
+  bool exact = false;  // bytes to the last digit rather than in units
+
+  [[nodiscard]] bool Wants(const GroupInfo& group) const;
+};
+
+// A key of a group with its values; both belong to the group.
+struct KeyRow {
+  std::string_view key;
+  const std::uint64_t* values = nullptr;
+  std::uint64_t rank = 0;  // what it is ranked by
+};
+
+// The largest keys of a group, and what all keys together have.
+struct Ranking {
+  std::vector<KeyRow> rows;                // largest first, equal ones by key
+  std::vector<std::uint64_t> column_sums;  // over all keys
+  std::uint64_t rank_sum = 0;
+};
+Ranking RankKeys(const CounterGroup& group, std::size_t top);
+
+// The sampling rate that was published for an exporter, or "".
+std::string SamplingRate(const StatsStore& store, std::uint32_t exporter);
+
+// How long a flow lasted, milliseconds.
+std::int64_t FlowDuration(const FlowRecord& flow);
+
+}  // namespace flow::host

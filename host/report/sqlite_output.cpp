@@ -1,0 +1,109 @@
+#include "host/report/sqlite_output.h"
+
+#include <fmt/format.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+
+#include "host/error.h"
+#include "host/report/sheets.h"
+
+namespace flow::host {
+namespace {
+
+struct CloseDatabase {
+  void operator()(sqlite3* database) const { sqlite3_close(database); }
+};
+struct EndStatement {
+  void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+};
+using Statement = std::unique_ptr<sqlite3_stmt, EndStatement>;
+
+std::string Identifier(const std::string& name) {
+  std::string quoted = "\"";
+  for (const char c : name) {
+    if (c == '"') quoted.push_back('"');
+    quoted.push_back(c);
+  }
+  return quoted + '"';
+}
+
+class Database final : public SheetSink {
+ public:
+  explicit Database(const std::string& path) : path_(path) {
+    sqlite3* opened = nullptr;
+    const int result = sqlite3_open(path.c_str(), &opened);
+    database_.reset(opened);
+    Check(result);
+    Execute("BEGIN IMMEDIATE");  // rolled back unless it is committed
+  }
+
+  void Commit() { Execute("COMMIT"); }
+
+  void Begin(const std::string& name, std::span<const SheetColumn> columns) override {
+    std::string definitions;
+    std::string places;
+    for (const SheetColumn& column : columns) {
+      definitions += fmt::format("{}{} {}", definitions.empty() ? "" : ", ",
+                                 Identifier(column.name), column.is_number ? "INTEGER" : "TEXT");
+      places += places.empty() ? "?" : ",?";
+    }
+    Execute(fmt::format("DROP TABLE IF EXISTS {}", Identifier(name)));
+    Execute(fmt::format("CREATE TABLE {} ({})", Identifier(name), definitions));
+    sqlite3_stmt* prepared = nullptr;
+    const std::string insert = fmt::format("INSERT INTO {} VALUES ({})", Identifier(name), places);
+    Check(sqlite3_prepare_v2(database_.get(), insert.c_str(), -1, &prepared, nullptr));
+    insert_.reset(prepared);
+  }
+
+  void Row(std::span<const Cell> cells) override {
+    int place = 0;
+    for (const Cell& cell : cells) {
+      ++place;
+      std::visit([&](const auto& value) { Bind(place, value); }, cell);
+    }
+    Check(sqlite3_step(insert_.get()));
+    Check(sqlite3_reset(insert_.get()));
+  }
+
+  void End() override { insert_.reset(); }
+
+ private:
+  void Bind(int place, std::uint64_t value) {
+    // The database has no larger integers.
+    constexpr std::uint64_t kLargest = std::numeric_limits<std::int64_t>::max();
+    Bind(place, static_cast<std::int64_t>(std::min(value, kLargest)));
+  }
+  void Bind(int place, std::int64_t value) {
+    Check(sqlite3_bind_int64(insert_.get(), place, value));
+  }
+  void Bind(int place, const std::string& value) {
+    Check(sqlite3_bind_text(insert_.get(), place, value.data(), static_cast<int>(value.size()),
+                            SQLITE_TRANSIENT));
+  }
+
+  void Execute(const std::string& sql) {
+    Check(sqlite3_exec(database_.get(), sql.c_str(), nullptr, nullptr, nullptr));
+  }
+  void Check(int result) const {
+    if (result == SQLITE_OK || result == SQLITE_DONE || result == SQLITE_ROW) return;
+    throw HostError(
+        fmt::format("database {} cannot be written: {}", path_, sqlite3_errmsg(database_.get())));
+  }
+
+  std::string path_;
+  std::unique_ptr<sqlite3, CloseDatabase> database_;
+  Statement insert_;
+};
+
+}  // namespace
+
+void WriteSqlite(const Report& report, const ReportOptions& options, const std::string& path) {
+  Database database(path);
+  WriteSheets(report, options, &database);
+  database.Commit();
+}
+
+}  // namespace flow::host
