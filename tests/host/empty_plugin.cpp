@@ -1,0 +1,4 @@
+// A shared library that is no plug-in.
+
+extern "C" int NothingToSeeHere();
+extern "C" int NothingToSeeHere() { return 0; }

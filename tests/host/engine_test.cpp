@@ -1,0 +1,227 @@
+// The statistics engine against simple sums.
+
+#include "host/engine/stats_engine.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <string>
+
+namespace flow::host {
+namespace {
+
+constexpr GUID kHosts = MakeGuid("4CD742B1-C1CA-4708-BE78-0FCA2EB01A86");
+constexpr GUID kUnknown = MakeGuid("12345678-0000-0000-0000-000000000000");
+
+class Messages final : public ChannelSink {
+ public:
+  void Post(const GUID&, const CLSID&, std::span<std::uint8_t> message) override {
+    bytes += message.size();
+  }
+  std::size_t bytes = 0;
+};
+
+// An engine with a store of its own.
+struct Host {
+  GroupCatalog catalog{{}};
+  StatsStore store{catalog};
+  Messages messages;
+  StatsEngine engine{store, messages};
+
+  std::uint64_t Value(const GUID& group, const std::string& key, int meter) {
+    engine.Flush();
+    const std::uint64_t* const values = store.Group(group).table.Find(key);
+    return values == nullptr ? 0 : values[meter];
+  }
+  const FlowRecord& Flow(const std::string& key) {
+    engine.Flush();
+    return StatsStore::Flow(store.flow_group().table.Find(key));
+  }
+};
+
+using Sums = std::map<std::string, std::array<std::uint64_t, 11>>;
+
+std::string RandomKey(std::mt19937* random, std::size_t keys) {
+  const std::size_t number = (*random)() % keys;
+  return std::to_string(number) + std::string(number % 130, 'k');
+}
+
+// Makes the same updates in the engine and in the sums, through every counter operation.
+void UpdateAtRandom(std::mt19937* random, IOmbrelStatsEngine* engine, Sums* sums) {
+  const std::string key = RandomKey(random, 20'000);
+  const int length = static_cast<int>(key.size());
+  const std::uint64_t value = (*random)();
+  auto& sum = (*sums)[key];
+  const int meters[] = {0, 1, 2, 3, 6, 7, 10};
+  const std::uint64_t values[] = {value, 1, 2, 3, 4, 5, 6};
+  switch ((*random)() % 6) {
+    case 0:
+      engine->UpdateCounter(kHosts, key.c_str(), 0, value);
+      sum[0] += value;
+      break;
+    case 1:
+      engine->UpdateCounterKeyLen(kHosts, length, key.c_str(), 1, value);
+      sum[1] += value;
+      break;
+    case 2:
+      engine->UpdateCounter2(kHosts, length, key.c_str(), 2, value, 3, 7);
+      sum[2] += value;
+      sum[3] += 7;
+      break;
+    case 3:
+      engine->UpdateCounter3(kHosts, length, key.c_str(), 0, 1, 0, 1, 10, value);
+      sum[0] += 2;
+      sum[10] += value;
+      break;
+    case 4:
+      engine->UpdateCounterHashed2(kHosts, 0xCE94BC07, key.c_str(), 6, value, 7, value);
+      sum[6] += value;
+      sum[7] += value;
+      break;
+    default:
+      engine->UpdateCounterMulti(kHosts, length, key.c_str(), 7, meters, values);
+      for (int i = 0; i < 7; ++i) sum[static_cast<std::size_t>(meters[i])] += values[i];
+  }
+}
+
+Sums SumsOf(const StatsStore& store, const GUID& group) {
+  Sums sums;
+  for (const auto& counters : store.groups()) {
+    if (!(counters->info.guid == group)) continue;
+    counters->table.ForEach([&](std::string_view key, const std::uint64_t* values) {
+      std::copy_n(values, counters->columns, sums[std::string(key)].begin());
+    });
+  }
+  return sums;
+}
+
+TEST(StatsEngine, SumsWhatItIsTold) {
+  std::mt19937 random(1);
+  Host host;
+  Sums expected;
+  for (int i = 0; i < 200'000; ++i) UpdateAtRandom(&random, &host.engine, &expected);
+  host.engine.Flush();
+  EXPECT_EQ(SumsOf(host.store, kHosts), expected);
+}
+
+TEST(StatsEngine, ShardsMergeIntoTheSameSums) {
+  std::mt19937 random(2);
+  Host a;
+  Host b;
+  Sums expected;
+  for (int i = 0; i < 50'000; ++i) {
+    UpdateAtRandom(&random, i % 3 == 0 ? &a.engine : &b.engine, &expected);
+  }
+  a.engine.UpdateCounter(kUnknown, "x", 2, 5);
+  a.engine.MarkRecord();
+  b.engine.MarkRecord();
+  a.engine.Flush();
+  b.engine.Flush();
+  StatsStore merged(a.catalog);
+  merged.Merge(a.store);
+  merged.Merge(b.store);
+  EXPECT_EQ(SumsOf(merged, kHosts), expected);
+  EXPECT_EQ(merged.Group(kUnknown).table.Find("x")[2], 5U);
+  EXPECT_EQ(merged.records, 2U);
+}
+
+TEST(StatsEngine, CountsUpdatesOfMetersThatAreNotThere) {
+  Host host;
+  host.engine.UpdateCounter2(kHosts, 1, "a", 11, 5, 0, 1);
+  host.engine.UpdateCounter(kHosts, "a", -1, 5);
+  host.engine.UpdateFlowCounter(kFlowGroup, "f", 4, 5);
+  EXPECT_EQ(host.Value(kHosts, "a", 0), 1U);
+  EXPECT_EQ(host.store.stray_updates, 3U);
+}
+
+TEST(StatsEngine, KeepsLabelsAndProperties) {
+  Host host;
+  host.engine.SetKeyAttributes(kHosts, "a", "old", nullptr);
+  host.engine.SetKeyAttributes(kHosts, "a", "label", "description");
+  host.engine.SetKeyProperty(kHosts, "a", "rate", "10");
+  host.engine.SetKeyProperty(kHosts, "a", "rate", "20");
+  const KeyNotes& notes = host.store.Group(kHosts).notes.at("a");
+  EXPECT_EQ(notes.label, "label");
+  EXPECT_EQ(notes.description, "description");
+  EXPECT_EQ(notes.properties.at("rate"), "20");
+}
+
+TEST(StatsEngine, TellsTheTimeOfTheDatagram) {
+  Host host;
+  host.engine.SetTime(1'700'000'000'999'999);
+  std::uint64_t seconds = 0;
+  host.engine.GetCurrentTime(&seconds);
+  EXPECT_EQ(seconds, 1'700'000'000U);
+}
+
+TEST(Flows, AddUpOverManyRecords) {
+  Host host;
+  const TimePair early{100, 500};
+  const TimePair middle{101, 0};
+  const TimePair late{102, 250};
+  for (const char* key : {"a", "b", "a", "a"}) {  // another flow in between
+    host.engine.UpdateFlowCounter(kFlowGroup, key, 0, 10);
+    host.engine.UpdateFlowCounter(kFlowGroup, key, 2, 1);
+    host.engine.UpdateFlowVolume(key, 10, 20, 1, 2);
+  }
+  host.engine.SetFlowTimes(kFlowGroup, "a", &middle, &late);
+  host.engine.SetFlowTimes(kFlowGroup, "b", &middle, &middle);
+  host.engine.SetFlowTimes(kFlowGroup, "a", &early, &middle);
+  host.engine.TagFlow(kFlowGroup, "a", "[dir]internal");
+  host.engine.UpdateFlowCounterWithText(kFlowGroup, "a", 1, 7, "some text");
+  host.engine.CloseFlow(kFlowGroup, "a");
+
+  const FlowRecord& flow = host.Flow("a");
+  EXPECT_EQ(flow.meters[0], 30U);
+  EXPECT_EQ(flow.meters[1], 7U);
+  EXPECT_EQ(flow.meters[2], 3U);
+  EXPECT_EQ(flow.bytes[0], 30U);
+  EXPECT_EQ(flow.bytes[1], 60U);
+  EXPECT_EQ(flow.packets[1], 6U);
+  EXPECT_EQ(flow.first_ms, 100'500);
+  EXPECT_EQ(flow.last_ms, 102'250);
+  EXPECT_EQ(flow.closes, 1U);
+  EXPECT_EQ(host.store.TextOf(flow.tag), "[dir]internal");
+  EXPECT_EQ(host.store.TextOf(flow.text), "some text");
+  EXPECT_EQ(host.Flow("b").closes, 0U);
+}
+
+TEST(Flows, LastFromTheFirstToTheLastDatagramWhenNobodyTellsTimes) {
+  Host host;
+  for (const std::int64_t second : {50, 60, 55}) {
+    host.engine.SetTime(second * kMicrosPerSecond);
+    host.engine.UpdateFlowVolume("a", 1, 0, 1, 0);
+    host.engine.SetFlowDuration(kFlowGroup, "a", static_cast<std::uint32_t>(second));
+    host.engine.UpdateFlowVolume("b", 1, 0, 1, 0);
+  }
+  EXPECT_EQ(host.Flow("a").first_ms, 50'000);
+  EXPECT_EQ(host.Flow("a").last_ms, 60'000);
+  EXPECT_EQ(host.Flow("a").duration_ms, 60U);
+}
+
+TEST(Flows, MergeWithTheirTimesTagsAndTexts) {
+  Host a;
+  Host b;
+  const TimePair start{100, 0};
+  const TimePair end{200, 0};
+  b.engine.TagFlow(kFlowGroup, "other", "first text of this shard");
+  a.engine.UpdateFlowVolume("a", 1, 0, 1, 0);
+  a.engine.SetFlowTimes(kFlowGroup, "a", &start, &start);
+  b.engine.UpdateFlowVolume("a", 2, 0, 1, 0);
+  b.engine.SetFlowTimes(kFlowGroup, "a", &end, &end);
+  b.engine.TagFlow(kFlowGroup, "a", "tag");
+  a.engine.Flush();
+  b.engine.Flush();
+  StatsStore merged(a.catalog);
+  merged.Merge(a.store);
+  merged.Merge(b.store);
+  const FlowRecord& flow = StatsStore::Flow(merged.flow_group().table.Find("a"));
+  EXPECT_EQ(flow.bytes[0], 3U);
+  EXPECT_EQ(flow.first_ms, 100'000);
+  EXPECT_EQ(flow.last_ms, 200'000);
+  EXPECT_EQ(merged.TextOf(flow.tag), "tag");
+}
+
+}  // namespace
+}  // namespace flow::host

@@ -1,0 +1,131 @@
+// What the host says about exporters: versions, refusals, and data that cannot be decoded.
+
+#include "host/meter/exporter_table.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/host/captures.h"
+
+namespace flow::host::test {
+namespace {
+
+constexpr std::uint32_t kExporter = 0xC0000201;
+constexpr std::uint16_t kPort = 50000;
+
+// A message of the template channel from 192.0.2.1:50000.
+Bytes TemplateMessage(const std::string& set) {
+  return FromHex("45000000 00000000 00110000 C0000201 0A000001 C350 0807") + FromHex(set);
+}
+
+const std::string kV9Header = "0009 0005 00000000 00000000 00000000 00000000";
+const std::string kTemplate256 = "0000 0010 0100 0002 0008 0004 0001 0004";
+const std::string kData256 = "0100 000C 0A000001 00000064";
+const std::string kData300 = "012C 000C 0A000001 00000064";
+
+class Exporters : public testing::Test {
+ protected:
+  void Datagram(const std::string& hex, std::uint64_t records = 0) {
+    const Bytes bytes = FromHex(hex);
+    table_.Note({kExporter, kPort, 0, bytes, records, Refusal::kNone});
+  }
+  void Post(const std::string& set) { table_.NoteTemplates(TemplateMessage(set)); }
+  [[nodiscard]] ExporterCounts Counts() const { return table_.Rows().at(0).counts; }
+
+  ExporterTable table_;
+};
+
+TEST_F(Exporters, MissTemplatesUntilTheyArrive) {
+  Datagram(kV9Header + kData256 + kData256);
+  EXPECT_EQ(Counts().unknown_sets, 2U);
+  Post(kTemplate256);
+  Datagram(kV9Header + kTemplate256);
+  Datagram(kV9Header + kData256 + kData300, 1);
+  EXPECT_EQ(Counts().unknown_sets, 3U);
+  EXPECT_EQ(Counts().templates, 1U);
+  EXPECT_EQ(Counts().datagrams, 3U);
+  EXPECT_EQ(Counts().records, 1U);
+}
+
+TEST_F(Exporters, KnowATemplateFurtherUpInTheSameDatagram) {
+  Post(kTemplate256);
+  Datagram(kV9Header + kTemplate256 + kData256, 1);
+  EXPECT_EQ(Counts().unknown_sets, 0U);
+}
+
+TEST_F(Exporters, MissATemplateFurtherDown) {
+  Post(kTemplate256);
+  Datagram(kV9Header + kData256 + kTemplate256);
+  EXPECT_EQ(Counts().unknown_sets, 1U);
+}
+
+TEST_F(Exporters, NeedNoneWhereThePolicyHasThem) {
+  Datagram(kV9Header + kData256, 1);
+  EXPECT_EQ(Counts().unknown_sets, 0U);
+}
+
+TEST_F(Exporters, StandApartByVersionAndPort) {
+  Datagram(kV9Header);
+  Datagram("0005 0000 00000000 00000000 00000000 00000000 00000000");
+  Datagram("00000005 00000001 0A000001 00000000");
+  ExporterTable other;
+  const Bytes bytes = FromHex(kV9Header);
+  other.Note({kExporter, kPort, 0, bytes, 2, Refusal::kNone});
+  other.Note({kExporter, kPort + 1, 0, bytes, 0, Refusal::kFailed});
+  table_.Merge(other);
+  const auto rows = table_.Rows();
+  ASSERT_EQ(rows.size(), 4U);
+  EXPECT_EQ(rows[0].key.version.Text(), "NetFlow v5");
+  EXPECT_EQ(rows[1].key.version.Text(), "NetFlow v9");
+  EXPECT_EQ(rows[1].counts.datagrams, 2U);
+  EXPECT_EQ(rows[2].key.version.Text(), "sFlow v5");
+  EXPECT_EQ(rows[3].counts.Refused(), 1U);
+}
+
+std::vector<std::uint16_t> TemplateIds(const std::string& set) {
+  std::vector<std::uint16_t> ids;
+  ForEachTemplate(FromHex(set), [&](std::uint16_t id) { ids.push_back(id); });
+  return ids;
+}
+
+TEST(TemplateSets, NameTheirTemplates) {
+  using Ids = std::vector<std::uint16_t>;
+  EXPECT_EQ(TemplateIds("0000 0018 0100 0001 0008 0004  0101 0001 0001 0004 0000 0000"),
+            (Ids{256, 257}));  // padded
+  EXPECT_EQ(TemplateIds("0002 0018 0100 0001 8008 0004 0000 0009  0101 0001 0001 0004"),
+            (Ids{256, 257}));  // an enterprise number
+  EXPECT_EQ(TemplateIds("0001 0012 0102 0004 0004 0001 0004 0022 0004"), (Ids{258}));
+  EXPECT_EQ(TemplateIds("0003 000E 0103 0001 0001 0022 0004"), (Ids{259}));
+  EXPECT_EQ(TemplateIds("0000 000A 0100 0002 0008"), (Ids{}));  // cut
+  EXPECT_EQ(TemplateIds("0000 0008 0100 FFFF"), (Ids{}));
+}
+
+TEST(Sets, EndWhereTheirLengthsCannotBe) {
+  const auto ids = [](const std::string& datagram) {
+    std::string text;
+    ForEachSet(FromHex(datagram),
+               [&](const ExportSet& set) { text += std::to_string(set.id) + " "; });
+    return text;
+  };
+  EXPECT_EQ(ids(kV9Header + "0100 0004 0101 0000 0102 0004"), "256 ");
+  EXPECT_EQ(ids(kV9Header + "0100 0004 0101 0008"), "256 ");
+  EXPECT_EQ(ids("0009 0001" + kV9Header.substr(9) + "0100 0004 0101 0004"), "256 ");  // one set
+  EXPECT_EQ(ids("000A 0014 00000000 00000000 00000000 0100 0004 0101 0004"), "256 ");
+  EXPECT_EQ(ids("000A"), "");
+}
+
+TEST(Datagrams, AreCutShortWhenTheyPromiseMore) {
+  EXPECT_FALSE(IsCutShort(FromHex("0005 0001") + Bytes(20 + 48)));
+  EXPECT_TRUE(IsCutShort(FromHex("0005 0001") + Bytes(20 + 47)));
+  EXPECT_TRUE(IsCutShort(FromHex("0001 0001") + Bytes(12 + 47)));
+  EXPECT_TRUE(IsCutShort(FromHex("000A 0018") + Bytes(16)));
+  EXPECT_FALSE(IsCutShort(FromHex("0009 FFFF") + Bytes(16)));
+}
+
+TEST(Shim, IsTakenOffWhenTheMeterHasTakenIt) {
+  const Bytes datagram = Text("OMBR") + FromHex("C0000201") + Text("LNSM") + FromHex("0005");
+  EXPECT_EQ(WithoutShim(datagram, kExporter).size(), 2U);
+  EXPECT_EQ(WithoutShim(datagram, kExporter + 1).size(), 14U);
+}
+
+}  // namespace
+}  // namespace flow::host::test

@@ -1,0 +1,147 @@
+// Packets of every link layer, through a capture file, as the intake sees them.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pcap/dlt.h>
+
+#include "host/capture/capture_reader.h"
+#include "host/capture/udp_packet.h"
+#include "host/error.h"
+#include "tests/host/captures.h"
+
+namespace flow::host::test {
+namespace {
+
+const Udp kUdp{Text("hello"), 2055};
+
+Bytes With(Bytes packet, std::size_t at, std::uint8_t value) {
+  packet[at] = value;
+  return packet;
+}
+
+// Link-layer numbers of files differ from libpcap's for raw IP.
+constexpr int kLinkTypeRaw = 101;
+
+struct Case {
+  const char* name;
+  int link_type;
+  Bytes packet;
+  PacketKind kind = PacketKind::kUdp;
+};
+
+class Packets : public testing::TestWithParam<Case> {};
+
+TEST_P(Packets, AreWhatTheyAre) {
+  const TemporaryFolder folder;
+  Capture{GetParam().link_type, {GetParam().packet}}.Write(folder / "a.pcap");
+  CaptureReader reader((folder / "a.pcap").string());
+  CapturedPacket packet;
+  ASSERT_TRUE(reader.Next(&packet));
+  UdpPacket udp;
+  ASSERT_EQ(KindText(Dissect(reader.LinkType(), packet, &udp)), KindText(GetParam().kind));
+  if (GetParam().kind != PacketKind::kUdp) return;
+  EXPECT_EQ(udp.time, 1'700'000'000 * kMicrosPerSecond);
+  EXPECT_EQ(udp.source, 0x0A000001U);
+  EXPECT_EQ(udp.destination, 0x0A000002U);
+  EXPECT_EQ(udp.source_port, 50000);
+  EXPECT_EQ(udp.destination_port, 2055);
+  EXPECT_EQ(udp.ip[0] >> 4, 4);
+  EXPECT_EQ(Bytes(udp.Payload().begin(), udp.Payload().end()), Text("hello"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    LinkLayers, Packets,
+    testing::ValuesIn<Case>({
+        {"Ethernet", DLT_EN10MB, Ethernet(kUdp.Packet())},
+        {"EthernetPadding", DLT_EN10MB, Ethernet(kUdp.Packet()) + FromHex("000000000000")},
+        {"OneVlanTag", DLT_EN10MB,
+         FromHex("020000000001 020000000002 8100 0064 0800") + kUdp.Packet()},
+        {"ThreeVlanTags", DLT_EN10MB,
+         FromHex("020000000001 020000000002 88A8 0001 8100 0002 9100 0003 0800") + kUdp.Packet()},
+        {"VlanTagAlone", DLT_EN10MB, FromHex("020000000001 020000000002 8100 0064"),
+         PacketKind::kMalformed},
+        {"Cooked", DLT_LINUX_SLL, FromHex("0000 0001 0006 020000000001 0000 0800") + kUdp.Packet()},
+        {"Cooked2", DLT_LINUX_SLL2,
+         FromHex("0800 0000 00000002 0001 00 06 0200000000010000") + kUdp.Packet()},
+        {"Raw", kLinkTypeRaw, kUdp.Packet()},
+        {"RawIpv6", kLinkTypeRaw, FromHex("60000000 0000 1140"), PacketKind::kIpv6},
+        {"NullLittleEndian", DLT_NULL, FromHex("02000000") + kUdp.Packet()},
+        {"NullBigEndian", DLT_NULL, FromHex("00000002") + kUdp.Packet()},
+        {"NullIpv6OfMacOs", DLT_NULL, FromHex("1E000000 60000000"), PacketKind::kIpv6},
+        {"Loop", DLT_LOOP, FromHex("00000002") + kUdp.Packet()},
+        {"Arp", DLT_EN10MB, FromHex("FFFFFFFFFFFF 020000000002 0806 0001"), PacketKind::kArp},
+        {"SpanningTree", DLT_EN10MB, FromHex("0180C2000000 020000000002 0026 424203"),
+         PacketKind::kOtherEthertype},
+        {"EthernetCut", DLT_EN10MB, FromHex("020000000001 0200"), PacketKind::kMalformed},
+    }),
+    [](const auto& row) { return std::string(row.param.name); });
+
+INSTANTIATE_TEST_SUITE_P(
+    Ipv4, Packets,
+    testing::ValuesIn<Case>({
+        {"WithOptions", kLinkTypeRaw,
+         Udp{.payload = Text("hello"), .port = 2055, .options = "94040000"}.Packet()},
+        {"FirstFragment", kLinkTypeRaw, With(kUdp.Packet(), 6, 0x20), PacketKind::kFragment},
+        {"LaterFragment", kLinkTypeRaw, With(kUdp.Packet(), 7, 0x10), PacketKind::kFragment},
+        {"DontFragment", kLinkTypeRaw, With(kUdp.Packet(), 6, 0x40)},
+        {"Tcp", kLinkTypeRaw, With(kUdp.Packet(), 9, 6), PacketKind::kTcp},
+        {"Icmp", kLinkTypeRaw, With(kUdp.Packet(), 9, 1), PacketKind::kIcmp},
+        {"Gre", kLinkTypeRaw, With(kUdp.Packet(), 9, 47), PacketKind::kOtherProtocol},
+        {"HeaderLengthFour", kLinkTypeRaw, With(kUdp.Packet(), 0, 0x44), PacketKind::kMalformed},
+        {"HeaderPastTotal", kLinkTypeRaw, With(kUdp.Packet(), 0, 0x4F), PacketKind::kMalformed},
+        {"TotalPastEnd", kLinkTypeRaw, With(kUdp.Packet(), 3, 34), PacketKind::kMalformed},
+        {"NineteenBytes", kLinkTypeRaw, FromHex("45000021 00000000 40110000 0A000001 0A0000"),
+         PacketKind::kMalformed},
+        {"UdpLengthPastEnd", kLinkTypeRaw,
+         Udp{.payload = Text("hello"), .udp_length_off = 1}.Packet(), PacketKind::kMalformed},
+        {"UdpLengthSeven", kLinkTypeRaw,
+         Udp{.payload = Text("hello"), .udp_length_off = -6}.Packet(), PacketKind::kMalformed},
+    }),
+    [](const auto& row) { return std::string(row.param.name); });
+
+TEST(CaptureReader, TellsCutPacketsFromBadOnes) {
+  const TemporaryFolder folder;
+  Capture{.link_type = 1, .packets = {Ethernet(kUdp.Packet())}, .snap_length = 44}.Write(folder /
+                                                                                         "a.pcap");
+  CaptureReader reader((folder / "a.pcap").string());
+  CapturedPacket packet;
+  UdpPacket udp;
+  ASSERT_TRUE(reader.Next(&packet));
+  EXPECT_EQ(Dissect(reader.LinkType(), packet, &udp), PacketKind::kCutShort);
+  EXPECT_FALSE(reader.Next(&packet));
+}
+
+std::string OpeningError(const std::filesystem::path& path) {
+  try {
+    const CaptureReader reader(path.string());
+    return "";
+  } catch (const HostError& error) {
+    return error.what();
+  }
+}
+
+TEST(CaptureReader, SaysWhyAFileIsNoCapture) {
+  const TemporaryFolder folder;
+  WriteFile(folder / "text", "not a capture at all, but long enough for a header");
+  WriteFile(folder / "empty", "");
+  Capture{105, {}}.Write(folder / "wireless");  // 802.11
+  EXPECT_THAT(OpeningError(folder / "missing"), testing::HasSubstr("missing: No such file"));
+  EXPECT_THAT(OpeningError(folder / "."), testing::HasSubstr("Is a directory"));
+  EXPECT_THAT(OpeningError(folder / "text"), testing::HasSubstr("not a readable capture"));
+  EXPECT_THAT(OpeningError(folder / "empty"), testing::HasSubstr("not a readable capture"));
+  EXPECT_THAT(OpeningError(folder / "wireless"), testing::HasSubstr("link layer IEEE802_11"));
+}
+
+TEST(CaptureReader, GivesWhatStandsBeforeTheDamage) {
+  const TemporaryFolder folder;
+  Capture{1, {Ethernet(kUdp.Packet()), Ethernet(kUdp.Packet())}}.Write(folder / "a.pcap");
+  const std::string whole = ReadFile(folder / "a.pcap");
+  WriteFile(folder / "cut.pcap", whole.substr(0, whole.size() - 1));
+  CaptureReader reader((folder / "cut.pcap").string());
+  CapturedPacket packet;
+  EXPECT_TRUE(reader.Next(&packet));
+  EXPECT_THROW(reader.Next(&packet), HostError);
+}
+
+}  // namespace
+}  // namespace flow::host::test

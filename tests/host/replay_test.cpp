@@ -1,0 +1,191 @@
+// Whole replays with a plug-in that is known by heart.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <nlohmann/json.hpp>
+
+#include "host/policy/default_policies.h"
+#include "tests/host/captures.h"
+#include "tests/host/program.h"
+
+namespace flow::host::test {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::Not;
+
+// A datagram of 30 bytes that looks like NetFlow v5; its last letter tells the meter what to do.
+Udp Datagram(char letter, std::uint16_t source_port = 50000) {
+  return {
+      .payload = FromHex("0005 0000") + Text("........................." + std::string(1, letter)),
+      .source_port = source_port};
+}
+
+class Replay : public testing::Test {
+ protected:
+  ProgramResult Run(const std::vector<Bytes>& packets, std::vector<std::string> options = {}) {
+    Capture{1, packets}.Write(folder_ / "a.pcap");
+    options.insert(options.begin(),
+                   {"replay", "--plugin", FakePlugin(), "--config", (folder_ / "config").string()});
+    options.push_back((folder_ / "a.pcap").string());
+    return RunProgram(options);
+  }
+
+  const TemporaryFolder folder_;
+};
+
+Bytes On(const Udp& udp) { return Ethernet(udp.Packet()); }
+
+TEST_F(Replay, SumsUpOnTheTerminal) {
+  Udp elsewhere = Datagram('.');
+  elsewhere.port = 9996;
+  const ProgramResult result =
+      Run({On(Datagram('.')), On(Datagram('.')), On(elsewhere), Ethernet(FromHex("00")),
+           On({Text("short")}), On(Datagram('R'))},
+          {"--exact"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out,
+              HasSubstr("a.pcap: 6 packets\n2023-11-14 22:13:20 to 2023-11-14 22:13:25"));
+  EXPECT_THAT(result.out, HasSubstr("  Export datagrams  4 (95 B)\n"));
+  EXPECT_THAT(result.out,
+              HasSubstr("  Rejected          2: 1 too short, 1 refused by the meter\n"));
+  EXPECT_THAT(result.out, HasSubstr("  Flow records      2\n"));
+  EXPECT_THAT(result.out,
+              HasSubstr("2: 1 UDP to ports that no protocol claims (9996), 1 malformed"));
+  EXPECT_THAT(result.out, HasSubstr("10.0.0.1  100.0%     60        2\n"));
+  EXPECT_THAT(result.out, HasSubstr("Fakes: Things made up (all 1)"));
+  EXPECT_THAT(result.out, HasSubstr("a\\x1B[31mb"));  // no colours from the wire
+  EXPECT_THAT(result.out, HasSubstr("tcp 10.0.0.1:51000 <-> 10.0.0.2:80"));
+}
+
+TEST_F(Replay, TakesFurtherPortsAndGroups) {
+  Udp elsewhere = Datagram('.');
+  elsewhere.port = 9996;
+  const ProgramResult result =
+      Run({On(elsewhere)}, {"--port", "FAKE=9996", "--group", "Hosts", "--raw-keys"});
+  EXPECT_THAT(result.out, HasSubstr("0A.00.00.01"));
+  EXPECT_THAT(result.out, Not(HasSubstr("Fakes")));
+}
+
+TEST_F(Replay, WritesAllFormats) {
+  const ProgramResult result =
+      Run({On(Datagram('.')), On(Datagram('.', 50001))},
+          {"--json", (folder_ / "a.json").string(), "--csv", (folder_ / "csv").string(), "--sqlite",
+           (folder_ / "a.db").string(), "--top", "0"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out, Not(HasSubstr("Hosts")));
+
+  const json document = json::parse(ReadFile(folder_ / "a.json"));
+  EXPECT_EQ(document["records"], 2);
+  EXPECT_EQ(document["exporters"].size(), 2U);
+  const json& flows = document["groups"].back();
+  EXPECT_EQ(flows["id"], "flows");
+  EXPECT_EQ(flows["keys"][0]["bytes_forward"], 60);
+  EXPECT_EQ(flows["keys"][0]["volume"]["packets"][0], 2);
+
+  EXPECT_THAT(ReadFile(folder_ / "csv/hosts.csv"),
+              HasSubstr("key,text,bytes,bytes_in,bytes_out,packets,"));
+  EXPECT_THAT(ReadFile(folder_ / "csv/hosts.csv"), HasSubstr("\n0A.00.00.01,10.0.0.1,60,0,0,2,"));
+
+  sqlite3* database = nullptr;
+  ASSERT_EQ(sqlite3_open((folder_ / "a.db").c_str(), &database), SQLITE_OK);
+  std::string rows;
+  const auto collect = [](void* out, int, char** values, char**) {
+    *static_cast<std::string*>(out) += std::string(values[0]) + " " + values[1] + "\n";
+    return 0;
+  };
+  sqlite3_exec(database, "SELECT text, bytes FROM hosts", collect, &rows, nullptr);
+  sqlite3_exec(database, "SELECT port, records FROM exporters", collect, &rows, nullptr);
+  sqlite3_close(database);
+  EXPECT_EQ(rows, "10.0.0.1 60\n50000 1\n50001 1\n");
+}
+
+TEST_F(Replay, OneOutputThatFailsLeavesTheOthers) {
+  const ProgramResult result =
+      Run({On(Datagram('.'))}, {"--sqlite", "/nowhere/a.db", "--json", "-"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("database /nowhere/a.db cannot be written"));
+  EXPECT_EQ(json::parse(result.out)["records"], 1);
+}
+
+TEST_F(Replay, TracesEveryCallInOrder) {
+  const ProgramResult result = Run({On(Datagram('.'))}, {"--trace", "-", "--top", "0"});
+  EXPECT_THAT(result.out, HasSubstr("> Fake Handler 1 GenerateParse 10.0.0.1:50000 30 bytes\n"
+                                    "    GetBuffer payload 30\n"
+                                    "    SetParsedLength 30\n"
+                                    "< 0\n"
+                                    "> Fake Meter 1 Count 10.0.0.1:50000 30 bytes at 1700000000\n"
+                                    "    GetBuffer payload 30\n"
+                                    "    MarkRecord\n"
+                                    "    UpdateCounter2 hosts \"0A.00.00.01\" 0+=30 3+=1\n"
+                                    "    UpdateCounter fakes \"a\\x1B[31mb\" 0+=1\n"));
+}
+
+TEST_F(Replay, SpreadsExportersAndPassesMessagesToTheOthers) {
+  std::vector<Bytes> packets;
+  for (std::uint16_t port = 1; port <= 64; ++port) packets.push_back(On(Datagram('.', port)));
+  packets.push_back(On(Datagram('P')));
+  const ProgramResult result = Run(packets, {"--instances", "3", "--json", "-"});
+  const json document = json::parse(result.out);
+  EXPECT_EQ(document["records"], 64);
+  EXPECT_EQ(document["exporters"].size(), 65U);
+  for (const json& group : document["groups"]) {
+    if (group["id"] == "hosts") {
+      EXPECT_EQ(group["keys"][0]["bytes"], 64 * 30);
+    }
+  }
+  // All meters but the one that has posted.
+  std::size_t heard = 0;
+  for (std::size_t at = 0;
+       (at = result.err.find("a neighbour has spoken", at)) != std::string::npos; ++at) {
+    ++heard;
+  }
+  EXPECT_EQ(heard, 2U);
+}
+
+TEST_F(Replay, ReportsWhatStandsBeforeTheDamage) {
+  Capture{1, {On(Datagram('.')), On(Datagram('.'))}}.Write(folder_ / "b.pcap");
+  const std::string whole = ReadFile(folder_ / "b.pcap");
+  WriteFile(folder_ / "cut.pcap", whole.substr(0, whole.size() - 10));
+  const ProgramResult result = Run(
+      {On(Datagram('.'))}, {(folder_ / "missing.pcap").string(), (folder_ / "cut.pcap").string()});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("missing.pcap: No such file"));
+  EXPECT_THAT(result.err, HasSubstr("cut.pcap: damaged, read up to there"));
+  EXPECT_THAT(result.out, HasSubstr("cut.pcap: 1 packets, not read to its end"));
+  EXPECT_THAT(result.out, HasSubstr("Flow records      2"));
+}
+
+TEST_F(Replay, ReportsWhenThePluginEndsTheProcess) {
+  const ProgramResult result = Run({On(Datagram('.')), On(Datagram('B')), On(Datagram('.'))},
+                                   {"--json", (folder_ / "a.json").string()});
+  EXPECT_EQ(result.status, 255);
+  EXPECT_THAT(result.err, HasSubstr("flowhost: the plug-in ended the process"));
+  EXPECT_THAT(result.out, testing::StartsWith("XML Parsing error\n"));
+  EXPECT_THAT(result.out, HasSubstr("Flow records      1"));
+  EXPECT_EQ(json::parse(ReadFile(folder_ / "a.json"))["records"], 1);
+}
+
+TEST_F(Replay, WritesDefaultPoliciesOnce) {
+  const ProgramResult first = Run({On(Datagram('.'))});
+  EXPECT_THAT(first.err, HasSubstr("wrote the default policy"));
+  EXPECT_EQ(ReadFile(folder_ / "config/NetflowCounterPolicy.xml"),
+            DefaultPolicy("NetflowCounterPolicy.xml"));
+  WriteFile(folder_ / "config/NetflowCounterPolicy.xml", "mine");
+  EXPECT_EQ(Run({On(Datagram('.'))}).err, "");
+  EXPECT_EQ(ReadFile(folder_ / "config/NetflowCounterPolicy.xml"), "mine");
+}
+
+TEST_F(Replay, StopsWhenAMeterRefusesItsPolicy) {
+  WriteFile(folder_ / "config/NetflowCounterPolicy.xml", "refuse");
+  const ProgramResult result = Run({On(Datagram('.'))});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("Fake Meter 1: error: the policy says no\n"
+                                    "flowhost: Fake Meter 1 refused to start (0x80000002)"));
+}
+
+}  // namespace
+}  // namespace flow::host::test

@@ -1,0 +1,68 @@
+#!/usr/bin/env python3
+"""rooms.py PROJECT: checks from the include lines alone that the rooms of the house build on each
+other in one direction, that nobody reaches into host/, and that the library takes nothing but the
+standard library from outside."""
+import pathlib
+import re
+import sys
+
+# What each room may include besides itself.
+ALLOWED = {
+    "util": [],
+    "plugin": ["util"],
+    "config": ["util", "plugin"],
+    "metering": ["util", "plugin", "config"],
+    "netflow": ["util", "plugin", "config", "metering"],
+    "sflow": ["util", "plugin", "config", "metering"],
+    "library": ["util", "plugin", "config", "metering", "netflow", "sflow"],
+    "host": ["plugin"],
+}
+# Programs around the library: everything but host/, which only its own tests and benchmarks see.
+AROUND = ["tests", "bench", "fuzz"]
+INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
+# C library headers that the library uses; C++ ones have no dot.
+C_HEADERS = re.compile(r"^(arpa|netinet|sys)/\w+\.h$|^(fcntl|glob|time|unistd)\.h$")
+
+
+def fault(folder, path, bracket, name):
+    """what is wrong with an include line, or None"""
+    room = folder.parts[0]
+    target = name.split("/")[0]
+    if bracket == "<":
+        outside = "." in name or "/" in name
+        if room in ALLOWED and room != "host" and outside and not C_HEADERS.match(name):
+            return "the library depends on the standard library alone"
+        return None
+    if not (ROOT / name).is_file():
+        return "no such file from the project's root"
+    if room in AROUND:
+        if target == "host" and "host" not in folder.parts[1:] + (path.stem,):
+            return "host/ is for its own tests alone"
+        return None
+    if target != room and target not in ALLOWED[room]:
+        return "%s/ may not include %s/" % (room, target)
+    return None
+
+
+def main():
+    faults = 0
+    lines = 0
+    for path in sorted(p for room in list(ALLOWED) + AROUND for p in (ROOT / room).rglob("*")):
+        if path.suffix not in (".h", ".cpp"):
+            continue
+        for number, line in enumerate(path.read_text().split("\n"), 1):
+            include = INCLUDE.match(line)
+            if not include:
+                continue
+            lines += 1
+            local = path.relative_to(ROOT)
+            wrong = fault(local.parent, local, *include.groups())
+            if wrong:
+                faults += 1
+                print("%s:%d: %s: %s" % (local, number, line.strip(), wrong))
+    print("%d include lines, %d faults" % (lines, faults))
+    return 1 if faults or not lines else 0
+
+
+ROOT = pathlib.Path(sys.argv[1])
+sys.exit(main())

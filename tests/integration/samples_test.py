@@ -1,0 +1,123 @@
+#!/usr/bin/env python3
+"""samples_test.py FLOWHOST PLUGIN SAMPLES [--tshark]: what flowhost makes of each sample equals what
+its exporter says that it sent. With --tshark, a decoder that shares nothing with ours counts too.
+
+Exit status: 0 equal, 1 not, 77 nothing to compare with (no tshark).
+"""
+import json
+import math
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+SIGMA = 196  # percent, for 95 of 100 samples; a sample that is in the tree either passes or does not
+
+
+def claims(text):
+    """the totals at the head of a sample's text, and its IPv4 part of the traffic"""
+    found = {k: int(v) for k, v in re.findall(r"^(datagrams|records|packets|bytes|sampling): (\d+)$", text, re.M)}
+    ipv4 = re.search(r"IPv4: (\d+) packets, \d+ bytes from the IP header on, (\d+) bytes in frames", text)
+    return found, tuple(map(int, ipv4.groups())) if ipv4 else None
+
+
+def replay(flowhost, plugin, capture, folder):
+    out = subprocess.run([flowhost, "replay", "--plugin", plugin, "--config", folder, "--json", "-", "--top", "0",
+                          capture], capture_output=True, text=True, check=True)
+    return json.loads(out.stdout[out.stdout.index("{"):])
+
+
+def totals(report):
+    group = next(g for g in report["groups"] if g["id"] == "totals")
+    row = next(k for k in group["keys"] if k["key"] == "TOTALBW")
+    return {"packets": row["packets"], "bytes": row["bytes"]}
+
+
+def check_claims(name, report, text):
+    claimed, ipv4 = claims(text)
+    seen = totals(report)
+    seen["datagrams"] = sum(e["datagrams"] for e in report["exporters"])
+    seen["records"] = report["records"]
+    rate = claimed.pop("sampling", 1)
+    if name.startswith("sflow"):
+        # IPv6 packets are sampled, but not metered; each frame counts 4 bytes of checksum.
+        packets, size = ipv4
+        within = SIGMA / math.sqrt(max(seen["packets"] / rate_of(name), 1)) / 100
+        return [f"{what} {seen[what]}, about {expected} sent" for what, expected in
+                (("packets", packets), ("bytes", size + 4 * packets))
+                if abs(seen[what] - expected) > expected * within * (1 if what == "packets" else 2)]
+    if "bidirectional" in name:
+        claimed.pop("records")  # one record carries both directions, and is metered twice
+    wrong = []
+    for what, value in claimed.items():
+        expected = value * rate if what in ("packets", "bytes") else value
+        if seen[what] != expected:
+            wrong.append(f"{what} {seen[what]}, the exporter says {expected}")
+    return wrong
+
+
+def rate_of(name):
+    return 40 if "counters" in name else 10
+
+
+def tshark_fields(capture, protocol, fields):
+    """the values of each field, in the order of the capture"""
+    command = ["tshark", "-r", capture, "-d", "udp.port==2055,cflow", "-d", "udp.port==4739,cflow", "-d",
+               "udp.port==6343,sflow", "-Y", protocol, "-T", "fields", "-E", "occurrence=a"]
+    for field in fields:
+        command += ["-e", field]
+    out = subprocess.run(command, capture_output=True, text=True, check=True).stdout
+    columns = [[] for _ in fields]
+    for line in out.splitlines():
+        for column, values in zip(columns, line.split("\t")):
+            column += [int(v, 0) for v in values.split(",") if v]
+    return columns
+
+
+def tshark_totals(name, capture):
+    if not name.startswith("sflow"):
+        octets, packets = tshark_fields(capture, "cflow", ["cflow.octets", "cflow.packets"])
+        rate = 10 if "sampled" in name else 1
+        # A direction without bytes is no record.
+        return {"records": sum(1 for o in octets if o), "bytes": sum(octets) * rate, "packets": sum(packets) * rate}
+    samples, sizes, rates, types, inner_types = tshark_fields(
+        capture, "sflow", ["sflow_245.numsamples", "sflow_245.header.frame_length", "sflow.flow_sample.sampling_rate",
+                           "eth.type", "vlan.etype"])
+    inner = iter(inner_types)
+    types = [next(inner) if kind == 0x8100 else kind for kind in types]
+    metered = [(size, rate) for size, rate, kind in zip(sizes, rates, types, strict=True) if kind == 0x0800]  # IPv4
+    return {"records": sum(samples), "bytes": sum(s * r for s, r in metered), "packets": sum(r for _, r in metered)}
+
+
+def check_tshark(name, report, capture):
+    """counts of an independent decoder"""
+    if "counters" in name:
+        return []  # tshark gives a datagram up at counter blocks that it does not know
+    seen = totals(report) | {"records": report["records"]}
+    return [f"{what} {seen[what]}, tshark says {value}" for what, value in tshark_totals(name, capture).items()
+            if seen[what] != value]
+
+
+def main():
+    flowhost, plugin, samples = sys.argv[1:4]
+    with_tshark = "--tshark" in sys.argv
+    if with_tshark and not shutil.which("tshark"):
+        return 77
+    failed = compared = 0
+    with tempfile.TemporaryDirectory() as folder:
+        for capture in sorted(pathlib.Path(samples).glob("*.pcap")):
+            report = replay(flowhost, plugin, str(capture), folder)
+            wrong = (check_tshark(capture.stem, report, str(capture)) if with_tshark else
+                     check_claims(capture.stem, report, capture.with_suffix(".txt").read_text()))
+            compared += 1
+            for line in wrong:
+                failed += 1
+                print(f"{capture.name}: {line}")
+    print(f"{compared} samples compared")
+    return 1 if failed or not compared else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
