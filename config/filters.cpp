@@ -118,11 +118,6 @@ void LoadHosts(const char* list, const char* key, IOmbrelContainer* site,
   }
 }
 
-void InterfaceKeySet::Clear() noexcept {
-  texts_ = 0;
-  keys_.Clear();
-}
-
 void InterfaceKeySet::Insert(std::string_view text) {
   ++texts_;
   if (const auto key = ParseInterfaceKey(text)) keys_.Insert(*key);

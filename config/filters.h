@@ -16,7 +16,6 @@ namespace flow {
 // but they count: a set that holds only those is not empty.
 class InterfaceKeySet {
  public:
-  void Clear() noexcept;
   void Insert(std::string_view text);
   [[nodiscard]] bool Empty() const noexcept { return texts_ == 0; }
   [[nodiscard]] bool Contains(std::uint32_t exporter, std::uint32_t ifindex) const noexcept {

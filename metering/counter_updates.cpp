@@ -1,6 +1,8 @@
 // The counter updates of one record, one function for each kind of counter.
 
+#include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include "metering/record_metering.h"
 #include "util/address_text.h"

@@ -14,8 +14,9 @@ namespace {
 // A record without times counts as a flow of the last minute.
 constexpr std::uint32_t kAssumedDuration = 60'000;
 
-// What a sane record keeps to: more bytes per packet, a shorter flow, a time nearer to the export.
-constexpr std::uint32_t kMostTooSmallPacket = 7;
+// What a sane record keeps to: more bytes in an average packet (an IPv4 header has 20), a flow that
+// is no longer, times that are no farther from the export.
+constexpr std::uint32_t kTooSmallPacket = 7;
 constexpr std::uint32_t kLongestFlow = 100'000'000;
 constexpr std::int64_t kFarthestUptime = 10'000'000;
 
@@ -102,7 +103,7 @@ void RecordMetering::UseExporter(std::uint32_t address) {
 bool RecordMetering::IsCorrupt(const Record& r, std::uint32_t first, std::uint32_t last) const {
   if (r.packets == 0 || r.bytes == 0 || r.packets > r.bytes) return true;
   if (first > last || last - first > kLongestFlow) return true;
-  if (r.bytes / r.packets <= kMostTooSmallPacket) return true;
+  if (r.bytes / r.packets <= kTooSmallPacket) return true;
   if (context_.FirstSwitchedSeen == 0) return false;
   const std::uint32_t uptime = r.hdr.SysUptime.ToHost();
   return IsFarFrom(uptime, last) || IsFarFrom(uptime, first);

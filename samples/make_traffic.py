@@ -2,9 +2,9 @@
 """Writes a pcap file of the traffic of a small office, the same for the same seed.
 
 The clients of office N live in 10.N.0.0/16 and 2001:db8:N::/48, untagged or in VLAN 10 and 20;
-servers live in the documentation ranges. There are DNS look-ups, web sessions over TCP and QUIC, mail, an SSH
-session, time queries, a call, pings, refused connections, a small scan and log lines for a server
-of the office's own, over IPv4 and IPv6. All checksums are right.
+servers live in the documentation ranges. There are DNS look-ups, web sessions over TCP and QUIC,
+mail, an SSH session, time queries, a call, pings, refused connections, a small scan and log lines
+for a server of the office's own, over IPv4 and IPv6. All checksums are right.
 """
 
 import argparse

@@ -75,6 +75,7 @@ Status CPISFlowMeter::Count(IOmbrelStatsEngine* engine, IOmbrelProtData* data) {
   const std::uint8_t* datagram = nullptr;
   std::uint32_t length = 0;
   data->GetBuffer(&datagram, &length);
+  if (datagram == nullptr) length = 0;  // the host has no such bytes
   engine_ = engine;
   datagram_length_ = length;
   parseSFlowCallback(this, SFlow_Parser_Callback, datagram, length);

@@ -82,7 +82,7 @@ INSTANTIATE_TEST_SUITE_P(
          Ethernet(2048)},
         {"ImpossibleHeaderLength", 1, Frame().Ethernet().Ipv4({.version_and_length = 0x44}).Tcp(),
          Ethernet(2048)},
-        {"Vlan", 1, Frame().Ethernet(0x8100).Vlan(0xE064).Ipv4().Tcp(),
+        {"Vlan", 1, Frame().Ethernet(0x8100).Vlan(0xF064).Ipv4().Tcp(),
          Ethernet(2048) + " in_vlan=100" + At("IPv4", 18) + Proto4(6) + kTcp + Payload(58)},
         {"TwoVlanTagsShowTheOuterOne", 1,
          Frame().Ethernet(0x8100).Vlan(100, 0x8100).Vlan(200).Ipv4().Tcp(),
