@@ -114,7 +114,7 @@ constexpr HostGroup kHostGroups[] = {
     {MakeGuid("4B09BD22-3B99-40FC-8215-94A430EA0A35"), "macs", "MAC addresses", "MAC",
      KeyKind::kText, kMacs, "01"},
     {MakeGuid("79F60A94-44BD-4C55-891A-77823D59161B"), "mac_pairs", "MAC pairs",
-     "Source -> destination", KeyKind::kText, kBytes},
+     "Source -> destination", KeyKind::kMacPair, kBytes},
     {MakeGuid("86A8880D-F4B2-4E49-A4FA-718880CAA976"), "application_ids", "Application ids",
      "Application", KeyKind::kText, kTexts},
     {MakeGuid("9021F5D3-FEFB-401B-99EC-EF2ACD088578"), "user_ids", "User ids", "User",

@@ -30,6 +30,7 @@ enum class KeyKind : std::uint8_t {
   kAsNumber,     // decimal, negative from 2147483648 on
   kAsInterface,  // AS number, backslash, interface
   kVlan,         // 000A
+  kMacPair,      // two MAC addresses with " ->" between them
 };
 
 enum class Unit : std::uint8_t { kBytes, kPackets, kCount };

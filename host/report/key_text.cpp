@@ -173,6 +173,14 @@ Text VlanKey(std::string_view key) {
   return *vlan == 0 ? "untagged" : fmt::format("{}", *vlan);
 }
 
+Text MacPairKey(std::string_view key) {
+  constexpr std::string_view kArrow = " ->";
+  const std::size_t arrow = key.find(kArrow);
+  if (arrow == std::string_view::npos) return std::nullopt;
+  return fmt::format("{} -> {}", Printable(key.substr(0, arrow)),
+                     Printable(key.substr(arrow + kArrow.size())));
+}
+
 struct Side {
   std::string address;
   std::uint32_t port = 0;
@@ -241,10 +249,11 @@ using KeyText = Text (*)(std::string_view key);
 
 // By KeyKind.
 constexpr KeyText kKeyTexts[] = {
-    GuessedKey,     PlainKey,    TotalsKey,    Ipv4Key,   Ipv6Key,     InterfaceKey,   SessionKey,
-    ApplicationKey, ProtocolKey, EthertypeKey, SubnetKey, AsNumberKey, AsInterfaceKey, VlanKey,
+    GuessedKey,   PlainKey,    TotalsKey,      Ipv4Key,     Ipv6Key,
+    InterfaceKey, SessionKey,  ApplicationKey, ProtocolKey, EthertypeKey,
+    SubnetKey,    AsNumberKey, AsInterfaceKey, VlanKey,     MacPairKey,
 };
-static_assert(std::size(kKeyTexts) == static_cast<std::size_t>(KeyKind::kVlan) + 1);
+static_assert(std::size(kKeyTexts) == static_cast<std::size_t>(KeyKind::kMacPair) + 1);
 
 }  // namespace
 

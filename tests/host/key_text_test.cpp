@@ -45,6 +45,8 @@ INSTANTIATE_TEST_SUITE_P(
          "AS64500 on 10.0.0.1 if 3"},
         {"Vlan", KeyKind::kVlan, "0064", "100"},
         {"NoVlan", KeyKind::kVlan, "0000", "untagged"},
+        {"MacPair", KeyKind::kMacPair, "02:00:00:00:00:01 ->02:00:00:00:00:02",
+         "02:00:00:00:00:01 -> 02:00:00:00:00:02"},
         {"Session", KeyKind::kSession,
          "06C:0A.00.00.01:p-C738_0A.00.00.02:p-0050_00.00.00.00_00000000_00000000",
          "tcp 10.0.0.1:51000 <-> 10.0.0.2:80"},
