@@ -8,19 +8,23 @@
 namespace flow::host {
 namespace {
 
-constexpr std::string_view kKindTexts[] = {
-    "UDP",
-    "TCP",
-    "ICMP",
-    "of other IP protocols",
-    "IP fragments",
-    "IPv6",
-    "ARP",
-    "of other ethertypes",
-    "cut short by the capture",
-    "malformed",
+struct KindName {
+  std::string_view id;
+  std::string_view text;
 };
-static_assert(std::size(kKindTexts) == kPacketKinds);
+constexpr KindName kKinds[] = {
+    {"udp", "UDP"},
+    {"tcp", "TCP"},
+    {"icmp", "ICMP"},
+    {"other_protocol", "of other IP protocols"},
+    {"fragment", "IP fragments"},
+    {"ipv6", "IPv6"},
+    {"arp", "ARP"},
+    {"other_ethertype", "of other ethertypes"},
+    {"cut_short", "cut short by the capture"},
+    {"malformed", "malformed"},
+};
+static_assert(std::size(kKinds) == kPacketKinds);
 
 constexpr std::size_t kIpHeader = 20;
 constexpr std::size_t kUdpHeader = 8;
@@ -71,7 +75,8 @@ PacketKind DissectIpv4(std::span<const std::uint8_t> bytes, bool was_cut, UdpPac
 
 }  // namespace
 
-std::string_view KindText(PacketKind kind) { return kKindTexts[static_cast<std::size_t>(kind)]; }
+std::string_view KindText(PacketKind kind) { return kKinds[static_cast<std::size_t>(kind)].text; }
+std::string_view KindId(PacketKind kind) { return kKinds[static_cast<std::size_t>(kind)].id; }
 
 PacketKind Dissect(int link_type, const CapturedPacket& packet, UdpPacket* out) {
   const bool was_cut = packet.wire_length > packet.bytes.size();

@@ -23,8 +23,9 @@ enum class PacketKind : std::uint8_t {
 };
 inline constexpr std::size_t kPacketKinds = 10;
 
-// The kind as it reads after a number, as in "12 TCP".
+// KindText is the kind as it reads after a number, as in "12 TCP"; KindId its name in files.
 std::string_view KindText(PacketKind kind);
+std::string_view KindId(PacketKind kind);
 
 // A UDP datagram; addresses and ports in host byte order.
 struct UdpPacket {

@@ -30,7 +30,7 @@ struct CounterGroup {
   GroupInfo info;
   std::size_t columns;
   KeyTable table;
-  TextMap<KeyNotes> notes;
+  std::map<std::string, KeyNotes, std::less<>> notes;
 };
 
 class StatsStore {

@@ -7,16 +7,25 @@
 namespace flow::host {
 namespace {
 
-constexpr std::string_view kRefusalTexts[] = {
-    "metered", "too short", "of an unknown version", "cut short", "refused by the meter",
+struct RefusalName {
+  std::string_view id;
+  std::string_view text;
 };
-static_assert(std::size(kRefusalTexts) == kRefusals);
+constexpr RefusalName kNames[] = {
+    {"metered", "metered"},
+    {"too_short", "too short"},
+    {"unknown_version", "of an unknown version"},
+    {"cut_short", "cut short"},
+    {"refused", "refused by the meter"},
+};
+static_assert(std::size(kNames) == kRefusals);
 
 }  // namespace
 
 std::string_view RefusalText(Refusal refusal) {
-  return kRefusalTexts[static_cast<std::size_t>(refusal)];
+  return kNames[static_cast<std::size_t>(refusal)].text;
 }
+std::string_view RefusalId(Refusal refusal) { return kNames[static_cast<std::size_t>(refusal)].id; }
 
 std::uint64_t ExporterCounts::Refused() const {
   return std::accumulate(refused.begin(), refused.end(), std::uint64_t{0});

@@ -18,8 +18,10 @@ namespace flow::host {
 enum class Refusal : std::uint8_t { kNone, kNotClaimed, kUnknownVersion, kCutShort, kFailed };
 inline constexpr std::size_t kRefusals = 5;
 
-// The reason as it reads after a number, as in "3 of an unknown version".
+// RefusalText is the reason as it reads after a number, as in "3 of an unknown version"; RefusalId
+// its name in files.
 std::string_view RefusalText(Refusal refusal);
+std::string_view RefusalId(Refusal refusal);
 
 struct ExporterKey {
   std::uint32_t address = 0;  // host byte order

@@ -2,9 +2,8 @@
 // is counted under what it is.
 #pragma once
 
-#include <absl/container/flat_hash_map.h>
-
 #include <array>
+#include <map>
 #include <memory>
 #include <span>
 
@@ -15,8 +14,8 @@
 namespace flow::host {
 
 struct IntakeCounts {
-  std::array<std::uint64_t, kPacketKinds> packets{};                  // by PacketKind
-  absl::flat_hash_map<std::uint16_t, std::uint64_t> unclaimed_ports;  // UDP, by destination port
+  std::array<std::uint64_t, kPacketKinds> packets{};       // by PacketKind
+  std::map<std::uint16_t, std::uint64_t> unclaimed_ports;  // UDP, by destination port
   Timestamp first = 0;
   Timestamp last = 0;
 

@@ -34,7 +34,7 @@ Json PacketsOf(const IntakeCounts& intake) {
                {"last_us", intake.last},
                {"udp_unclaimed", intake.Unclaimed()}};
   for (std::size_t i = 1; i < kPacketKinds; ++i) {
-    packets["other"][std::string(KindText(static_cast<PacketKind>(i)))] = intake.packets[i];
+    packets["other"][std::string(KindId(static_cast<PacketKind>(i)))] = intake.packets[i];
   }
   for (const auto& [port, datagrams] : intake.unclaimed_ports) {
     packets["unclaimed_ports"][std::to_string(port)] = datagrams;
@@ -57,7 +57,7 @@ Json ExportersOf(const Report& report) {
                {"rejected", counts.Refused()}};
     for (std::size_t i = 1; i < kRefusals; ++i) {
       if (counts.refused[i] == 0) continue;
-      entry["rejected_why"][std::string(RefusalText(static_cast<Refusal>(i)))] = counts.refused[i];
+      entry["rejected_why"][std::string(RefusalId(static_cast<Refusal>(i)))] = counts.refused[i];
     }
     const std::string rate = SamplingRate(report.store, row.key.address);
     if (!rate.empty()) entry["sampling_rate"] = rate;
