@@ -34,17 +34,22 @@ inline constexpr std::array<char, 512> kHexPairs = [] {
 }();
 
 // The PutX functions write digits alone, without a NUL, and return the position behind them.
-inline char* PutHex8(std::uint8_t value, char* out) noexcept {
-  std::memcpy(out, &kHexPairs[2 * std::size_t{value}], 2);
+inline char* PutHexPair(std::size_t value, char* out) noexcept {  // value is below 256
+  std::memcpy(out, &kHexPairs[2 * value], 2);
   return out + 2;
 }
+inline char* PutHex8(std::uint8_t value, char* out) noexcept { return PutHexPair(value, out); }
 inline char* PutHex16(std::uint16_t value, char* out) noexcept {
-  return PutHex8(static_cast<std::uint8_t>(value),
-                 PutHex8(static_cast<std::uint8_t>(value >> 8), out));
+  const std::size_t index = value;  // as wide as a register, which saves conversions
+  return PutHexPair(index & 0xFF, PutHexPair(index >> 8, out));
 }
 inline char* PutHex32(std::uint32_t value, char* out) noexcept {
-  return PutHex16(static_cast<std::uint16_t>(value),
-                  PutHex16(static_cast<std::uint16_t>(value >> 16), out));
+  const auto low = static_cast<std::uint16_t>(value);
+  if (value == low) {  // most interface numbers
+    std::memcpy(out, "0000", 4);
+    return PutHex16(low, out + 4);
+  }
+  return PutHex16(low, PutHex16(static_cast<std::uint16_t>(value >> 16), out));
 }
 inline char* PutIpv4(std::uint32_t address, char* out) noexcept {
   PutHex8(static_cast<std::uint8_t>(address >> 24), out);
@@ -107,7 +112,8 @@ struct Ipv4Key {
 }
 
 // An interface is named by its exporter's address and its ifIndex there.
-inline char* WriteInterfaceKey(const Ipv4Key& exporter, std::uint32_t ifindex, char* out) noexcept {
+[[gnu::always_inline]] inline char* WriteInterfaceKey(const Ipv4Key& exporter,
+                                                      std::uint32_t ifindex, char* out) noexcept {
   std::memcpy(out, exporter.text, kIpv4KeyLength);
   out[kIpv4KeyLength] = '_';
   return OmbrelAPI::Long2Hex(ifindex, out + kIpv4KeyLength + 1);

@@ -44,8 +44,8 @@ class RecordMetering {
     const nf5_record& rec;
     const nf5_header& hdr;
     const ext_fields& ext;
-    std::uint32_t packets;
-    std::uint32_t bytes;
+    std::uint64_t packets;  // modulo 2^32, as are the bytes
+    std::uint64_t bytes;
     std::uint32_t source;
     std::uint32_t destination;
     std::uint16_t source_port;
@@ -63,8 +63,8 @@ class RecordMetering {
   // Intake.
   void UseExporter(std::uint32_t address);
   [[nodiscard]] bool IsCorrupt(const Record& r, std::uint32_t first, std::uint32_t last) const;
-  void LogCorrupt(IOmbrelContainer* site, const Record& r, std::uint32_t first,
-                  std::uint32_t last) const;
+  [[gnu::cold]] void LogCorrupt(IOmbrelContainer* site, const Record& r, std::uint32_t first,
+                                std::uint32_t last) const;
   void Classify(Record* r) const;
   [[nodiscard]] bool PassesFilters(const Record& r) const;
   static void MakeHostKeys(Record* r);

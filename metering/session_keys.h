@@ -61,8 +61,8 @@ struct Ipv6Session {
 // PutSessionSides writes the part of a session key in front of the exporter: protocol, kind and
 // both sides, up to and with the "_" before the exporter part.
 template <class Session>
-char* PutSessionSides(std::uint8_t protocol, const SessionSide& a, const SessionSide& b,
-                      char* out) noexcept {
+[[gnu::always_inline]] inline char* PutSessionSides(std::uint8_t protocol, const SessionSide& a,
+                                                    const SessionSide& b, char* out) noexcept {
   constexpr std::size_t kLength = sizeof(Session::kForm) - 1;
   constexpr std::size_t kHostAt = 4;
   constexpr std::size_t kPortAt = kHostAt + Session::kHostLength + 3;

@@ -115,10 +115,15 @@ void FieldDecoder::DecodeField(Decode decode, const std::uint8_t* value, std::si
   const FieldPlace& place = PlaceOf(decode);
   auto* const target = reinterpret_cast<std::uint8_t*>(&out->record) + place.offset;
   if (StoreField(place.kind, value, length, target)) {
-    out->presence |= place.presence;
+    AddPresence(place.presence, out);
   } else if (place.kind == FieldKind::kOther) {
     DecodeOther(decode, value, length, is_variable, switches, &out->record);
   }
+}
+
+void FieldDecoder::AddPresence(std::uint8_t presence, DecodedRecord* out) const noexcept {
+  out->presence |= presence;
+  if ((presence & kFirstSwitchedSeen) != 0) context_->FirstSwitchedSeen = 22;
 }
 
 void FieldDecoder::DecodeOther(Decode decode, const std::uint8_t* value, std::size_t length,
@@ -148,10 +153,6 @@ void FieldDecoder::DecodeOther(Decode decode, const std::uint8_t* value, std::si
       return;
     case Decode::kPostNatDestinationAddress:
       if (switches.use_post_nat_addresses) r.dst_addr = low;
-      return;
-    case Decode::kFirstSwitched:
-      context_->FirstSwitchedSeen = 22;
-      r.first = low;
       return;
     case Decode::kInterfaceName:
       return StoreText(value, length, 127, r.if_name);
@@ -192,7 +193,7 @@ void FieldDecoder::DecodeOther(Decode decode, const std::uint8_t* value, std::si
 
 void FieldDecoder::DecodeByPlan(const RecordPlan& plan, const std::uint8_t* record,
                                 const DecodeSwitches& switches, DecodedRecord* out) const {
-  out->presence |= plan.Presence();
+  AddPresence(plan.Presence(), out);
   auto* const target = reinterpret_cast<std::uint8_t*>(&out->record);
   const RecordPlan::Step* const steps = plan.Steps().data();
   std::uint32_t i = 0;

@@ -17,6 +17,7 @@ enum Presence : std::uint8_t {
   kDestinationAddressSeen = 1 << 1,
   kSourcePortSeen = 1 << 2,
   kDestinationPortSeen = 1 << 3,
+  kFirstSwitchedSeen = 1 << 4,
   kInputInterfaceSeen = 1 << 5,
   kOutputInterfaceSeen = 1 << 6,
   kIpv6AddressSeen = 1 << 7,
@@ -70,6 +71,7 @@ class FieldDecoder {
                                       const DecodeSwitches& switches, DecodedRecord* out) const;
 
  private:
+  void AddPresence(std::uint8_t presence, DecodedRecord* out) const noexcept;
   void DecodeOther(Decode decode, const std::uint8_t* value, std::size_t length, bool is_variable,
                    const DecodeSwitches& switches, nf9_record* record) const;
   void DecodeApplicationId(const std::uint8_t* value, std::size_t length) const;

@@ -43,7 +43,7 @@ constexpr Row kRows[] = {
     {kBgpNextHop, {kNumber32, 0, offsetof(nf9_record, bgp_nexthop)}},
     {kSourceAs, {kNumber32, 0, offsetof(nf9_record, src_as)}},
     {kDestinationAs, {kNumber32, 0, offsetof(nf9_record, dst_as)}},
-    {kFirstSwitched, {kOther, 0, offsetof(nf9_record, first)}},
+    {kFirstSwitched, {kNumber32, kFirstSwitchedSeen, offsetof(nf9_record, first)}},
     {kLastSwitched, {kNumber32, 0, offsetof(nf9_record, last)}},
     {kStartSeconds, {kSeconds, 0, offsetof(nf9_record, first)}},
     {kEndSeconds, {kSeconds, 0, offsetof(nf9_record, last)}},

@@ -45,6 +45,13 @@ std::uint64_t EightDigits(std::uint32_t value) noexcept {
   return FourDigits(value / kHalf) | std::uint64_t{FourDigits(value % kHalf)} << 32;
 }
 
+// The characters of such a word.
+template <class Word>
+char* Put(Word characters, char* out) noexcept {
+  std::memcpy(out, &characters, sizeof(characters));
+  return out + sizeof(characters);
+}
+
 constexpr std::int8_t kGroups = 8;
 
 // A run of groups of zero, the part that "::" stands for.
@@ -80,9 +87,7 @@ char* PutGroup(std::uint16_t group, char* out) noexcept {
   const auto high = std::bit_cast<std::uint16_t>(kHexPairs[group >> 8]);
   const auto low = std::bit_cast<std::uint16_t>(kHexPairs[group & 0xFF]);
   const int zeros = (std::countl_zero(group | 1U) - 16) / 4;
-  const std::uint32_t digits = (high | std::uint32_t{low} << 16) >> 8 * zeros;
-  std::memcpy(out, &digits, sizeof(digits));
-  return out + 4 - zeros;
+  return Put((high | std::uint32_t{low} << 16) >> 8 * zeros, out) - zeros;
 }
 
 }  // namespace
@@ -92,19 +97,21 @@ char* PutDecimal(std::uint64_t value, char* out) noexcept {
 }
 
 char* PutShortDecimal(std::uint32_t value, char* out) noexcept {
-  constexpr std::uint32_t kEightDigits = 100'000'000;
-  if (value >= kEightDigits) {
-    out = PutShortDecimal(value / kEightDigits, out);
-    const std::uint64_t digits = EightDigits(value % kEightDigits);
-    std::memcpy(out, &digits, sizeof(digits));
-    return out + 8;
+  constexpr std::uint32_t kFourDigits = 10'000;
+  if (value < kFourDigits) {
+    // The bits in which the digits differ from zeros, and one of the last digit, which stays.
+    const std::uint32_t digits = FourDigits(value);
+    const int zeros = std::countr_zero((digits ^ 0x30303030U) | 1U << 24) / 8;
+    return Put(digits >> 8 * zeros, out) - zeros;
   }
-  const std::uint64_t digits = EightDigits(value);
-  // The bits in which the digits differ from zeros, and one of the last digit, which stays.
-  const int zeros = std::countr_zero((digits ^ 0x3030303030303030U) | std::uint64_t{1} << 56) / 8;
-  const std::uint64_t kept = digits >> 8 * zeros;
-  std::memcpy(out, &kept, sizeof(kept));
-  return out + 8 - zeros;
+  constexpr std::uint32_t kEightDigits = kFourDigits * kFourDigits;
+  if (value < kEightDigits) {
+    const std::uint64_t digits = EightDigits(value);
+    const int zeros = std::countr_zero((digits ^ 0x3030303030303030U) | std::uint64_t{1} << 56) / 8;
+    return Put(digits >> 8 * zeros, out) - zeros;
+  }
+  out = PutShortDecimal(value / kEightDigits, out);
+  return Put(EightDigits(value % kEightDigits), out);
 }
 
 char* PutSignedDecimal(std::int64_t value, char* out) noexcept {
