@@ -128,7 +128,7 @@ TEST(InterfaceFilter, AgreesWithASetOfTexts) {
         list += "," + readable;
         if (readable.size() == text.size()) text = readable;  // taken for a key
       } else {
-        if (below(4) == 0) text[below(20)] = "0A9F._Gg"[below(8)];
+        if (below(4) == 0) text[below(20)] = "0A9F._Ga"[below(8)];
         list += "," + text;
       }
       texts.insert(text);

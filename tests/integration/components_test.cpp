@@ -42,7 +42,7 @@ struct Guarded {
 std::string Text(Object* object, int place) {
   char* text = nullptr;
   EXPECT_EQ(Call(object, place, &text), 0u);
-  const std::string copy = text == nullptr ? "null" : text;
+  std::string copy = text == nullptr ? "null" : text;
   delete[] text;
   return copy;
 }
@@ -196,7 +196,7 @@ TEST_F(Components, HandlersNameTheirProtocolAndPorts) {
     ASSERT_EQ(Call(client, at::GetPrefAPHosts, count.out(), &table), 0u);
     EXPECT_TRUE(count.OnlyItsOwn());
     std::vector<std::uint16_t> ports;
-    for (const char* entry = table; entry < table + count.Value() * 16; entry += 16) {
+    for (const char* entry = table; entry < table + std::size_t{16} * count.Value(); entry += 16) {
       EXPECT_EQ(Field<std::uint32_t>(entry, 0), 0u);
       EXPECT_EQ(Field<std::uint16_t>(entry, 6), 0u);
       EXPECT_EQ(*Field<const Guid*>(entry, 8), ParseGuid(kUdpLayer));
@@ -225,7 +225,7 @@ std::vector<std::string> Meters(Object* group) {
   EXPECT_EQ(Call(group, at::GetVariableDefs, count.out(), &table), 0u);
   EXPECT_TRUE(count.OnlyItsOwn());
   std::vector<std::string> meters;
-  for (const char* entry = table; entry < table + count.Value() * 40; entry += 40) {
+  for (const char* entry = table; entry < table + std::size_t{40} * count.Value(); entry += 40) {
     meters.push_back(std::to_string(Field<std::int32_t>(entry, 0)) + " " +
                      std::to_string(Field<std::int32_t>(entry, 4)) + " " +
                      std::to_string(Field<std::int64_t>(entry, 8)) + " " +

@@ -19,7 +19,6 @@ using flow::test::PolicyFile;
 using flow::test::V5Packet;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::Not;
 using testing::StartsWith;
 
 std::vector<std::uint8_t> OneFlow() {

@@ -106,7 +106,9 @@ INSTANTIATE_TEST_SUITE_P(
         {"WithoutTimesInTheFirstMinute",
          {.uptime = 59'999, .first = 0, .last = 0},
          "byte=1000 pkt=10 sysuptime_from=4294967295 to=59999"},
-        {"EndAloneIsATime", {.first = 0, .last = 1}, nullptr},
+        {"EndAloneIsATime",
+         {.first = 0, .last = 100'000'001},
+         "byte=1000 pkt=10 sysuptime_from=0 to=100000001"},
         {"FarthestBack", Timed(20'000'000, 10'000'000, 20'000'000), nullptr},
         {"TooFarBack", Timed(20'000'000, 9'999'999, 20'000'000),
          "byte=1000 pkt=10 sysuptime_from=9999999 to=20000000"},
@@ -158,7 +160,7 @@ TEST(Filters, DropBehindTheExporter) {
     std::string key;
     const char* list;
     bool metered;
-    bool metered_as_ipv6;
+    bool metered_otherwise;  // with another IP version
   } rows[] = {
       {"FilterInterfacesInclude", "192.0.2.1_7", true, true},
       {"FilterInterfacesInclude", "192.0.2.1_8,10.1.2.3_3", false, false},
@@ -180,8 +182,10 @@ TEST(Filters, DropBehindTheExporter) {
       EXPECT_THAT(calls, ElementsAre("MarkRecord",
                                      "UpdateCounter2 COUNTERID_FLOWGEN 11 C0.00.02.01 2 1 0 1000"));
     }
-    record.Set({.hosts6 = {"::1", "::2"}});
-    EXPECT_EQ(record.Meter("TOTALBW").size(), row.metered_as_ipv6 ? 1U : 0U);
+    for (const std::uint32_t ip_version : {6U, 0U}) {
+      record.ext.ip_version = ip_version;
+      EXPECT_EQ(record.Meter("TOTALBW").size(), row.metered_otherwise ? 1U : 0U);
+    }
   }
 }
 

@@ -253,7 +253,7 @@ TEST_F(MeterTest, FieldsInARow) {
     const Wire record = Wire(value).U8(4).Raw(FlowRecord().Get());
     host_.Forget();
     Send(V9(Learn(fields), Data(record).Record(record)));
-    return Flows();
+    return Said();
   };
   for (const Element& element : kElements) {
     SCOPED_TRACE(element.id);

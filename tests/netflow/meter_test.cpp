@@ -2,9 +2,9 @@
 
 #include <arpa/inet.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <sstream>
 
 namespace flow::test {
@@ -101,19 +101,31 @@ std::string HexText(const Bytes& bytes) {
   return text;
 }
 
-Texts FlowsIn(const Texts& lines) {
-  std::vector<std::vector<Texts>> records;
+Texts Digest(const Texts& lines) {
+  Texts digest;
+  std::vector<Texts> record;
+  const auto end_record = [&] {
+    if (!record.empty()) digest.push_back(FlowText(record));
+    record.clear();
+  };
   for (const std::string& line : lines) {
-    if (line == "MarkRecord") records.emplace_back();
     std::istringstream in(line);
-    if (!records.empty()) {
-      records.back().emplace_back(std::istream_iterator<std::string>(in),
-                                  std::istream_iterator<std::string>());
+    const Texts words{std::istream_iterator<std::string>(in), {}};
+    const bool is_volume =
+        words[0] == "UpdateCounterKeyLen" && words[1] == "COUNTERID_FLOWGEN" && words[4] == "1";
+    if (is_volume || words[0] == "MarkRecord" || words[0] == "Log" || line.starts_with("SetKey")) {
+      end_record();
+    }
+    if (is_volume) {
+      digest.push_back("volume " + words[5] + " of " + words[3]);
+    } else if (words[0] == "Log" || line.starts_with("SetKey")) {
+      digest.push_back(line);
+    } else if (words[0] == "MarkRecord" || !record.empty()) {
+      record.push_back(words);
     }
   }
-  Texts flows;
-  std::ranges::transform(records, std::back_inserter(flows), FlowText);
-  return flows;
+  end_record();
+  return digest;
 }
 
 Texts TemplatesOf(const CPINetflowMeter& meter) {
@@ -141,18 +153,6 @@ Texts TemplatesOf(const CPINetflowMeter& meter) {
     }
   }
   return exporters;
-}
-
-Outcome MeterRecords(std::string_view settings, const Fields& fields, const Set& data) {
-  RecordingHost host;
-  host.Policy(std::string(settings) + std::string(kFlowsOnly));
-  const auto meter = host.Attach<CPINetflowMeter>();
-  host.Count(meter, V9(Learn(fields)).Build());
-  host.Forget();
-  host.Count(meter, V9(data).WithCount(1).Build());
-  Texts lines = host.Take();
-  Texts flows = FlowsIn(lines);
-  return {std::move(lines), std::move(flows), meter->LastSetError()};
 }
 
 void MeterTest::Start(std::string_view settings, std::string_view beside) {

@@ -45,9 +45,11 @@ inline constexpr char kFlow[] = "6 10.0.0.1:51000 > 10.0.0.2:80 if 3 > 7, 1000 b
 
 Wire Numbers(std::initializer_list<std::uint32_t> numbers);  // of 4 bytes
 
-// FlowsIn gives a text for each metered record among a host's lines: as kFlow, and then whatever
-// the calls say about AS numbers, prefixes, next hops, texts, times and hardware addresses.
-Texts FlowsIn(const Texts& lines);
+// Digest says in short what a host's lines say, in their order: for each metered record as kFlow,
+// and then whatever its calls say about AS numbers, prefixes, next hops, texts, times and hardware
+// addresses; "volume 24 of C0.00.02.01" for the size of an export datagram; names, properties and
+// messages as they are.
+Texts Digest(const Texts& lines);
 
 // HexText gives two lower-case digits a byte.
 std::string HexText(const Bytes& bytes);
@@ -56,14 +58,6 @@ std::string HexText(const Bytes& bytes);
 // id(type:length
 // ...): "192.0.2.1:50000 256(8:4 12:4) 257()".
 Texts TemplatesOf(const CPINetflowMeter& meter);
-
-// MeterRecords has a new meter meter one set, whose template 256 has these fields.
-struct Outcome {
-  Texts lines;
-  Texts flows;
-  SetError error;
-};
-Outcome MeterRecords(std::string_view settings, const Fields& fields, const Set& data);
 
 class MeterTest : public testing::Test {
  protected:
@@ -75,8 +69,8 @@ class MeterTest : public testing::Test {
   Status Send(const V9Packet& packet, const Exporter& from = {}) {
     return Send(packet.Build(), from);
   }
-  // Flows gives what has been metered since the last look.
-  Texts Flows() { return FlowsIn(host_.Take()); }
+  // Said is the digest of the calls since the last look.
+  Texts Said() { return Digest(host_.Take()); }
 
   RecordingHost host_;
   ComponentOf<CPINetflowMeter> meter_;

@@ -120,7 +120,8 @@ std::string Text(std::integral auto number) { return number == 0 ? "" : std::to_
 std::string Text(const SFAddress& address) {
   if (address.type == kSFAddressUnset) return "";
   char text[INET6_ADDRSTRLEN] = "?";
-  inet_ntop(address.type == kSFAddressIPv4 ? AF_INET : AF_INET6, address.bytes, text, sizeof text);
+  if (address.type == kSFAddressIPv4) inet_ntop(AF_INET, address.bytes, text, sizeof text);
+  if (address.type == kSFAddressIPv6) inet_ntop(AF_INET6, address.bytes, text, sizeof text);
   return text;
 }
 

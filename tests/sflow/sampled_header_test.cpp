@@ -222,6 +222,15 @@ TEST(SampledHeader, LeavesEarlierFields) {
                 " srcPort=40000 dstPort=53 TCPFlags=16 UDPBytes=120" + Payload(28));
 }
 
+TEST(SampledHeader, RawIpv4ClearsTheMarkOfIpv6) {
+  const Decoded decoded =
+      Decode(SFlowPacket()
+                 .Flow({.elements = {SampledHeader(Frame().Ipv6().Tcp(), {.protocol = 12})}})
+                 .Flow({.elements = {SampledHeader(Frame().Ipv4().Tcp(), {.protocol = 11})}})
+                 .Build());
+  EXPECT_EQ(" " + decoded.LastFields(), At("IPv4", 0) + Proto4(6) + kTcp + Payload(40));
+}
+
 TEST(SampledHeader, OfAnUndefinedProtocolEndsTheDatagram) {
   const auto decode = [](std::uint32_t protocol) {
     return Decode(SFlowPacket()

@@ -203,6 +203,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"Sctp", "", {.protocol = 132}, {}},
         {"ProtocolBeyond8Bits", "", {.protocol = 0x106}, {}},
         {"SourceWellKnown", "", {.source_port = 1023, .destination_port = 80}, {App("p-03FF")}},
+        {"SourceJustNot", "", {.source_port = 1024, .destination_port = 80}, {App("p-0050")}},
         {"DestinationWellKnown",
          "",
          {.source_port = 1025, .destination_port = 443},
