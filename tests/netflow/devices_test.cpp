@@ -30,9 +30,9 @@ TEST_P(DeviceTest, IsMetered) {
   if (SampleDirectory().empty()) GTEST_SKIP() << "no captures beside the project";
   const Device& device = GetParam();
   RecordingHost host;
-  host.Policy(
-      std::string(kWholeFlows) +
-      (device.variable ? "<AllowVariableLengthStrings>true</AllowVariableLengthStrings>" : ""));
+  host.Policy(kWholeFlows + (device.variable
+                                 ? "<AllowVariableLengthStrings>true</AllowVariableLengthStrings>"
+                                 : ""));
   const auto meter = host.Attach<CPINetflowMeter>();
   host.Forget();
   for (const std::string& name : device.datagrams) {

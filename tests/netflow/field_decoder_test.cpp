@@ -47,7 +47,7 @@ const Element kElements[] = {
     {13, 1, &R::dst_mask},                {14, 4, &R::out_ifindex, 1 << 6},
     {15, 4, &R::ip_nexthop},              {16, 2, &R::src_as},
     {17, 2, &R::dst_as},                  {18, 4, &R::bgp_nexthop},
-    {21, 4, &R::last},                    {22, 4, &R::first},
+    {21, 4, &R::last},                    {22, 4, &R::first, 16},
     {23, 4, &R::rev_bytes},               {24, 4, &R::rev_packets},
     {27, 16, &R::src_addr6, 1 << 7 | 1},  {28, 16, &R::dst_addr6, 1 << 7 | 2},
     {29, 1, &R::src_mask},                {30, 1, &R::dst_mask},

@@ -19,14 +19,14 @@ using Texts = std::vector<std::string>;
 
 // Settings under which the calls for a record say what was decoded, and little else. The first of
 // two settings of one name counts, so a test's own come before these.
-inline constexpr std::string_view kWholeFlows =
+inline const std::string kWholeFlows =
     "<MeterHosts>false</MeterHosts><MeterSubnets>false</MeterSubnets><Meterv4v6>false</Meterv4v6>"
     "<MeterBothPorts>false</MeterBothPorts><MatchBiDirectionalFlows>false</MatchBiDirectionalFlows>"
     "<MergeMultipleSources>false</MergeMultipleSources><MergeHTTP>false</MergeHTTP>"
     "<MergeHTTPS>false</MergeHTTPS><MergeDNS>false</MergeDNS>"
     "<LogTemplateMessages>false</LogTemplateMessages>";
 // Beside that, nothing but the flow and its volume.
-inline constexpr std::string_view kFlowsOnly =
+inline const std::string kFlowsOnly =
     "<MeterHosts>false</MeterHosts><MeterSubnets>false</MeterSubnets><Meterv4v6>false</Meterv4v6>"
     "<MeterBothPorts>false</MeterBothPorts><MatchBiDirectionalFlows>false</MatchBiDirectionalFlows>"
     "<MergeMultipleSources>false</MergeMultipleSources><MergeHTTP>false</MergeHTTP>"

@@ -16,7 +16,7 @@ class Sampling : public MeterTest {
     host_.Forget();
     Send(V9(Learn(kFlowFields), Data(FlowRecord())), from);
     const Texts said = Said();
-    return said.empty() ? "none" : said[0].substr(said[0].find(", ") + 2);
+    return said.empty() ? "none" : said.back().substr(said.back().find(", ") + 2);
   }
   void LearnRate(std::uint32_t rate, const Exporter& from, std::uint16_t element = 34) {
     Send(V9(V9Options(400, {{1, 4}}, {{element, 4}}), Data(Numbers({0, rate}), 400)), from);
