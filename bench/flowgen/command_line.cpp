@@ -27,9 +27,10 @@ constexpr char kFooter[] =
     "\n"
     "Written at the end, a name and a number a line: datagrams, datagram_bytes (UDP payload),\n"
     "records (sFlow: samples), bytes and packets (what the records claim, scaled by the sampling\n"
-    "rate) of what was written or sent; left_out_datagrams, left_out_records, left_out_bytes and\n"
-    "left_out_packets of what --drop-every left out, which the others do not contain; send_errors\n"
-    "(datagrams of which the kernel said that nobody listens); seconds.\n"
+    "rate) of what was written or sent; the same five with left_out_ in front of what "
+    "--drop-every\n"
+    "left out, which the others do not contain; send_errors (reports of the kernel that nobody\n"
+    "listens); seconds.\n"
     "\n"
     "Captures begin at 1700000000 seconds since 1970. What is sent has clocks that end now.\n"
     "Exit status: 0 success; 1 trouble with writing or sending, also send errors; 2 wrong usage.";

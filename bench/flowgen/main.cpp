@@ -37,7 +37,8 @@ int Main(const Options& options) {
   Print(result.left_out, "left_out_");
   fmt::print("send_errors {}\nseconds {:.3f}\n", output->SendErrors(), taken.count());
   if (output->SendErrors() == 0) return kExitOk;
-  fmt::print(stderr, "flowgen: nobody listened to {} datagrams\n", output->SendErrors());
+  fmt::print(stderr, "flowgen: the kernel reported {} times that nobody listens\n",
+             output->SendErrors());
   return kExitTrouble;
 }
 

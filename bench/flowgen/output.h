@@ -20,7 +20,7 @@ class Output {
   // Finish must come last: what was buffered may not reach the disk. Errors are exceptions.
   virtual void Finish() {}
 
-  // Datagrams that the kernel reported as not delivered.
+  // How often the kernel reported that nobody listens, at most once per datagram.
   [[nodiscard]] virtual std::uint64_t SendErrors() const { return 0; }
 };
 

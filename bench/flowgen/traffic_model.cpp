@@ -83,9 +83,9 @@ void TrafficModel::DrawTransport(Flow* flow) {
   if (flow->protocol == kTcp) flow->tcp_flags = kTcpFlags[(draw >> 52) % std::size(kTcpFlags)];
 }
 
-// At most 2,000 packets of 1,500 bytes.
+// At most 2,000 packets of 1,500 bytes, mostly a few.
 void TrafficModel::DrawVolume(Flow* flow) {
-  flow->packets = 1 + random_.SkewedBelow(2000);
+  flow->packets = 1 + random_.SkewedBelow(1 + random_.SkewedBelow(2000));
   flow->bytes = flow->packets * (40 + random_.Below(1461));
   flow->last_ago = random_.Below(10'000);
   flow->first_ago = flow->last_ago;

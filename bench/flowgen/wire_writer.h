@@ -2,8 +2,10 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 
 namespace flow::gen {
@@ -16,9 +18,9 @@ class WireWriter {
     *at_++ = value;
     return *this;
   }
-  WireWriter& U16(std::uint16_t value) { return Number(value, 2); }
-  WireWriter& U32(std::uint32_t value) { return Number(value, 4); }
-  WireWriter& U64(std::uint64_t value) { return Number(value, 8); }
+  WireWriter& U16(std::uint16_t value) { return Number<2>(value); }
+  WireWriter& U32(std::uint32_t value) { return Number<4>(value); }
+  WireWriter& U64(std::uint64_t value) { return Number<8>(value); }
   WireWriter& Raw(std::span<const std::uint8_t> bytes) {
     at_ = std::copy(bytes.begin(), bytes.end(), at_);
     return *this;
@@ -33,10 +35,12 @@ class WireWriter {
   [[nodiscard]] std::uint8_t* At() const { return at_; }
 
  private:
-  WireWriter& Number(std::uint64_t value, int size) {
-    for (int shift = 8 * (size - 1); shift >= 0; shift -= 8) {
-      *at_++ = static_cast<std::uint8_t>(value >> shift);
-    }
+  template <int size>
+  WireWriter& Number(std::uint64_t value) {
+    if constexpr (std::endian::native == std::endian::little) value = __builtin_bswap64(value);
+    // The number's bytes are the last ones now.
+    std::memcpy(at_, reinterpret_cast<const std::uint8_t*>(&value) + (8 - size), size);
+    at_ += size;
     return *this;
   }
 
