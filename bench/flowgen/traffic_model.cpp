@@ -13,10 +13,10 @@ constexpr std::uint8_t kTcpFlags[] = {0x1B, 0x1B, 0x1B, 0x1A, 0x18, 0x10, 0x02, 
 
 // Both multiply by an odd number, so that hosts are spread and no two have one address.
 std::uint32_t HomeAddress(std::uint32_t host) {
-  return 0x0A000000 | ((host * 0x9E3779B1U) & 0x00FFFFFF);
+  return 0x0A000000 | (((host + 1) * 0x9E3779B1U) & 0x00FFFFFF);
 }
 std::uint32_t OtherAddress(std::uint32_t host) {
-  return 0x40000000 | ((host * 0x85EBCA6BU) & 0x0FFFFFFF);
+  return 0x40000000 | (((host + 1) * 0x85EBCA6BU) & 0x0FFFFFFF);
 }
 
 }  // namespace
@@ -78,7 +78,7 @@ void TrafficModel::DrawTransport(Flow* flow) {
   const std::uint64_t kind = draw % 32;
   flow->protocol = kind == 0 ? kIcmp : kind < 8 ? kUdp : kTcp;
   if (flow->protocol == kIcmp) return;
-  flow->source_port = static_cast<std::uint16_t>(1024 + (draw >> 8) % 64'000);
+  flow->source_port = static_cast<std::uint16_t>(32'768 + (draw >> 8) % 28'232);
   flow->destination_port = kServices[(draw >> 48) % std::size(kServices)];
   if (flow->protocol == kTcp) flow->tcp_flags = kTcpFlags[(draw >> 52) % std::size(kTcpFlags)];
 }
