@@ -16,7 +16,7 @@ std::uint64_t StartOf(const Options& options) {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   return static_cast<std::uint64_t>(
              std::chrono::duration_cast<std::chrono::microseconds>(now).count()) -
-         options.minutes * 60 * kMicroseconds;
+         std::uint64_t{60} * options.minutes * kMicroseconds;
 }
 
 void Print(const Totals& totals, const char* prefix) {
