@@ -19,11 +19,28 @@ constexpr char kExamples[] =
     "Examples:\n"
     "  flowhost replay router.pcap\n"
     "  flowhost replay --top 20 --group hosts --group flows router.pcap\n"
+    "  flowhost listen --state /var/lib/flowhost\n"
+    "  flowhost check-config /etc/flowhost\n"
     "  flowhost info\n"
     "\n"
     "flowhost COMMAND --help tells more. Exit status: 0 success; 1 trouble with the input, a "
     "policy,\n"
     "the plug-in or an output; 2 wrong usage; 255 a policy file that the plug-in cannot read.";
+
+constexpr char kListenExamples[] =
+    "Every interval a summary of it goes to standard output, and at the end one of the whole run.\n"
+    "\n"
+    "Signals: SIGUSR1 shows the interval so far; SIGHUP checks the policies in another process "
+    "and, "
+    "when\n"
+    "they can be used, has NetFlow meters look at theirs at once; SIGTERM and Ctrl-C end with what "
+    "was\n"
+    "received so far metered and shown.\n"
+    "\n"
+    "Examples:\n"
+    "  flowhost listen                                 the ports that the handlers prefer\n"
+    "  flowhost listen --port netflow=9996 --port sflow=6344 --bind 192.0.2.1\n"
+    "  flowhost listen --interval 300 --sqlite flows.db --state /var/lib/flowhost";
 
 constexpr char kReplayExamples[] =
     "Examples:\n"
@@ -88,7 +105,7 @@ void AddPluginOption(CLI::App* app, std::string* plugin) {
       ->type_name("PATH");
 }
 
-void AddMeterOptions(CLI::App* app, MeterOptions* options) {
+void AddMeterOptions(CLI::App* app, MeterOptions* options, const char* port_help) {
   AddPluginOption(app, &options->plugin);
   app->add_option(
          "--config", options->config_directory,
@@ -116,11 +133,11 @@ void AddMeterOptions(CLI::App* app, MeterOptions* options) {
            for (const std::string& text : texts)
              options->extra_ports.push_back(ExtraPortFrom(text));
          },
-         "A further UDP port of a protocol, as in netflow=9996; repeatable")
+         port_help)
       ->type_name("PROTOCOL=N")
       ->allow_extra_args(false);
   app->add_option("--instances", options->instances,
-                  "Meters side by side, exporters spread over them (default: 1)")
+                  "Meters side by side, each in a thread, exporters spread over them (default: 1)")
       ->type_name("N")
       ->check(CLI::Range(1, 64));
   app->add_option_function<std::string>(
@@ -149,6 +166,44 @@ void AddOutputOptions(CLI::App* app, OutputOptions* options) {
       ->type_name("FILE");
 }
 
+void AddListenOptions(CLI::App* app, ListenOptions* options) {
+  app->footer(kListenExamples);
+  AddMeterOptions(app, &options->meter,
+                  "A UDP port to listen on instead of those that the handlers prefer, as in "
+                  "netflow=9996; repeatable");
+  AddOutputOptions(app, &options->output);
+  app->add_option("--keep-days", options->output.keep_days,
+                  "How long time buckets stay in the SQLite database (default: 7; 0 for ever)")
+      ->type_name("N")
+      ->check(CLI::Range(0, 36500));
+  app->add_option("--bind", options->bind, "IPv4 address to listen on (default: all)")
+      ->type_name("ADDRESS");
+  app->add_option("--interval", options->interval, "Seconds between summaries (default: 60)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1, 86400));
+  app->add_option("--state", options->state_directory,
+                  "Directory in which templates are kept across restarts (default: they are not)")
+      ->type_name("DIR");
+  app->add_option("--receive-buffer", options->receive_buffer,
+                  "Bytes per socket that the kernel is asked to hold (default: 16 MiB)")
+      ->type_name("BYTES")
+      ->check(CLI::Range(4096, 1 << 30));
+}
+
+void AddCheckConfigOptions(CLI::App* app, CheckConfigOptions* options) {
+  app->footer(
+      "Exit status: 0 fine; 3 usable, with warnings; 1 a policy that cannot be used, which would "
+      "end a\ncollector that reads it.");
+  AddPluginOption(app, &options->plugin);
+  app->add_option("--data", options->data_directory,
+                  "Directory of the home AS feeds (default: that of the policies)")
+      ->type_name("DIR");
+  app->add_flag("--quiet", options->quiet, "Say nothing where nothing is wrong");
+  app->add_option("DIR", options->config_directory, "Directory of the policy files")
+      ->required()
+      ->type_name("");
+}
+
 }  // namespace
 
 std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* status) {
@@ -157,8 +212,9 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   app.require_subcommand(1);
   app.failure_message([](const CLI::App*, const CLI::Error& error) {
     const bool no_command = std::string_view(error.what()) == "A subcommand is required";
-    return fmt::format("flowhost: {}\nRun flowhost --help for how it is used.\n",
-                       no_command ? "a command is required: replay or info" : error.what());
+    return fmt::format(
+        "flowhost: {}\nRun flowhost --help for how it is used.\n",
+        no_command ? "a command is required: replay, listen, check-config or info" : error.what());
   });
   app.set_version_flag("--version", "flowhost " FLOW_VERSION);
 
@@ -166,8 +222,15 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   CLI::App* const replay_app =
       app.add_subcommand("replay", "Meter the export datagrams in capture files");
   replay_app->footer(kReplayExamples);
-  AddMeterOptions(replay_app, &replay.meter);
+  AddMeterOptions(replay_app, &replay.meter,
+                  "A further UDP port of a protocol, as in netflow=9996; repeatable");
   AddOutputOptions(replay_app, &replay.output);
+  replay_app
+      ->add_option("--interval", replay.interval,
+                   "Report every so many seconds of the captures' time, in bounded memory "
+                   "(default: once, at the end)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1, 86400));
   replay_app
       ->add_option("--trace", replay.trace,
                    "Write every call of the library; - for standard output")
@@ -175,6 +238,16 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   replay_app->add_option("CAPTURE", replay.captures, "pcap or pcapng files; - for standard input")
       ->required()
       ->type_name("");
+
+  ListenOptions listen;
+  CLI::App* const listen_app =
+      app.add_subcommand("listen", "Meter the export datagrams that arrive on UDP ports");
+  AddListenOptions(listen_app, &listen);
+
+  CheckConfigOptions check;
+  CLI::App* const check_app = app.add_subcommand(
+      "check-config", "Tell whether the plug-in can use the policy files in a directory");
+  AddCheckConfigOptions(check_app, &check);
 
   InfoOptions info;
   CLI::App* const info_app = app.add_subcommand(
@@ -188,6 +261,8 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
     return std::nullopt;
   }
   if (replay_app->parsed()) return replay;
+  if (listen_app->parsed()) return listen;
+  if (check_app->parsed()) return check;
   return info;
 }
 

@@ -8,7 +8,7 @@
 
 namespace flow::host {
 
-using Command = std::variant<ReplayOptions, InfoOptions>;
+using Command = std::variant<ReplayOptions, ListenOptions, InfoOptions, CheckConfigOptions>;
 
 // ParseCommandLine gives the command. Help and errors are printed here; then there is no command
 // and *status is the exit status.

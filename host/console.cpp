@@ -31,13 +31,18 @@ Console::Console(int log_level) : log_level_(log_level), is_terminal_(isatty(STD
 
 Console::~Console() { EndRepeats(); }
 
-void Console::Error(std::string_view text) { Line(fmt::format("flowhost: {}", Printable(text))); }
+void Console::Error(std::string_view text) { Notice(text); }
 
-void Console::Notice(std::string_view text) { Line(fmt::format("flowhost: {}", Printable(text))); }
+void Console::Notice(std::string_view text) {
+  const std::lock_guard lock(mutex_);
+  Line(fmt::format("flowhost: {}", Printable(text)));
+}
 
 void Console::Log(std::string_view component, int level, std::string_view text) {
+  if (level <= kLogWarning) ++warnings_;
   if (level > log_level_) return;
   std::string line = fmt::format("{}: {}: {}", component, LevelName(level), Printable(text));
+  const std::lock_guard lock(mutex_);
   if (line == last_log_) {
     ++repeats_;
     return;
@@ -53,12 +58,18 @@ void Console::EndRepeats() {
 
 void Console::Progress(std::string_view text) {
   if (!is_terminal_) return;
+  const std::lock_guard lock(mutex_);
   fmt::print(stderr, "\r\x1b[K{}", text);
   std::fflush(stderr);
   progress_shown_ = true;
 }
 
 void Console::ClearProgress() {
+  const std::lock_guard lock(mutex_);
+  HideProgress();
+}
+
+void Console::HideProgress() {
   if (!progress_shown_) return;
   fmt::print(stderr, "\r\x1b[K");
   std::fflush(stderr);
@@ -72,7 +83,7 @@ void Console::Line(std::string_view text) {
 
 // The summary on standard output and the messages keep their order where both go to one place.
 void Console::Write(std::string_view text) {
-  ClearProgress();
+  HideProgress();
   std::fflush(stdout);
   fmt::print(stderr, "{}\n", text);
 }

@@ -1,7 +1,10 @@
 // Everything that goes to standard error: errors, notices, the plug-in's log and the progress line.
+// Any thread may speak.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -22,21 +25,28 @@ class Console {
   // once, with how often it came.
   void Log(std::string_view component, int level, std::string_view text);
 
+  // Warnings tells how many warnings and errors components have logged.
+  [[nodiscard]] std::uint64_t Warnings() const { return warnings_; }
+
   // Progress replaces the progress line; nothing happens where standard error is no terminal.
   void Progress(std::string_view text);
   void ClearProgress();
   [[nodiscard]] bool IsTerminal() const { return is_terminal_; }
 
  private:
+  // Under the lock.
   void Line(std::string_view text);
+  void HideProgress();
   void Write(std::string_view text);
   void EndRepeats();
 
+  std::mutex mutex_;
   int log_level_;
   bool is_terminal_;
   bool progress_shown_ = false;
   std::string last_log_;
   std::uint64_t repeats_ = 0;
+  std::atomic<std::uint64_t> warnings_ = 0;
 };
 
 }  // namespace flow::host

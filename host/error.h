@@ -6,8 +6,9 @@
 namespace flow::host {
 
 inline constexpr int kExitOk = 0;
-inline constexpr int kExitTrouble = 1;  // input, policy, plug-in or output
-inline constexpr int kExitUsage = 2;    // wrong options
+inline constexpr int kExitTrouble = 1;   // input, policy, plug-in or output
+inline constexpr int kExitUsage = 2;     // wrong options
+inline constexpr int kExitWarnings = 3;  // check-config: policies that can be used, with warnings
 
 // What went wrong, in one line for the user.
 class HostError : public std::runtime_error {

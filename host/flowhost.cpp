@@ -4,16 +4,20 @@
 
 #include <exception>
 
+#include "host/check_config_command.h"
 #include "host/command_line.h"
 #include "host/error.h"
 #include "host/info_command.h"
+#include "host/listen_command.h"
 #include "host/replay_command.h"
 
 namespace flow::host {
 namespace {
 
 int Run(const ReplayOptions& options) { return RunReplay(options); }
+int Run(const ListenOptions& options) { return RunListen(options); }
 int Run(const InfoOptions& options) { return RunInfo(options); }
+int Run(const CheckConfigOptions& options) { return RunCheckConfig(options); }
 
 int Tell(const std::exception& error, int status) {
   std::fflush(stdout);

@@ -51,13 +51,10 @@ MeterSetup::MeterSetup(const MeterOptions& options, const std::string& trace, Co
       components_(DescribeComponents(library_.package())),
       groups_(GroupsOf(components_)),
       ports_(components_, options.extra_ports),
-      site_settings_(SettingsFrom(options)),
-      channels_(nullptr) {
-  if (!trace.empty()) {
-    trace_.emplace(trace);
-    TeachTraceNames();
-    channels_ = ChannelHub(&*trace_);
-  }
+      site_settings_(SettingsFrom(options)) {
+  if (trace.empty()) return;
+  trace_.emplace(trace);
+  TeachTraceNames();
 }
 
 void MeterSetup::TeachTraceNames() {
@@ -70,14 +67,12 @@ void MeterSetup::TeachTraceNames() {
   trace_->Learn(CHANNELID_NETFLOW_TEMPLATES, "templates");
 }
 
-void MeterSetup::Start() {
+void MeterSetup::Start(LaneMode mode) {
   const LaneParts parts{
       library_.package(),         components_, groups_, site_settings_, channels_, console_,
       trace_ ? &*trace_ : nullptr};
-  for (int number = 1; number <= options_.instances; ++number) {
-    lanes_.push_back(std::make_unique<Lane>(parts, number));
-  }
-  intake_.emplace(ports_, lanes_);
+  lanes_.emplace(parts, options_.instances, trace_ ? LaneMode::kInline : mode);
+  intake_.emplace(ports_, *lanes_);
 }
 
 std::vector<std::string> MeterSetup::GroupIds(const std::vector<std::string>& names) const {
@@ -92,22 +87,6 @@ std::vector<std::string> MeterSetup::GroupIds(const std::vector<std::string>& na
     ids.push_back(group->id);
   }
   return ids;
-}
-
-std::uint64_t MeterSetup::Records() const {
-  std::uint64_t records = 0;
-  for (const auto& lane : lanes_) records += lane->store().records;
-  return records;
-}
-
-const StatsStore& MeterSetup::Merge(StatsStore* merged, ExporterTable* exporters) const {
-  for (const auto& lane : lanes_) {
-    lane->Flush();
-    exporters->Merge(lane->exporters());
-  }
-  if (lanes_.size() == 1) return lanes_[0]->store();
-  for (const auto& lane : lanes_) merged->Merge(lane->store());
-  return *merged;
 }
 
 }  // namespace flow::host

@@ -2,7 +2,6 @@
 // offers, the sites, the lanes and the intake.
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,20 +20,26 @@ class MeterSetup {
   // Loads the plug-in and asks what it offers. HostError and UsageError when that fails.
   MeterSetup(const MeterOptions& options, const std::string& trace, Console& console);
 
-  // Start makes the lanes; the meters read their policies here.
-  void Start();
+  // UseDefaultsIn has default policies written into this directory, where one is missing.
+  void UseDefaultsIn(const std::filesystem::path& directory) {
+    site_settings_.defaults_directory = directory;
+  }
+
+  // Start makes the lanes; the meters read their policies here. Lanes work side by side where there
+  // are several, and no trace wants the calls in order.
+  void Start(LaneMode mode);
 
   // GroupIds turns names of groups as the user gave them into their ids.
   [[nodiscard]] std::vector<std::string> GroupIds(const std::vector<std::string>& names) const;
 
   [[nodiscard]] const GroupCatalog& groups() const { return groups_; }
+  [[nodiscard]] const std::vector<ComponentDescription>& components() const { return components_; }
+  [[nodiscard]] const PortMap& ports() const { return ports_; }
+  [[nodiscard]] const SiteSettings& site_settings() const { return site_settings_; }
+  [[nodiscard]] const std::string& plugin_path() const { return library_.path(); }
+  ChannelHub& channels() { return channels_; }
+  Lanes& lanes() { return *lanes_; }
   Intake& intake() { return *intake_; }
-
-  // Records metered so far.
-  [[nodiscard]] std::uint64_t Records() const;
-
-  // Merge collects what all lanes have counted. The result is *merged, or the only lane's store.
-  const StatsStore& Merge(StatsStore* merged, ExporterTable* exporters) const;
 
  private:
   void TeachTraceNames();
@@ -49,7 +54,7 @@ class MeterSetup {
   PortMap ports_;
   SiteSettings site_settings_;
   ChannelHub channels_;
-  std::vector<std::unique_ptr<Lane>> lanes_;
+  std::optional<Lanes> lanes_;
   std::optional<Intake> intake_;
 };
 

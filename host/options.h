@@ -1,6 +1,7 @@
 // What the command line asks for.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -29,13 +30,32 @@ struct OutputOptions {
   std::string json;
   std::string csv;
   std::string sqlite;
+  int keep_days = 7;  // of time buckets in the database; 0 for all
 };
 
 struct ReplayOptions {
   MeterOptions meter;
   OutputOptions output;
   std::string trace;
+  std::uint32_t interval = 0;  // seconds of capture time; 0 for one report of the whole
   std::vector<std::string> captures;
+};
+
+// Live datagrams. An extra port takes the place of the ports that the handlers prefer.
+struct ListenOptions {
+  MeterOptions meter;
+  OutputOptions output;
+  std::string bind = "0.0.0.0";
+  std::uint32_t interval = 60;            // seconds
+  std::string state_directory;            // empty for none
+  std::size_t receive_buffer = 16 << 20;  // bytes wanted of the kernel, per socket
+};
+
+struct CheckConfigOptions {
+  std::string plugin;
+  std::string config_directory;
+  std::string data_directory;
+  bool quiet = false;  // says nothing where nothing is wrong
 };
 
 struct InfoOptions {

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <optional>
+#include <utility>
 
 #include "host/capture/capture_reader.h"
 #include "host/component/call_trace.h"
@@ -12,10 +12,9 @@
 #include "host/exit_watch.h"
 #include "host/meter_setup.h"
 #include "host/progress.h"
-#include "host/report/csv_output.h"
-#include "host/report/json_output.h"
-#include "host/report/sqlite_output.h"
-#include "host/report/summary.h"
+#include "host/report/schedule.h"
+#include "host/reporter.h"
+#include "host/run_report.h"
 
 namespace flow::host {
 namespace {
@@ -26,85 +25,84 @@ class Replay {
       : options_(options),
         console_(options.meter.log_level),
         progress_(console_),
-        setup_(options.meter, options.trace, console_) {
-    report_options_ = options.output.report;
-    report_options_.group_ids = setup_.GroupIds(options.output.report.group_ids);
+        setup_(options.meter, options.trace, console_),
+        output_(options.output),
+        schedule_(setup_.groups().ShortestBucket(),
+                  Timestamp{options.interval} * kMicrosPerSecond) {
+    output_.report.group_ids = setup_.GroupIds(output_.report.group_ids);
   }
 
   int Run() {
     const ExitWatch watch([this] { PluginEndedProcess(); });
-    setup_.Start();
+    setup_.Start(options_.meter.instances > 1 ? LaneMode::kWait : LaneMode::kInline);
     for (const std::string& path : options_.captures) ReadCapture(path);
-    Report();
-    return failed_ ? kExitTrouble : kExitOk;
+    Reap({.to = setup_.intake().counts().last, .is_last = true});
+    reporter_.Wait();
+    return failed_ || !report_.Succeeded() ? kExitTrouble : kExitOk;
   }
 
  private:
   void ReadCapture(const std::string& path) {
-    CaptureResult& result = captures_.emplace_back(CaptureResult{path, 0, ""});
+    CaptureResult& result = report_.captures().emplace_back(CaptureResult{path, 0, ""});
     try {
       CaptureReader reader(path);
       CapturedPacket packet;
       while (reader.Next(&packet)) {
         ++result.packets;
+        if (options_.interval != 0 && schedule_.IsDue(packet.time)) EndPeriod(packet.time);
         setup_.intake().Take(reader.LinkType(), packet);
-        if (progress_.IsDue()) progress_.Show(path, reader.Position(), setup_.Records());
+        if (progress_.IsDue()) progress_.Show(path, reader.Position(), setup_.lanes().Records());
       }
     } catch (const HostError& error) {
       result.error = error.what();
-      Fail(error.what());
+      failed_ = true;
+      console_.Error(error.what());
     }
     console_.ClearProgress();
   }
 
-  void Report() {
-    const double seconds = progress_.Seconds();
-    StatsStore merged(setup_.groups());
-    ExporterTable exporters;
-    const StatsStore& store = setup_.Merge(&merged, &exporters);
-    const host::Report report{captures_, setup_.intake().counts(), store, exporters.Rows(),
-                              seconds};
-    if (report.exporters.empty() && report.intake.Unclaimed() > 0) {
-      console_.Notice("no export datagram was found; exporters that use another port need --port");
-    }
-    const OutputOptions& output = options_.output;
-    // A document on standard output stands there alone; where nothing was read there is no summary.
-    if (output.json != "-" && report.intake.Packets() > 0)
-      PrintSummary(report, report_options_, stdout);
-    Write(output.json, [&] { WriteJson(report, report_options_, output.json); });
-    Write(output.csv, [&] { WriteCsv(report, report_options_, output.csv); });
-    Write(output.sqlite, [&] { WriteSqlite(report, report_options_, output.sqlite); });
+  void EndPeriod(Timestamp now) {
+    reporter_.Wait();  // reading runs ahead by one period at most
+    const Schedule::Span span = schedule_.Take(now);
+    Reap({.from = span.from,
+          .to = span.to,
+          .ends_interval = span.ends_interval,
+          .shows = span.ends_interval});
   }
 
-  // One output that cannot be written keeps none of the others from it.
-  template <class Writer>
-  void Write(const std::string& path, Writer&& writer) {
-    if (path.empty()) return;
-    try {
-      writer();
-    } catch (const HostError& error) {
-      Fail(error.what());
-    }
+  void Reap(Tick tick) {
+    tick.intake = setup_.intake().Reap();
+    if (tick.from == 0) tick.from = options_.interval == 0 ? tick.intake.first : schedule_.From();
+    reporter_.Reap(setup_.lanes(), std::move(tick));
   }
 
-  void Fail(const char* text) {
-    failed_ = true;
-    console_.Error(text);
-  }
-
+  // In the middle of a datagram, in whichever thread the plug-in was called.
   void PluginEndedProcess() {
     console_.Error(
         "the plug-in ended the process because it cannot read a policy file; its message stands "
         "above");
-    if (!captures_.empty()) Report();
+    if (report_.captures().empty()) return;
+    setup_.lanes().EndHere();
+    reporter_.FinishHere();
+    Tick tick{.intake = setup_.intake().Reap(), .is_last = true};
+    tick.from = tick.intake.first;
+    tick.to = tick.intake.last;
+    std::vector<Harvest> harvests;
+    setup_.lanes().Each([&](Lane& lane) { harvests.push_back(lane.Reap()); });
+    report_.Take(tick, std::move(harvests), progress_.Seconds());
   }
 
   const ReplayOptions& options_;
   Console console_;
   Progress progress_;
   MeterSetup setup_;
-  ReportOptions report_options_;
-  std::vector<CaptureResult> captures_;
+  OutputOptions output_;
+  Schedule schedule_;
+  RunReport report_{options_.interval == 0 ? RunKind::kWhole : RunKind::kPeriodic, setup_.groups(),
+                    output_, console_};
+  Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {
+    report_.Take(tick, std::move(harvests), progress_.Seconds());
+  }};
   bool failed_ = false;
 };
 

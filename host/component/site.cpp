@@ -45,15 +45,17 @@ Status Site::PreparePluginConfigFile(const IID& owner, const char* fileName, cha
     trace_->Call("PreparePluginConfigFile {} {}", trace_->Name(owner), Quoted(fileName));
   }
   *fullPath = nullptr;
-  const std::filesystem::path path = settings_.config_directory / fileName;
+  std::filesystem::path path = settings_.config_directory / fileName;
   std::error_code error;
   if (!std::filesystem::exists(path, error)) {
+    const bool elsewhere = !settings_.defaults_directory.empty();
+    if (elsewhere) path = settings_.defaults_directory / fileName;
     if (!WriteDefaultPolicy(path, &error)) {
       console_.Error(fmt::format("policy file {} is not there and cannot be written: {}",
                                  path.string(), error.message()));
       return kStatusFailed;
     }
-    console_.Notice(fmt::format("wrote the default policy {}", path.string()));
+    if (!elsewhere) console_.Notice(fmt::format("wrote the default policy {}", path.string()));
   }
   *fullPath = NewText(path.string());
   return kStatusOk;

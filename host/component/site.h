@@ -18,6 +18,9 @@ struct SiteSettings {
   std::filesystem::path config_directory;  // policy files
   std::filesystem::path data_directory;    // feeds
   std::filesystem::path work_directory;    // template dumps; empty for none
+  // Where default policies are written for those that are missing; empty for the directory of the
+  // policies.
+  std::filesystem::path defaults_directory;
   HomeNetworks home = HomeNetworks::Private();
 };
 

@@ -157,6 +157,12 @@ GroupInfo FromPlugin(const GroupDescription& description) {
   group.key_kind = KeyKind::kGuess;
   group.from_plugin = true;
   group.ranking = {0};
+  if (description.bucket_ms > 0) group.bucket_ms = description.bucket_ms;
+  group.top_n = description.top_n ? description.top_n_count : 0;
+  if (description.track_high > 0 && description.track_low <= description.track_high) {
+    group.track_high = description.track_high;
+    group.track_low = description.track_low;
+  }
   for (const GroupMeterDescription& meter : description.meters) {
     if (meter.index < 0) continue;
     group.meters.push_back({meter.index, IdOf(meter.name), meter.name,
@@ -181,6 +187,11 @@ GroupCatalog::GroupCatalog(std::span<const GroupDescription> plugin_groups) {
       groups_.push_back(FromPlugin(description));
     }
   }
+}
+
+Timestamp GroupCatalog::ShortestBucket() const {
+  constexpr Timestamp kMicrosPerMilli = 1000;
+  return kMicrosPerMilli * std::ranges::min_element(groups_, {}, &GroupInfo::bucket_ms)->bucket_ms;
 }
 
 const GroupInfo* GroupCatalog::Find(const std::string& name) const {

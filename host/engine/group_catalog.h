@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/capture/timestamp.h"
 #include "plugin/guid.h"
 
 namespace flow::host {
@@ -52,6 +53,13 @@ struct GroupInfo {
   std::vector<MeterInfo> meters;
   std::vector<int> ranking;  // keys are ranked by the sum of these meters
 
+  // How a long run keeps the group: the length of its time buckets, how many keys of a bucket are
+  // kept, and the numbers of keys at which pruning starts and stops.
+  std::uint32_t bucket_ms = 60'000;
+  std::size_t top_n = 50;
+  std::size_t track_high = 200'000;
+  std::size_t track_low = 100'000;
+
   // Columns is how many values a key has: indices of meters are below it.
   [[nodiscard]] std::size_t Columns() const;
 };
@@ -68,6 +76,9 @@ class GroupCatalog {
 
   // In the order in which a summary shows them.
   [[nodiscard]] const std::vector<GroupInfo>& groups() const { return groups_; }
+
+  // The length of the shortest time bucket of a group, in microseconds.
+  [[nodiscard]] Timestamp ShortestBucket() const;
 
   // Find takes an id or a title, case ignored; null when there is no such group.
   [[nodiscard]] const GroupInfo* Find(const std::string& name) const;

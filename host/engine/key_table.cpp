@@ -1,6 +1,7 @@
 #include "host/engine/key_table.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 #include <span>
 #include <utility>
@@ -59,7 +60,7 @@ std::uint64_t* KeyTable::FindOrAdd(std::string_view key, std::uint32_t hash) {
   if (slots_[at].row == 0) {
     // At most two slots in three are taken, or searches grow long.
     if ((size_ + 1) * 3 > slot_count_ * 2) {
-      Grow();
+      Resize(slot_count_ * 2);
       at = FindSlot(hash, key);
     }
     slots_[at] = {hash, AddRow(key)};
@@ -89,8 +90,22 @@ std::uint32_t KeyTable::AddRow(std::string_view key) {
   return static_cast<std::uint32_t>(place + 1);
 }
 
-void KeyTable::Grow() {
-  const std::size_t count = slot_count_ * 2;
+void KeyTable::Reserve(std::size_t rows) {
+  std::size_t count = slot_count_;
+  while (rows * 3 > count * 2) count *= 2;
+  if (count != slot_count_) Resize(count);
+}
+
+std::uint32_t KeyTable::AdoptBlocks(KeyTable* other) {
+  const std::size_t before = blocks_.size();
+  if (before + other->blocks_.size() > kMostBlocks) throw std::bad_alloc();
+  std::ranges::move(other->blocks_, std::back_inserter(blocks_));
+  other->blocks_.clear();
+  last_key_ = {};
+  return static_cast<std::uint32_t>(before << kBlockBits);
+}
+
+void KeyTable::Resize(std::size_t count) {
   LargeMemory memory = AllocateLarge(count * sizeof(Slot));
   auto* const grown = reinterpret_cast<Slot*>(memory.get());
   for (const Slot& slot : std::span(slots_, slot_count_)) {

@@ -38,6 +38,31 @@ class KeyTable {
     return SameKey(key, last_key_) ? last_values_ : nullptr;
   }
 
+  // Absorb takes over another table's rows, which stay where they are; only the index grows. For a
+  // key that both have it calls combine(values here, values there).
+  template <class Combine>
+  void Absorb(KeyTable&& other, Combine&& combine) {
+    Reserve(size_ + other.size_);
+    const std::uint32_t moved = AdoptBlocks(&other);
+    constexpr std::size_t kAhead = 16;
+    for (std::size_t i = 0; i < other.slot_count_; ++i) {
+      PrefetchSlot(other.slots_[(i + kAhead) & (other.slot_count_ - 1)].hash);
+      Slot slot = other.slots_[i];
+      if (slot.row == 0) continue;
+      slot.row += moved;
+      std::byte* const row = RowAt(slot.row);
+      const std::string_view key = KeyOf(row);
+      Slot& place = slots_[FindSlot(slot.hash, key)];
+      if (place.row == 0) {
+        place = slot;
+        ++size_;
+      } else {
+        combine(MutableValues(RowAt(place.row)), MutableValues(row));
+        Forget(row);
+      }
+    }
+  }
+
   // For those who know what they will ask for: the first brings the place in the index into the
   // cache, the second, once that is there, the row.
   void PrefetchSlot(std::uint32_t hash) const {
@@ -49,6 +74,7 @@ class KeyTable {
   [[nodiscard]] const std::uint64_t* Find(std::string_view key) const;
 
   [[nodiscard]] std::size_t size() const { return size_; }
+  [[nodiscard]] std::size_t values() const { return values_; }
 
   // Bytes of memory that the table holds.
   [[nodiscard]] std::size_t Memory() const;
@@ -60,7 +86,7 @@ class KeyTable {
       for (std::size_t at = 0; at < block.used;) {
         const std::byte* const row = block.bytes.get() + at;
         const std::string_view key = KeyOf(row);
-        visit(key, ValuesOf(row, key.size()));
+        if (!IsForgotten(row)) visit(key, ValuesOf(row, key.size()));
         at += RowBytes(key.size());
       }
     }
@@ -88,10 +114,24 @@ class KeyTable {
   [[nodiscard]] std::size_t RowBytes(std::size_t key_length) const {
     return KeyBytes(key_length) + values_ * 8;
   }
+  static std::uint32_t LengthWord(const std::byte* row) {
+    std::uint32_t word = 0;
+    std::memcpy(&word, row, sizeof(word));
+    return word;
+  }
   static std::string_view KeyOf(const std::byte* row) {
-    std::uint32_t length = 0;
-    std::memcpy(&length, row, sizeof(length));
-    return {reinterpret_cast<const char*>(row) + sizeof(length), length};
+    return {reinterpret_cast<const char*>(row) + sizeof(std::uint32_t),
+            LengthWord(row) & ~kForgotten};
+  }
+  // A forgotten row is in no index.
+  static constexpr std::uint32_t kForgotten = std::uint32_t{1} << 31;
+  static bool IsForgotten(const std::byte* row) { return (LengthWord(row) & kForgotten) != 0; }
+  static void Forget(std::byte* row) {
+    const std::uint32_t word = LengthWord(row) | kForgotten;
+    std::memcpy(row, &word, sizeof(word));
+  }
+  static std::uint64_t* MutableValues(std::byte* row) {
+    return const_cast<std::uint64_t*>(ValuesOf(row, KeyOf(row).size()));
   }
   static const std::uint64_t* ValuesOf(const std::byte* row, std::size_t key_length) {
     return reinterpret_cast<const std::uint64_t*>(row + KeyBytes(key_length));
@@ -105,7 +145,10 @@ class KeyTable {
   // FindSlot gives the slot that holds the key, or the free one where it belongs.
   [[nodiscard]] std::size_t FindSlot(std::uint32_t hash, std::string_view key) const;
   std::uint32_t AddRow(std::string_view key);
-  void Grow();
+  void Resize(std::size_t slot_count);
+  void Reserve(std::size_t rows);
+  // Takes over the blocks; the result is what to add to the numbers of their rows.
+  std::uint32_t AdoptBlocks(KeyTable* other);
 
   std::size_t values_;
   std::size_t size_ = 0;

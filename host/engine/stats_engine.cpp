@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 
 namespace flow::host {
 namespace {
@@ -18,11 +19,11 @@ std::int64_t Milliseconds(const TimePair& time) { return time.seconds * 1000 + t
 }  // namespace
 
 StatsEngine::StatsEngine(StatsStore& store, ChannelSink& channels)
-    : store_(store), channels_(channels) {}
+    : store_(&store), channels_(channels) {}
 
 void StatsEngine::Update(const GUID& group, std::string_view key,
                          std::span<const MeterValue> values) {
-  CounterGroup& counters = store_.Group(group);
+  CounterGroup& counters = store_->Group(group);
   std::array<Increment, UpdateQueue::kMostIncrements> increments;
   std::size_t count = 0;
   for (const MeterValue& value : values) {
@@ -30,7 +31,7 @@ void StatsEngine::Update(const GUID& group, std::string_view key,
     if (column < counters.columns) {
       increments[count++] = {column, value.value};
     } else {
-      ++store_.stray_updates;
+      ++store_->stray_updates;
     }
   }
   if (count == 0) return;
@@ -50,6 +51,11 @@ void StatsEngine::Update(const GUID& group, std::string_view key,
 void StatsEngine::Flush() {
   SendFlow();
   queue_.Flush();
+}
+
+void StatsEngine::UseStore(StatsStore& store) {
+  Flush();
+  store_ = &store;
 }
 
 Status StatsEngine::UpdateCounter(const GUID& group, const char* key, int meter,
@@ -104,7 +110,7 @@ Status StatsEngine::UpdateCounterHashed2(const GUID& group, std::uint32_t /*keyH
 
 Status StatsEngine::SetKeyAttributes(const GUID& group, const char* key, const char* label,
                                      const char* description) {
-  KeyNotes& notes = store_.Group(group).notes[key];
+  KeyNotes& notes = store_->NotesOf(store_->Group(group), key);
   notes.label = TextOrEmpty(label);
   notes.description = TextOrEmpty(description);
   return kStatusOk;
@@ -112,7 +118,7 @@ Status StatsEngine::SetKeyAttributes(const GUID& group, const char* key, const c
 
 Status StatsEngine::SetKeyProperty(const GUID& group, const char* key, const char* name,
                                    const char* value) {
-  store_.Group(group).notes[key].properties.insert_or_assign(name, TextOrEmpty(value));
+  store_->NotesOf(store_->Group(group), key).properties.insert_or_assign(name, TextOrEmpty(value));
   return kStatusOk;
 }
 
@@ -130,7 +136,7 @@ FlowRecord& StatsEngine::FlowOf(const char* key) {
 void StatsEngine::SendFlow() {
   if (!has_flow_) return;
   has_flow_ = false;
-  KeyTable& table = store_.flow_group().table;
+  KeyTable& table = store_->flow_group().table;
   if (flow_key_.size() <= UpdateQueue::kLongestKey) {
     queue_.AddFlow(table, flow_key_, flow_);
   } else {
@@ -157,7 +163,7 @@ Status StatsEngine::UpdateFlowCounter(const GUID& /*flowGroup*/, const char* flo
   if (column < std::size(flow.meters)) {
     flow.meters[column] += value;
   } else {
-    ++store_.stray_updates;
+    ++store_->stray_updates;
   }
   return kStatusOk;
 }
@@ -165,7 +171,7 @@ Status StatsEngine::UpdateFlowCounter(const GUID& /*flowGroup*/, const char* flo
 Status StatsEngine::UpdateFlowCounterWithText(const GUID& flowGroup, const char* flowKey, int meter,
                                               std::uint64_t value, const char* text) {
   UpdateFlowCounter(flowGroup, flowKey, meter, value);
-  FlowOf(flowKey).text = store_.Intern(TextOrEmpty(text));
+  FlowOf(flowKey).text = store_->Intern(TextOrEmpty(text));
   return kStatusOk;
 }
 
@@ -194,12 +200,14 @@ Status StatsEngine::CloseFlow(const GUID& /*flowGroup*/, const char* flowKey) {
 }
 
 Status StatsEngine::GetCurrentTime(std::uint64_t* seconds) {
+  constexpr std::uint64_t kDay = 86400;
   *seconds = static_cast<std::uint64_t>(now_ / kMicrosPerSecond);
+  if (std::exchange(is_ahead_, false)) *seconds += kDay;
   return kStatusOk;
 }
 
 Status StatsEngine::MarkRecord() {
-  ++store_.records;
+  ++store_->records;
   return kStatusOk;
 }
 
@@ -215,7 +223,7 @@ Status StatsEngine::UpdateFlowVolume(const char* flowKey, std::uint64_t bytesOne
 }
 
 Status StatsEngine::TagFlow(const GUID& /*flowGroup*/, const char* flowKey, const char* tag) {
-  FlowOf(flowKey).tag = store_.Intern(TextOrEmpty(tag));
+  FlowOf(flowKey).tag = store_->Intern(TextOrEmpty(tag));
   return kStatusOk;
 }
 

@@ -19,11 +19,18 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   // The store and the sink outlive the engine.
   StatsEngine(StatsStore& store, ChannelSink& channels);
 
+  // UseStore flushes and counts into another store from now on.
+  void UseStore(StatsStore& store);
+
   // Flush brings everything into the store that was said so far; until then some of it may wait.
   void Flush();
 
   // SetTime is the clock: the time of the datagram that is about to be counted.
   void SetTime(Timestamp now) { now_ = now; }
+
+  // SetAhead makes the answer to the next question for the time a day late, so that whatever a
+  // component does from time to time is due.
+  void SetAhead() { is_ahead_ = true; }
 
   Status UpdateCounter(const GUID& group, const char* key, int meter, std::uint64_t value) override;
   Status UpdateCounterKeyLen(const GUID& group, int keyLength, const char* key, int meter,
@@ -72,9 +79,10 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   FlowRecord& TouchFlow(const char* key);
   void SendFlow();
 
-  StatsStore& store_;
+  StatsStore* store_;
   ChannelSink& channels_;
   Timestamp now_ = 0;
+  bool is_ahead_ = false;
   UpdateQueue queue_;
   // What the last calls said about one flow: all calls about a record name the same one, so that it
   // is looked up once.

@@ -1,13 +1,21 @@
 #include "host/engine/stats_store.h"
 
+#include <algorithm>
+#include <span>
 #include <utility>
 
 namespace flow::host {
+namespace {
+
+constexpr std::string_view kTextNotKept = "(one of too many texts)";
+
+}  // namespace
 
 CounterGroup::CounterGroup(GroupInfo description)
     : info(std::move(description)),
       columns(info.Columns()),
-      table(info.key_kind == KeyKind::kSession ? kFlowWords : columns) {}
+      table(info.key_kind == KeyKind::kSession ? kFlowWords : columns),
+      pruned_sums(columns) {}
 
 StatsStore::StatsStore(const GroupCatalog& catalog) : index_(kIndexSlots) {
   for (const GroupInfo& info : catalog.groups()) AddGroup(info);
@@ -27,6 +35,7 @@ CounterGroup& StatsStore::AddGroup(GroupInfo info) {
 std::uint32_t StatsStore::Intern(std::string_view text) {
   const auto known = text_numbers_.find(text);
   if (known != text_numbers_.end()) return known->second;
+  if (texts_.size() >= kMostTexts && text != kTextNotKept) return Intern(kTextNotKept);
   texts_.emplace_back(text);
   const auto number = static_cast<std::uint32_t>(texts_.size());
   text_numbers_.emplace(text, number);
@@ -37,28 +46,107 @@ std::string_view StatsStore::TextOf(std::uint32_t number) const {
   return number == 0 ? std::string_view() : std::string_view(texts_[number - 1]);
 }
 
+KeyNotes& StatsStore::NotesOf(CounterGroup& group, std::string_view key) {
+  const auto known = group.notes.find(key);
+  if (known != group.notes.end()) return known->second;
+  if (group.notes.size() < kMostNotes) return group.notes[std::string(key)];
+  return spilled_notes_ = {};
+}
+
 void StatsStore::Merge(const StatsStore& other) {
   records += other.records;
   stray_updates += other.stray_updates;
   for (const auto& from : other.groups_) {
     CounterGroup& into = Group(from->info.guid);
-    for (const auto& [key, notes] : from->notes) into.notes.insert_or_assign(key, notes);
+    MergeBesideKeys(*from, &into);
     if (&into == flow_group_) continue;
     from->table.ForEach([&](std::string_view key, const std::uint64_t* values) {
       std::uint64_t* const sums = into.table.FindOrAdd(key);
       for (std::size_t i = 0; i < into.columns; ++i) sums[i] += values[i];
     });
   }
-  MergeFlows(other);
-}
-
-void StatsStore::MergeFlows(const StatsStore& other) {
   other.flow_group_->table.ForEach([&](std::string_view key, const std::uint64_t* values) {
     FlowRecord part = Flow(values);
-    if (part.tag != 0) part.tag = Intern(other.TextOf(part.tag));
-    if (part.text != 0) part.text = Intern(other.TextOf(part.text));
+    RenumberTexts(other, &part);
     MergeFlow(part, &Flow(flow_group_->table.FindOrAdd(key)));
   });
+}
+
+void StatsStore::Merge(StatsStore&& other) {
+  records += other.records;
+  stray_updates += other.stray_updates;
+  for (const auto& from : other.groups_) {
+    CounterGroup& into = Group(from->info.guid);
+    MergeBesideKeys(*from, &into);
+    if (&into == flow_group_) continue;
+    into.table.Absorb(std::move(from->table), [&](std::uint64_t* sums, std::uint64_t* values) {
+      for (std::size_t i = 0; i < into.columns; ++i) sums[i] += values[i];
+    });
+  }
+  KeyTable& flows = other.flow_group_->table;
+  if (!other.texts_.empty()) {
+    flows.ForEach([&](std::string_view, const std::uint64_t* values) {
+      RenumberTexts(other, &Flow(const_cast<std::uint64_t*>(values)));
+    });
+  }
+  flow_group_->table.Absorb(std::move(flows), [](std::uint64_t* into, std::uint64_t* part) {
+    MergeFlow(Flow(part), &Flow(into));
+  });
+}
+
+void StatsStore::MergeBesideKeys(const CounterGroup& from, CounterGroup* into) {
+  for (const auto& [key, notes] : from.notes) NotesOf(*into, key) = notes;
+  into->pruned_keys += from.pruned_keys;
+  for (std::size_t i = 0; i < into->columns; ++i) into->pruned_sums[i] += from.pruned_sums[i];
+}
+
+// Texts have other numbers in another store.
+void StatsStore::RenumberTexts(const StatsStore& other, FlowRecord* flow) {
+  if (flow->tag != 0) flow->tag = Intern(other.TextOf(flow->tag));
+  if (flow->text != 0) flow->text = Intern(other.TextOf(flow->text));
+}
+
+void StatsStore::Clear(const GUID& group) {
+  CounterGroup& cleared = Group(group);
+  cleared.table = KeyTable(cleared.table.values());
+  cleared.notes.clear();
+  cleared.pruned_keys = 0;
+  cleared.pruned_sums.assign(cleared.columns, 0);
+}
+
+void StatsStore::Prune() {
+  for (const auto& group : groups_) {
+    if (group->table.size() > group->info.track_high) Prune(group.get());
+  }
+}
+
+void StatsStore::Prune(CounterGroup* group) {
+  struct Row {
+    std::uint64_t rank;
+    std::string_view key;
+    const std::uint64_t* values;
+  };
+  std::vector<Row> rows;
+  rows.reserve(group->table.size());
+  group->table.ForEach([&](std::string_view key, const std::uint64_t* values) {
+    std::uint64_t rank = 0;
+    for (const int meter : group->info.ranking) rank += values[meter];
+    rows.push_back({rank, key, values});
+  });
+  const auto kept = static_cast<std::ptrdiff_t>(std::min(group->info.track_low, rows.size()));
+  std::nth_element(rows.begin(), rows.begin() + kept, rows.end(),
+                   [](const Row& a, const Row& b) { return a.rank > b.rank; });
+  KeyTable table(group->table.values());
+  for (const Row& row : std::span(rows).first(static_cast<std::size_t>(kept))) {
+    std::copy_n(row.values, group->table.values(), table.FindOrAdd(row.key));
+  }
+  for (const Row& row : std::span(rows).subspan(static_cast<std::size_t>(kept))) {
+    for (std::size_t i = 0; i < group->columns; ++i) group->pruned_sums[i] += row.values[i];
+  }
+  group->pruned_keys += rows.size() - static_cast<std::size_t>(kept);
+  group->table = std::move(table);
+  std::erase_if(group->notes,
+                [&](const auto& note) { return group->table.Find(note.first) == nullptr; });
 }
 
 std::size_t StatsStore::Memory() const {

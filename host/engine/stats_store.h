@@ -31,6 +31,10 @@ struct CounterGroup {
   std::size_t columns;
   KeyTable table;
   std::map<std::string, KeyNotes, std::less<>> notes;
+
+  // What Prune let go: how many keys, and the sums of their columns.
+  std::uint64_t pruned_keys = 0;
+  std::vector<std::uint64_t> pruned_sums;
 };
 
 class StatsStore {
@@ -65,8 +69,21 @@ class StatsStore {
   std::uint32_t Intern(std::string_view text);
   [[nodiscard]] std::string_view TextOf(std::uint32_t number) const;
 
-  // Merge adds everything that another store has counted.
+  // Merge adds everything that another store has counted; the second form empties it and costs
+  // much less.
   void Merge(const StatsStore& other);
+  void Merge(StatsStore&& other);
+
+  // Clear forgets the keys of a group.
+  void Clear(const GUID& group);
+
+  // Prune cuts every group with more keys than its high mark down to its low mark, largest kept.
+  void Prune();
+
+  // Notes and texts beyond these are not kept: their number is the exporters' choice.
+  static constexpr std::size_t kMostNotes = std::size_t{1} << 16;
+  static constexpr std::size_t kMostTexts = std::size_t{1} << 16;
+  KeyNotes& NotesOf(CounterGroup& group, std::string_view key);
 
   // Bytes of memory in the tables.
   [[nodiscard]] std::size_t Memory() const;
@@ -83,13 +100,16 @@ class StatsStore {
 
   static std::size_t SlotOf(const GUID& guid) { return guid.Data1 * 0x9E3779B1U >> 24; }
   CounterGroup& AddGroup(GroupInfo info);
-  void MergeFlows(const StatsStore& other);
+  void MergeBesideKeys(const CounterGroup& from, CounterGroup* into);
+  void RenumberTexts(const StatsStore& other, FlowRecord* flow);
+  static void Prune(CounterGroup* group);
 
   std::vector<std::unique_ptr<CounterGroup>> groups_;
   std::vector<IndexSlot> index_;
   CounterGroup* flow_group_ = nullptr;
   TextMap<std::uint32_t> text_numbers_;
   std::vector<std::string> texts_;
+  KeyNotes spilled_notes_;  // of keys beyond kMostNotes
 };
 
 }  // namespace flow::host

@@ -2,35 +2,36 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <vector>
 
-#include "plugin/plugin_interfaces.h"
+#include "host/meter/mailbox.h"
 
 namespace flow::host {
 
-class CallTrace;
-
 class ChannelHub {
  public:
-  // trace may be null.
-  explicit ChannelHub(CallTrace* trace) : trace_(trace) {}
+  // A mailbox belongs to a lane. All lanes are there before the first message.
+  void Add(int lane, Mailbox& mailbox) { boxes_.push_back({lane, &mailbox}); }
 
-  // A listener belongs to a lane; it must be removed before it goes.
-  void Add(int lane, IOmbrelChannelListener& listener);
-  void Remove(IOmbrelChannelListener& listener);
+  // An observer is told of every message, in the sender's thread; several may be at once.
+  using Observer =
+      std::function<void(const GUID& channel, const std::vector<std::uint8_t>& message)>;
+  void Observe(Observer observer) { observer_ = std::move(observer); }
 
-  // Deliver hands a message to the listeners of all lanes but the sender's.
-  void Deliver(int sender_lane, const GUID& channel, std::span<std::uint8_t> message);
+  // Deliver puts a copy of the message into the mailboxes of all lanes but the sender's; 0 is the
+  // host itself.
+  void Deliver(int sender_lane, const GUID& channel, std::span<const std::uint8_t> message);
 
  private:
   struct Entry {
     int lane;
-    IOmbrelChannelListener* listener;
+    Mailbox* mailbox;
   };
 
-  CallTrace* trace_;
-  std::vector<Entry> listeners_;
+  std::vector<Entry> boxes_;
+  Observer observer_;
 };
 
 }  // namespace flow::host

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "host/capture/big_endian.h"
 
@@ -21,16 +22,46 @@ constexpr std::uint16_t kFirstDataSet = 256;
 // A template message begins with the IPv4 header and the two ports of the datagram.
 constexpr std::size_t kMessageHeader = 24;
 
-// The length of a template's field list, in bytes; false when it does not fit.
-bool SkipFields(Bytes fields, std::size_t count, bool ipfix, std::size_t* length) {
+constexpr std::uint16_t kVariable = 65535;
+
+// Reads a template's field list; false when it does not fit into the bytes.
+bool ReadFields(Bytes fields, std::size_t count, bool ipfix, std::size_t* length,
+                TemplateShape* shape) {
   std::size_t at = 0;
+  bool variable = false;
   for (std::size_t i = 0; i < count; ++i) {
     if (fields.size() < at + 4) return false;
     const bool enterprise = ipfix && (Be16(fields.data() + at) & 0x8000) != 0;
+    const std::uint16_t field = Be16(fields.data() + at + 2);
+    const bool is_variable = ipfix && field == kVariable;
+    variable = variable || is_variable;
+    shape->shortest += is_variable ? 1 : field;
+    shape->lengths.push_back(field);
     at += enterprise ? 8 : 4;
   }
+  if (!variable) shape->lengths.clear();
   *length = at;
   return at <= fields.size();
+}
+
+// The bytes of the record at the front, which has fields of variable length; 0 when it is cut.
+std::size_t RecordLength(Bytes bytes, const TemplateShape& shape) {
+  std::size_t at = 0;
+  for (const std::uint16_t field : shape.lengths) {
+    std::size_t length = field;
+    if (field == kVariable) {
+      if (at >= bytes.size()) return 0;
+      length = bytes[at++];
+      if (length == 255) {
+        if (at + 2 > bytes.size()) return 0;
+        length = Be16(bytes.data() + at);
+        at += 2;
+      }
+    }
+    at += length;
+    if (at > bytes.size()) return 0;
+  }
+  return at;
 }
 
 }  // namespace
@@ -94,22 +125,44 @@ void ForEachSet(Bytes datagram, const std::function<void(const ExportSet&)>& vis
   }
 }
 
-void ForEachTemplate(Bytes set, const std::function<void(std::uint16_t id)>& visit) {
+void ForEachTemplate(Bytes set,
+                     const std::function<void(std::uint16_t id, TemplateShape shape)>& visit) {
   if (set.size() < kSetHeader) return;
   const std::uint16_t set_id = Be16(set.data());
   const bool ipfix = set_id >= 2;
   Bytes rest = set.subspan(kSetHeader);
+  std::size_t length = 0;
   if (set_id == 1 || set_id == 3) {
-    if (rest.size() >= 6) visit(Be16(rest.data()));
-    return;
+    if (rest.size() < 6) return;
+    // v9 gives the bytes of both lists, IPFIX the number of all fields and of the scopes.
+    const std::size_t first = Be16(rest.data() + 2);
+    const std::size_t fields = ipfix ? first : (first + Be16(rest.data() + 4)) / 4;
+    TemplateShape shape;
+    if (!ReadFields(rest.subspan(6), fields, ipfix, &length, &shape)) shape = {};
+    return visit(Be16(rest.data()), std::move(shape));
   }
   while (rest.size() >= 4) {
     const std::uint16_t id = Be16(rest.data());
-    std::size_t fields = 0;
-    if (!SkipFields(rest.subspan(4), Be16(rest.data() + 2), ipfix, &fields)) return;
-    if (id >= kFirstDataSet) visit(id);  // a set may end in padding
-    rest = rest.subspan(4 + fields);
+    TemplateShape shape;
+    if (!ReadFields(rest.subspan(4), Be16(rest.data() + 2), ipfix, &length, &shape)) return;
+    if (id >= kFirstDataSet) visit(id, std::move(shape));  // a set may end in padding
+    rest = rest.subspan(4 + length);
   }
+}
+
+std::uint32_t CountRecords(Bytes set, const TemplateShape& shape) {
+  if (shape.shortest == 0 || set.size() < kSetHeader) return 0;
+  if (shape.lengths.empty()) {
+    return static_cast<std::uint32_t>((set.size() - kSetHeader) / shape.shortest);
+  }
+  std::uint32_t records = 0;
+  // What is left at the end and shorter than any record is padding.
+  for (Bytes rest = set.subspan(kSetHeader); rest.size() >= shape.shortest; ++records) {
+    const std::size_t length = RecordLength(rest, shape);
+    if (length == 0) break;
+    rest = rest.subspan(length);
+  }
+  return records;
 }
 
 std::optional<TemplateMessage> ParseTemplateMessage(Bytes message) {

@@ -8,6 +8,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace flow::host {
 
@@ -52,10 +53,20 @@ struct ExportSet {
 void ForEachSet(std::span<const std::uint8_t> datagram,
                 const std::function<void(const ExportSet&)>& visit);
 
-// ForEachTemplate walks over the template ids that a template set defines. The set's id tells its
+// What a template says about the size of its records.
+struct TemplateShape {
+  std::uint32_t shortest = 0;  // bytes of a record, at least
+  std::vector<std::uint16_t>
+      lengths;  // of the fields, 65535 for variable; empty when all are fixed
+};
+
+// ForEachTemplate walks over the templates that a template set defines. The set's id tells its
 // form: 0 and 1 are v9, 2 and 3 IPFIX; option template sets define one template.
 void ForEachTemplate(std::span<const std::uint8_t> set,
-                     const std::function<void(std::uint16_t id)>& visit);
+                     const std::function<void(std::uint16_t id, TemplateShape shape)>& visit);
+
+// CountRecords counts the records of a data set, header included.
+std::uint32_t CountRecords(std::span<const std::uint8_t> set, const TemplateShape& shape);
 
 // A message of the template channel: whose template set, and the set.
 struct TemplateMessage {

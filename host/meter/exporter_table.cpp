@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 #include <numeric>
+#include <optional>
+#include <utility>
 
 namespace flow::host {
 namespace {
@@ -37,73 +39,101 @@ void ExporterCounts::Add(const ExporterCounts& other) {
   records += other.records;
   unknown_sets += other.unknown_sets;
   for (std::size_t i = 0; i < kRefusals; ++i) refused[i] += other.refused[i];
+  gaps.Add(other.gaps);
+  sample_gaps.Add(other.sample_gaps);
+  if (other.last_seen >= last_seen) templates = other.templates;
   last_seen = std::max(last_seen, other.last_seen);
 }
 
-void ExporterTable::NoteTemplates(std::span<const std::uint8_t> message) {
+void ExporterTable::NoteTemplates(std::span<const std::uint8_t> message, std::uint64_t posted) {
   const auto parsed = ParseTemplateMessage(message);
-  if (!parsed) return;
+  if (!parsed || template_count_ >= kMostTemplates) return;
   Templates& templates = templates_[SourceOf(parsed->exporter, parsed->port)];
-  ForEachTemplate(parsed->set, [&](std::uint16_t id) { templates.try_emplace(id, datagrams_); });
+  ForEachTemplate(parsed->set, [&](std::uint16_t id, TemplateShape shape) {
+    const auto [known, is_new] = templates.try_emplace(id, Template{posted, {}});
+    known->second.shape = std::move(shape);
+    if (is_new) ++template_count_;
+  });
+}
+
+ExporterCounts& ExporterTable::CountsOf(const ExporterKey& key) {
+  const auto known = exporters_.find(key);
+  if (known != exporters_.end()) return known->second;
+  return exporters_[exporters_.size() < kMostExporters ? key : ExporterKey{}];
 }
 
 void ExporterTable::Note(const MeteredDatagram& datagram) {
   const ExportVersion version = VersionOf(datagram.bytes);
-  ExporterCounts& counts = exporters_[{datagram.exporter, datagram.port, version}];
+  ExporterCounts& counts = CountsOf({datagram.exporter, datagram.port, version});
   ++counts.datagrams;
   counts.bytes += datagram.bytes.size();
   counts.records += datagram.records;
   counts.last_seen = std::max(counts.last_seen, datagram.time);
   if (datagram.refusal != Refusal::kNone) {
     ++counts.refused[static_cast<std::size_t>(datagram.refusal)];
-  } else if (version.HasTemplates()) {
-    counts.unknown_sets += CountUnknownSets(datagram);
+  } else {
+    NoteSets(datagram, version, &counts);
   }
   ++datagrams_;
 }
 
+void ExporterTable::NoteSets(const MeteredDatagram& datagram, const ExportVersion& version,
+                             ExporterCounts* counts) {
+  const std::uint64_t source = SourceOf(datagram.exporter, datagram.port);
+  std::optional<std::uint32_t> data_records;
+  if (version.HasTemplates()) {
+    static const Templates none;
+    const auto found = templates_.find(source);
+    const Templates& known = found == templates_.end() ? none : found->second;
+    const Sets sets = CountSets(datagram, known, datagrams_);
+    // Without a template of its own an exporter may still be decoded by those in the policy.
+    if (!known.empty() || datagram.records == 0) counts->unknown_sets += sets.unknown;
+    if (sets.unknown == 0) data_records = sets.records;
+    counts->templates = known.size();
+  }
+  sequences_.Take(source, version, datagram.bytes, data_records, &counts->gaps,
+                  &counts->sample_gaps);
+}
+
 // A set is decodable when its template was posted before this datagram, or stands in it further up
 // and was posted with it.
-std::uint64_t ExporterTable::CountUnknownSets(const MeteredDatagram& datagram) const {
-  const auto known = templates_.find(SourceOf(datagram.exporter, datagram.port));
-  // Without a template of its own an exporter may still be decoded by those in the policy.
-  if (known == templates_.end() && datagram.records > 0) return 0;
-  std::uint64_t unknown = 0;
+ExporterTable::Sets ExporterTable::CountSets(const MeteredDatagram& datagram,
+                                             const Templates& known, std::uint64_t datagrams) {
+  Sets sets;
   std::vector<std::uint16_t> defined_here;
   ForEachSet(datagram.bytes, [&](const ExportSet& set) {
     if (set.holds_templates) {
-      ForEachTemplate(set.bytes, [&](std::uint16_t id) { defined_here.push_back(id); });
+      ForEachTemplate(set.bytes,
+                      [&](std::uint16_t id, const TemplateShape&) { defined_here.push_back(id); });
     }
     if (!set.holds_data) return;
-    bool decodable = false;
-    if (known != templates_.end()) {
-      const auto posted = known->second.find(set.id);
-      decodable = posted != known->second.end() &&
-                  (posted->second < datagrams_ ||
-                   std::ranges::find(defined_here, set.id) != defined_here.end());
+    const auto posted = known.find(set.id);
+    const bool decodable =
+        posted != known.end() && (posted->second.posted < datagrams ||
+                                  std::ranges::find(defined_here, set.id) != defined_here.end());
+    if (decodable) {
+      sets.records += CountRecords(set.bytes, posted->second.shape);
+    } else {
+      ++sets.unknown;
     }
-    if (!decodable) ++unknown;
   });
-  return unknown;
+  return sets;
+}
+
+ExporterTable ExporterTable::Reap() {
+  ExporterTable reaped;
+  reaped.exporters_ = std::exchange(exporters_, {});
+  return reaped;
 }
 
 void ExporterTable::Merge(const ExporterTable& other) {
-  for (const auto& [key, counts] : other.exporters_) exporters_[key].Add(counts);
-  for (const auto& [source, templates] : other.templates_) {
-    templates_[source].insert(templates.begin(), templates.end());
-  }
+  for (const auto& [key, counts] : other.exporters_) CountsOf(key).Add(counts);
 }
 
 std::vector<ExporterTable::Row> ExporterTable::Rows() const {
   std::vector<Row> rows;
   rows.reserve(exporters_.size());
-  for (const auto& [key, counts] : exporters_) {
-    Row& row = rows.emplace_back(Row{key, counts});
-    const auto known = templates_.find(SourceOf(key.address, key.port));
-    if (known != templates_.end() && key.version.HasTemplates()) {
-      row.counts.templates = known->second.size();
-    }
-  }
+  for (const auto& [key, counts] : exporters_) rows.push_back({key, counts});
   std::ranges::sort(rows, {}, &Row::key);
   return rows;
 }

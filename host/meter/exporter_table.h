@@ -1,4 +1,4 @@
-// What every exporter has sent.
+// What every exporter has sent, and what of it never came.
 #pragma once
 
 #include <absl/container/flat_hash_map.h>
@@ -11,6 +11,7 @@
 
 #include "host/capture/timestamp.h"
 #include "host/meter/export_format.h"
+#include "host/meter/sequence.h"
 
 namespace flow::host {
 
@@ -41,9 +42,11 @@ struct ExporterCounts {
   std::uint64_t datagrams = 0;
   std::uint64_t bytes = 0;  // of export datagrams, UDP headers left out
   std::uint64_t records = 0;
-  std::uint64_t templates = 0;     // known now; filled in by Rows
+  std::uint64_t templates = 0;     // known when it was last seen
   std::uint64_t unknown_sets = 0;  // data sets whose template was not known
   std::array<std::uint64_t, kRefusals> refused{};
+  SequenceGaps gaps;         // in the units of the version
+  SequenceGaps sample_gaps;  // of sFlow samples
   Timestamp last_seen = 0;
 
   [[nodiscard]] std::uint64_t Refused() const;
@@ -68,28 +71,53 @@ class ExporterTable {
   };
 
   // NoteTemplates takes a message that a meter posted on the template channel while it counted the
-  // datagram that Note is told of next.
-  void NoteTemplates(std::span<const std::uint8_t> message);
+  // datagram that Note is told of next; NoteForeignTemplates one that came from elsewhere before.
+  void NoteTemplates(std::span<const std::uint8_t> message) { NoteTemplates(message, datagrams_); }
+  void NoteForeignTemplates(std::span<const std::uint8_t> message) { NoteTemplates(message, 0); }
 
   void Note(const MeteredDatagram& datagram);
 
+  // Reap hands out what was counted since it was last called; templates and sequence numbers stay.
+  ExporterTable Reap();
+
+  // Merge adds what another table counted.
   void Merge(const ExporterTable& other);
 
-  // By address, port and version.
+  // By address, port and version. Beyond kMostExporters, all others are one row of address 0.
   [[nodiscard]] std::vector<Row> Rows() const;
 
+  static constexpr std::size_t kMostExporters = std::size_t{1} << 16;
+  static constexpr std::size_t kMostTemplates = std::size_t{1} << 20;
+
  private:
-  // The templates of one address and port: when each was first posted, as a count of datagrams.
-  using Templates = absl::flat_hash_map<std::uint16_t, std::uint64_t>;
+  struct Template {
+    std::uint64_t posted = 0;  // first, with this datagram
+    TemplateShape shape;
+  };
+  // The templates of one address and port.
+  using Templates = absl::flat_hash_map<std::uint16_t, Template>;
+
+  // What the sets of a datagram hold.
+  struct Sets {
+    std::uint64_t unknown = 0;  // data sets without a template
+    std::uint32_t records = 0;  // in the others
+  };
 
   static std::uint64_t SourceOf(std::uint32_t address, std::uint16_t port) {
     return std::uint64_t{address} << 16 | port;
   }
-  [[nodiscard]] std::uint64_t CountUnknownSets(const MeteredDatagram& datagram) const;
+  void NoteTemplates(std::span<const std::uint8_t> message, std::uint64_t posted);
+  ExporterCounts& CountsOf(const ExporterKey& key);
+  void NoteSets(const MeteredDatagram& datagram, const ExportVersion& version,
+                ExporterCounts* counts);
+  static Sets CountSets(const MeteredDatagram& datagram, const Templates& known,
+                        std::uint64_t datagrams);
 
   absl::flat_hash_map<ExporterKey, ExporterCounts> exporters_;
   absl::flat_hash_map<std::uint64_t, Templates> templates_;
-  std::uint64_t datagrams_ = 0;
+  std::size_t template_count_ = 0;
+  SequenceTracker sequences_;
+  std::uint64_t datagrams_ = 1;  // the number of the next
 };
 
 }  // namespace flow::host

@@ -4,6 +4,7 @@
 #include <numeric>
 
 namespace flow::host {
+
 std::uint64_t IntakeCounts::Packets() const {
   return std::accumulate(packets.begin(), packets.end(), std::uint64_t{0});
 }
@@ -14,12 +15,15 @@ std::uint64_t IntakeCounts::Unclaimed() const {
   return sum;
 }
 
-Intake::Intake(const PortMap& ports, std::span<const std::unique_ptr<Lane>> lanes)
-    : ports_(ports), lanes_(lanes) {}
+void IntakeCounts::Add(const IntakeCounts& other) {
+  for (std::size_t i = 0; i < kPacketKinds; ++i) packets[i] += other.packets[i];
+  for (const auto& [port, datagrams] : other.unclaimed_ports) unclaimed_ports[port] += datagrams;
+  if (first == 0 || (other.first != 0 && other.first < first)) first = other.first;
+  last = std::max(last, other.last);
+}
 
 void Intake::Take(int link_type, const CapturedPacket& packet) {
-  if (counts_.first == 0 || packet.time < counts_.first) counts_.first = packet.time;
-  counts_.last = std::max(counts_.last, packet.time);
+  NoteTime(packet.time);
   UdpPacket udp;
   const PacketKind kind = Dissect(link_type, packet, &udp);
   ++counts_.packets[static_cast<std::size_t>(kind)];
@@ -28,16 +32,19 @@ void Intake::Take(int link_type, const CapturedPacket& packet) {
   if (protocol == nullptr) {
     ++counts_.unclaimed_ports[udp.destination_port];
   } else {
-    LaneOf(udp).Handle(*protocol, udp);
+    lanes_.Take(*protocol, udp);
   }
 }
 
-// All datagrams of an exporter take one lane, its templates and option data with its records.
-Lane& Intake::LaneOf(const UdpPacket& packet) {
-  if (lanes_.size() == 1) return *lanes_[0];
-  const std::uint64_t source = std::uint64_t{packet.source} << 16 | packet.source_port;
-  const std::uint64_t mixed = source * 0x9E3779B97F4A7C15U;
-  return *lanes_[(mixed >> 32) % lanes_.size()];
+void Intake::Take(const IID& protocol, const UdpPacket& datagram) {
+  NoteTime(datagram.time);
+  ++counts_.packets[static_cast<std::size_t>(PacketKind::kUdp)];
+  lanes_.Take(protocol, datagram);
+}
+
+void Intake::NoteTime(Timestamp time) {
+  if (counts_.first == 0 || time < counts_.first) counts_.first = time;
+  counts_.last = std::max(counts_.last, time);
 }
 
 }  // namespace flow::host

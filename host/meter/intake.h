@@ -4,11 +4,10 @@
 
 #include <array>
 #include <map>
-#include <memory>
-#include <span>
+#include <utility>
 
 #include "host/capture/udp_packet.h"
-#include "host/meter/lane.h"
+#include "host/meter/lanes.h"
 #include "host/meter/port_map.h"
 
 namespace flow::host {
@@ -19,24 +18,31 @@ struct IntakeCounts {
   Timestamp first = 0;
   Timestamp last = 0;
 
+  void Add(const IntakeCounts& other);
+
   [[nodiscard]] std::uint64_t Packets() const;
   [[nodiscard]] std::uint64_t Unclaimed() const;
 };
 
 class Intake {
  public:
-  // Both outlive the intake; lanes has at least one.
-  Intake(const PortMap& ports, std::span<const std::unique_ptr<Lane>> lanes);
+  // Both outlive the intake.
+  Intake(const PortMap& ports, Lanes& lanes) : ports_(ports), lanes_(lanes) {}
 
+  // Take takes a packet of a capture, or a datagram of a protocol's socket.
   void Take(int link_type, const CapturedPacket& packet);
+  void Take(const IID& protocol, const UdpPacket& datagram);
 
   [[nodiscard]] const IntakeCounts& counts() const { return counts_; }
 
+  // Reap hands out what was counted since it was last called.
+  IntakeCounts Reap() { return std::exchange(counts_, {}); }
+
  private:
-  Lane& LaneOf(const UdpPacket& packet);
+  void NoteTime(Timestamp time);
 
   const PortMap& ports_;
-  std::span<const std::unique_ptr<Lane>> lanes_;
+  Lanes& lanes_;
   IntakeCounts counts_;
 };
 

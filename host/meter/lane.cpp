@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 #include "host/component/call_trace.h"
 #include "host/error.h"
 #include "host/report/key_text.h"
@@ -23,22 +25,21 @@ Refusal ReasonFor(Status status, std::span<const std::uint8_t> datagram) {
 
 Lane::Lane(const LaneParts& parts, int number)
     : number_(number),
+      groups_(parts.groups),
       channels_(parts.channels),
       trace_(parts.trace),
-      store_(parts.groups),
-      engine_(store_, *this),
+      store_(std::make_unique<StatsStore>(groups_)),
+      engine_(*store_, *this),
       packet_(parts.trace) {
   if (trace_ != nullptr) trace_engine_.emplace(engine_, *trace_);
   for (const ComponentDescription& description : parts.components) {
     if (description.handler || description.meter) Attach(parts, description);
   }
+  channels_.Add(number_, mailbox_);
 }
 
 Lane::~Lane() {
-  for (Component& component : components_) {
-    if (component.listener) channels_.Remove(*component.listener);
-    component.plugin->DetachSite();
-  }
+  for (Component& component : components_) component.plugin->DetachSite();
 }
 
 void Lane::Attach(const LaneParts& parts, const ComponentDescription& description) {
@@ -64,24 +65,48 @@ void Lane::Attach(const LaneParts& parts, const ComponentDescription& descriptio
     throw HostError(fmt::format("{} refused to start (0x{:08X}); what it logged stands above",
                                 component.name, status));
   }
-  if (component.listener) channels_.Add(number_, *component.listener);
   components_.push_back(std::move(component));
 }
 
 void Lane::Handle(const IID& protocol, const UdpPacket& packet) {
+  if (mailbox_.HasMail()) TakeMessages();
   packet_.Set(packet);
   engine_.SetTime(packet.time);
-  const std::uint64_t records_before = store_.records;
+  const std::uint64_t records_before = store_->records;
   Refusal refusal = Claim(protocol, packet);
   if (refusal == Refusal::kNone) {
     for (Component& component : components_) {
       if (component.meter && component.protocol == protocol) refusal = Count(component, packet);
     }
   }
+  const std::uint64_t records = store_->records - records_before;
+  records_.store(records_.load(std::memory_order_relaxed) + records, std::memory_order_relaxed);
   const std::uint32_t exporter = packet_.Source();
   exporters_.Note({exporter, packet.source_port, packet.time,
-                   WithoutShim(packet.Payload(), exporter), store_.records - records_before,
-                   refusal});
+                   WithoutShim(packet.Payload(), exporter), records, refusal});
+}
+
+void Lane::TakeMessages() {
+  for (const ChannelMessage& message : mailbox_.TakeAll()) {
+    std::vector<std::uint8_t>& bytes = *message.bytes;
+    if (message.channel == CHANNELID_NETFLOW_TEMPLATES) exporters_.NoteForeignTemplates(bytes);
+    for (Component& component : components_) {
+      if (!component.listener) continue;
+      if (trace_ != nullptr) {
+        trace_->Enter(fmt::format("lane {} OnChannelMessage {} {} bytes", number_,
+                                  trace_->Name(message.channel), bytes.size()));
+      }
+      const Status status = component.listener->OnChannelMessage(
+          message.channel, static_cast<unsigned>(bytes.size()), bytes.data());
+      if (trace_ != nullptr) trace_->Leave(status);
+    }
+  }
+}
+
+Harvest Lane::Reap() {
+  auto fresh = std::make_unique<StatsStore>(groups_);
+  engine_.UseStore(*fresh);
+  return {std::exchange(store_, std::move(fresh)), exporters_.Reap()};
 }
 
 Refusal Lane::Claim(const IID& protocol, const UdpPacket& packet) {

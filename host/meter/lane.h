@@ -1,8 +1,9 @@
 // A lane: one instance of every handler and meter, with a store of its own for what they count.
 //
-// A lane is used by one thread at a time and shares nothing with others but the channels.
+// A lane is used by one thread at a time and shares nothing with others but its mailbox.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <span>
@@ -31,20 +32,33 @@ struct LaneParts {
   CallTrace* trace = nullptr;  // may be null
 };
 
+// What a lane has counted over some time.
+struct Harvest {
+  std::unique_ptr<StatsStore> store;
+  ExporterTable exporters;
+};
+
 class Lane final : private ChannelSink {
  public:
   // Makes the components of lane number (from 1) and attaches them. HostError when one refuses.
   Lane(const LaneParts& parts, int number);
   ~Lane() override;
 
-  // Handle takes a datagram of the protocol to that protocol's handler and meters.
+  // Handle takes in the messages that wait, then the datagram to its protocol's handler and meters.
   void Handle(const IID& protocol, const UdpPacket& packet);
 
-  // Flush brings everything that was counted into the store.
-  void Flush() { engine_.Flush(); }
+  // TakeMessages gives the meters the messages that wait in the mailbox.
+  void TakeMessages();
+  Mailbox& mailbox() { return mailbox_; }
 
-  [[nodiscard]] const StatsStore& store() const { return store_; }
-  [[nodiscard]] const ExporterTable& exporters() const { return exporters_; }
+  // Reap hands out what was counted since the last harvest; counting goes on from zero.
+  Harvest Reap();
+
+  // LookAtPolicies makes what is done from time to time due with the next datagram.
+  void LookAtPolicies() { engine_.SetAhead(); }
+
+  // Records metered so far; any thread may ask.
+  [[nodiscard]] std::uint64_t Records() const { return records_.load(std::memory_order_relaxed); }
 
  private:
   // A component at work. The site outlives it.
@@ -64,14 +78,17 @@ class Lane final : private ChannelSink {
   void Post(const GUID& channel, const CLSID& sender, std::span<std::uint8_t> message) override;
 
   int number_;
+  const GroupCatalog& groups_;
   ChannelHub& channels_;
+  Mailbox mailbox_;
   CallTrace* trace_;
-  StatsStore store_;
+  std::unique_ptr<StatsStore> store_;
   ExporterTable exporters_;
   StatsEngine engine_;
   std::optional<TraceEngine> trace_engine_;
   PacketContext packet_;
   std::vector<Component> components_;
+  std::atomic<std::uint64_t> records_ = 0;
 };
 
 }  // namespace flow::host

@@ -4,6 +4,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
+
 #include "host/error.h"
 
 namespace flow::host {
@@ -11,12 +13,12 @@ namespace {
 
 constexpr std::size_t kPorts = 65536;
 
-const IID& ProtocolNamed(std::span<const ComponentDescription> components,
-                         const std::string& name) {
+const ComponentDescription& HandlerOf(std::span<const ComponentDescription> components,
+                                      const std::string& name) {
   std::vector<std::string> names;
   for (const ComponentDescription& component : components) {
     if (!component.handler) continue;
-    if (absl::EqualsIgnoreCase(component.handler->name, name)) return component.handler->protocol;
+    if (absl::EqualsIgnoreCase(component.handler->name, name)) return component;
     names.push_back(component.handler->name);
   }
   throw UsageError(
@@ -24,6 +26,23 @@ const IID& ProtocolNamed(std::span<const ComponentDescription> components,
 }
 
 }  // namespace
+
+std::vector<ProtocolPort> PortsToListenOn(std::span<const ComponentDescription> components,
+                                          std::span<const ExtraPort> extra_ports) {
+  std::vector<ProtocolPort> ports;
+  const auto add = [&](std::uint16_t port, const ComponentDescription& handler) {
+    if (std::ranges::find(ports, port, &ProtocolPort::port) == ports.end()) {
+      ports.push_back({port, &handler});
+    }
+  };
+  for (const ExtraPort& extra : extra_ports) add(extra.port, HandlerOf(components, extra.protocol));
+  if (!ports.empty()) return ports;
+  for (const ComponentDescription& component : components) {
+    if (!component.handler) continue;
+    for (const std::uint16_t port : component.handler->ports) add(port, component);
+  }
+  return ports;
+}
 
 PortMap::PortMap(std::span<const ComponentDescription> components,
                  std::span<const ExtraPort> extra_ports)
@@ -35,7 +54,7 @@ PortMap::PortMap(std::span<const ComponentDescription> components,
     }
   }
   for (const ExtraPort& extra : extra_ports) {
-    protocols_[extra.port] = &ProtocolNamed(components, extra.protocol);
+    protocols_[extra.port] = &HandlerOf(components, extra.protocol).handler->protocol;
   }
 }
 

@@ -16,6 +16,17 @@ struct ExtraPort {
   std::uint16_t port = 0;
 };
 
+// A UDP port, and the protocol that arrives there.
+struct ProtocolPort {
+  std::uint16_t port = 0;
+  const ComponentDescription* handler = nullptr;
+};
+
+// PortsToListenOn gives the extra ports, or those that the handlers prefer where there are none.
+// UsageError for a protocol that no handler has.
+std::vector<ProtocolPort> PortsToListenOn(std::span<const ComponentDescription> components,
+                                          std::span<const ExtraPort> extra_ports);
+
 class PortMap {
  public:
   // The handlers' preferred ports, the first handler that wants one having it, and the extra ports,

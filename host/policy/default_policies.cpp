@@ -143,6 +143,12 @@ std::string DefaultPolicy(std::string_view file_name) {
   return {};
 }
 
+std::vector<std::string_view> PolicyFileNames() {
+  std::vector<std::string_view> names;
+  for (const Policy& policy : kPolicies) names.push_back(policy.file_name);
+  return names;
+}
+
 bool WriteDefaultPolicy(const std::filesystem::path& path, std::error_code* error) {
   const std::string text = DefaultPolicy(path.filename().string());
   if (text.empty()) {

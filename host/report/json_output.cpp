@@ -59,6 +59,14 @@ Json ExportersOf(const Report& report) {
       if (counts.refused[i] == 0) continue;
       entry["rejected_why"][std::string(RefusalId(static_cast<Refusal>(i)))] = counts.refused[i];
     }
+    if (!UnitOf(row.key.version).empty()) {
+      entry["sequence"] = {{"unit", UnitOf(row.key.version)},
+                           {"lost", counts.gaps.lost},
+                           {"gaps", counts.gaps.gaps},
+                           {"late", counts.gaps.late},
+                           {"restarts", counts.gaps.restarts}};
+    }
+    if (row.key.version.sflow) entry["sequence"]["lost_samples"] = counts.sample_gaps.lost;
     const std::string rate = SamplingRate(report.store, row.key.address);
     if (!rate.empty()) entry["sampling_rate"] = rate;
     exporters.push_back(std::move(entry));
@@ -109,7 +117,10 @@ void WriteGroup(const StatsStore& store, const CounterGroup& group, OutputFile* 
 void WriteJson(const Report& report, const ReportOptions& options, const std::string& path) {
   OutputFile out(path);
   out.Write("{\"captures\":" + Dump(CapturesOf(report)));
+  if (!report.title.empty()) out.Write(",\n\"title\":" + Dump(report.title));
   out.Write(",\n\"packets\":" + Dump(PacketsOf(report.intake)));
+  const Json lost{{"kernel", report.losses.kernel}, {"queue", report.losses.queue}};
+  out.Write(",\n\"lost_datagrams\":" + Dump(lost));
   out.Write(",\n\"records\":" + std::to_string(report.store.records));
   out.Write(",\n\"exporters\":" + Dump(ExportersOf(report)));
   out.Write(",\n\"groups\":[");

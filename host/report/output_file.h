@@ -1,4 +1,5 @@
-// A file that is being written, standard output for "-".
+// A file that is being written, standard output for "-". Readers see the old one, or the whole new
+// one.
 #pragma once
 
 #include <cstdio>
@@ -22,7 +23,8 @@ class OutputFile {
 
  private:
   std::string path_;
-  std::FILE* file_;
+  std::string part_;  // the name until the file is whole; empty for a device
+  std::FILE* file_ = nullptr;
 };
 
 }  // namespace flow::host

@@ -13,7 +13,10 @@ bool ReportOptions::Wants(const GroupInfo& group) const {
 
 Ranking RankKeys(const CounterGroup& group, std::size_t top) {
   Ranking ranking;
-  ranking.column_sums.resize(group.columns);
+  ranking.column_sums = group.pruned_sums;
+  for (const int meter : group.info.ranking) {
+    ranking.rank_sum += group.pruned_sums[static_cast<std::size_t>(meter)];
+  }
   std::vector<KeyRow>& rows = ranking.rows;
   rows.reserve(group.table.size());
   group.table.ForEach([&](std::string_view key, const std::uint64_t* values) {

@@ -8,6 +8,7 @@
 #include "host/engine/stats_store.h"
 #include "host/meter/exporter_table.h"
 #include "host/meter/intake.h"
+#include "host/report/period.h"
 
 namespace flow::host {
 
@@ -19,7 +20,9 @@ struct CaptureResult {
 
 struct Report {
   std::vector<CaptureResult> captures;
+  std::string title;  // empty for a replay's only report
   const IntakeCounts& intake;
+  const Losses& losses;
   const StatsStore& store;
   std::vector<ExporterTable::Row> exporters;
   double seconds = 0;  // that the run took
@@ -29,7 +32,8 @@ struct ReportOptions {
   std::size_t top = 10;                // keys per group on the terminal
   std::vector<std::string> group_ids;  // empty for all groups
   bool raw_keys = false;
-  bool exact = false;  // bytes to the last digit rather than in units
+  bool exact = false;       // bytes to the last digit rather than in units
+  bool only_top_n = false;  // in files: no more keys of a group than its top-N setting says
 
   [[nodiscard]] bool Wants(const GroupInfo& group) const;
 };

@@ -20,6 +20,9 @@ void WriteExporters(const Report& report, SheetSink* sink) {
       {"templates", kNumber},
       {"sets_without_template", kNumber},
       {"rejected", kNumber},
+      {"lost", kNumber},
+      {"lost_unit"},
+      {"lost_samples", kNumber},
       {"sampling_rate"},
   };
   sink->Begin("exporters", columns);
@@ -34,6 +37,9 @@ void WriteExporters(const Report& report, SheetSink* sink) {
                           counts.templates,
                           counts.unknown_sets,
                           counts.Refused(),
+                          counts.gaps.lost,
+                          std::string(UnitOf(row.key.version)),
+                          counts.sample_gaps.lost,
                           SamplingRate(report.store, row.key.address)};
     sink->Row(cells);
   }
@@ -72,11 +78,13 @@ void AddFlowCells(const StatsStore& store, const FlowRecord& flow, std::vector<C
   cells->insert(cells->end(), std::begin(added), std::end(added));
 }
 
-void WriteGroup(const StatsStore& store, const CounterGroup& group, SheetSink* sink) {
+void WriteGroup(const StatsStore& store, const CounterGroup& group, bool only_top_n,
+                SheetSink* sink) {
   const bool is_flows = &group == &store.flow_group();
+  const std::size_t top = only_top_n ? group.info.top_n : group.table.size();
   sink->Begin(group.info.id, ColumnsOf(group, is_flows));
   std::vector<Cell> cells;
-  for (const KeyRow& row : RankKeys(group, group.table.size()).rows) {
+  for (const KeyRow& row : RankKeys(group, top).rows) {
     cells.assign({std::string(row.key), ReadableKey(group.info.key_kind, row.key)});
     for (const MeterInfo& meter : group.info.meters) cells.emplace_back(row.values[meter.index]);
     if (is_flows) AddFlowCells(store, StatsStore::Flow(row.values), &cells);
@@ -111,7 +119,7 @@ void WriteSheets(const Report& report, const ReportOptions& options, SheetSink* 
   WriteExporters(report, sink);
   for (const auto& group : report.store.groups()) {
     if (group->table.size() != 0 && options.Wants(group->info)) {
-      WriteGroup(report.store, *group, sink);
+      WriteGroup(report.store, *group, options.only_top_n, sink);
     }
   }
   WriteNotes(report, options, sink);

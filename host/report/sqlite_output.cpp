@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <limits>
 #include <memory>
+#include <optional>
 
 #include "host/error.h"
 #include "host/report/sheets.h"
@@ -32,7 +33,9 @@ std::string Identifier(const std::string& name) {
 
 class Database final : public SheetSink {
  public:
-  explicit Database(const std::string& path) : path_(path) {
+  // With a bucket, tables stay as they are, and rows are added to them.
+  explicit Database(const std::string& path, std::optional<TimeBucket> bucket = std::nullopt)
+      : path_(path), bucket_(bucket) {
     sqlite3* opened = nullptr;
     const int result = sqlite3_open(path.c_str(), &opened);
     database_.reset(opened);
@@ -43,15 +46,17 @@ class Database final : public SheetSink {
   void Commit() { Execute("COMMIT"); }
 
   void Begin(const std::string& name, std::span<const SheetColumn> columns) override {
-    std::string definitions;
-    std::string places;
+    std::string definitions = bucket_ ? "bucket INTEGER" : "";
+    std::string places = bucket_ ? "?" : "";
     for (const SheetColumn& column : columns) {
       definitions += fmt::format("{}{} {}", definitions.empty() ? "" : ", ",
                                  Identifier(column.name), column.is_number ? "INTEGER" : "TEXT");
       places += places.empty() ? "?" : ",?";
     }
-    Execute(fmt::format("DROP TABLE IF EXISTS {}", Identifier(name)));
-    Execute(fmt::format("CREATE TABLE {} ({})", Identifier(name), definitions));
+    const std::string table = Identifier(name);
+    if (!bucket_) Execute(fmt::format("DROP TABLE IF EXISTS {}", table));
+    Execute(fmt::format("CREATE TABLE IF NOT EXISTS {} ({})", table, definitions));
+    if (bucket_) PrepareBuckets(name);
     sqlite3_stmt* prepared = nullptr;
     const std::string insert = fmt::format("INSERT INTO {} VALUES ({})", Identifier(name), places);
     Check(sqlite3_prepare_v2(database_.get(), insert.c_str(), -1, &prepared, nullptr));
@@ -60,6 +65,7 @@ class Database final : public SheetSink {
 
   void Row(std::span<const Cell> cells) override {
     int place = 0;
+    if (bucket_) Bind(++place, bucket_->start);
     for (const Cell& cell : cells) {
       ++place;
       std::visit([&](const auto& value) { Bind(place, value); }, cell);
@@ -71,6 +77,17 @@ class Database final : public SheetSink {
   void End() override { insert_.reset(); }
 
  private:
+  // Old buckets make room for the new one.
+  void PrepareBuckets(const std::string& name) {
+    constexpr std::int64_t kDay = 86400;
+    const std::string table = Identifier(name);
+    Execute(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {} (bucket)",
+                        Identifier(name + "_by_bucket"), table));
+    if (bucket_->keep_days == 0) return;
+    Execute(fmt::format("DELETE FROM {} WHERE bucket < {}", table,
+                        bucket_->start - bucket_->keep_days * kDay));
+  }
+
   void Bind(int place, std::uint64_t value) {
     // The database has no larger integers.
     constexpr std::uint64_t kLargest = std::numeric_limits<std::int64_t>::max();
@@ -94,11 +111,19 @@ class Database final : public SheetSink {
   }
 
   std::string path_;
+  std::optional<TimeBucket> bucket_;
   std::unique_ptr<sqlite3, CloseDatabase> database_;
   Statement insert_;
 };
 
 }  // namespace
+
+void AppendSqlite(const Report& report, const ReportOptions& options, const std::string& path,
+                  const TimeBucket& bucket) {
+  Database database(path, bucket);
+  WriteSheets(report, options, &database);
+  database.Commit();
+}
 
 void WriteSqlite(const Report& report, const ReportOptions& options, const std::string& path) {
   Database database(path);

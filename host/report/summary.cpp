@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <map>
 
 #include "host/report/key_text.h"
 #include "host/report/number_text.h"
@@ -50,12 +51,14 @@ class SummaryPrinter {
     return unit == Unit::kBytes ? Bytes(value) : Thousands(value);
   }
   [[nodiscard]] std::string KeyText(const CounterGroup& group, std::string_view key) const;
-  void Heading(std::string_view title, std::size_t shown, std::size_t all) const;
+  void Heading(std::string_view title, std::size_t shown, std::size_t all,
+               std::uint64_t pruned = 0) const;
   void Line(std::string_view label, std::string_view text) const;
 
   void PrintCaptures();
   void PrintTotals();
   void PrintRejected(const ExporterCounts& sum);
+  void PrintLost();
   void PrintTraffic();
   [[nodiscard]] std::string UnclaimedPorts() const;
   void PrintOtherPackets();
@@ -81,10 +84,13 @@ std::string SummaryPrinter::KeyText(const CounterGroup& group, std::string_view 
   return text;
 }
 
-void SummaryPrinter::Heading(std::string_view title, std::size_t shown, std::size_t all) const {
+void SummaryPrinter::Heading(std::string_view title, std::size_t shown, std::size_t all,
+                             std::uint64_t pruned) const {
   const std::string count = shown < all ? fmt::format("top {} of {}", shown, Thousands(all))
                                         : fmt::format("all {}", Thousands(all));
-  fmt::print(out_, "\n{} ({})\n", Printable(title), count);
+  const std::string small =
+      pruned == 0 ? "" : fmt::format(", {} small ones let go", Thousands(pruned));
+  fmt::print(out_, "\n{} ({}{})\n", Printable(title), count, small);
 }
 
 void SummaryPrinter::Line(std::string_view label, std::string_view text) const {
@@ -92,13 +98,14 @@ void SummaryPrinter::Line(std::string_view label, std::string_view text) const {
 }
 
 void SummaryPrinter::PrintCaptures() {
+  if (!report_.title.empty()) fmt::print(out_, "{}\n", report_.title);
   for (const CaptureResult& capture : report_.captures) {
     if (capture.packets == 0 && !capture.error.empty()) continue;
     fmt::print(out_, "{}: {} packets{}\n", Printable(capture.path), Thousands(capture.packets),
                capture.error.empty() ? "" : ", not read to its end");
   }
   const IntakeCounts& intake = report_.intake;
-  if (intake.Packets() == 0) return;
+  if (intake.Packets() == 0 || !report_.title.empty()) return;
   const std::int64_t span = (intake.last - intake.first) / 1000;
   fmt::print(out_, "{} to {} UTC ({})\n", TimeText(intake.first / kMicrosPerSecond),
              TimeText(intake.last / kMicrosPerSecond), DurationText(span));
@@ -110,6 +117,7 @@ void SummaryPrinter::PrintTotals() {
   fmt::print(out_, "\n");
   Line("Export datagrams", fmt::format("{} ({})", Thousands(sum.datagrams), SiBytes(sum.bytes)));
   PrintRejected(sum);
+  PrintLost();
   Line("Flow records", Thousands(sum.records));
   PrintTraffic();
   if (sum.unknown_sets > 0) {
@@ -137,6 +145,31 @@ void SummaryPrinter::PrintRejected(const ExporterCounts& sum) {
         fmt::format("{} {}", Thousands(sum.refused[i]), RefusalText(static_cast<Refusal>(i))));
   }
   Line("Rejected", Counted(sum.Refused(), reasons));
+}
+
+// What never reached a meter: lost in this host, and lost before it, as sequence numbers tell.
+void SummaryPrinter::PrintLost() {
+  std::vector<std::string> here;
+  if (report_.losses.kernel > 0) {
+    here.push_back(fmt::format("{} datagrams by full sockets", Thousands(report_.losses.kernel)));
+  }
+  if (report_.losses.queue > 0) {
+    here.push_back(fmt::format("{} datagrams by full queues", Thousands(report_.losses.queue)));
+  }
+  if (!here.empty()) Line("Lost here", fmt::format("{}", fmt::join(here, ", ")));
+
+  std::map<std::string_view, std::uint64_t> units;
+  for (const ExporterTable::Row& row : report_.exporters) {
+    units[UnitOf(row.key.version)] += row.counts.gaps.lost;
+    units["samples"] += row.counts.sample_gaps.lost;
+  }
+  std::vector<std::string> before;
+  for (const auto& [unit, lost] : units) {
+    if (lost > 0) before.push_back(fmt::format("{} {}", Thousands(lost), unit));
+  }
+  if (!before.empty()) {
+    Line("Lost on the way", fmt::format("{}, by sequence numbers", fmt::join(before, ", ")));
+  }
 }
 
 // What the records add up to, to the last byte: the number to compare with the exporter's own.
@@ -194,6 +227,11 @@ std::vector<ExporterTable::Row> SummaryPrinter::TopExporters() const {
   return rows;
 }
 
+std::string LostText(const ExporterTable::Row& row) {
+  if (row.counts.gaps.lost == 0) return "-";
+  return fmt::format("{} {}", Thousands(row.counts.gaps.lost), UnitOf(row.key.version));
+}
+
 void SummaryPrinter::PrintExporters() {
   const std::vector<ExporterTable::Row> rows = TopExporters();
   if (rows.empty()) return;
@@ -204,6 +242,8 @@ void SummaryPrinter::PrintExporters() {
       std::ranges::any_of(rows, [](const auto& row) { return row.key.version.HasTemplates(); });
   const bool refused =
       std::ranges::any_of(rows, [](const auto& row) { return row.counts.Refused() > 0; });
+  const bool lost =
+      std::ranges::any_of(rows, [](const auto& row) { return row.counts.gaps.lost > 0; });
   const bool sampled =
       std::ranges::any_of(rows, [&](const auto& row) { return !rate_of(row).empty(); });
 
@@ -216,16 +256,20 @@ void SummaryPrinter::PrintExporters() {
   if (templates) table.AddColumn("Templates", Align::kRight);
   if (templates) table.AddColumn("Undecoded sets", Align::kRight);
   if (refused) table.AddColumn("Rejected", Align::kRight);
+  if (lost) table.AddColumn("Lost", Align::kRight);
   if (sampled) table.AddColumn("Sampling", Align::kRight);
   for (const ExporterTable::Row& row : rows) {
     const ExporterCounts& counts = row.counts;
     const bool has_templates = row.key.version.HasTemplates();
-    std::vector<std::string> cells{fmt::format("{}:{}", Ipv4Text(row.key.address), row.key.port),
-                                   row.key.version.Text(), Thousands(counts.datagrams),
-                                   Thousands(counts.records), Bytes(counts.bytes)};
+    const bool others = row.key == ExporterKey{};
+    std::vector<std::string> cells{
+        others ? "all others" : fmt::format("{}:{}", Ipv4Text(row.key.address), row.key.port),
+        others ? "-" : row.key.version.Text(), Thousands(counts.datagrams),
+        Thousands(counts.records), Bytes(counts.bytes)};
     if (templates) cells.push_back(has_templates ? Thousands(counts.templates) : "-");
     if (templates) cells.push_back(has_templates ? Thousands(counts.unknown_sets) : "-");
     if (refused) cells.push_back(Thousands(counts.Refused()));
+    if (lost) cells.push_back(LostText(row));
     if (sampled) {
       const std::string rate = rate_of(row);
       cells.push_back(rate.empty() ? "-" : fmt::format("1:{}", Printable(rate)));
@@ -256,7 +300,7 @@ void SummaryPrinter::PrintGroup(const CounterGroup& group) {
     }
     table.AddRow(std::move(cells));
   }
-  Heading(group.info.title, ranking.rows.size(), group.table.size());
+  Heading(group.info.title, ranking.rows.size(), group.table.size(), group.pruned_keys);
   table.Print(out_);
 }
 
@@ -292,7 +336,7 @@ void SummaryPrinter::PrintFlows(const CounterGroup& group) {
     if (texts) cells.push_back(Printable(report_.store.TextOf(flow.text)));
     table.AddRow(std::move(cells));
   }
-  Heading(group.info.title, ranking.rows.size(), group.table.size());
+  Heading(group.info.title, ranking.rows.size(), group.table.size(), group.pruned_keys);
   table.Print(out_);
 }
 

@@ -124,6 +124,39 @@ TEST(StatsEngine, ShardsMergeIntoTheSameSums) {
   EXPECT_EQ(SumsOf(merged, kHosts), expected);
   EXPECT_EQ(merged.Group(kUnknown).table.Find("x")[2], 5U);
   EXPECT_EQ(merged.records, 2U);
+
+  // The same without copying, and the result can still grow.
+  a.store.Merge(std::move(b.store));
+  EXPECT_EQ(SumsOf(a.store, kHosts), expected);
+  UpdateAtRandom(&random, &a.engine, &expected);
+  a.engine.UpdateCounter(kHosts, "one more", 0, 7);
+  expected["one more"][0] = 7;
+  a.engine.Flush();
+  EXPECT_EQ(SumsOf(a.store, kHosts), expected);
+}
+
+TEST(StatsStore, PrunesDownToTheLargestKeys) {
+  Host host;
+  CounterGroup& hosts = host.store.Group(kHosts);
+  const std::size_t high = hosts.info.track_high;
+  const std::size_t low = hosts.info.track_low;
+  for (std::size_t i = 0; i <= high; ++i) {
+    const std::string key = std::to_string(i);
+    host.engine.UpdateCounter(kHosts, key.c_str(), 0, i + 1);
+    if (i == 0 || i == high) host.engine.SetKeyAttributes(kHosts, key.c_str(), "label", "");
+    host.engine.Flush();
+    if (i + 1 == high) host.store.Prune();
+  }
+  EXPECT_EQ(hosts.table.size(), high + 1) << "not before there are more than the high mark";
+  host.store.Prune();
+  EXPECT_EQ(hosts.table.size(), low);
+  EXPECT_EQ(hosts.pruned_keys, high + 1 - low);
+  EXPECT_EQ(host.Value(kHosts, std::to_string(high), 0), high + 1);
+  EXPECT_EQ(hosts.table.Find("0"), nullptr);
+  EXPECT_EQ(hosts.notes.size(), 1U);
+  std::uint64_t sum = hosts.pruned_sums[0];
+  hosts.table.ForEach([&](std::string_view, const std::uint64_t* values) { sum += values[0]; });
+  EXPECT_EQ(sum, (high + 1) * (high + 2) / 2) << "nothing is missing in the sums";
 }
 
 TEST(StatsEngine, CountsUpdatesOfMetersThatAreNotThere) {
@@ -221,6 +254,12 @@ TEST(Flows, MergeWithTheirTimesTagsAndTexts) {
   EXPECT_EQ(flow.first_ms, 100'000);
   EXPECT_EQ(flow.last_ms, 200'000);
   EXPECT_EQ(merged.TextOf(flow.tag), "tag");
+  a.engine.TagFlow(kFlowGroup, "a", "number one here");
+  a.engine.Flush();
+  a.store.Merge(std::move(b.store));
+  EXPECT_EQ(a.store.TextOf(a.Flow("a").tag), "tag");
+  EXPECT_EQ(a.Flow("a").bytes[0], 3U);
+  EXPECT_EQ(a.store.TextOf(a.Flow("other").tag), "first text of this shard");
 }
 
 }  // namespace

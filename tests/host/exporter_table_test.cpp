@@ -63,6 +63,76 @@ TEST_F(Exporters, NeedNoneWhereThePolicyHasThem) {
   EXPECT_EQ(Counts().unknown_sets, 0U);
 }
 
+// Sets 256 of 8 bytes and 257 of 4 and a field of variable length; the second message is lost.
+TEST_F(Exporters, LoseIpfixRecordsByTheirNumbers) {
+  const auto message = [](const std::string& number, const std::string& sets) {
+    const Bytes body = FromHex(sets);
+    Bytes whole = FromHex("000A 0000 00000000 " + number + " 00000007") + body;
+    whole[3] = static_cast<std::uint8_t>(whole.size());
+    return whole;
+  };
+  const auto note = [&](const Bytes& bytes) {
+    table_.Note({kExporter, kPort, 0, bytes, 1, Refusal::kNone});
+  };
+  const std::string templates =
+      "0002 001C 0100 0002 0008 0004 0001 0004 0101 0002 0001 0004 0052 FFFF";
+  Post(templates);
+  note(message("00000000", templates));
+  const std::string fixed = "0100 0016 00000000 00000000 11111111 11111111 0000";  // 2, padded
+  const std::string variable = "0101 0013 00000000 02 6162 11111111 FF 0001 63";   // 2
+  note(message("00000000", fixed + variable));
+  note(message("00000009", fixed));
+  EXPECT_EQ(Counts().gaps.lost, 5U);
+  note(message("0000000B", "0300 0008 00000000"));  // of an unknown template: so many records
+  note(message("00000020", fixed));
+  EXPECT_EQ(Counts().gaps.lost, 5U);
+  EXPECT_EQ(Counts().gaps.restarts, 0U);
+  EXPECT_EQ(Counts().templates, 2U);
+}
+
+TEST_F(Exporters, LoseSFlowDatagramsAndSamples) {
+  const auto send = [&](const std::string& number, const std::string& samples) {
+    Datagram("00000005 00000001 0A000001 00000000 " + number + " 00000000 00000001" + samples);
+  };
+  const auto flow = [](const std::string& number) {
+    return "00000001 0000000C" + number + "00000003 00000000";
+  };
+  const auto counters = [](const std::string& number) {
+    return "00000002 0000000C" + number + "00000003 00000000";
+  };
+  send("00000001", flow("00000001") + counters("00000077"));
+  send("00000002", flow("00000002") + flow("00000003") + counters("00000078"));
+  send("00000006", flow("00000008") + "00000001 FFFFFFFF 00000009");
+  EXPECT_EQ(Counts().gaps.lost, 3U);
+  EXPECT_EQ(Counts().sample_gaps.lost, 4U);
+}
+
+TEST_F(Exporters, AreReapedWithoutLosingTheirPlace) {
+  Post(kTemplate256);
+  Datagram(kV9Header + kTemplate256);
+  ExporterTable sum;
+  sum.Merge(table_.Reap());
+  EXPECT_TRUE(table_.Rows().empty());
+  Datagram("0009 0005 00000000 00000000 00000003 00000000" + kData256, 1);
+  EXPECT_EQ(Counts().gaps.lost, 2U);
+  EXPECT_EQ(Counts().unknown_sets, 0U);
+  sum.Merge(table_.Reap());
+  EXPECT_EQ(sum.Rows().at(0).counts.datagrams, 2U);
+  EXPECT_EQ(sum.Rows().at(0).counts.templates, 1U);
+}
+
+// A flood from random ports costs bounded memory, and its datagrams still count.
+TEST(ManyExporters, ShareARow) {
+  ExporterTable table;
+  const Bytes bytes = FromHex(kV9Header);
+  constexpr std::uint32_t kMore = ExporterTable::kMostExporters + 10;
+  for (std::uint32_t i = 1; i <= kMore; ++i) table.Note({i, 1, 0, bytes, 0, Refusal::kNone});
+  const auto rows = table.Rows();
+  EXPECT_EQ(rows.size(), ExporterTable::kMostExporters + 1);
+  EXPECT_EQ(rows[0].key, ExporterKey{});
+  EXPECT_EQ(rows[0].counts.datagrams, 10U);
+}
+
 TEST_F(Exporters, StandApartByVersionAndPort) {
   Datagram(kV9Header);
   Datagram("0005 0000 00000000 00000000 00000000 00000000 00000000");
@@ -83,7 +153,7 @@ TEST_F(Exporters, StandApartByVersionAndPort) {
 
 std::vector<std::uint16_t> TemplateIds(const std::string& set) {
   std::vector<std::uint16_t> ids;
-  ForEachTemplate(FromHex(set), [&](std::uint16_t id) { ids.push_back(id); });
+  ForEachTemplate(FromHex(set), [&](std::uint16_t id, const TemplateShape&) { ids.push_back(id); });
   return ids;
 }
 

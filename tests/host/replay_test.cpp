@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "host/policy/default_policies.h"
 #include "tests/host/captures.h"
@@ -36,6 +37,20 @@ class Replay : public testing::Test {
 
   const TemporaryFolder folder_;
 };
+
+// The first two values of each row of a database.
+std::string Query(const std::filesystem::path& path, const char* query) {
+  sqlite3* database = nullptr;
+  EXPECT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
+  std::string rows;
+  const auto collect = [](void* out, int, char** values, char**) {
+    *static_cast<std::string*>(out) += std::string(values[0]) + " " + values[1] + "|";
+    return 0;
+  };
+  sqlite3_exec(database, query, collect, &rows, nullptr);
+  sqlite3_close(database);
+  return rows;
+}
 
 Bytes On(const Udp& udp) { return Ethernet(udp.Packet()); }
 
@@ -90,17 +105,8 @@ TEST_F(Replay, WritesAllFormats) {
               HasSubstr("key,text,bytes,bytes_in,bytes_out,packets,"));
   EXPECT_THAT(ReadFile(folder_ / "csv/hosts.csv"), HasSubstr("\n0A.00.00.01,10.0.0.1,60,0,0,2,"));
 
-  sqlite3* database = nullptr;
-  ASSERT_EQ(sqlite3_open((folder_ / "a.db").c_str(), &database), SQLITE_OK);
-  std::string rows;
-  const auto collect = [](void* out, int, char** values, char**) {
-    *static_cast<std::string*>(out) += std::string(values[0]) + " " + values[1] + "\n";
-    return 0;
-  };
-  sqlite3_exec(database, "SELECT text, bytes FROM hosts", collect, &rows, nullptr);
-  sqlite3_exec(database, "SELECT port, records FROM exporters", collect, &rows, nullptr);
-  sqlite3_close(database);
-  EXPECT_EQ(rows, "10.0.0.1 60\n50000 1\n50001 1\n");
+  EXPECT_EQ(Query(folder_ / "a.db", "SELECT text, bytes FROM hosts"), "10.0.0.1 60|");
+  EXPECT_EQ(Query(folder_ / "a.db", "SELECT port, records FROM exporters"), "50000 1|50001 1|");
 }
 
 TEST_F(Replay, OneOutputThatFailsLeavesTheOthers) {
@@ -167,6 +173,40 @@ TEST_F(Replay, ReportsWhenThePluginEndsTheProcess) {
   EXPECT_THAT(result.out, testing::StartsWith("XML Parsing error\n"));
   EXPECT_THAT(result.out, HasSubstr("Flow records      1"));
   EXPECT_EQ(json::parse(ReadFile(folder_ / "a.json"))["records"], 1);
+}
+
+// In a lane's thread too, with what the other lanes have counted.
+TEST_F(Replay, ReportsWhenThePluginEndsALane) {
+  std::vector<Bytes> packets;
+  for (std::uint16_t port = 1; port <= 64; ++port) packets.push_back(On(Datagram('.', port)));
+  packets.push_back(On(Datagram('B')));
+  const ProgramResult result = Run(packets, {"--instances", "4", "--top", "0"});
+  EXPECT_EQ(result.status, 255);
+  EXPECT_THAT(result.err, HasSubstr("flowhost: the plug-in ended the process"));
+  EXPECT_THAT(result.out, HasSubstr("Flow records"));
+}
+
+// Packets are a second apart, the first 20 seconds past the minute.
+TEST_F(Replay, ReportsByIntervals) {
+  const std::vector<Bytes> packets(45, On(Datagram('.')));
+  const ProgramResult result = Run(packets, {"--interval", "30", "--top", "0", "--sqlite",
+                                             (folder_ / "a.db").string(), "--instances", "2"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  std::vector<std::string> titles;
+  std::vector<std::string> records;
+  std::istringstream lines(result.out);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.find(" to ") != std::string::npos) titles.push_back(line);
+    if (line.find("Flow records") != std::string::npos) records.push_back(line.substr(20));
+  }
+  EXPECT_THAT(titles,
+              testing::ElementsAre("Interval, 2023-11-14 22:13:20 to 2023-11-14 22:13:30 UTC",
+                                   "Interval, 2023-11-14 22:13:30 to 2023-11-14 22:14:00 UTC",
+                                   "Interval, 2023-11-14 22:14:00 to 2023-11-14 22:14:04 UTC",
+                                   "The run, 2023-11-14 22:13:20 to 2023-11-14 22:14:04 UTC"));
+  EXPECT_THAT(records, testing::ElementsAre("10", "30", "5", "45"));
+  EXPECT_EQ(Query(folder_ / "a.db", "SELECT bucket, bytes FROM hosts ORDER BY bucket"),
+            "1700000000 1200|1700000040 150|");
 }
 
 TEST_F(Replay, WritesDefaultPoliciesOnce) {

@@ -1,0 +1,76 @@
+// The template messages that meters have posted, kept across restarts: with them the first data
+// after a start decodes, instead of waiting for the exporters to repeat their templates.
+#pragma once
+
+#include <absl/container/flat_hash_map.h>
+
+#include <compare>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace flow::host {
+
+class TemplateArchive {
+ public:
+  using Message = std::vector<std::uint8_t>;
+
+  // Templates beyond the largest number are not kept, and none that was not sent again for as long.
+  static constexpr std::size_t kMostTemplates = 50'000;
+  static constexpr std::int64_t kLongestSeconds = std::int64_t{7} * 86400;
+
+  // The file in the directory; it is made when first saved.
+  explicit TemplateArchive(const std::string& directory);
+
+  // Load reads the file, if there is one. A damaged one is set aside: then *trouble says so, and
+  // what stood before the damage is kept.
+  void Load(std::int64_t now, std::string* trouble);
+
+  // Note keeps a message for each template that it defines, in place of older ones. Any thread.
+  void Note(const Message& message, std::int64_t now);
+
+  // Messages are those that define a template which no later one does, the oldest first.
+  [[nodiscard]] std::vector<std::shared_ptr<const Message>> Messages() const;
+  [[nodiscard]] std::size_t templates() const;
+
+  // Save writes the file when there is something new since the last time: a new file, synced to the
+  // disk, takes the old one's place. HostError when that fails.
+  void Save(std::int64_t now);
+
+  [[nodiscard]] const std::string& path() const { return path_; }
+
+ private:
+  struct Key {
+    std::uint32_t exporter = 0;
+    std::uint16_t port = 0;
+    std::uint16_t id = 0;
+
+    friend auto operator<=>(const Key&, const Key&) = default;
+    template <class Hash>
+    friend Hash AbslHashValue(Hash hash, const Key& key) {
+      return Hash::combine(std::move(hash), key.exporter, key.port, key.id);
+    }
+  };
+  struct Entry {
+    std::int64_t time = 0;    // seconds since 1970
+    std::uint64_t order = 0;  // of arrival
+    std::shared_ptr<const Message> message;
+  };
+
+  void NoteLocked(std::shared_ptr<const Message> message, std::int64_t time);
+  bool ReadLine(const std::string& line, std::int64_t now);
+  void DropOld(std::int64_t now);
+  [[nodiscard]] std::vector<Entry> Newest() const;
+  [[nodiscard]] std::string Text() const;
+
+  std::string path_;
+  mutable std::mutex mutex_;
+  absl::flat_hash_map<Key, Entry> templates_;
+  std::uint64_t arrivals_ = 0;
+  bool has_news_ = false;
+};
+
+}  // namespace flow::host

@@ -1,0 +1,66 @@
+// A UDP port that export datagrams arrive on, read in batches.
+#pragma once
+
+#include <sys/socket.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/capture/udp_packet.h"
+
+namespace flow::host {
+
+// Space for one batch; all sockets of a thread can share it.
+class ReceiveBuffers {
+ public:
+  static constexpr std::size_t kDatagrams = 64;
+
+  ReceiveBuffers();
+
+ private:
+  friend class UdpSocket;
+
+  // An IPv4 header and a UDP header are made in front of each payload, as if it had been captured.
+  static constexpr std::size_t kHeaders = 28;
+  static constexpr std::size_t kSlot = std::size_t{1} << 16;
+
+  std::unique_ptr<std::uint8_t[]> slots_;
+  std::vector<iovec> places_;
+  std::vector<mmsghdr> messages_;
+  std::vector<sockaddr_storage> senders_;
+};
+
+class UdpSocket {
+ public:
+  // Binds; receive_buffer is what is asked of the kernel, which may grant less. HostError when the
+  // port cannot be had.
+  UdpSocket(std::uint32_t address, std::uint16_t port, std::size_t receive_buffer);
+  ~UdpSocket();
+  UdpSocket(const UdpSocket&) = delete;
+  UdpSocket& operator=(const UdpSocket&) = delete;
+
+  // Receive takes at most a batch of what waits, without waiting, and calls visit for each; the
+  // packet is valid during the call. The number of datagrams; HostError when the socket is broken.
+  std::size_t Receive(ReceiveBuffers* buffers, Timestamp now,
+                      const std::function<void(const UdpPacket&)>& visit);
+
+  // Datagrams that the kernel has dropped since the last call because the buffer was full.
+  std::uint64_t TakeDrops();
+
+  [[nodiscard]] int descriptor() const { return descriptor_; }
+  [[nodiscard]] std::uint16_t port() const { return port_; }
+  // Bytes granted.
+  [[nodiscard]] std::size_t receive_buffer() const { return receive_buffer_; }
+
+ private:
+  std::uint32_t address_;
+  std::uint16_t port_;
+  int descriptor_;
+  std::size_t receive_buffer_ = 0;
+  std::uint32_t drops_told_ = 0;
+};
+
+}  // namespace flow::host

@@ -1,0 +1,43 @@
+// Channel messages that wait for a lane. Any thread may post; the lane takes them between
+// datagrams.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "plugin/guid.h"
+
+namespace flow::host {
+
+// A message has many readers and no writer; the meters' interface asks for bytes that could be
+// written, and leaves them alone.
+struct ChannelMessage {
+  GUID channel{};
+  std::shared_ptr<std::vector<std::uint8_t>> bytes;
+};
+
+class Mailbox {
+ public:
+  // on_post runs after each message, in the thread that posted it; it wakes a lane that sleeps.
+  void OnPost(std::function<void()> on_post) { on_post_ = std::move(on_post); }
+
+  void Post(ChannelMessage message);
+
+  // HasMail is cheap, for every datagram.
+  [[nodiscard]] bool HasMail() const { return has_mail_.load(std::memory_order_acquire); }
+
+  // TakeAll empties the box.
+  std::vector<ChannelMessage> TakeAll();
+
+ private:
+  std::function<void()> on_post_;
+  std::mutex mutex_;
+  std::vector<ChannelMessage> messages_;
+  std::atomic<bool> has_mail_ = false;
+};
+
+}  // namespace flow::host

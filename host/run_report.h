@@ -1,0 +1,57 @@
+// The reports of a run: what is shown and written at each tick, and at its end.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "host/options.h"
+#include "host/report/period.h"
+#include "host/reporter.h"
+
+namespace flow::host {
+
+class Console;
+
+// How a run reports.
+enum class RunKind {
+  kWhole,     // once, everything
+  kPeriodic,  // interval by interval in bounded memory, and the largest of everything at the end
+};
+
+class RunReport {
+ public:
+  // options' groups are ids. All outlive the report.
+  RunReport(RunKind kind, const GroupCatalog& groups, const OutputOptions& options,
+            Console& console);
+
+  // Captures that were read; for the report of the whole.
+  std::vector<CaptureResult>& captures() { return captures_; }
+
+  // Take adds what the lanes counted until a tick, and reports what the tick asks for.
+  void Take(const Tick& tick, std::vector<Harvest> harvests, double seconds);
+
+  // Whether every output could be written so far.
+  [[nodiscard]] bool Succeeded() const { return !failed_; }
+
+ private:
+  void TakeBucket(const Tick& tick, const std::vector<Harvest>& harvests);
+  void EndBuckets(const Tick& tick);
+  void End(double seconds);
+  void Show(const Period& period, std::string title, double seconds);
+  template <class Writer>
+  void Write(const std::string& path, Writer&& writer);
+
+  RunKind kind_;
+  const GroupCatalog& groups_;
+  const OutputOptions& options_;
+  Console& console_;
+  std::vector<CaptureResult> captures_;
+  Period interval_;
+  Period run_;     // the intervals before
+  Period bucket_;  // for the database
+  bool has_intervals_ = false;
+  bool failed_ = false;
+};
+
+}  // namespace flow::host

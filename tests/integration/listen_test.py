@@ -1,0 +1,203 @@
+#!/usr/bin/env python3
+"""listen_test.py FLOWHOST PLUGIN FLOWGEN SAMPLES: a collector on loopback, with real and made exporters
+that send at once, while its policy and its home AS feed are edited; then the same collector restarted.
+
+Exit status: 0 as it should be, 1 not, 77 no softflowd here.
+"""
+import json
+import os
+import pathlib
+import re
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+
+POLICY = """<OmbrelPluginConfiguration><Policy>
+  <ReloadConfigCheckSeconds>60</ReloadConfigCheckSeconds><HomeASNumbersFile>homeas</HomeASNumbersFile>
+  <HomeASNumbers>64500</HomeASNumbers><MeterMasks>%s</MeterMasks>
+</Policy></OmbrelPluginConfiguration>
+"""
+failures = []
+
+
+def expect(what, seen, wanted):
+    if seen != wanted:
+        failures.append(f"{what}: {seen}, not {wanted}")
+
+
+def free_port():
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class Collector:
+    """a running flowhost listen; what it says is kept in a file"""
+
+    def __init__(self, folder, *options):
+        self.log = folder / "log"
+        self.netflow, self.sflow = free_port(), free_port()
+        self.process = subprocess.Popen(
+            [FLOWHOST, "listen", "--plugin", PLUGIN, "--config", folder / "policies", "--data", folder / "feeds",
+             "--bind", "127.0.0.1", "--port", f"netflow={self.netflow}", "--port", f"sflow={self.sflow}",
+             "--log-level", "information", "--json", folder / "out.json", "--top", "3", *options],
+            stdout=(folder / "summary").open("w"), stderr=self.log.open("w"))
+        self.json, self.summary = folder / "out.json", folder / "summary"
+        self.wait_for("listening on 127.0.0.1")
+
+    def wait_for(self, text, times=1, seconds=60):
+        """until the log holds a text so often"""
+        end = time.time() + seconds
+        while self.log.read_text(errors="replace").count(text) < times:
+            if time.time() > end or self.process.poll() is not None:
+                sys.exit(f"flowhost never said {text!r}:\n{self.log.read_text(errors='replace')}")
+            time.sleep(0.02)
+
+    def signal(self, number):
+        self.process.send_signal(number)
+
+    def end(self):
+        self.signal(signal.SIGTERM)
+        status = self.process.wait(60)
+        return status, json.loads(self.json.read_text())
+
+
+def totals(report):
+    keys = next(g["keys"] for g in report["groups"] if g["id"] == "totals")
+    row = next(k for k in keys if k["key"] == "TOTALBW")
+    return {"records": report["records"], "bytes": row["bytes"], "packets": row["packets"],
+            "datagrams": sum(e["datagrams"] for e in report["exporters"])}
+
+
+def claims(text):
+    found = {k: int(v) for k, v in re.findall(r"^(\w+):? (\d+)$", text, re.M)}
+    return {k: found[k] for k in ("records", "bytes", "packets", "datagrams")}
+
+
+def payloads(capture):
+    data, at = capture.read_bytes(), 24
+    while at < len(data):
+        size = struct.unpack_from("<I", data, at + 8)[0]
+        yield data[at + 16 + 42:at + 16 + size]
+        at += 16 + size
+
+
+def write_policy(folder, masks, age):
+    """atomically, with a time in the past that tells the editions apart"""
+    draft = folder / "policies" / "draft"
+    draft.write_text(POLICY % masks)
+    when = time.time() - age
+    os.utime(draft, (when, when))
+    draft.rename(folder / "policies" / "NetflowCounterPolicy.xml")
+
+
+def start_softflowd(folder, port):
+    subprocess.run([sys.executable, SAMPLES / "make_traffic.py", "--office", "3", folder / "office.pcap"], check=True,
+                   stdout=subprocess.DEVNULL)
+    said = (folder / "softflowd.txt").open("w")
+    return subprocess.Popen([shutil.which("softflowd", path=os.environ["PATH"] + ":/usr/sbin"), "-d", "-a", "-v", "9",
+                             "-6", "-T", "vlan", "-r", folder / "office.pcap", "-p", folder / "softflowd.pid", "-c", "none",
+                             "-n", f"127.0.0.1:{port}", "not ether src 02:00:0a:00:00:01"], stdout=said, stderr=subprocess.DEVNULL)
+
+
+def run_live(folder):
+    (folder / "policies").mkdir()
+    (folder / "feeds").mkdir()
+    (folder / "feeds" / "incoming_1_homeas").write_text("64501\n")
+    write_policy(folder, "true", 300)
+    collector = Collector(folder, "--instances", "2", "--interval", "3600", "--state", folder / "state")
+    collector.wait_for("incoming_1_homeas", 2)
+
+    made = [subprocess.Popen([FLOWGEN, "--format", "mixed", "--records", "60000", "--hosts", "500", "--exporters", "8",
+                              "--seed", str(seed), "--send", f"127.0.0.1:{collector.netflow}", "--sflow-port",
+                              str(collector.sflow), "--rate", "2000"], stdout=subprocess.PIPE, text=True)
+            for seed in (1, 2)]
+    real = start_softflowd(folder, collector.netflow)
+
+    # A newer feed and another policy, taken into use while datagrams arrive.
+    (folder / "feeds" / "incoming_2_homeas").write_text("64502\n64503\n")
+    write_policy(folder, "false", 200)
+    collector.signal(signal.SIGHUP)
+    collector.wait_for("SIGHUP: NetFlow meters look at their policy")
+    collector.wait_for("CONFIGREFRESH:  Reloaded configuration file", 2)
+    collector.wait_for("incoming_2_homeas", 2)
+    # A broken one is told, and does no harm.
+    good = (folder / "policies" / "NetflowCounterPolicy.xml").read_text()
+    (folder / "policies" / "NetflowCounterPolicy.xml").write_text(good.replace("</Policy>", "</Polic"))
+    collector.signal(signal.SIGHUP)
+    collector.wait_for("a policy cannot be used, see above; the one in force stays")
+    write_policy(folder, "false", 100)
+
+    claimed = [claims(process.communicate()[0]) for process in made]
+    real.wait(60)
+    collector.signal(signal.SIGUSR1)
+    status, report = collector.end()
+    expect("exit status", status, 0)
+    said = (folder / "softflowd.txt").read_text()
+    expect("lost here", report["lost_datagrams"], {"kernel": 0, "queue": 0})
+    for entry in report["exporters"]:
+        expect(f"faults of {entry['port']}", (entry["sequence"]["lost"], entry["rejected"]), (0, 0))
+    seen = totals(report)
+    exported = int(re.search(r"Flows exported: (\d+)", said).group(1))
+    expect("records", seen["records"] - sum(c["records"] for c in claimed), exported)
+    table = said[said.index("Per-protocol statistics"):]
+    rows = [tuple(map(int, row)) for row in re.findall(r"\(\d+\): +(\d+) +(\d+) ", table)]
+    for index, what in enumerate(("bytes", "packets")):
+        expect(what, seen[what] - sum(c[what] for c in claimed), sum(row[index] for row in rows))
+    expect("summaries", collector.summary.read_text().count("Flow records"), 2)
+
+
+def run_restarted(folder):
+    capture = folder / "ipfix.pcap"
+    subprocess.run([FLOWGEN, "--format", "ipfix", "--records", "60", "--hosts", "10", "--write", capture], check=True,
+                   stdout=subprocess.DEVNULL)
+    datagrams = list(payloads(capture))
+    exporter = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    exporter.bind(("127.0.0.1", 0))
+    port = exporter.getsockname()[1]
+    for number, state in enumerate(("new", "kept", "damaged")):
+        if state == "damaged":
+            archive = folder / "state" / "templates"
+            archive.write_bytes(archive.read_bytes()[:-30])
+        collector = Collector(folder, "--state", folder / "state", "--instances", str(1 + number % 2))
+        exporter.sendto(datagrams[min(number, 1)], ("127.0.0.1", collector.netflow))
+        # It is metered before the end, whenever that comes.
+        status, report = collector.end()
+        expect(f"{state}: exit status", status, 0)
+        seen = next(e for e in report["exporters"] if e["port"] == port)
+        expect(f"{state}: records", (seen["records"] > 0, seen["sets_without_template"]),
+               (False, 1) if state == "damaged" else (True, 0))
+        said = collector.log.read_text()
+        expect(f"{state}: told", "is damaged and now stands aside" in said, state == "damaged")
+        expect(f"{state}: restored", " restored from " in said, state == "kept")
+
+
+def run_port_taken(folder):
+    """the other ports carry on"""
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as taken:
+        taken.bind(("127.0.0.1", 0))
+        port = taken.getsockname()[1]
+        collector = Collector(folder, "--port", f"netflow={port}")
+        collector.wait_for(f"UDP port 127.0.0.1:{port} cannot be had: Address already in use")
+        status, _ = collector.end()
+        expect("exit status with a port taken", status, 1)
+
+
+def main():
+    if shutil.which("softflowd", path=os.environ["PATH"] + ":/usr/sbin") is None:
+        sys.exit(77)
+    for scenario in (run_live, run_restarted, run_port_taken):
+        with tempfile.TemporaryDirectory() as folder:
+            scenario(pathlib.Path(folder))
+    print("\n".join(failures) or "live totals, reload, feed, restart and a taken port are as they should be")
+    sys.exit(bool(failures))
+
+
+FLOWHOST, PLUGIN, FLOWGEN = sys.argv[1:4]
+SAMPLES = pathlib.Path(sys.argv[4])
+main()
