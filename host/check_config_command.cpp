@@ -43,6 +43,7 @@ class ConfigCheck {
  public:
   explicit ConfigCheck(const CheckConfigOptions& options)
       : options_(options), directory_(options.config_directory), console_(kLogWarning) {
+    if (options.write_defaults) WriteDefaults();
     if (!fs::is_directory(directory_)) {
       throw HostError(fmt::format("{} is no directory", directory_.string()));
     }
@@ -63,6 +64,18 @@ class ConfigCheck {
   }
 
  private:
+  void WriteDefaults() {
+    for (const std::string_view name : PolicyFileNames()) {
+      const fs::path path = directory_ / name;
+      std::error_code error;
+      if (fs::exists(path, error)) continue;
+      if (!WriteDefaultPolicy(path, &error)) {
+        throw HostError(fmt::format("{} cannot be written: {}", path.string(), error.message()));
+      }
+      console_.Notice(fmt::format("wrote the default policy {}", path.string()));
+    }
+  }
+
   // Whether the file has a name that nobody knows.
   bool CheckNames(std::string_view name) {
     const fs::path path = directory_ / name;

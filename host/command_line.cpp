@@ -198,6 +198,8 @@ void AddCheckConfigOptions(CLI::App* app, CheckConfigOptions* options) {
   app->add_option("--data", options->data_directory,
                   "Directory of the home AS feeds (default: that of the policies)")
       ->type_name("DIR");
+  app->add_flag("--write-defaults", options->write_defaults,
+                "Write policies that are missing, every setting at its default");
   app->add_flag("--quiet", options->quiet, "Say nothing where nothing is wrong");
   app->add_option("DIR", options->config_directory, "Directory of the policy files")
       ->required()

@@ -55,6 +55,7 @@ struct CheckConfigOptions {
   std::string plugin;
   std::string config_directory;
   std::string data_directory;
+  bool write_defaults = false;
   bool quiet = false;  // says nothing where nothing is wrong
 };
 

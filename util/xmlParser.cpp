@@ -108,7 +108,7 @@ int ToInt(const char* text) { return static_cast<std::int32_t>(std::strtol(text,
 namespace flow {
 
 XmlOptions& GlobalXmlOptions() {
-  static XmlOptions options;
+  thread_local XmlOptions options;
   return options;
 }
 

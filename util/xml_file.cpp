@@ -126,7 +126,7 @@ bool EncodingIsUtf8(std::string_view text) {
          flow::EqualNoCase(text.substr(0, 4), "utf8");
 }
 
-// What the first bytes say about the file's encoding goes into the process-wide option.
+// What the first bytes say about the file's encoding goes into the thread's option.
 void GuessUtf8(const char* file_name) {
   const File file = Open(file_name);
   if (file == nullptr) {
