@@ -54,6 +54,21 @@ inline std::uint32_t HashKey(std::string_view key) {
   return static_cast<std::uint32_t>(hash ^ hash >> 32);
 }
 
+// CopyKey copies a key, which may not overlap the place it goes to.
+inline void CopyKey(std::string_view key, char* to) {
+  const char* from = key.data();
+  const std::size_t size = key.size();
+  if (size < 8 || size > 32) {
+    std::memcpy(to, from, size);
+  } else if (size < 16) {  // two parts that may overlap
+    std::memcpy(to, from, 8);
+    std::memcpy(to + size - 8, from + size - 8, 8);
+  } else {
+    std::memcpy(to, from, 16);
+    std::memcpy(to + size - 16, from + size - 16, 16);
+  }
+}
+
 inline bool SameKey(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
   using internal::Load32;

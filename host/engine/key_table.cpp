@@ -43,7 +43,7 @@ std::size_t KeyTable::FindSlot(std::uint32_t hash, std::string_view key) const {
   return at;
 }
 
-void KeyTable::PrefetchRow(std::uint32_t hash) const {
+std::uint32_t KeyTable::PrefetchRow(std::uint32_t hash) const {
   const std::size_t mask = slot_count_ - 1;
   for (std::size_t at = hash & mask; slots_[at].row != 0; at = (at + 1) & mask) {
     if (slots_[at].hash != hash) continue;
@@ -51,8 +51,9 @@ void KeyTable::PrefetchRow(std::uint32_t hash) const {
     constexpr std::size_t kLine = 64;
     constexpr std::size_t kLines = 3;  // a flow with its key
     for (std::size_t line = 0; line < kLines; ++line) __builtin_prefetch(row + line * kLine, 1);
-    return;
+    return slots_[at].row;
   }
+  return 0;
 }
 
 std::uint64_t* KeyTable::FindOrAdd(std::string_view key, std::uint32_t hash) {

@@ -68,7 +68,16 @@ class KeyTable {
   void PrefetchSlot(std::uint32_t hash) const {
     __builtin_prefetch(&slots_[hash & (slot_count_ - 1)]);
   }
-  void PrefetchRow(std::uint32_t hash) const;
+  // The second gives the number of the row that most likely is the key's, 0 for none, which
+  // UpdateLikely checks: the values if it is, else null.
+  std::uint32_t PrefetchRow(std::uint32_t hash) const;
+  std::uint64_t* UpdateLikely(std::uint32_t number, std::string_view key) {
+    if (number == 0) return nullptr;
+    std::byte* const row = RowAt(number);
+    if (!SameKey(KeyOf(row), key)) return nullptr;
+    last_key_ = KeyOf(row);
+    return last_values_ = MutableValues(row);
+  }
 
   // Find gives the values of a key that is there, else null.
   [[nodiscard]] const std::uint64_t* Find(std::string_view key) const;

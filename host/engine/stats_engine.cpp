@@ -12,6 +12,9 @@ std::string_view KeyText(int length, const char* key) {
   return {key, static_cast<std::size_t>(std::max(length, 0))};
 }
 
+// A negative index is beyond all columns.
+std::size_t Column(int meter) { return static_cast<std::size_t>(meter); }
+
 std::string_view TextOrEmpty(const char* text) { return text == nullptr ? "" : text; }
 
 std::int64_t Milliseconds(const TimePair& time) { return time.seconds * 1000 + time.milliseconds; }
@@ -21,31 +24,30 @@ std::int64_t Milliseconds(const TimePair& time) { return time.seconds * 1000 + t
 StatsEngine::StatsEngine(StatsStore& store, ChannelSink& channels)
     : store_(&store), channels_(channels) {}
 
-void StatsEngine::Update(const GUID& group, std::string_view key,
-                         std::span<const MeterValue> values) {
+inline void StatsEngine::Update(const GUID& group, std::string_view key,
+                                std::span<const Increment> increments) {
   CounterGroup& counters = store_->Group(group);
-  std::array<Increment, UpdateQueue::kMostIncrements> increments;
-  std::size_t count = 0;
-  for (const MeterValue& value : values) {
-    const auto column = static_cast<std::size_t>(value.meter);
-    if (column < counters.columns) {
-      increments[count++] = {column, value.value};
-    } else {
-      ++store_->stray_updates;
-    }
-  }
-  if (count == 0) return;
-  const std::span known(increments.data(), count);
+  const auto is_known = [&](const Increment& each) { return each.column < counters.columns; };
+  if (std::ranges::all_of(increments, is_known)) return UpdateKnown(counters, key, increments);
+  std::array<Increment, UpdateQueue::kMostIncrements> known;
+  const auto end = std::ranges::copy_if(increments, known.begin(), is_known).out;
+  const auto count = static_cast<std::size_t>(end - known.begin());
+  store_->stray_updates += increments.size() - count;
+  if (count > 0) UpdateKnown(counters, key, {known.data(), count});
+}
+
+inline void StatsEngine::UpdateKnown(CounterGroup& counters, std::string_view key,
+                                     std::span<const Increment> increments) {
   // A table that fits the caches needs no queue.
   constexpr std::size_t kSmallTable = 1024;
   std::uint64_t* row = counters.table.IfLast(key);
   if (row == nullptr && key.size() <= UpdateQueue::kLongestKey &&
       counters.table.size() > kSmallTable) {
-    queue_.AddIncrements(counters.table, key, known);
+    queue_.AddIncrements(counters.table, key, increments);
     return;
   }
   if (row == nullptr) row = counters.table.FindOrAdd(key);
-  for (const Increment& increment : known) row[increment.column] += increment.value;
+  for (const Increment& increment : increments) row[increment.column] += increment.value;
 }
 
 void StatsEngine::Flush() {
@@ -60,30 +62,31 @@ void StatsEngine::UseStore(StatsStore& store) {
 
 Status StatsEngine::UpdateCounter(const GUID& group, const char* key, int meter,
                                   std::uint64_t value) {
-  const MeterValue values[] = {{meter, value}};
-  Update(group, key, values);
+  const Increment increments[] = {{Column(meter), value}};
+  Update(group, key, increments);
   return kStatusOk;
 }
 
 Status StatsEngine::UpdateCounterKeyLen(const GUID& group, int keyLength, const char* key,
                                         int meter, std::uint64_t value) {
-  const MeterValue values[] = {{meter, value}};
-  Update(group, KeyText(keyLength, key), values);
+  const Increment increments[] = {{Column(meter), value}};
+  Update(group, KeyText(keyLength, key), increments);
   return kStatusOk;
 }
 
 Status StatsEngine::UpdateCounter2(const GUID& group, int keyLength, const char* key, int meter1,
                                    std::uint64_t value1, int meter2, std::uint64_t value2) {
-  const MeterValue values[] = {{meter1, value1}, {meter2, value2}};
-  Update(group, KeyText(keyLength, key), values);
+  const Increment increments[] = {{Column(meter1), value1}, {Column(meter2), value2}};
+  Update(group, KeyText(keyLength, key), increments);
   return kStatusOk;
 }
 
 Status StatsEngine::UpdateCounter3(const GUID& group, int keyLength, const char* key, int meter1,
                                    std::uint64_t value1, int meter2, std::uint64_t value2,
                                    int meter3, std::uint64_t value3) {
-  const MeterValue values[] = {{meter1, value1}, {meter2, value2}, {meter3, value3}};
-  Update(group, KeyText(keyLength, key), values);
+  const Increment increments[] = {
+      {Column(meter1), value1}, {Column(meter2), value2}, {Column(meter3), value3}};
+  Update(group, KeyText(keyLength, key), increments);
   return kStatusOk;
 }
 
@@ -92,8 +95,8 @@ Status StatsEngine::UpdateCounterMulti(const GUID& group, int keyLength, const c
   constexpr int kMost = UpdateQueue::kMostIncrements;
   for (int first = 0; first < count; first += kMost) {
     const int part = std::min(count - first, kMost);
-    MeterValue pairs[kMost];
-    for (int i = 0; i < part; ++i) pairs[i] = {meters[first + i], values[first + i]};
+    Increment pairs[kMost];
+    for (int i = 0; i < part; ++i) pairs[i] = {Column(meters[first + i]), values[first + i]};
     Update(group, KeyText(keyLength, key), {pairs, static_cast<std::size_t>(part)});
   }
   return kStatusOk;
@@ -103,8 +106,8 @@ Status StatsEngine::UpdateCounterMulti(const GUID& group, int keyLength, const c
 Status StatsEngine::UpdateCounterHashed2(const GUID& group, std::uint32_t /*keyHash*/,
                                          const char* key, int meter1, std::uint64_t value1,
                                          int meter2, std::uint64_t value2) {
-  const MeterValue values[] = {{meter1, value1}, {meter2, value2}};
-  Update(group, key, values);
+  const Increment increments[] = {{Column(meter1), value1}, {Column(meter2), value2}};
+  Update(group, key, increments);
   return kStatusOk;
 }
 

@@ -67,14 +67,11 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
                                    std::uint64_t value, const char* text) override;
 
  private:
-  // A meter of a group and what it grows by.
-  struct MeterValue {
-    int meter;
-    std::uint64_t value;
-  };
-
-  // Update adds at most UpdateQueue::kMostIncrements values to a key.
-  void Update(const GUID& group, std::string_view key, std::span<const MeterValue> values);
+  // Update adds at most UpdateQueue::kMostIncrements values to a key; a column is a meter's index.
+  void Update(const GUID& group, std::string_view key, std::span<const Increment> increments);
+  // Those of meters that the group has.
+  void UpdateKnown(CounterGroup& counters, std::string_view key,
+                   std::span<const Increment> increments);
   FlowRecord& FlowOf(const char* key);
   FlowRecord& TouchFlow(const char* key);
   void SendFlow();

@@ -11,7 +11,8 @@ void UpdateQueue::Flush() {
 
 void UpdateQueue::Apply(Entry& entry) {
   if (entry.table == nullptr) return;
-  std::uint64_t* const values = entry.table->FindOrAdd(entry.Key(), entry.hash);
+  std::uint64_t* values = entry.table->UpdateLikely(entry.likely_row, entry.Key());
+  if (values == nullptr) values = entry.table->FindOrAdd(entry.Key(), entry.hash);
   if (entry.count == 0) {
     MergeFlow(entry.part, &StatsStore::Flow(values));
   } else {

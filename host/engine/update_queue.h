@@ -55,6 +55,7 @@ class UpdateQueue {
   struct Entry {
     KeyTable* table;  // null when it was made
     std::uint32_t hash;
+    std::uint32_t likely_row;  // once it was asked for
     std::uint16_t key_length;
     std::uint16_t count;  // of increments; 0 for a part of a flow
     char key[kLongestKey];
@@ -70,14 +71,17 @@ class UpdateQueue {
     Entry& entry = entries_[next_ % kEntries];
     entry.table = &table;
     entry.hash = HashKey(key);
+    entry.likely_row = 0;
     entry.key_length = static_cast<std::uint16_t>(key.size());
-    std::memcpy(entry.key, key.data(), key.size());
+    CopyKey(key, entry.key);
     table.PrefetchSlot(entry.hash);
     return entry;
   }
   void Advance() {
-    const Entry& waits_for_row = entries_[(next_ - kRowAfter) % kEntries];
-    if (waits_for_row.table != nullptr) waits_for_row.table->PrefetchRow(waits_for_row.hash);
+    Entry& waits_for_row = entries_[(next_ - kRowAfter) % kEntries];
+    if (waits_for_row.table != nullptr) {
+      waits_for_row.likely_row = waits_for_row.table->PrefetchRow(waits_for_row.hash);
+    }
     Apply(entries_[(next_ - kApplyAfter) % kEntries]);
     ++next_;
   }
