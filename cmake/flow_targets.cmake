@@ -39,6 +39,10 @@ endif()
 function(flow_room name)
   add_library(${name} OBJECT ${ARGN})
   target_link_libraries(${name} PUBLIC flow_options)
+  if(FLOW_SANITIZE)
+    # Tests compile in a third of the time without optimisation; the library is worth it.
+    target_compile_options(${name} PRIVATE -O1)
+  endif()
 endfunction()
 
 # flow_test(NAME LABEL... SOURCES FILE... ROOMS ROOM...): a GoogleTest program; the label names the
