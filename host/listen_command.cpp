@@ -49,13 +49,16 @@ class Listen {
  public:
   explicit Listen(const ListenOptions& options)
       : options_(options),
+        address_(AddressFrom(options.bind)),
         console_(options.meter.log_level),
         setup_(options.meter, "", console_),
         output_(options.output),
         schedule_(setup_.groups().ShortestBucket(),
                   Timestamp{options.interval} * kMicrosPerSecond) {
     output_.report.group_ids = setup_.GroupIds(output_.report.group_ids);
-    if (!options.state_directory.empty()) archive_.emplace(options.state_directory);
+    if (options.state_directory.empty()) return;
+    archive_.emplace(options.state_directory);
+    archive_->MakeDirectory();
   }
 
   int Run() {
@@ -89,6 +92,7 @@ class Listen {
   void PluginEndedProcess();
 
   const ListenOptions& options_;
+  std::uint32_t address_;
   Signals signals_;  // before any thread
   Console console_;
   MeterSetup setup_;
@@ -99,6 +103,7 @@ class Listen {
   ReceiveBuffers buffers_;
   Timestamp period_start_ = Now();
   std::uint64_t queue_drops_told_ = 0;
+  std::uint64_t lost_with_sockets_ = 0;
   std::optional<PolicyCheck> check_;
   bool failed_ = false;
   bool ending_ = false;
@@ -110,13 +115,12 @@ class Listen {
 };
 
 void Listen::OpenSockets() {
-  const std::uint32_t address = AddressFrom(options_.bind);
   std::vector<std::string> names;
   std::size_t smallest = options_.receive_buffer;
   for (const ProtocolPort& wanted :
        PortsToListenOn(setup_.components(), options_.meter.extra_ports)) {
     try {
-      auto socket = std::make_unique<UdpSocket>(address, wanted.port, options_.receive_buffer);
+      auto socket = std::make_unique<UdpSocket>(address_, wanted.port, options_.receive_buffer);
       smallest = std::min(smallest, socket->receive_buffer());
       names.push_back(fmt::format("{} ({})", wanted.port, wanted.handler->handler->name));
       sockets_.push_back({std::move(socket), &wanted.handler->handler->protocol});
@@ -127,7 +131,7 @@ void Listen::OpenSockets() {
   }
   if (sockets_.empty()) throw HostError("there is no port to listen on");
   console_.Notice(
-      fmt::format("listening on {}, UDP ports {}", Ipv4Text(address), fmt::join(names, ", ")));
+      fmt::format("listening on {}, UDP ports {}", Ipv4Text(address_), fmt::join(names, ", ")));
   if (smallest < options_.receive_buffer) {
     console_.Notice(
         fmt::format("the kernel grants sockets {} of the {} wanted for bursts; raise "
@@ -172,6 +176,7 @@ void Listen::Step() {
     } catch (const HostError& error) {
       failed_ = true;
       console_.Error(error.what());
+      lost_with_sockets_ += sockets_[i].socket->TakeDrops();
       sockets_.erase(sockets_.begin() + static_cast<std::ptrdiff_t>(i));
     }
   }
@@ -249,6 +254,7 @@ void Listen::Reap(Tick tick) {
 
 Losses Listen::TakeLosses() {
   Losses losses;
+  losses.kernel = std::exchange(lost_with_sockets_, 0);
   for (const Port& port : sockets_) losses.kernel += port.socket->TakeDrops();
   const std::uint64_t queue = setup_.lanes().Dropped();
   losses.queue = queue - std::exchange(queue_drops_told_, queue);
@@ -268,7 +274,14 @@ void Listen::SaveTemplates() {
 // What the kernel has taken so far is metered before the end; senders may go on for ever.
 int Listen::End() {
   constexpr int kMostBatches = 4096;
-  for (Port& port : sockets_) Receive(&port, kMostBatches);
+  for (Port& port : sockets_) {
+    try {
+      Receive(&port, kMostBatches);
+    } catch (const HostError& error) {
+      failed_ = true;
+      console_.Error(error.what());
+    }
+  }
   setup_.lanes().Push();
   Reap({.from = period_start_, .to = Now(), .is_last = true});
   reporter_.Wait();

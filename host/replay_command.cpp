@@ -85,6 +85,7 @@ class Replay {
     setup_.lanes().EndHere();
     reporter_.FinishHere();
     Tick tick{.intake = setup_.intake().Reap(), .is_last = true};
+    tick.losses.queue = setup_.lanes().Dropped();
     tick.from = tick.intake.first;
     tick.to = tick.intake.last;
     std::vector<Harvest> harvests;

@@ -59,6 +59,15 @@ bool ReplaceFile(const std::string& path, std::string_view text) {
 TemplateArchive::TemplateArchive(const std::string& directory)
     : path_((std::filesystem::path(directory) / "templates").string()) {}
 
+void TemplateArchive::MakeDirectory() const {
+  const std::filesystem::path directory = std::filesystem::path(path_).parent_path();
+  std::error_code error;
+  std::filesystem::create_directories(directory, error);
+  if (!error && access(directory.c_str(), W_OK | X_OK) == 0) return;
+  throw HostError(fmt::format("templates cannot be kept in {}: {}", directory.string(),
+                              error ? error.message() : std::strerror(errno)));
+}
+
 void TemplateArchive::Note(const Message& message, std::int64_t now) {
   const std::lock_guard lock(mutex_);
   NoteLocked(std::make_shared<const Message>(message), now);
@@ -108,7 +117,8 @@ std::string TemplateArchive::Text() const {
   for (const Entry& entry : entries) {
     const std::string_view bytes(reinterpret_cast<const char*>(entry.message->data()),
                                  entry.message->size());
-    text += fmt::format("{} {}\n", entry.time, absl::BytesToHexString({bytes.data(), bytes.size()}));
+    text +=
+        fmt::format("{} {}\n", entry.time, absl::BytesToHexString({bytes.data(), bytes.size()}));
   }
   return text + fmt::format("{}{}\n", kLastLine, entries.size());
 }
@@ -121,8 +131,6 @@ void TemplateArchive::Save(std::int64_t now) {
     DropOld(now);
     text = Text();
   }
-  std::error_code error;
-  std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), error);
   if (ReplaceFile(path_, text)) return;
   const int reason = errno;
   const std::lock_guard lock(mutex_);

@@ -25,6 +25,10 @@ class TemplateArchive {
   // The file in the directory; it is made when first saved.
   explicit TemplateArchive(const std::string& directory);
 
+  // MakeDirectory makes the directory where there is none; HostError when nothing could be kept in
+  // it.
+  void MakeDirectory() const;
+
   // Load reads the file, if there is one. A damaged one is set aside: then *trouble says so, and
   // what stood before the damage is kept.
   void Load(std::int64_t now, std::string* trouble);

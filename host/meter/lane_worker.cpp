@@ -12,7 +12,10 @@ LaneWorker::LaneWorker(Lane& lane, std::size_t most_batches, bool drops_when_ful
     const std::lock_guard lock(mutex_);
     has_work_.notify_one();
   });
-  thread_ = std::thread([this] { Loop(); });
+  thread_ = std::thread([this] {
+    Loop();
+    has_ended_ = true;
+  });
 }
 
 LaneWorker::~LaneWorker() { Finish(); }
@@ -96,8 +99,10 @@ void LaneWorker::Loop() {
 void LaneWorker::Do(const Work& work) {
   lane_.TakeMessages();
   if (work.batch) {
+    std::size_t left = work.batch->entries().size();
     for (const PacketBatch::Entry& entry : work.batch->entries()) {
       if (ended_.load(std::memory_order_relaxed)) return;
+      left_in_batch_.store(--left, std::memory_order_relaxed);
       lane_.Handle(*entry.protocol, entry.packet);
     }
   }
@@ -116,13 +121,13 @@ void LaneWorker::Finish() {
 }
 
 void LaneWorker::End() {
-  {
-    const std::lock_guard lock(mutex_);
-    ended_ = true;
-    has_work_.notify_one();
-    has_room_.notify_one();
-  }
-  if (!IsThisThread() && thread_.joinable()) thread_.join();
+  const std::lock_guard lock(mutex_);
+  ended_ = true;
+  std::size_t left = left_in_batch_ + (gathered_ ? gathered_->entries().size() : 0);
+  for (const Work& work : queue_) left += work.batch ? work.batch->entries().size() : 0;
+  dropped_ += left;
+  has_work_.notify_one();
+  has_room_.notify_one();
 }
 
 }  // namespace flow::host

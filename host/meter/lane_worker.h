@@ -35,10 +35,12 @@ class LaneWorker {
   // PushIfIdle is Push where the lane has nothing else to do; true when something is left gathered.
   bool PushIfIdle();
 
-  // Finish waits until everything is done and ends the thread; End ends it after the datagram that
-  // it is at. Neither may be called in the worker's own thread.
+  // Finish waits until everything is done and ends the thread.
   void Finish();
+  // End has the thread end after the datagram that it is at, and does not wait for it. Whatever is
+  // left behind that counts as dropped.
   void End();
+  [[nodiscard]] bool HasEnded() const { return has_ended_; }
 
   [[nodiscard]] bool IsThisThread() const { return thread_.get_id() == std::this_thread::get_id(); }
   [[nodiscard]] std::uint64_t Dropped() const { return dropped_.load(std::memory_order_relaxed); }
@@ -65,7 +67,9 @@ class LaneWorker {
   std::deque<Work> queue_;
   std::vector<std::unique_ptr<PacketBatch>> spare_;
   bool finishing_ = false;
-  std::atomic<bool> ended_ = false;
+  std::atomic<std::size_t> left_in_batch_ = 0;  // behind the datagram that the thread is at
+  std::atomic<bool> ended_ = false;             // nothing more is to be done
+  std::atomic<bool> has_ended_ = false;         // nothing more will be
   std::thread thread_;
 };
 

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -71,14 +72,18 @@ void Lanes::Finish() {
 
 void Lanes::EndHere() {
   using namespace std::chrono_literals;
+  if (workers_.empty()) return;
   ended_ = true;
-  bool in_a_lane = false;
-  for (const auto& worker : workers_) {
-    in_a_lane = in_a_lane || worker->IsThisThread();
-    worker->End();
+  for (int i = 0; i < 20 && !intake_rests_; ++i) std::this_thread::sleep_for(5ms);
+  for (const auto& worker : workers_) worker->End();
+  // A lane that is ending the process too waits in the middle of its datagram, and the intake may
+  // be waiting for a datagram: neither may ever say that it rests.
+  const auto rests = [](const auto& worker) {
+    return worker->HasEnded() || worker->IsThisThread();
+  };
+  for (int i = 0; i < 200 && !std::ranges::all_of(workers_, rests); ++i) {
+    std::this_thread::sleep_for(5ms);
   }
-  // The intake rests with the next datagram; it may as well be waiting for one.
-  for (int i = 0; in_a_lane && i < 20 && !intake_rests_; ++i) std::this_thread::sleep_for(5ms);
 }
 
 void Lanes::Each(const std::function<void(Lane&)>& visit) {

@@ -175,15 +175,15 @@ TEST_F(Replay, ReportsWhenThePluginEndsTheProcess) {
   EXPECT_EQ(json::parse(ReadFile(folder_ / "a.json"))["records"], 1);
 }
 
-// In a lane's thread too, with what the other lanes have counted.
+// In lanes' threads too, all at once, with what all have counted.
 TEST_F(Replay, ReportsWhenThePluginEndsALane) {
   std::vector<Bytes> packets;
   for (std::uint16_t port = 1; port <= 64; ++port) packets.push_back(On(Datagram('.', port)));
-  packets.push_back(On(Datagram('B')));
+  for (std::uint16_t port = 1; port <= 64; ++port) packets.push_back(On(Datagram('B', port)));
   const ProgramResult result = Run(packets, {"--instances", "4", "--top", "0"});
   EXPECT_EQ(result.status, 255);
   EXPECT_THAT(result.err, HasSubstr("flowhost: the plug-in ended the process"));
-  EXPECT_THAT(result.out, HasSubstr("Flow records"));
+  EXPECT_THAT(result.out, HasSubstr("  Flow records"));
 }
 
 // Packets are a second apart, the first 20 seconds past the minute.

@@ -29,7 +29,7 @@ Bytes Message(std::initializer_list<std::uint8_t> ids, std::uint8_t size = 4) {
 
 class Archive : public testing::Test {
  protected:
-  Archive() : archive_(Directory()) {}
+  Archive() : archive_(Directory()) { archive_.MakeDirectory(); }
 
   [[nodiscard]] std::string Directory() const { return (folder_ / "state").string(); }
   static std::vector<Bytes> MessagesOf(const TemplateArchive& archive) {
@@ -100,10 +100,13 @@ TEST_F(Archive, SetsADamagedFileAside) {
 TEST_F(Archive, WritesOnlyNews) {
   archive_.Save(kNow);
   EXPECT_FALSE(std::filesystem::exists(archive_.path()));
+  std::filesystem::remove_all(folder_ / "state");
   WriteFile(folder_ / "state", "no directory");
+  EXPECT_THROW(archive_.MakeDirectory(), HostError);
   archive_.Note(Message({0}), kNow);
   EXPECT_THROW(archive_.Save(kNow), HostError);
   std::filesystem::remove(folder_ / "state");
+  archive_.MakeDirectory();
   archive_.Save(kNow);  // the news are still to be written
   EXPECT_THAT(Reload(), ElementsAre(Message({0})));
 }

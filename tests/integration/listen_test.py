@@ -4,6 +4,7 @@ that send at once, while its policy and its home AS feed are edited; then the sa
 
 Exit status: 0 as it should be, 1 not, 77 no softflowd here.
 """
+import atexit
 import json
 import os
 import pathlib
@@ -45,9 +46,10 @@ class Collector:
         self.process = subprocess.Popen(
             [FLOWHOST, "listen", "--plugin", PLUGIN, "--config", folder / "policies", "--data", folder / "feeds",
              "--bind", "127.0.0.1", "--port", f"netflow={self.netflow}", "--port", f"sflow={self.sflow}",
-             "--log-level", "information", "--json", folder / "out.json", "--top", "3", *options],
+             "--log-level", "information", "--json", folder / "out.json", "--top", "3", "--group", "totals", *options],
             stdout=(folder / "summary").open("w"), stderr=self.log.open("w"))
         self.json, self.summary = folder / "out.json", folder / "summary"
+        atexit.register(self.process.kill)  # where the test ends before it
         self.wait_for("listening on 127.0.0.1")
 
     def wait_for(self, text, times=1, seconds=60):
@@ -113,9 +115,9 @@ def run_live(folder):
     collector = Collector(folder, "--instances", "2", "--interval", "3600", "--state", folder / "state")
     collector.wait_for("incoming_1_homeas", 2)
 
-    made = [subprocess.Popen([FLOWGEN, "--format", "mixed", "--records", "60000", "--hosts", "500", "--exporters", "8",
+    made = [subprocess.Popen([FLOWGEN, "--format", "mixed", "--records", "20000", "--hosts", "500", "--exporters", "8",
                               "--seed", str(seed), "--send", f"127.0.0.1:{collector.netflow}", "--sflow-port",
-                              str(collector.sflow), "--rate", "2000"], stdout=subprocess.PIPE, text=True)
+                              str(collector.sflow), "--rate", "1000"], stdout=subprocess.PIPE, text=True)
             for seed in (1, 2)]
     real = start_softflowd(folder, collector.netflow)
 
