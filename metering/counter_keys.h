@@ -43,7 +43,7 @@ inline char* PutHex16(std::uint16_t value, char* out) noexcept {
   const std::size_t index = value;  // as wide as a register, which saves conversions
   return PutHexPair(index & 0xFF, PutHexPair(index >> 8, out));
 }
-inline char* PutHex32(std::uint32_t value, char* out) noexcept {
+[[gnu::always_inline]] inline char* PutHex32(std::uint32_t value, char* out) noexcept {
   const auto low = static_cast<std::uint16_t>(value);
   if (value == low) {  // most interface numbers
     std::memcpy(out, "0000", 4);
@@ -84,13 +84,13 @@ inline char* Long2IPHex(std::uint32_t address, char* out) noexcept {
 // Compilers make all of them at once with vector instructions, as long as it stays a function of
 // its own.
 [[gnu::noinline]] inline char* IP62Hex(const std::uint8_t* address, char* out) noexcept {
-  std::uint8_t digits[32];
+  std::int8_t digits[32];
   for (int i = 0; i < 16; ++i) {
-    digits[2 * i] = address[i] >> 4;
-    digits[2 * i + 1] = address[i] & 15;
+    digits[2 * i] = static_cast<std::int8_t>(address[i] >> 4);
+    digits[2 * i + 1] = static_cast<std::int8_t>(address[i] & 15);
   }
   for (int i = 0; i < 32; ++i) {
-    out[i] = static_cast<char>(digits[i] + (digits[i] > 9 ? 'A' - 10 : '0'));
+    out[i] = static_cast<char>(digits[i] + '0' + (digits[i] > 9 ? 'A' - '9' - 1 : 0));
   }
   out[32] = '\0';
   return out + 32;
@@ -110,6 +110,22 @@ struct Ipv4Key {
   OmbrelAPI::Long2IPHex(address, key.text);
   return key;
 }
+
+// The last address and its key, for addresses that come again in record after record.
+class RecentIpv4Key {
+ public:
+  [[nodiscard]] const char* KeyOf(std::uint32_t address) noexcept {
+    if (address != address_) {
+      address_ = address;
+      key_ = MakeIpv4Key(address);
+    }
+    return key_.text;
+  }
+
+ private:
+  std::uint32_t address_ = 0;
+  Ipv4Key key_ = MakeIpv4Key(0);
+};
 
 // An interface is named by its exporter's address and its ifIndex there.
 [[gnu::always_inline]] inline char* WriteInterfaceKey(const Ipv4Key& exporter,

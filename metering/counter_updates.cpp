@@ -43,16 +43,18 @@ int WritePrefixKey4(std::uint32_t address, std::uint8_t prefix_length, char* out
   return EndPrefixKey(prefix_length, out, PutDottedIpv4(address, out));
 }
 
-// 64 bits, the first `length` of them set.
-constexpr std::uint64_t Mask64(unsigned length) {
-  return length >= 64 ? ~std::uint64_t{0} : ~(~std::uint64_t{0} >> length);
-}
+// 64 bits in network order, the first `length` of them set; length is below 64.
+std::uint64_t Mask64(unsigned length) { return BigEndian(~(~std::uint64_t{0} >> length)); }
 
 int WritePrefixKey6(const std::uint8_t* address, std::uint8_t prefix_length, char* out) {
   std::uint64_t halves[2];
   std::memcpy(halves, address, sizeof(halves));
-  halves[0] &= BigEndian(Mask64(prefix_length));
-  halves[1] &= BigEndian(Mask64(prefix_length > 64 ? prefix_length - 64U : 0));
+  if (prefix_length < 64) {
+    halves[0] &= Mask64(prefix_length);
+    halves[1] = 0;
+  } else if (prefix_length < 128) {
+    halves[1] &= Mask64(prefix_length - 64U);
+  }
   std::uint8_t prefix[16];
   std::memcpy(prefix, halves, sizeof(prefix));
   return EndPrefixKey(prefix_length, out, PutIpv6Text(prefix, out));
@@ -70,44 +72,39 @@ void RecordMetering::UpdateAsNumbers(const Record& r) {
     const int length = WriteAsKey(as_number, key_);
     r.engine->UpdateCounter2(COUNTERID_ASN, length, key_, asn::kBytes, r.bytes, meter, r.bytes);
   };
-  if (policy_.fHomeASNumbers) {
-    update(r.ext.src_as, policy_.IsHomeAs(r.ext.src_as) ? asn::kSourceHome : asn::kSourceNotHome);
-    update(r.ext.dst_as,
-           policy_.IsHomeAs(r.ext.dst_as) ? asn::kDestinationHome : asn::kDestinationNotHome);
-    return;
+  // Whose AS is at home by its network needs no AS counter, unless home is a matter of AS numbers.
+  const bool all = policy_.fHomeASNumbers;
+  if (all || !r.source_home) {
+    update(r.ext.src_as, r.source_as_home ? asn::kSourceHome : asn::kSourceNotHome);
   }
-  if (!r.source_home) update(r.ext.src_as, asn::kSourceNotHome);
-  if (!r.destination_home) update(r.ext.dst_as, asn::kDestinationNotHome);
+  if (all || !r.destination_home) {
+    update(r.ext.dst_as, r.destination_as_home ? asn::kDestinationHome : asn::kDestinationNotHome);
+  }
 }
 
 void RecordMetering::UpdatePrefixes(const Record& r) {
-  bool source_home = r.source_home;
-  bool destination_home = r.destination_home;
-  if (policy_.fHomeASNumbers) {
-    source_home = policy_.IsHomeAs(r.ext.src_as);
-    destination_home = policy_.IsHomeAs(r.ext.dst_as);
-  }
   const bool is_ipv6 = r.ext.ip_version == 6;
   const GUID& group = is_ipv6 ? COUNTERID_PREFIX6 : COUNTERID_PREFIX4;
   int length = is_ipv6 ? WritePrefixKey6(r.ext.src_addr6, r.ext.src_mask, key_)
                        : WritePrefixKey4(r.source, r.ext.src_mask, key_);
   r.engine->UpdateCounter3(group, length, key_, prefixes::kBytes, r.bytes, prefixes::kFlows, 1,
-                           source_home ? prefixes::kSourceHome : prefixes::kSourceNotHome, r.bytes);
+                           r.source_as_home ? prefixes::kSourceHome : prefixes::kSourceNotHome,
+                           r.bytes);
   length = is_ipv6 ? WritePrefixKey6(r.ext.dst_addr6, r.ext.dst_mask, second_key_)
                    : WritePrefixKey4(r.destination, r.ext.dst_mask, second_key_);
   r.engine->UpdateCounter3(
       group, length, second_key_, prefixes::kBytes, r.bytes, prefixes::kFlows, 1,
-      destination_home ? prefixes::kDestinationHome : prefixes::kDestinationNotHome, r.bytes);
+      r.destination_as_home ? prefixes::kDestinationHome : prefixes::kDestinationNotHome, r.bytes);
 }
 
 void RecordMetering::UpdateNextHops(const Record& r) {
   if (policy_.fMeterBGPNextHop) {
-    OmbrelAPI::Long2IPHex(r.ext.bgp_nexthop, key_);
-    r.engine->UpdateCounter(COUNTERID_BGPNEXTHOP, key_, totals::kBytes, r.bytes);
+    r.engine->UpdateCounter(COUNTERID_BGPNEXTHOP, next_hop_.KeyOf(r.ext.bgp_nexthop),
+                            totals::kBytes, r.bytes);
   }
   if (policy_.fMeterIPNextHop) {
-    OmbrelAPI::Long2IPHex(r.ext.ip_nexthop, key_);
-    r.engine->UpdateCounter(COUNTERID_IPNEXTHOP, key_, totals::kBytes, r.bytes);
+    r.engine->UpdateCounter(COUNTERID_IPNEXTHOP, next_hop_.KeyOf(r.ext.ip_nexthop), totals::kBytes,
+                            r.bytes);
   }
 }
 

@@ -120,14 +120,16 @@ void RecordMetering::LogCorrupt(IOmbrelContainer* site, const Record& r, std::ui
 
 void RecordMetering::Classify(Record* r) const {
   if (policy_.fHomeASNumbers) {
+    r->source_as_home = policy_.IsHomeAs(r->ext.src_as);
+    r->destination_as_home = policy_.IsHomeAs(r->ext.dst_as);
     // Where one AS number is missing, the flow is taken to cross the border of the home AS.
-    r->source_home = policy_.IsHomeAs(r->ext.src_as);
-    r->destination_home = policy_.IsHomeAs(r->ext.dst_as);
-    if (r->ext.src_as == 0) r->source_home = !r->destination_home;
-    if (r->ext.dst_as == 0) r->destination_home = !r->source_home;
+    r->source_home = r->ext.src_as == 0 ? !r->destination_as_home : r->source_as_home;
+    r->destination_home = r->ext.dst_as == 0 ? !r->source_home : r->destination_as_home;
   } else {
     r->source_home = home_networks_.Contains(r->source);
     r->destination_home = home_networks_.Contains(r->destination);
+    r->source_as_home = r->source_home;
+    r->destination_as_home = r->destination_home;
   }
   r->direction = &DirectionOf(r->source_home, r->destination_home);
 }

@@ -54,6 +54,8 @@ class RecordMetering {
     // What later steps find out.
     bool source_home = false;
     bool destination_home = false;
+    bool source_as_home = false;  // as the AS number itself says, where home is a matter of those
+    bool destination_as_home = false;
     const Direction* direction = nullptr;       // by the home networks or AS numbers
     const Direction* host_direction = nullptr;  // by the host's own answer
     char source_key[kIpv6KeyLength + 1];        // of the host, by the IP version
@@ -98,6 +100,8 @@ class RecordMetering {
   // The exporter of the last record and its key: the same for all records of a datagram.
   std::uint32_t exporter_ = 0;
   Ipv4Key exporter_key_ = MakeIpv4Key(0);
+
+  RecentIpv4Key next_hop_;  // IP and BGP next hop are mostly the same
 
   char key_[kKeyBufferSize] = {};         // the key being built; valid until the next one
   char second_key_[kKeyBufferSize] = {};  // the other one of a pair

@@ -23,15 +23,15 @@ struct nf9_record {
   std::uint16_t src_vlan;
   std::uint16_t dst_vlan;
   std::uint8_t direction;  // 0 ingress, 1 egress
-  std::uint32_t src_as;
-  std::uint32_t dst_as;
   std::uint8_t src_addr6[16];
   std::uint8_t dst_addr6[16];
   std::uint8_t ip_version;
   std::uint8_t src_mask;
   std::uint8_t dst_mask;
-  std::uint32_t ip_nexthop;
+  std::uint32_t ip_nexthop;  // from here to dst_as as in ext_fields
   std::uint32_t bgp_nexthop;
+  std::uint32_t src_as;
+  std::uint32_t dst_as;
   std::uint32_t enterprise_id;  // as element 346 gives it
   std::uint8_t src_mac[6];
   std::uint8_t dst_mac[6];

@@ -196,9 +196,11 @@ void FieldDecoder::DecodeByPlan(const RecordPlan& plan, const std::uint8_t* reco
   AddPresence(plan.Presence(), out);
   auto* const target = reinterpret_cast<std::uint8_t*>(&out->record);
   const RecordPlan::Step* const steps = plan.Steps().data();
-  std::uint32_t i = 0;
+  const RecordPlan::Step* step = steps;
   const auto each = [&](Move kind, auto move) {
-    for (; i < plan.End(kind); ++i) move(record + steps[i].offset, target + steps[i].target);
+    for (const auto* const end = steps + plan.End(kind); step != end; ++step) {
+      move(record + step->offset, target + step->target);
+    }
   };
   each(Move::k8To8, [](auto* from, auto* to) { *to = *from; });
   each(Move::k16To16, [](auto* from, auto* to) { StoreAs<std::uint16_t>(LoadBe16(from), to); });
@@ -214,8 +216,8 @@ void FieldDecoder::DecodeByPlan(const RecordPlan& plan, const std::uint8_t* reco
        [](auto* from, auto* to) { StoreAs<std::uint32_t>(LoadBe64(from) / 1000, to); });
   each(Move::kBytes6, [](auto* from, auto* to) { std::memcpy(to, from, 6); });
   each(Move::kBytes16, [](auto* from, auto* to) { std::memcpy(to, from, 16); });
-  for (; i < plan.End(Move::kDecode); ++i) {
-    DecodeField(steps[i].decode, record + steps[i].offset, steps[i].length, false, switches, out);
+  for (const auto* const end = steps + plan.End(Move::kDecode); step != end; ++step) {
+    DecodeField(step->decode, record + step->offset, step->length, false, switches, out);
   }
 }
 

@@ -10,6 +10,9 @@
 namespace flow {
 namespace {
 
+// Several characters are made in one word and stored at once.
+static_assert(std::endian::native == std::endian::little);
+
 // The decimal digits of an octet; what follows them is of no use.
 struct OctetText {
   char digits[4];
@@ -34,15 +37,11 @@ constexpr std::array<std::array<char, 2>, 100> kDecimalPairs = [] {
   return pairs;
 }();
 
-// Four and eight digits in one word; the first one is the lowest byte, as in memory.
+// Four digits in one word; the first one is the lowest byte, as in memory.
 std::uint32_t FourDigits(std::uint32_t value) noexcept {
   const auto high = std::bit_cast<std::uint16_t>(kDecimalPairs[value / 100]);
   const auto low = std::bit_cast<std::uint16_t>(kDecimalPairs[value % 100]);
   return high | std::uint32_t{low} << 16;
-}
-std::uint64_t EightDigits(std::uint32_t value) noexcept {
-  constexpr std::uint32_t kHalf = 10'000;
-  return FourDigits(value / kHalf) | std::uint64_t{FourDigits(value % kHalf)} << 32;
 }
 
 // The characters of such a word.
@@ -50,6 +49,14 @@ template <class Word>
 char* Put(Word characters, char* out) noexcept {
   std::memcpy(out, &characters, sizeof(characters));
   return out + sizeof(characters);
+}
+
+// Leaves leading zeros out; changes four bytes.
+char* PutUpToFourDigits(std::uint32_t value, char* out) noexcept {
+  // The bits in which the digits differ from zeros, and one of the last digit, which stays.
+  const std::uint32_t digits = FourDigits(value);
+  const auto zeros = static_cast<unsigned>(std::countr_zero((digits ^ 0x30303030U) | 1U << 24)) / 8;
+  return Put(digits >> 8 * zeros, out) - zeros;
 }
 
 constexpr std::int8_t kGroups = 8;
@@ -69,25 +76,62 @@ constexpr ZeroRun LongestZeroRun(unsigned zeros) {
   for (unsigned longer = starts; (longer &= zeros >> length) != 0; ++length) starts = longer;
   return {static_cast<std::int8_t>(std::countr_zero(starts)), length};
 }
-constexpr std::array<ZeroRun, 256> kZeroRuns = [] {
+constexpr std::array<ZeroRun, 256> kZeroRuns = [] {  // by the groups that are not zero
   std::array<ZeroRun, 256> runs{};
-  for (unsigned zeros = 0; zeros < runs.size(); ++zeros) runs[zeros] = LongestZeroRun(zeros);
+  for (unsigned others = 0; others < runs.size(); ++others) {
+    runs[others] = LongestZeroRun(~others & 0xFF);
+  }
   return runs;
 }();
 
-constexpr std::array<std::array<char, 2>, 256> kHexPairs = [] {
+// Bit i says that the i-th group in memory is not zero.
+unsigned NonzeroGroups(const std::uint8_t* address) noexcept {
+  constexpr std::uint64_t kTops = 0x8000800080008000;
+  std::uint64_t halves[2];
+  std::memcpy(halves, address, sizeof(halves));
+  // The top bit of each group becomes that group's answer, and moves to the group's bit 0.
+  const auto answers = [](std::uint64_t groups) {
+    return ((((groups & ~kTops) + ~kTops) | groups) & kTops) >> 15;
+  };
+  // Gathers bits 0, 16, 32 and 48, and those four places above each, from bit 48 on.
+  constexpr std::uint64_t kGather = 1ULL << 48 | 1ULL << 33 | 1ULL << 18 | 1ULL << 3;
+  return static_cast<unsigned>((answers(halves[0]) | answers(halves[1]) << 4) * kGather >> 48);
+}
+
+// The two digits of each octet, and how they are written without leading zeros.
+struct HexText {
+  char pair[2];
+  char digits[2];
+  std::uint32_t length;
+};
+constexpr std::array<HexText, 256> kHexTexts = [] {
   constexpr char digits[] = "0123456789abcdef";
-  std::array<std::array<char, 2>, 256> pairs{};
-  for (std::size_t i = 0; i < 256; ++i) pairs[i] = {digits[i >> 4], digits[i & 15]};
-  return pairs;
+  std::array<HexText, 256> texts{};
+  for (std::size_t i = 0; i < 256; ++i) {
+    const char high = digits[i >> 4];
+    const char low = digits[i & 15];
+    texts[i] = i > 15 ? HexText{{high, low}, {high, low}, 2} : HexText{{high, low}, {low}, 1};
+  }
+  return texts;
 }();
 
-// Writes the digits of a group without leading zeros; changes four bytes.
-char* PutGroup(std::uint16_t group, char* out) noexcept {
-  const auto high = std::bit_cast<std::uint16_t>(kHexPairs[group >> 8]);
-  const auto low = std::bit_cast<std::uint16_t>(kHexPairs[group & 0xFF]);
-  const int zeros = (std::countl_zero(group | 1U) - 16) / 4;
-  return Put((high | std::uint32_t{low} << 16) >> 8 * zeros, out) - zeros;
+// Writes groups, each without leading zeros and with a colon behind it.
+char* PutGroups(const std::uint8_t* address, int from, int to, char* out) noexcept {
+  for (int i = from; i < to; ++i) {
+    const HexText& high = kHexTexts[address[2 * i]];
+    const HexText& low = kHexTexts[address[2 * i + 1]];
+    if (address[2 * i] != 0) {
+      std::memcpy(out, high.digits, 2);
+      out += high.length;
+      std::memcpy(out, low.pair, 2);
+      out += 2;
+    } else {
+      std::memcpy(out, low.digits, 2);
+      out += low.length;
+    }
+    *out++ = ':';
+  }
+  return out;
 }
 
 }  // namespace
@@ -98,20 +142,15 @@ char* PutDecimal(std::uint64_t value, char* out) noexcept {
 
 char* PutShortDecimal(std::uint32_t value, char* out) noexcept {
   constexpr std::uint32_t kFourDigits = 10'000;
-  if (value < kFourDigits) {
-    // The bits in which the digits differ from zeros, and one of the last digit, which stays.
-    const std::uint32_t digits = FourDigits(value);
-    const int zeros = std::countr_zero((digits ^ 0x30303030U) | 1U << 24) / 8;
-    return Put(digits >> 8 * zeros, out) - zeros;
+  if (value < kFourDigits) return PutUpToFourDigits(value, out);
+  const std::uint32_t high = value / kFourDigits;
+  if (high >= kFourDigits) return PutDecimal(value, out);
+  if (high < 10) {
+    *out++ = static_cast<char>('0' + high);
+  } else {
+    out = PutUpToFourDigits(high, out);
   }
-  constexpr std::uint32_t kEightDigits = kFourDigits * kFourDigits;
-  if (value < kEightDigits) {
-    const std::uint64_t digits = EightDigits(value);
-    const int zeros = std::countr_zero((digits ^ 0x3030303030303030U) | std::uint64_t{1} << 56) / 8;
-    return Put(digits >> 8 * zeros, out) - zeros;
-  }
-  out = PutShortDecimal(value / kEightDigits, out);
-  return Put(EightDigits(value % kEightDigits), out);
+  return Put(FourDigits(value % kFourDigits), out);
 }
 
 char* PutSignedDecimal(std::int64_t value, char* out) noexcept {
@@ -133,30 +172,18 @@ char* PutDottedIpv4(std::uint32_t address, char* out) noexcept {
 }
 
 char* PutIpv6Text(const std::uint8_t* address, char* out) noexcept {
-  std::uint16_t groups[kGroups];
-  unsigned is_zero = 0;
-  for (int i = kGroups - 1; i >= 0; --i) {
-    groups[i] = LoadBe16(address + 2 * i);
-    is_zero = 2 * is_zero + (groups[i] == 0);
-  }
-  const ZeroRun zeros = kZeroRuns[is_zero];
+  const ZeroRun zeros = kZeroRuns[NonzeroGroups(address)];
+  out = PutGroups(address, 0, zeros.first, out);
+  if (zeros.length == 0) return out - 1;  // without the last colon
+  const int behind = zeros.first + zeros.length;
+  if (zeros.first == 0) *out++ = ':';
+  *out++ = ':';
+  if (behind == kGroups) return out;
   // IPv4-compatible and IPv4-mapped addresses end in dotted decimal.
-  const bool ends_in_ipv4 =
-      zeros.first == 0 && (zeros.length == 6 || (zeros.length == 5 && groups[5] == 0xFFFF));
-  for (int i = 0; i < kGroups; ++i) {
-    if (i == zeros.first) {
-      *out++ = ':';
-      i += zeros.length;
-      if (i == kGroups) {
-        *out++ = ':';
-        break;
-      }
-    }
-    if (i > 0) *out++ = ':';
-    if (i == 6 && ends_in_ipv4) return PutDottedIpv4(LoadBe32(address + 12), out);
-    out = PutGroup(groups[i], out);
+  if (zeros.first == 0 && (behind == 6 || (behind == 5 && LoadBe16(address + 10) == 0xFFFF))) {
+    return PutDottedIpv4(LoadBe32(address + 12), PutGroups(address, behind, 6, out));
   }
-  return out;
+  return PutGroups(address, behind, kGroups, out) - 1;
 }
 
 }  // namespace flow
