@@ -57,7 +57,7 @@ void RecordPlan::Finish() {
   steps_.shrink_to_fit();
   for (std::size_t move = 0; move < ends_.size(); ++move) {
     const auto end = std::ranges::upper_bound(steps_, static_cast<Move>(move), {}, &Step::move);
-    ends_[move] = static_cast<std::uint32_t>(end - steps_.begin());
+    ends_[move] = static_cast<std::uint16_t>(end - steps_.begin());
   }
 }
 

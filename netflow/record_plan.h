@@ -43,7 +43,7 @@ class RecordPlan {
 
   // All steps, kind by kind in the order of Move; End is the number of those up to a kind.
   [[nodiscard]] const std::vector<Step>& Steps() const noexcept { return steps_; }
-  [[nodiscard]] std::uint32_t End(Move move) const noexcept {
+  [[nodiscard]] std::size_t End(Move move) const noexcept {
     return ends_[static_cast<std::size_t>(move)];
   }
 
@@ -52,7 +52,8 @@ class RecordPlan {
 
  private:
   std::vector<Step> steps_;
-  std::array<std::uint32_t, static_cast<std::size_t>(Move::kDecode) + 1> ends_{};
+  // A set has room for the specifiers of 16,383 fields.
+  std::array<std::uint16_t, static_cast<std::size_t>(Move::kDecode) + 1> ends_{};
   std::uint8_t presence_ = 0;
 };
 

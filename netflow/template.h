@@ -35,12 +35,13 @@ class Template {
   [[nodiscard]] bool CarriesDirection() const noexcept { return carries_direction_; }
 
  private:
-  std::vector<nf9_field_t> fields_;
-  std::vector<Decode> decodes_;
+  // What a record needs comes first, in as few cache lines as possible.
   RecordPlan plan_;
   std::uint32_t record_length_ = 0;
   bool has_plan_ = false;
   bool carries_direction_ = false;
+  std::vector<nf9_field_t> fields_;
+  std::vector<Decode> decodes_;
 };
 
 }  // namespace flow

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <map>
 #include <span>
 #include <unordered_map>
 
@@ -46,19 +45,20 @@ class TemplateStore {
   void ClearStaticTemplates() { StaticTemplateMap.clear(); }
   void LoadStaticTemplate(const XMLNode& element, IOmbrelContainer* site);
 
-  // Dump writes the learnt templates for people to read, in the order of exporters' keys, and
-  // flushes. Returns the flush's result.
+  // Dump writes the learnt templates for people to read, in the order of exporters' keys and
+  // template ids, and flushes. Returns the flush's result.
   int Dump(FILE* file) const;
 
  private:
-  using TemplateMap = std::map<std::uint32_t, Template>;
+  // Hash tables: a data set of one template out of a million costs few cache misses.
+  struct HashKey {
+    std::size_t operator()(std::uint64_t key) const noexcept { return HashNumber(key); }
+  };
+  using TemplateMap = std::unordered_map<std::uint32_t, Template, HashKey>;
   struct Exporter {
     TemplateMap templates;
     std::uint32_t receipt_time = 0;  // of the last template record, wall clock in seconds
     bool has_receipt_time = false;   // options templates alone have none
-  };
-  struct HashKey {
-    std::size_t operator()(ExporterKey key) const noexcept { return HashNumber(key); }
   };
 
   static void DumpExporter(FILE* file, ExporterKey key, const Exporter& exporter);
