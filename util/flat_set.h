@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "util/hash.h"
@@ -13,6 +14,20 @@ namespace flow {
 template <class Key>
 class FlatSet {
  public:
+  FlatSet() = default;
+  FlatSet(const FlatSet&) = default;
+  FlatSet(FlatSet&& other) noexcept
+      : slots_(std::move(other.slots_)),
+        size_(std::exchange(other.size_, 0)),
+        has_zero_(std::exchange(other.has_zero_, false)) {}
+  FlatSet& operator=(FlatSet other) noexcept {
+    slots_.swap(other.slots_);
+    size_ = other.size_;
+    has_zero_ = other.has_zero_;
+    return *this;
+  }
+  ~FlatSet() = default;
+
   [[nodiscard]] bool Empty() const noexcept { return size_ == 0; }
   [[nodiscard]] std::size_t Size() const noexcept { return size_; }
 

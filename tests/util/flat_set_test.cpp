@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <random>
 #include <set>
+#include <utility>
 
 namespace flow {
 namespace {
@@ -51,6 +52,17 @@ TEST(FlatSet, TellsZeroAndTheLargestKeyFromAnEmptySlot) {
   set.Clear();
   EXPECT_FALSE(set.Contains(0));
   EXPECT_TRUE(set.Empty());
+}
+
+TEST(FlatSet, IsEmptyAfterItWasMovedFrom) {
+  FlatSet<std::uint32_t> set;
+  for (const std::uint32_t key : {0U, 7U}) set.Insert(key);
+  const FlatSet<std::uint32_t> taken = std::move(set);
+  EXPECT_EQ(taken.Size(), 2U);
+  EXPECT_TRUE(set.Empty());  // NOLINT(bugprone-use-after-move)
+  EXPECT_FALSE(set.Contains(0));
+  set = taken;
+  EXPECT_TRUE(set.Contains(0) && set.Contains(7));
 }
 
 }  // namespace
