@@ -8,25 +8,14 @@
 
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
-#include <chrono>
 #include <string>
 #include <vector>
 
 #include "bench/checked_workload.h"
+#include "bench/timing.h"
 
 namespace flow::bench {
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-double Seconds(Clock::duration duration) { return std::chrono::duration<double>(duration).count(); }
-
-double Median(std::vector<double>* values) {
-  const auto middle = values->begin() + static_cast<std::ptrdiff_t>(values->size() / 2);
-  std::nth_element(values->begin(), middle, values->end());
-  return *middle;
-}
 
 void Measure(benchmark::State& state, std::string_view name, std::string_view policy,
              IOmbrelStatsEngine* engine) {
@@ -37,13 +26,13 @@ void Measure(benchmark::State& state, std::string_view name, std::string_view po
   std::vector<double> cost;
   std::vector<double> floor;
   for (auto _ : state) {
-    const auto start = Clock::now();
+    const double start = ProcessorTime();
     workload.Count(engine);
-    const auto counted = Clock::now();
+    const double counted = ProcessorTime();
     workload.Floor(engine);
-    const auto played = Clock::now();
-    cost.push_back(Seconds(counted - start));
-    floor.push_back(Seconds(played - counted));
+    const double played = ProcessorTime();
+    cost.push_back(counted - start);
+    floor.push_back(played - counted);
     state.SetIterationTime(cost.back());
   }
   const auto iterations = static_cast<std::int64_t>(state.iterations());
