@@ -5,7 +5,8 @@
 // Common to all operations:
 //   - Names are compared without regard to ASCII case. A null name matches nothing.
 //   - Texts are NUL-terminated and borrowed: they live as long as a handle to the document is held.
-//   - The options of setGlobalOptions are each thread's own. Reference counts are plain numbers: all
+//   - The options of setGlobalOptions are each thread's own. Reference counts are plain numbers:
+//   all
 //     handles of one document stay on one thread at a time.
 #pragma once
 
