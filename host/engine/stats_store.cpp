@@ -54,12 +54,10 @@ KeyNotes& StatsStore::NotesOf(CounterGroup& group, std::string_view key) {
 }
 
 void StatsStore::Merge(const StatsStore& other) {
-  records += other.records;
-  stray_updates += other.stray_updates;
+  MergeBesideKeys(other);
   for (const auto& from : other.groups_) {
+    if (from.get() == other.flow_group_) continue;
     CounterGroup& into = Group(from->info.guid);
-    MergeBesideKeys(*from, &into);
-    if (&into == flow_group_) continue;
     from->table.ForEach([&](std::string_view key, const std::uint64_t* values) {
       std::uint64_t* const sums = into.table.FindOrAdd(key);
       for (std::size_t i = 0; i < into.columns; ++i) sums[i] += values[i];
@@ -73,12 +71,10 @@ void StatsStore::Merge(const StatsStore& other) {
 }
 
 void StatsStore::Merge(StatsStore&& other) {
-  records += other.records;
-  stray_updates += other.stray_updates;
+  MergeBesideKeys(other);
   for (const auto& from : other.groups_) {
+    if (from.get() == other.flow_group_) continue;
     CounterGroup& into = Group(from->info.guid);
-    MergeBesideKeys(*from, &into);
-    if (&into == flow_group_) continue;
     into.table.Absorb(std::move(from->table), [&](std::uint64_t* sums, std::uint64_t* values) {
       for (std::size_t i = 0; i < into.columns; ++i) sums[i] += values[i];
     });
@@ -94,10 +90,15 @@ void StatsStore::Merge(StatsStore&& other) {
   });
 }
 
-void StatsStore::MergeBesideKeys(const CounterGroup& from, CounterGroup* into) {
-  for (const auto& [key, notes] : from.notes) NotesOf(*into, key) = notes;
-  into->pruned_keys += from.pruned_keys;
-  for (std::size_t i = 0; i < into->columns; ++i) into->pruned_sums[i] += from.pruned_sums[i];
+void StatsStore::MergeBesideKeys(const StatsStore& other) {
+  records += other.records;
+  stray_updates += other.stray_updates;
+  for (const auto& from : other.groups_) {
+    CounterGroup& into = Group(from->info.guid);
+    for (const auto& [key, notes] : from->notes) NotesOf(into, key) = notes;
+    into.pruned_keys += from->pruned_keys;
+    for (std::size_t i = 0; i < into.columns; ++i) into.pruned_sums[i] += from->pruned_sums[i];
+  }
 }
 
 // Texts have other numbers in another store.

@@ -100,7 +100,7 @@ class StatsStore {
 
   static std::size_t SlotOf(const GUID& guid) { return guid.Data1 * 0x9E3779B1U >> 24; }
   CounterGroup& AddGroup(GroupInfo info);
-  void MergeBesideKeys(const CounterGroup& from, CounterGroup* into);
+  void MergeBesideKeys(const StatsStore& other);
   void RenumberTexts(const StatsStore& other, FlowRecord* flow);
   static void Prune(CounterGroup* group);
 
