@@ -46,7 +46,7 @@ inline char* PutHex16(std::uint16_t value, char* out) noexcept {
 [[gnu::always_inline]] inline char* PutHex32(std::uint32_t value, char* out) noexcept {
   const auto low = static_cast<std::uint16_t>(value);
   if (value == low) {  // most interface numbers
-    std::memcpy(out, "0000", 4);
+    std::memset(out, '0', 4);
     return PutHex16(low, out + 4);
   }
   return PutHex16(low, PutHex16(static_cast<std::uint16_t>(value >> 16), out));
@@ -85,7 +85,7 @@ inline char* Long2IPHex(std::uint32_t address, char* out) noexcept {
 // its own.
 [[gnu::noinline]] inline char* IP62Hex(const std::uint8_t* address, char* out) noexcept {
   std::int8_t digits[32];
-  for (int i = 0; i < 16; ++i) {
+  for (std::size_t i = 0; i < 16; ++i) {
     digits[2 * i] = static_cast<std::int8_t>(address[i] >> 4);
     digits[2 * i + 1] = static_cast<std::int8_t>(address[i] & 15);
   }

@@ -62,7 +62,9 @@ struct ip_header {
   be32 source;
   be32 destination;
 
-  [[nodiscard]] std::size_t HeaderLength() const noexcept { return (version_ihl & 0x0FU) * 4U; }
+  [[nodiscard]] std::size_t HeaderLength() const noexcept {
+    return std::size_t{version_ihl & 0x0FU} * 4;
+  }
 };
 static_assert(sizeof(ip_header) == 20 && offsetof(ip_header, source) == 12);
 

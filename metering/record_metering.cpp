@@ -25,6 +25,11 @@ bool IsFarFrom(std::uint32_t uptime, std::uint32_t time) {
   return std::abs(distance) > kFarthestUptime;
 }
 
+// The number that an exported one stands for, modulo 2^32.
+std::uint32_t Sampled(const nf5_header& header, be32 number) {
+  return SamplingMultiplier(header) * number.ToHost();
+}
+
 bool AskIsHome(IOmbrelContainer* site, std::uint32_t address) {
   bool is_home = false;
   if (site != nullptr) site->IsHomeAddress(address, &is_home);
@@ -40,9 +45,8 @@ RecordMetering::Record::Record(IOmbrelStatsEngine* to, const nf5_record& record,
       rec(record),
       hdr(header),
       ext(fields),
-      packets(SamplingMultiplier(header) * record.dPkts.ToHost()),
-      bytes(static_cast<std::uint32_t>(SamplingMultiplier(header) * record.dOctets.ToHost() +
-                                       packets * layer2_bytes)),
+      packets(Sampled(header, record.dPkts)),
+      bytes(static_cast<std::uint32_t>(Sampled(header, record.dOctets) + packets * layer2_bytes)),
       source(record.srcaddr.ToHost()),
       destination(record.dstaddr.ToHost()),
       source_port(record.srcport.ToHost()),

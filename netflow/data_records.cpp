@@ -8,7 +8,6 @@
 #include "netflow/netflow_meter.h"
 #include "util/address_text.h"
 
-using flow::Decode;
 using flow::DecodedRecord;
 using flow::SetError;
 using flow::Template;

@@ -38,9 +38,9 @@ void DuplicateEgress::EndSet(IOmbrelContainer* site) {
 std::uint32_t DuplicateEgress::Hash(const char* session_key) noexcept {
   constexpr std::uint32_t kMultiplier = 0x5BD1E995;
   constexpr std::uint32_t kSeed = 150637;
-  constexpr int kWords = 15;
+  constexpr std::size_t kWords = 15;
   std::uint32_t h = kSeed;
-  for (int i = 0; i < kWords; ++i) {
+  for (std::size_t i = 0; i < kWords; ++i) {
     std::uint32_t k = 0;
     std::memcpy(&k, session_key + 4 * i, sizeof(k));  // little-endian, as this machine is
     k *= kMultiplier;
