@@ -1,5 +1,6 @@
 #include "host/meter/lanes.h"
 
+#include <absl/hash/hash.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,7 +17,8 @@ constexpr std::size_t kReadAheadBatches = 8;
 
 }  // namespace
 
-Lanes::Lanes(const LaneParts& parts, int count, LaneMode mode) : mode_(mode) {
+Lanes::Lanes(const LaneParts& parts, int count, LaneMode mode)
+    : mode_(mode), taken_(static_cast<std::size_t>(count)) {
   for (int number = 1; number <= count; ++number) {
     lanes_.push_back(std::make_unique<Lane>(parts, number));
   }
@@ -30,12 +32,21 @@ Lanes::Lanes(const LaneParts& parts, int count, LaneMode mode) : mode_(mode) {
 
 Lanes::~Lanes() { Finish(); }
 
-// All datagrams of an exporter take one lane, its templates and option data with its records.
-std::size_t Lanes::LaneOf(const UdpPacket& packet) const {
+// All datagrams of an exporter take one lane, its templates and option data with its records: the
+// one that had least to do when the exporter first showed. Beyond a number that no network has, by
+// hash.
+std::size_t Lanes::LaneOf(const UdpPacket& packet) {
   if (lanes_.size() == 1) return 0;
+  constexpr std::size_t kMostExporters = std::size_t{1} << 16;
   const std::uint64_t source = std::uint64_t{packet.source} << 16 | packet.source_port;
-  const std::uint64_t mixed = source * 0x9E3779B97F4A7C15U;
-  return (mixed >> 32) % lanes_.size();
+  auto known = lane_of_.find(source);
+  if (known == lane_of_.end()) {
+    if (lane_of_.size() >= kMostExporters) return absl::HashOf(source) % lanes_.size();
+    const auto least = std::ranges::min_element(taken_);
+    known = lane_of_.emplace(source, static_cast<std::size_t>(least - taken_.begin())).first;
+  }
+  ++taken_[known->second];
+  return known->second;
 }
 
 void Lanes::Take(const IID& protocol, const UdpPacket& packet) {

@@ -1,6 +1,8 @@
 // All lanes, and the threads that they work in.
 #pragma once
 
+#include <absl/container/flat_hash_map.h>
+
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -51,11 +53,14 @@ class Lanes {
   [[nodiscard]] std::uint64_t Dropped() const;
 
  private:
-  std::size_t LaneOf(const UdpPacket& packet) const;
+  std::size_t LaneOf(const UdpPacket& packet);
 
   LaneMode mode_;
   std::vector<std::unique_ptr<Lane>> lanes_;
   std::vector<std::unique_ptr<LaneWorker>> workers_;  // one for each lane, none for kInline
+  // Where each exporter's datagrams go, and how many went to each lane.
+  absl::flat_hash_map<std::uint64_t, std::size_t> lane_of_;
+  std::vector<std::uint64_t> taken_;
   std::atomic<bool> ended_ = false;
   std::atomic<bool> intake_rests_ = false;
 };
