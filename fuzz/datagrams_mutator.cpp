@@ -29,7 +29,7 @@ void DamageNumber(Random& random, Input& input) {
   test::Bytes& payload = input.datagrams[random.Below(input.datagrams.size())].payload;
   const std::size_t width = std::size_t{1} << random.Below(3);
   if (payload.size() < width) return;
-  std::size_t at = random.Below(static_cast<std::uint32_t>(payload.size() - width + 1));
+  std::size_t at = random.Below(payload.size() - width + 1);
   if (!random.OneIn(4)) at &= ~(width - 1);
   std::uint32_t value = kBorders[random.Below(std::size(kBorders))];
   if (random.OneIn(3)) value = static_cast<std::uint32_t>(payload.size()) - random.Below(8);
@@ -40,7 +40,7 @@ void DamageNumber(Random& random, Input& input) {
 
 void CutPayload(Random& random, Input& input) {
   test::Bytes& payload = input.datagrams[random.Below(input.datagrams.size())].payload;
-  payload.resize(random.Below(static_cast<std::uint32_t>(payload.size() + 1)));
+  payload.resize(random.Below(payload.size() + 1));
 }
 
 void Shuffle(Random& random, Input& input) {
@@ -58,7 +58,7 @@ void Shuffle(Random& random, Input& input) {
 
 void Mutate(Random& random, Input& input) {
   if (input.datagrams.empty() || random.OneIn(5)) {
-    const std::size_t at = random.Below(static_cast<std::uint32_t>(input.datagrams.size() + 1));
+    const std::size_t at = random.Below(input.datagrams.size() + 1);
     input.datagrams.insert(input.datagrams.begin() + static_cast<std::ptrdiff_t>(at),
                            MakeDatagram(random));
     return;
