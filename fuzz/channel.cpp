@@ -15,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if ((entry.exporter & 0x80) != 0) {
       host.Deliver(meter, CHANNELID_NETFLOW_TEMPLATES, entry.payload);
     } else {
-      host.Count(meter, entry.payload, flow::fuzz::ExporterOf(entry.exporter));
+      host.CountPacket(meter, flow::fuzz::HeadersOf(entry), entry.payload);
     }
   }
   return 0;

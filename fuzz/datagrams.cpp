@@ -37,4 +37,11 @@ test::Exporter ExporterOf(std::uint8_t number) {
           .port = static_cast<std::uint16_t>(50000 + (number >> 1 & 1))};
 }
 
+test::Bytes HeadersOf(const Datagram& datagram) {
+  test::Bytes headers = test::UdpHeaders(ExporterOf(datagram.exporter), datagram.payload.size());
+  if ((datagram.exporter & 0x40) != 0) headers[0] = 0x4F;
+  if ((datagram.exporter & 0x20) != 0) headers.resize(20);
+  return headers;
+}
+
 }  // namespace flow::fuzz

@@ -31,4 +31,8 @@ test::Bytes Serialize(const Input& input);
 // ExporterOf gives one of a few exporters that share addresses and ports.
 test::Exporter ExporterOf(std::uint8_t number);
 
+// HeadersOf makes what stands before the payload. Some hosts cut it: bit 5 of the exporter leaves
+// out the UDP header, bit 6 claims more IPv4 options than there are bytes.
+test::Bytes HeadersOf(const Datagram& datagram);
+
 }  // namespace flow::fuzz

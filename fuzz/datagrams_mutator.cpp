@@ -38,6 +38,11 @@ void DamageNumber(Random& random, Input& input) {
   }
 }
 
+void DamageHeaders(Random& random, Input& input) {
+  input.datagrams[random.Below(input.datagrams.size())].exporter ^=
+      static_cast<std::uint8_t>(1U << random.Below(7));
+}
+
 void CutPayload(Random& random, Input& input) {
   test::Bytes& payload = input.datagrams[random.Below(input.datagrams.size())].payload;
   payload.resize(random.Below(payload.size() + 1));
@@ -63,10 +68,12 @@ void Mutate(Random& random, Input& input) {
                            MakeDatagram(random));
     return;
   }
-  switch (random.Below(8)) {
+  switch (random.Below(9)) {
     case 0:
       input.policy = static_cast<std::uint8_t>(random());
       return;
+    case 8:
+      return DamageHeaders(random, input);
     case 1:
       return Shuffle(random, input);
     case 2:

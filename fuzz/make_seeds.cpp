@@ -5,10 +5,13 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "fuzz/netflow_grammar.h"
 #include "tests/support/datagram_builders.h"
 #include "tests/support/policy_file.h"
+#include "tests/support/samples.h"
 #include "tests/support/sflow_builder.h"
 
 namespace {
@@ -19,11 +22,13 @@ using flow::test::Bytes;
 
 class SeedFolder {
  public:
-  SeedFolder(const std::filesystem::path& root, std::string_view target) : folder_(root / target) {
+  SeedFolder(const std::filesystem::path& root, std::string_view target,
+             std::string prefix = "seed-")
+      : folder_(root / target), prefix_(std::move(prefix)) {
     std::filesystem::create_directories(folder_);
   }
   void Add(std::string_view content) {
-    flow::test::WriteFile(folder_ / ("seed-" + std::to_string(++count_)), content);
+    flow::test::WriteFile(folder_ / (prefix_ + std::to_string(++count_)), content);
   }
   void Add(const Bytes& content) {
     Add(std::string_view(reinterpret_cast<const char*>(content.data()), content.size()));
@@ -34,6 +39,7 @@ class SeedFolder {
 
  private:
   std::filesystem::path folder_;
+  std::string prefix_;
   int count_ = 0;
 };
 
@@ -61,6 +67,23 @@ void MakeSFlowSeeds(const std::filesystem::path& root) {
   std::uint8_t policy = 0;
   for (const auto& datagram : flow::test::SFlowDatagrams()) {
     sflow.Add(policy++, {{0, datagram.bytes}});
+  }
+}
+
+// What real exporters sent: the first datagrams of each capture as one input.
+void MakeRecordedSeeds(const std::filesystem::path& root) {
+  SeedFolder netflow(root, "netflow", "recorded-");
+  SeedFolder sflow(root, "sflow", "recorded-");
+  constexpr std::size_t kMost = 6;
+  const auto recorded = flow::test::RecordedDatagrams();
+  std::uint8_t policy = 0;
+  for (auto from = recorded.begin(); from != recorded.end();) {
+    const std::string capture = from->name.substr(0, from->name.find(' '));
+    std::vector<Datagram> datagrams;
+    for (; from != recorded.end() && from->name.starts_with(capture + " "); ++from) {
+      if (datagrams.size() < kMost) datagrams.push_back({0, from->bytes});
+    }
+    (capture.starts_with("sflow") ? sflow : netflow).Add(policy++, datagrams);
   }
 }
 
@@ -134,6 +157,7 @@ int main(int argc, char** argv) {
   }
   MakeDatagramSeeds(argv[1]);
   MakeSFlowSeeds(argv[1]);
+  MakeRecordedSeeds(argv[1]);
   MakeXmlSeeds(argv[1]);
   MakePolicySeeds(argv[1]);
   return 0;

@@ -10,7 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto meter = host.Attach<CPINetflowMeter>();
   for (const flow::fuzz::Datagram& datagram : input.datagrams) {
     const flow::fuzz::StepWatch watch(host, datagram.payload.size());
-    host.Count(meter, datagram.payload, flow::fuzz::ExporterOf(datagram.exporter));
+    host.CountPacket(meter, flow::fuzz::HeadersOf(datagram), datagram.payload);
   }
   return 0;
 }

@@ -36,34 +36,50 @@ constexpr CounterGroup kGroups[] = {
      Meters(0)},
     {MakeGuid("C51B48D4-7876-479E-B0D9-BD9EFF03CE2E"), "COUNTERID_APPS",
      "p-XXXX icmp gre ipsec-esp icmpv6", Meters(0, 2, 3, 4, 5, 6)},
-    {MakeGuid("322AFE57-BA50-47B1-BE5C-EBC05BCC186B"), "COUNTERID_NBAR", "", Meters(0, 2, 3, 5, 6)},
+    {MakeGuid("322AFE57-BA50-47B1-BE5C-EBC05BCC186B"), "COUNTERID_NBAR", "", Meters(0, 2, 3, 5, 6),
+     127},
     {MakeGuid("429B65AD-CDA4-452E-A852-24D8A3D0FBB3"), "COUNTERID_SUBNETS",
      "XX.XX.XX.XX/XX external", Meters(0, 1, 2, 3)},
-    {MakeGuid("120A3124-E2BB-47BD-6C64-71BBB861C428"), "COUNTERID_ASN", "", Meters(0, 1, 2, 3, 4)},
-    {MakeGuid("1D86CAB7-B4C4-433E-BCB9-C779A4244D70"), "COUNTERID_LINKAS", "", Meters(0, 1)},
+    {MakeGuid("120A3124-E2BB-47BD-6C64-71BBB861C428"), "COUNTERID_ASN", "# -#",
+     Meters(0, 1, 2, 3, 4)},
+    {MakeGuid("1D86CAB7-B4C4-433E-BCB9-C779A4244D70"), "COUNTERID_LINKAS",
+     "#\\XX.XX.XX.XX_XXXXXXXX -#\\XX.XX.XX.XX_XXXXXXXX", Meters(0, 1)},
     {MakeGuid("79693CA3-ED3C-43B3-E12A-A3F64B125E4F"), "COUNTERID_IPNEXTHOP", kIPv4, Meters(0)},
     {MakeGuid("FC61EC07-BED0-4734-C64C-F5932FD8B943"), "COUNTERID_BGPNEXTHOP", kIPv4, Meters(0)},
-    {MakeGuid("7FAB8F84-C580-424B-2BA4-B2546D2DB15A"), "COUNTERID_VRF", "", Meters(0)},
+    {MakeGuid("7FAB8F84-C580-424B-2BA4-B2546D2DB15A"), "COUNTERID_VRF", "VRF:# VRF:-#", Meters(0)},
     {MakeGuid("4B09BD22-3B99-40FC-8215-94A430EA0A35"), "COUNTERID_MAC", "XX:XX:XX:XX:XX:XX",
      Meters(0, 1)},
     {MakeGuid("86A8880D-F4B2-4E49-A4FA-718880CAA976"), "COUNTERID_APPID", "",
-     Meters(0, 1, 2, 3, 4, 5)},
+     Meters(0, 1, 2, 3, 4, 5), 63},
     {MakeGuid("9021F5D3-FEFB-401B-99EC-EF2ACD088578"), "COUNTERID_USERID", "",
-     Meters(0, 1, 2, 3, 4, 5)},
-    {MakeGuid("2BE2A3B6-613D-4216-0737-3684E824EA33"), "COUNTERID_PREFIX4", "",
+     Meters(0, 1, 2, 3, 4, 5), 31},
+    {MakeGuid("2BE2A3B6-613D-4216-0737-3684E824EA33"), "COUNTERID_PREFIX4", "#.#.#.#/#",
      Meters(0, 1, 2, 3, 4, 5)},
     {MakeGuid("467AE21F-F2B7-4509-EA69-514CF2352D36"), "COUNTERID_PREFIX6", "",
-     Meters(0, 1, 2, 3, 4, 5)},
-    {MakeGuid("0EC72E9E-3AD2-43FD-8173-74693EEA08D0"), "COUNTERID_VLAN", "", Meters(0, 1, 2)},
+     Meters(0, 1, 2, 3, 4, 5), 50},
+    {MakeGuid("0EC72E9E-3AD2-43FD-8173-74693EEA08D0"), "COUNTERID_VLAN",
+     "XXXX XXXXX XXXXXX XXXXXXX XXXXXXXX", Meters(0, 1, 2)},
     // The blank of " ->" would end a form, so a pair is any text here.
-    {MakeGuid("79F60A94-44BD-4C55-891A-77823D59161B"), "COUNTERID_MACPAIR", "", Meters(0)},
+    {MakeGuid("79F60A94-44BD-4C55-891A-77823D59161B"), "COUNTERID_MACPAIR", "", Meters(0), 37},
 };
 
 bool IsHexDigit(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F'); }
 
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
 bool Matches(std::string_view form, std::string_view key) {
-  return std::ranges::equal(form, key,
-                            [](char f, char k) { return f == 'X' ? IsHexDigit(k) : f == k; });
+  std::size_t at = 0;
+  for (const char f : form) {
+    if (at == key.size()) return false;
+    if (f != '#') {
+      if (f == 'X' ? !IsHexDigit(key[at]) : f != key[at]) return false;
+      ++at;
+      continue;
+    }
+    if (!IsDigit(key[at])) return false;
+    while (at < key.size() && IsDigit(key[at])) ++at;
+  }
+  return at == key.size();
 }
 
 }  // namespace
@@ -76,6 +92,7 @@ const CounterGroup* FindCounterGroup(const GUID& guid) {
 }
 
 bool KeyFits(const CounterGroup& group, std::string_view key) {
+  if (key.size() > group.longest) return false;
   if (group.forms.empty()) return true;
   for (std::string_view rest = group.forms;;) {
     const std::size_t end = rest.find(' ');

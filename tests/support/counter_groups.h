@@ -14,9 +14,11 @@ struct CounterGroup {
   GUID guid;
   std::string_view name;
   // The forms that a key may have, separated by blanks: X stands for an upper-case hexadecimal
-  // digit, anything else for itself. Empty: any text.
+  // digit, # for decimal digits, at least one, anything else for itself. Empty: any text of at
+  // most that many characters.
   std::string_view forms;
   unsigned int meters;  // bit i: meter i exists
+  std::size_t longest = 255;
 };
 
 std::span<const CounterGroup> CounterGroups();

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <string>
+#include <type_traits>
 
 #include "tests/support/counter_groups.h"
 
@@ -10,6 +11,8 @@ namespace {
 
 constexpr int kNoLength = -1;
 constexpr std::size_t kLongestKey = 255;  // a key lives in a buffer of 256 bytes
+// The counts that records and samples carry have 32 bits, and stay so when they are scaled.
+constexpr std::uint64_t kLargestValue = 0xFFFFFFFF;
 constexpr GUID kFlows = MakeGuid("99A78737-4B41-4387-8F31-8077DB917336");
 
 // The host's hash of each key that may come with one.
@@ -59,6 +62,10 @@ void RecordingEngine::CheckMeter(const char* operation, const GUID& group, int m
   }
 }
 
+void RecordingEngine::CheckValue(const char* operation, const GUID& group, std::uint64_t value) {
+  if (value > kLargestValue) Fault(operation, group, "the value " + std::to_string(value));
+}
+
 void RecordingEngine::Fault(const char* operation, const GUID& group, const std::string& text) {
   trace().Fault(std::string(operation) + " " + GuidName(group) + ": " + text);
 }
@@ -75,6 +82,10 @@ Status RecordingEngine::Keyed(const char* operation, const GUID& group, int key_
                               const Fields&... fields) {
   const Key checked{CheckKey(operation, group, key_length, key)};
   for (const int meter : meters) CheckMeter(operation, group, meter);
+  const auto check = [&]<class Field>(const Field& field) {
+    if constexpr (std::is_same_v<Field, std::uint64_t>) CheckValue(operation, group, field);
+  };
+  (check(fields), ...);
   if (key_length == kNoLength) {
     trace().Call(operation, group, checked, fields...);
   } else {
@@ -113,6 +124,7 @@ Status RecordingEngine::UpdateCounterMulti(const GUID& group, int keyLength, con
   std::string pairs;
   for (int i = 0; i < count; ++i) {
     CheckMeter("UpdateCounterMulti", group, meters[i]);
+    CheckValue("UpdateCounterMulti", group, values[i]);
     pairs += (i == 0 ? "" : " ") + std::to_string(meters[i]) + " " + std::to_string(values[i]);
   }
   return Keyed("UpdateCounterMulti", group, keyLength, key, {}, count, pairs);
@@ -124,6 +136,8 @@ Status RecordingEngine::UpdateCounterHashed2(const GUID& group, std::uint32_t ke
   const Key checked{CheckKey("UpdateCounterHashed2", group, kNoLength, key)};
   CheckMeter("UpdateCounterHashed2", group, meter1);
   CheckMeter("UpdateCounterHashed2", group, meter2);
+  CheckValue("UpdateCounterHashed2", group, value1);
+  CheckValue("UpdateCounterHashed2", group, value2);
   if (!HashIsRight(checked.key, keyHash)) {
     Fault("UpdateCounterHashed2", group, "wrong hash for " + Escaped(checked.key));
   }
@@ -178,6 +192,9 @@ Status RecordingEngine::MarkRecord() {
 Status RecordingEngine::UpdateFlowVolume(const char* flowKey, std::uint64_t bytesOneWay,
                                          std::uint64_t bytesOtherWay, std::uint64_t packetsOneWay,
                                          std::uint64_t packetsOtherWay) {
+  for (const std::uint64_t value : {bytesOneWay, bytesOtherWay, packetsOneWay, packetsOtherWay}) {
+    CheckValue("UpdateFlowVolume", kFlows, value);
+  }
   trace().Call("UpdateFlowVolume", Key{CheckKey("UpdateFlowVolume", kFlows, kNoLength, flowKey)},
                bytesOneWay, bytesOtherWay, packetsOneWay, packetsOtherWay);
   return Answer("UpdateFlowVolume");

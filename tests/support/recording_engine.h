@@ -54,16 +54,17 @@ class RecordingEngine final : public HostObject<IOmbrelStatsEngine> {
                                    std::uint64_t value, const char* text) override;
 
  private:
-  // Keyed checks a key and its meters against their group, writes the call down and answers it. A
-  // key_length of kNoLength is one that the operation does not carry.
+  // Keyed checks a key, meters and values against their group, writes the call down and answers it.
+  // A key_length of kNoLength is one that the operation does not carry.
   template <class... Fields>
   Status Keyed(const char* operation, const GUID& group, int key_length, const char* key,
                std::initializer_list<int> meters, const Fields&... fields);
 
-  // The checks give the key, or as much of it as can be shown.
+  // CheckKey gives the key, or as much of it as can be shown.
   std::string_view CheckKey(const char* operation, const GUID& group, int key_length,
                             const char* key);
   void CheckMeter(const char* operation, const GUID& group, int meter);
+  void CheckValue(const char* operation, const GUID& group, std::uint64_t value);
   void Fault(const char* operation, const GUID& group, const std::string& text);
   Status Answer(const char* operation) const;
 };

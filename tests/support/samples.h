@@ -18,4 +18,12 @@ std::vector<std::string> SampleNames();
 // ReadSample gives one datagram; it has to be there.
 Bytes ReadSample(const std::string& name);
 
+// RecordedDatagrams are those of the captures in the project's folder samples, in order; each is
+// named for its capture and its number there.
+struct RecordedDatagram {
+  std::string name;
+  Bytes bytes;
+};
+std::vector<RecordedDatagram> RecordedDatagrams();
+
 }  // namespace flow::test
