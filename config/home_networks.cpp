@@ -9,10 +9,10 @@ void HomeNetworks::Fetch(IOmbrelContainer* site) {
   int count = 0;
   std::uint32_t* addresses = nullptr;
   std::uint32_t* masks = nullptr;
-  const Status status = site->GetHomeNetworks(&count, &addresses, &masks);
+  site->GetHomeNetworks(&count, &addresses, &masks);
   const std::unique_ptr<std::uint32_t[]> owned_addresses(addresses);
   const std::unique_ptr<std::uint32_t[]> owned_masks(masks);
-  if (status != kStatusOk || count < 1 || addresses == nullptr || masks == nullptr) count = 0;
+  if (count < 1 || addresses == nullptr || masks == nullptr) count = 0;
   const auto size = static_cast<std::size_t>(count);
   Set({addresses, size}, {masks, size});
 }

@@ -12,8 +12,8 @@ namespace flow {
 
 class HomeNetworks {
  public:
-  // Fetch asks the site for its networks, which replace those known before. A site that gives none,
-  // or answers with an error, leaves no address at home.
+  // Fetch asks the site for its networks, which replace those known before. A site that gives none
+  // leaves no address at home; its status says nothing.
   void Fetch(IOmbrelContainer* site);
 
   void Set(std::span<const std::uint32_t> addresses, std::span<const std::uint32_t> masks);

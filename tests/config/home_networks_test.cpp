@@ -102,7 +102,7 @@ class OddSite final : public HostObject<IOmbrelContainer> {
 };
 
 // Whatever the site answers, the arrays are the meter's to free; the sanitizer looks for leaks.
-TEST(HomeNetworks, OfAnOddSiteAreNoneAndFreed) {
+TEST(HomeNetworks, OfAnOddSite) {
   RecordingHost host;
   const auto contains = [&](auto change) {
     OddSite site(host.Trace());
@@ -112,6 +112,7 @@ TEST(HomeNetworks, OfAnOddSiteAreNoneAndFreed) {
     return home.Contains(0x0A010203);
   };
   EXPECT_TRUE(contains([](OddSite&) {}));
+  EXPECT_TRUE(contains([](OddSite& site) { site.status = kStatusFailed; }));
   EXPECT_FALSE(contains([](OddSite& site) { site.count = 0; }));
   EXPECT_FALSE(contains([](OddSite& site) { site.count = -1; }));
   EXPECT_FALSE(contains([](OddSite& site) { site.gives_addresses = false; }));
