@@ -82,7 +82,7 @@ Status RecordingEngine::Keyed(const char* operation, const GUID& group, int key_
                               const Fields&... fields) {
   const Key checked{CheckKey(operation, group, key_length, key)};
   for (const int meter : meters) CheckMeter(operation, group, meter);
-  const auto check = [&]<class Field>(const Field& field) {
+  [[maybe_unused]] const auto check = [&]<class Field>(const Field& field) {
     if constexpr (std::is_same_v<Field, std::uint64_t>) CheckValue(operation, group, field);
   };
   (check(fields), ...);
