@@ -2,10 +2,12 @@
 // dump.
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "netflow/netflow_meter.h"
@@ -70,11 +72,19 @@ void CPINetflowMeter::PostTemplateSet(const ExportSource& source, Bytes set) {
 void CPINetflowMeter::LogTemplateMessage(const char* what, std::uint16_t id, const char* from,
                                          std::uint32_t exporter, const char* end) const {
   if (!policy_.fLogTemplateMessages) return;
-  char address[flow::kIpv4TextSize];
-  *flow::PutDottedIpv4(exporter, address) = '\0';
+  // Written by hand, as exporters decide how many of these there are.
   char text[160];
-  std::snprintf(text, sizeof(text), "[%p]%s%d%s%s%s", static_cast<const void*>(this), what, id,
-                from, address, end);
+  char* out = text;
+  const auto put = [&out](std::string_view part) { out += part.copy(out, part.size()); };
+  put("[0x");
+  out = std::to_chars(out, text + sizeof(text), reinterpret_cast<std::uintptr_t>(this), 16).ptr;
+  put("]");
+  put(what);
+  out = flow::PutDecimal(id, out);
+  put(from);
+  out = flow::PutDottedIpv4(exporter, out);
+  put(end);
+  *out = '\0';
   Log(site_, kLogInformation, text);
 }
 
