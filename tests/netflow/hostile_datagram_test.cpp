@@ -170,6 +170,48 @@ TEST_F(HostileDatagram, ChannelMessages) {
   }
 }
 
+// What anybody can send without end writes no line into the host's log, and reaches its counters at
+// most with its own size.
+TEST_F(HostileDatagram, FloodsAreQuiet) {
+  host_.Forget();
+  host_.Recording(true);
+  const Bytes zeros(1400);
+  const auto versioned = [&](std::uint16_t version) {
+    Bytes datagram = Wire().U16(version).Raw(zeros).Get();
+    datagram[2] = 0x05;  // IPFIX: a length that fits; the others: a count
+    return datagram;
+  };
+  V9Packet unknown_templates;
+  for (std::uint16_t id = 300; id < 600; ++id) unknown_templates.Add(Set(id).Pad(1));
+  const struct {
+    const char* name;
+    Bytes datagram;
+    bool counts = false;
+  } rows[] = {
+      {"nothing", {}},
+      {"one byte", {9}},
+      {"23 bytes", Bytes(23, 9)},
+      {"version 0", zeros},
+      {"version 7", versioned(7)},
+      {"v1, more records than bytes", versioned(1)},
+      {"v5, more records than bytes", versioned(5)},
+      {"v9 sets of length 0", versioned(9), true},
+      {"IPFIX sets of length 0", versioned(10), true},
+      {"unknown template", V9(Data(FlowRecord(), 9999)).Build(), true},
+      {"unknown templates", unknown_templates.WithCount(65535).Build(), true},
+      {"options sets of no length", V9(Set(1), Set(1)).Add(Set(1)).WithCount(9).Build(), true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    for (std::uint16_t port = 1; port <= 50; ++port) {
+      host_.Count(meter_, row.datagram, {.address = "192.0.2.3", .port = port});
+    }
+    const Texts lines = host_.Take();
+    EXPECT_EQ(lines.size(), row.counts ? 50U : 0U);
+    for (const std::string& line : lines) EXPECT_THAT(line, testing::HasSubstr("FLOWGEN"));
+  }
+}
+
 // A known template is learnt anew while its data arrives.
 TEST_F(HostileDatagram, TemplatesThatChange) {
   std::mt19937 random(7);
