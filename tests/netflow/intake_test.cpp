@@ -279,7 +279,8 @@ TEST_F(Intake, NoIpLayer) {
   EXPECT_EQ(meter_->DatagramsCounted(), 0U);
 }
 
-// A host that fails in all that is asked of it beside.
+// A host that fails in all that is asked of it beside is metered for all the same, with every
+// policy.
 TEST_F(Intake, FailingHost) {
   for (const char* operation : {"GetDataDirectory",
                                 "GetHomeNetworks",
@@ -301,16 +302,30 @@ TEST_F(Intake, FailingHost) {
                                 "UpdateFlowCounter",
                                 "UpdateFlowVolume",
                                 "SetFlowTimes",
-                                "CloseFlow"}) {
+                                "SetFlowDuration",
+                                "TagFlow",
+                                "CloseFlow",
+                                "UpdateFlowCounterWithText"}) {
     host_.Fail(operation);
   }
-  host_.Policy("<TemplateDumpIntervalSeconds>1</TemplateDumpIntervalSeconds>");
-  ASSERT_EQ(host_.Attach(meter_), kStatusOk);
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(Send(V5Packet().Record().Build()), kStatusOk);
-    EXPECT_EQ(Send(V9(Learn(kFlowFields), Data(FlowRecord()))), 1U);
-    EXPECT_THAT(host_.Take("UpdateFlowVolume"), SizeIs(2));
-    host_.Detach(meter_);  // a host may still count
+  const std::pair<const char*, const char*> policies[] = {
+      {"<TemplateDumpIntervalSeconds>1</TemplateDumpIntervalSeconds>", "UpdateFlowVolume"},
+      {"<UseRouterTimestamps>false</UseRouterTimestamps><MergeHTTP>false</MergeHTTP>"
+       "<MergeHTTPS>false</MergeHTTPS><MergeDNS>false</MergeDNS>"
+       "<TagFlowsWithDirection>true</TagFlowsWithDirection><MeterLinkAS>true</MeterLinkAS>",
+       "TagFlow"},
+      {"<MeterZeroFlows>true</MeterZeroFlows><TagFlowsWithUserID>true</TagFlowsWithUserID>"
+       "<HomeASNumbers>1</HomeASNumbers><EnableShimTunnel>true</EnableShimTunnel>",
+       "UpdateFlowCounterWithText"}};
+  for (const auto& [policy, call] : policies) {
+    const ComponentOf<CPINetflowMeter> meter;
+    ASSERT_EQ(host_.Policy(policy).Attach(meter), kStatusOk);
+    for (int i = 0; i < 2; ++i) {
+      EXPECT_EQ(host_.Count(meter, V5Packet().Record({.tcp_flags = 2}).Build()), kStatusOk);
+      EXPECT_EQ(host_.Count(meter, V9(Learn(kFlowFields), Data(FlowRecord())).Build()), 1U);
+      EXPECT_THAT(host_.Take(call), SizeIs(2)) << policy;
+      host_.Detach(meter);  // a host may still count
+    }
   }
 }
 
