@@ -21,6 +21,7 @@ constexpr GUID kHosts = MakeGuid("4CD742B1-C1CA-4708-BE78-0FCA2EB01A86");
 constexpr GUID kFlows = MakeGuid("99A78737-4B41-4387-8F31-8077DB917336");
 constexpr GUID kAggregates = MakeGuid("393B5EBC-AB41-4387-8F31-8077DB917336");
 constexpr GUID kVrf = MakeGuid("7FAB8F84-C580-424B-2BA4-B2546D2DB15A");
+constexpr GUID kUsers = MakeGuid("9021F5D3-FEFB-401B-99EC-EF2ACD088578");
 
 TEST(RecordingHost, WritesCallsInOrderAndTakesThemOnce) {
   RecordingHost host;
@@ -56,6 +57,18 @@ TEST(RecordingHost, FindsBrokenPromises) {
       {"a key without its NUL",
        [](RecordingHost& h) {
          h.Engine()->UpdateCounter(kVrf, std::string(256, 'x').c_str(), 0, 1);
+       }},
+      {"no key of this group: VRF:-",
+       [](RecordingHost& h) { h.Engine()->UpdateCounter(kVrf, "VRF:-", 0, 1); }},
+      {"no key of this group: VRF:12 ",
+       [](RecordingHost& h) { h.Engine()->UpdateCounter(kVrf, "VRF:12 ", 0, 1); }},
+      {"no key of this group: xxx",
+       [](RecordingHost& h) {
+         h.Engine()->UpdateCounter(kUsers, std::string(32, 'x').c_str(), 0, 1);
+       }},
+      {"the value 4294967296",
+       [](RecordingHost& h) {
+         h.Engine()->UpdateCounter3(kHosts, 11, "C0.A8.01.0A", 0, 1, 1, 2, 2, 1ULL << 32);
        }},
       {"null key", [](RecordingHost& h) { h.Engine()->CloseFlow(kFlows, nullptr); }},
       {"no meter 4",
