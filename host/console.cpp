@@ -82,9 +82,13 @@ void Console::Line(std::string_view text) {
 }
 
 // The summary on standard output and the messages keep their order where both go to one place.
+// Where nobody reads standard output, a message must not wait for it.
 void Console::Write(std::string_view text) {
   HideProgress();
-  std::fflush(stdout);
+  if (ftrylockfile(stdout) == 0) {
+    std::fflush(stdout);
+    funlockfile(stdout);
+  }
   fmt::print(stderr, "{}\n", text);
 }
 

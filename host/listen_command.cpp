@@ -6,7 +6,10 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <optional>
@@ -58,7 +61,7 @@ class Listen {
     output_.report.group_ids = setup_.GroupIds(output_.report.group_ids);
     if (options.state_directory.empty()) return;
     archive_.emplace(options.state_directory);
-    archive_->MakeDirectory();
+    archive_->Open();
   }
 
   int Run() {
@@ -105,12 +108,15 @@ class Listen {
   std::uint64_t queue_drops_told_ = 0;
   std::uint64_t lost_with_sockets_ = 0;
   std::optional<PolicyCheck> check_;
-  bool failed_ = false;
+  bool check_again_ = false;
+  bool told_overflow_ = false;
+  bool wants_summary_ = false;
+  std::atomic<bool> failed_ = false;
   bool ending_ = false;
   RunReport report_{RunKind::kPeriodic, setup_.groups(), output_, console_};
   Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {
-    report_.Take(tick, std::move(harvests), 0);
     SaveTemplates();
+    report_.Take(tick, std::move(harvests), 0);
   }};
 };
 
@@ -182,7 +188,13 @@ void Listen::Step() {
   }
   // A report that takes longer than a period makes the next one longer.
   const Timestamp now = Now();
-  if (schedule_.IsDue(now) && !reporter_.IsBusy()) EndPeriod(now);
+  period_start_ = std::min(period_start_, now);  // a clock may be set back
+  const bool is_due = schedule_.IsDue(now);
+  if ((!is_due && !wants_summary_) || reporter_.IsBusy()) return;
+  if (is_due) EndPeriod(now);
+  if (std::exchange(wants_summary_, false)) {
+    Reap({.from = period_start_, .to = now, .shows = true});
+  }
 }
 
 void Listen::Receive(Port* port, int most_batches) {
@@ -196,7 +208,7 @@ void Listen::TakeSignals() {
   while (const std::optional<int> signal = signals_.Take()) {
     switch (*signal) {
       case SIGUSR1:
-        Reap({.from = period_start_, .to = Now(), .shows = true});
+        wants_summary_ = true;
         break;
       case SIGHUP:
         CheckPolicies();
@@ -213,7 +225,8 @@ void Listen::TakeSignals() {
 
 // A meter that reads a broken policy ends the process, so another process reads it first.
 void Listen::CheckPolicies() {
-  if (check_) return;  // one is under way, and reads what is there now
+  check_again_ = check_.has_value();  // one is under way, and may have read what was there before
+  if (check_) return;
   try {
     check_.emplace(setup_.plugin_path(), setup_.site_settings());
   } catch (const HostError& error) {
@@ -226,6 +239,7 @@ void Listen::TakeCheckResult() {
   const std::optional<bool> usable = check_->Result();
   if (!usable) return;
   check_.reset();
+  if (check_again_) return CheckPolicies();
   if (!*usable) {
     console_.Error("SIGHUP: a policy cannot be used, see above; the one in force stays");
     return;
@@ -263,6 +277,9 @@ Losses Listen::TakeLosses() {
 
 void Listen::SaveTemplates() {
   if (!archive_) return;
+  if (archive_->TakeOverflow() && !std::exchange(told_overflow_, true)) {
+    console_.Notice("there are more, or larger, templates than are kept across restarts");
+  }
   try {
     archive_->Save(NowSeconds());
   } catch (const HostError& error) {
@@ -274,6 +291,7 @@ void Listen::SaveTemplates() {
 // What the kernel has taken so far is metered before the end; senders may go on for ever.
 int Listen::End() {
   constexpr int kMostBatches = 4096;
+  constexpr std::chrono::seconds kLongestReport(45);
   for (Port& port : sockets_) {
     try {
       Receive(&port, kMostBatches);
@@ -284,7 +302,10 @@ int Listen::End() {
   }
   setup_.lanes().Push();
   Reap({.from = period_start_, .to = Now(), .is_last = true});
-  reporter_.Wait();
+  if (!reporter_.WaitFor(kLongestReport)) {
+    console_.Error("the summary cannot be written: nobody reads standard output");
+    std::_Exit(kExitTrouble);
+  }
   if (sockets_.empty()) console_.Error("no socket is left");
   return sockets_.empty() || failed_ || !report_.Succeeded() ? kExitTrouble : kExitOk;
 }
@@ -292,8 +313,8 @@ int Listen::End() {
 // In the middle of a datagram, in a lane's thread.
 void Listen::PluginEndedProcess() {
   console_.Error(
-      "the plug-in ended the process because it cannot read a policy file; its message stands "
-      "above");
+      "the plug-in ended the process because it cannot read a policy file; it says why on "
+      "standard output");
   if (sockets_.empty()) return;
   setup_.lanes().EndHere();
   reporter_.FinishHere();

@@ -79,8 +79,8 @@ class Replay {
   // In the middle of a datagram, in whichever thread the plug-in was called.
   void PluginEndedProcess() {
     console_.Error(
-        "the plug-in ended the process because it cannot read a policy file; its message stands "
-        "above");
+        "the plug-in ended the process because it cannot read a policy file; it says why on "
+        "standard output");
     if (report_.captures().empty()) return;
     setup_.lanes().EndHere();
     reporter_.FinishHere();

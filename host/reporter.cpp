@@ -45,6 +45,11 @@ void Reporter::Wait() {
   changed_.wait(lock, [this] { return rounds_.empty(); });
 }
 
+bool Reporter::WaitFor(std::chrono::seconds most) {
+  std::unique_lock lock(mutex_);
+  return changed_.wait_for(lock, most, [this] { return rounds_.empty(); });
+}
+
 void Reporter::FinishHere() {
   End();
   for (const auto& round : rounds_) handler_(round->tick, std::move(round->harvests));

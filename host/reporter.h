@@ -2,6 +2,7 @@
 // of it, in a thread of its own: neither the intake nor a lane waits for a report.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -41,6 +42,7 @@ class Reporter {
   // IsBusy tells whether something is still to be handled; Wait waits until nothing is.
   [[nodiscard]] bool IsBusy();
   void Wait();
+  bool WaitFor(std::chrono::seconds most);  // false when something still is
 
   // FinishHere is for the end of the process, when no lane works any more: what some lanes have
   // handed out and others never will is handled too, in this thread.

@@ -36,6 +36,15 @@ RunReport::RunReport(RunKind kind, const GroupCatalog& groups, const OutputOptio
       bucket_(groups) {}
 
 void RunReport::Take(const Tick& tick, std::vector<Harvest> harvests, double seconds) {
+  try {
+    Add(tick, std::move(harvests), seconds);
+  } catch (const std::exception& error) {
+    failed_ = true;
+    console_.Error(fmt::format("a report could not be made: {}", error.what()));
+  }
+}
+
+void RunReport::Add(const Tick& tick, std::vector<Harvest> harvests, double seconds) {
   const bool periodic = kind_ == RunKind::kPeriodic;
   if (periodic && !options_.sqlite.empty()) TakeBucket(tick, harvests);
   if (interval_.from == 0) interval_.from = tick.from;
@@ -87,11 +96,12 @@ void RunReport::EndBuckets(const Tick& tick) {
   if (ended.empty()) return;
   const Report report{
       {}, "", bucket_.intake(), bucket_.losses(), bucket_.store(), bucket_.exporters().Rows(), 0};
-  Write(options_.sqlite, [&] {
+  const bool written = Write(options_.sqlite, [&] {
     if (options.group_ids.empty()) return;
     AppendSqlite(report, options, options_.sqlite,
                  {bucket_.from / kMicrosPerSecond, options_.keep_days});
   });
+  if (!written) return;  // with the next one
   if (ended.size() == groups_.groups().size()) {
     bucket_ = Period(groups_);
   } else {
@@ -109,6 +119,9 @@ void RunReport::Show(const Period& period, std::string title, double seconds) {
   // A document on standard output stands there alone; where nothing was read there is no summary.
   if (options_.json != "-" && (report.intake.Packets() > 0 || kind_ == RunKind::kPeriodic)) {
     PrintSummary(report, options_.report, stdout);
+    if (std::ferror(stdout) != 0 && !failed_.exchange(true)) {
+      console_.Error("summaries cannot be written to standard output");
+    }
   }
   Write(options_.json, [&] { WriteJson(report, options_.report, options_.json); });
   Write(options_.csv, [&] { WriteCsv(report, options_.report, options_.csv); });
@@ -118,13 +131,15 @@ void RunReport::Show(const Period& period, std::string title, double seconds) {
 
 // One output that cannot be written keeps none of the others from it.
 template <class Writer>
-void RunReport::Write(const std::string& path, Writer&& writer) {
-  if (path.empty()) return;
+bool RunReport::Write(const std::string& path, Writer&& writer) {
+  if (path.empty()) return true;
   try {
     writer();
+    return true;
   } catch (const HostError& error) {
     failed_ = true;
     console_.Error(error.what());
+    return false;
   }
 }
 

@@ -1,7 +1,7 @@
 // The reports of a run: what is shown and written at each tick, and at its end.
 #pragma once
 
-#include <mutex>
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -35,12 +35,14 @@ class RunReport {
   [[nodiscard]] bool Succeeded() const { return !failed_; }
 
  private:
+  void Add(const Tick& tick, std::vector<Harvest> harvests, double seconds);
   void TakeBucket(const Tick& tick, const std::vector<Harvest>& harvests);
   void EndBuckets(const Tick& tick);
   void End(double seconds);
   void Show(const Period& period, std::string title, double seconds);
+  // False when it failed, which is told.
   template <class Writer>
-  void Write(const std::string& path, Writer&& writer);
+  bool Write(const std::string& path, Writer&& writer);
 
   RunKind kind_;
   const GroupCatalog& groups_;
@@ -51,7 +53,7 @@ class RunReport {
   Period run_;     // the intervals before
   Period bucket_;  // for the database
   bool has_intervals_ = false;
-  bool failed_ = false;
+  std::atomic<bool> failed_ = false;
 };
 
 }  // namespace flow::host

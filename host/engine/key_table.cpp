@@ -88,6 +88,7 @@ std::uint32_t KeyTable::AddRow(std::string_view key) {
   std::memcpy(row + sizeof(length), key.data(), key.size());
   const std::size_t place = (blocks_.size() - 1) << kBlockBits | block.used / 8;
   block.used += bytes;
+  live_bytes_ += bytes;
   return static_cast<std::uint32_t>(place + 1);
 }
 
@@ -102,8 +103,22 @@ std::uint32_t KeyTable::AdoptBlocks(KeyTable* other) {
   if (before + other->blocks_.size() > kMostBlocks) throw std::bad_alloc();
   std::ranges::move(other->blocks_, std::back_inserter(blocks_));
   other->blocks_.clear();
+  live_bytes_ += other->live_bytes_;
   last_key_ = {};
   return static_cast<std::uint32_t>(before << kBlockBits);
+}
+
+void KeyTable::CompactIfSparse() {
+  constexpr std::size_t kSpare = std::size_t{4} << 20;
+  std::size_t bytes = 0;
+  for (const Block& block : blocks_) bytes += block.size;
+  if (bytes <= 3 * live_bytes_ + kSpare) return;
+  KeyTable compact(values_);
+  compact.Reserve(size_);
+  ForEach([&](std::string_view key, const std::uint64_t* values) {
+    std::copy_n(values, values_, compact.FindOrAdd(key));
+  });
+  *this = std::move(compact);
 }
 
 void KeyTable::Resize(std::size_t count) {

@@ -59,8 +59,10 @@ class KeyTable {
       } else {
         combine(MutableValues(RowAt(place.row)), MutableValues(row));
         Forget(row);
+        live_bytes_ -= RowBytes(key.size());
       }
     }
+    CompactIfSparse();
   }
 
   // For those who know what they will ask for: the first brings the place in the index into the
@@ -154,6 +156,8 @@ class KeyTable {
   // FindSlot gives the slot that holds the key, or the free one where it belongs.
   [[nodiscard]] std::size_t FindSlot(std::uint32_t hash, std::string_view key) const;
   std::uint32_t AddRow(std::string_view key);
+  // Copies the rows together where most of the memory holds none: forgotten rows, ends of blocks.
+  void CompactIfSparse();
   void Resize(std::size_t slot_count);
   void Reserve(std::size_t rows);
   // Takes over the blocks; the result is what to add to the numbers of their rows.
@@ -165,7 +169,8 @@ class KeyTable {
   LargeMemory index_;
   Slot* slots_;  // in the index
   std::vector<Block> blocks_;
-  std::string_view last_key_;  // of the last update; in its row
+  std::size_t live_bytes_ = 0;  // of the rows in the index
+  std::string_view last_key_;   // of the last update; in its row
   std::uint64_t* last_values_ = nullptr;
 };
 

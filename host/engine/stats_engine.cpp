@@ -203,9 +203,9 @@ Status StatsEngine::CloseFlow(const GUID& /*flowGroup*/, const char* flowKey) {
 }
 
 Status StatsEngine::GetCurrentTime(std::uint64_t* seconds) {
-  constexpr std::uint64_t kDay = 86400;
+  constexpr std::uint64_t kAhead = 3601;
   *seconds = static_cast<std::uint64_t>(now_ / kMicrosPerSecond);
-  if (std::exchange(is_ahead_, false)) *seconds += kDay;
+  if (std::exchange(is_ahead_, false)) *seconds += kAhead;
   return kStatusOk;
 }
 

@@ -28,8 +28,8 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   // SetTime is the clock: the time of the datagram that is about to be counted.
   void SetTime(Timestamp now) { now_ = now; }
 
-  // SetAhead makes the answer to the next question for the time a day late, so that whatever a
-  // component does from time to time is due.
+  // SetAhead makes the answer to the next question for the time an hour late, so that what a
+  // component does at least every hour is due.
   void SetAhead() { is_ahead_ = true; }
 
   Status UpdateCounter(const GUID& group, const char* key, int meter, std::uint64_t value) override;

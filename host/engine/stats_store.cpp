@@ -107,6 +107,12 @@ void StatsStore::RenumberTexts(const StatsStore& other, FlowRecord* flow) {
   if (flow->text != 0) flow->text = Intern(other.TextOf(flow->text));
 }
 
+void StatsStore::CopyNotes(const StatsStore& other) {
+  for (const auto& from : other.groups_) {
+    if (!from->notes.empty()) Group(from->info.guid).notes = from->notes;
+  }
+}
+
 void StatsStore::Clear(const GUID& group) {
   CounterGroup& cleared = Group(group);
   cleared.table = KeyTable(cleared.table.values());

@@ -74,6 +74,9 @@ class StatsStore {
   void Merge(const StatsStore& other);
   void Merge(StatsStore&& other);
 
+  // CopyNotes takes over what was said about keys beside their counts.
+  void CopyNotes(const StatsStore& other);
+
   // Clear forgets the keys of a group.
   void Clear(const GUID& group);
 

@@ -29,7 +29,11 @@ PolicyCheck::PolicyCheck(const std::string& plugin, const SiteSettings& settings
   sigset_t none;
   sigemptyset(&none);
   posix_spawnattr_setsigmask(&attributes, &none);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+  sigset_t defaults;
+  sigemptyset(&defaults);
+  sigaddset(&defaults, SIGPIPE);
+  posix_spawnattr_setsigdefault(&attributes, &defaults);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   const int failure =
       posix_spawn(&process_, "/proc/self/exe", nullptr, &attributes, arguments.data(), environ);
   posix_spawnattr_destroy(&attributes);

@@ -22,6 +22,7 @@ sigset_t SetOf(std::initializer_list<int> signals) {
 Signals::Signals() {
   const sigset_t set = SetOf({SIGINT, SIGTERM, SIGHUP, SIGUSR1, SIGCHLD});
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  signal(SIGPIPE, SIG_IGN);  // a reader of the summaries that went is an error of output
   descriptor_ = signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
   if (descriptor_ < 0) throw HostError("signals cannot be received");
 }

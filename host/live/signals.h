@@ -7,7 +7,8 @@ namespace flow::host {
 
 class Signals {
  public:
-  // Blocks SIGINT, SIGTERM, SIGHUP, SIGUSR1 and SIGCHLD in this thread and all that it starts.
+  // Blocks SIGINT, SIGTERM, SIGHUP, SIGUSR1 and SIGCHLD in this thread and all that it starts, and
+  // ignores SIGPIPE.
   Signals();
   ~Signals();
   Signals(const Signals&) = delete;

@@ -4,6 +4,7 @@
 #include <absl/strings/escaping.h>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -59,13 +60,29 @@ bool ReplaceFile(const std::string& path, std::string_view text) {
 TemplateArchive::TemplateArchive(const std::string& directory)
     : path_((std::filesystem::path(directory) / "templates").string()) {}
 
-void TemplateArchive::MakeDirectory() const {
+TemplateArchive::~TemplateArchive() {
+  if (lock_ >= 0) close(lock_);
+}
+
+void TemplateArchive::Open() {
   const std::filesystem::path directory = std::filesystem::path(path_).parent_path();
   std::error_code error;
   std::filesystem::create_directories(directory, error);
-  if (!error && access(directory.c_str(), W_OK | X_OK) == 0) return;
-  throw HostError(fmt::format("templates cannot be kept in {}: {}", directory.string(),
-                              error ? error.message() : std::strerror(errno)));
+  const std::string lock_path = (directory / "lock").string();
+  if (!error) lock_ = open(lock_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (lock_ < 0) {
+    throw HostError(fmt::format("templates cannot be kept in {}: {}", directory.string(),
+                                error ? error.message() : std::strerror(errno)));
+  }
+  if (flock(lock_, LOCK_EX | LOCK_NB) != 0) {
+    throw HostError(
+        fmt::format("templates cannot be kept in {}: another process does", directory.string()));
+  }
+}
+
+bool TemplateArchive::TakeOverflow() {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(has_overflowed_, false);
 }
 
 void TemplateArchive::Note(const Message& message, std::int64_t now) {
@@ -76,10 +93,21 @@ void TemplateArchive::Note(const Message& message, std::int64_t now) {
 void TemplateArchive::NoteLocked(std::shared_ptr<const Message> message, std::int64_t time) {
   const auto parsed = ParseTemplateMessage(*message);
   if (!parsed) return;
+  if (message->size() > kLongestMessage) {
+    has_overflowed_ = true;
+    return;
+  }
   ++arrivals_;
   ForEachTemplate(parsed->set, [&](std::uint16_t id, const TemplateShape&) {
     const Key key{parsed->exporter, parsed->port, id};
-    if (templates_.size() >= kMostTemplates && !templates_.contains(key)) return;
+    const auto known = templates_.find(key);
+    const std::size_t before = known == templates_.end() ? 0 : known->second.message->size();
+    const bool is_full = templates_.size() >= kMostTemplates && known == templates_.end();
+    if (is_full || bytes_ - before + message->size() > kMostBytes) {
+      has_overflowed_ = true;
+      return;
+    }
+    bytes_ += message->size() - before;
     templates_[key] = {time, arrivals_, message};
     has_news_ = true;
   });
@@ -107,8 +135,11 @@ std::size_t TemplateArchive::templates() const {
 }
 
 void TemplateArchive::DropOld(std::int64_t now) {
-  absl::erase_if(templates_,
-                 [now](const auto& entry) { return entry.second.time < now - kLongestSeconds; });
+  absl::erase_if(templates_, [&](const auto& entry) {
+    const bool is_old = entry.second.time < now - kLongestSeconds;
+    if (is_old) bytes_ -= entry.second.message->size();
+    return is_old;
+  });
 }
 
 std::string TemplateArchive::Text() const {
@@ -153,8 +184,9 @@ bool TemplateArchive::ReadLine(const std::string& line, std::int64_t now) {
 }
 
 void TemplateArchive::Load(std::int64_t now, std::string* trouble) {
+  std::error_code error;
+  if (!std::filesystem::exists(path_, error)) return;
   std::ifstream file(path_);
-  if (!file) return;
   const std::lock_guard lock(mutex_);
   std::string line;
   std::size_t messages = 0;

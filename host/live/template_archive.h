@@ -18,16 +18,26 @@ class TemplateArchive {
  public:
   using Message = std::vector<std::uint8_t>;
 
-  // Templates beyond the largest number are not kept, and none that was not sent again for as long.
+  // Templates beyond these numbers, and of longer sets, are not kept, and none that was not sent
+  // again for as long.
   static constexpr std::size_t kMostTemplates = 50'000;
+  static constexpr std::size_t kMostBytes = std::size_t{64} << 20;
+  static constexpr std::size_t kLongestMessage = std::size_t{16} << 10;
   static constexpr std::int64_t kLongestSeconds = std::int64_t{7} * 86400;
 
   // The file in the directory; it is made when first saved.
   explicit TemplateArchive(const std::string& directory);
 
-  // MakeDirectory makes the directory where there is none; HostError when nothing could be kept in
-  // it.
-  void MakeDirectory() const;
+  ~TemplateArchive();
+  TemplateArchive(const TemplateArchive&) = delete;
+  TemplateArchive& operator=(const TemplateArchive&) = delete;
+
+  // Open makes the directory where there is none and locks it; HostError when nothing could be kept
+  // in it, or another process does.
+  void Open();
+
+  // Whether templates were not kept because there were too many; false again until there are more.
+  bool TakeOverflow();
 
   // Load reads the file, if there is one. A damaged one is set aside: then *trouble says so, and
   // what stood before the damage is kept.
@@ -73,6 +83,9 @@ class TemplateArchive {
   std::string path_;
   mutable std::mutex mutex_;
   absl::flat_hash_map<Key, Entry> templates_;
+  std::size_t bytes_ = 0;  // of the messages, once for each template
+  bool has_overflowed_ = false;
+  int lock_ = -1;
   std::uint64_t arrivals_ = 0;
   bool has_news_ = false;
 };

@@ -36,10 +36,15 @@ bool ReadFields(Bytes fields, std::size_t count, bool ipfix, std::size_t* length
     const bool is_variable = ipfix && field == kVariable;
     variable = variable || is_variable;
     shape->shortest += is_variable ? 1 : field;
-    shape->lengths.push_back(field);
+    // A field of no length adds nothing to a walk.
+    if (field != 0 && shape->lengths.size() <= TemplateShape::kMostFields) {
+      shape->lengths.push_back(field);
+    }
     at += enterprise ? 8 : 4;
   }
-  if (!variable) shape->lengths.clear();
+  const bool is_vast = shape->lengths.size() > TemplateShape::kMostFields;
+  if (variable && is_vast) shape->shortest = TemplateShape::kVast;
+  if (!variable || is_vast) shape->lengths = {};
   *length = at;
   return at <= fields.size();
 }
@@ -69,6 +74,7 @@ std::size_t RecordLength(Bytes bytes, const TemplateShape& shape) {
 std::string ExportVersion::Text() const {
   if (sflow) return fmt::format("sFlow v{}", number);
   if (number == 10) return "IPFIX";
+  if (number == 0) return "unknown";
   return number <= 9 ? fmt::format("NetFlow v{}", number) : fmt::format("version {}", number);
 }
 

@@ -58,6 +58,12 @@ struct TemplateShape {
   std::uint32_t shortest = 0;  // bytes of a record, at least
   std::vector<std::uint16_t>
       lengths;  // of the fields, 65535 for variable; empty when all are fixed
+
+  // Templates of variable lengths with more fields than any device has are not kept: their records
+  // cannot be counted.
+  static constexpr std::size_t kMostFields = 256;
+  static constexpr std::uint32_t kVast = 0xFFFFFFFF;
+  [[nodiscard]] bool IsVast() const { return shortest == kVast; }
 };
 
 // ForEachTemplate walks over the templates that a template set defines. The set's id tells its

@@ -22,6 +22,9 @@ constexpr RefusalName kNames[] = {
 };
 static_assert(std::size(kNames) == kRefusals);
 
+// Versions beyond are what strangers make up, and are one to us.
+constexpr std::uint32_t kLargestVersion = 15;
+
 }  // namespace
 
 std::string_view RefusalText(Refusal refusal) {
@@ -47,9 +50,10 @@ void ExporterCounts::Add(const ExporterCounts& other) {
 
 void ExporterTable::NoteTemplates(std::span<const std::uint8_t> message, std::uint64_t posted) {
   const auto parsed = ParseTemplateMessage(message);
-  if (!parsed || template_count_ >= kMostTemplates) return;
+  if (!parsed) return;
   Templates& templates = templates_[SourceOf(parsed->exporter, parsed->port)];
   ForEachTemplate(parsed->set, [&](std::uint16_t id, TemplateShape shape) {
+    if (template_count_ >= kMostTemplates && !templates.contains(id)) return;
     const auto [known, is_new] = templates.try_emplace(id, Template{posted, {}});
     known->second.shape = std::move(shape);
     if (is_new) ++template_count_;
@@ -63,7 +67,8 @@ ExporterCounts& ExporterTable::CountsOf(const ExporterKey& key) {
 }
 
 void ExporterTable::Note(const MeteredDatagram& datagram) {
-  const ExportVersion version = VersionOf(datagram.bytes);
+  ExportVersion version = VersionOf(datagram.bytes);
+  if (!version.IsKnown() && version.number > kLargestVersion) version = {};
   ExporterCounts& counts = CountsOf({datagram.exporter, datagram.port, version});
   ++counts.datagrams;
   counts.bytes += datagram.bytes.size();
@@ -82,23 +87,29 @@ void ExporterTable::NoteSets(const MeteredDatagram& datagram, const ExportVersio
   const std::uint64_t source = SourceOf(datagram.exporter, datagram.port);
   std::optional<std::uint32_t> data_records;
   if (version.HasTemplates()) {
-    static const Templates none;
     const auto found = templates_.find(source);
-    const Templates& known = found == templates_.end() ? none : found->second;
+    const Templates* const known = found == templates_.end() ? nullptr : &found->second;
     const Sets sets = CountSets(datagram, known, datagrams_);
     // Without a template of its own an exporter may still be decoded by those in the policy.
-    if (!known.empty() || datagram.records == 0) counts->unknown_sets += sets.unknown;
-    if (sets.unknown == 0) data_records = sets.records;
-    counts->templates = known.size();
+    if (known != nullptr || datagram.records == 0) counts->unknown_sets += sets.unknown;
+    if (sets.unknown == 0 && !sets.has_vast) data_records = sets.records;
+    counts->templates = known == nullptr ? 0 : known->size();
   }
   sequences_.Take(source, version, datagram.bytes, data_records, &counts->gaps,
                   &counts->sample_gaps);
 }
 
+const ExporterTable::Template* ExporterTable::FindTemplate(const Templates* known,
+                                                           std::uint16_t id) {
+  if (known == nullptr) return nullptr;
+  const auto found = known->find(id);
+  return found == known->end() ? nullptr : &found->second;
+}
+
 // A set is decodable when its template was posted before this datagram, or stands in it further up
 // and was posted with it.
 ExporterTable::Sets ExporterTable::CountSets(const MeteredDatagram& datagram,
-                                             const Templates& known, std::uint64_t datagrams) {
+                                             const Templates* known, std::uint64_t datagrams) {
   Sets sets;
   std::vector<std::uint16_t> defined_here;
   ForEachSet(datagram.bytes, [&](const ExportSet& set) {
@@ -107,12 +118,13 @@ ExporterTable::Sets ExporterTable::CountSets(const MeteredDatagram& datagram,
                       [&](std::uint16_t id, const TemplateShape&) { defined_here.push_back(id); });
     }
     if (!set.holds_data) return;
-    const auto posted = known.find(set.id);
+    const Template* const posted = FindTemplate(known, set.id);
     const bool decodable =
-        posted != known.end() && (posted->second.posted < datagrams ||
-                                  std::ranges::find(defined_here, set.id) != defined_here.end());
+        posted != nullptr && (posted->posted < datagrams ||
+                              std::ranges::find(defined_here, set.id) != defined_here.end());
     if (decodable) {
-      sets.records += CountRecords(set.bytes, posted->second.shape);
+      sets.records += CountRecords(set.bytes, posted->shape);
+      sets.has_vast = sets.has_vast || posted->shape.IsVast();
     } else {
       ++sets.unknown;
     }

@@ -87,7 +87,7 @@ class ExporterTable {
   [[nodiscard]] std::vector<Row> Rows() const;
 
   static constexpr std::size_t kMostExporters = std::size_t{1} << 16;
-  static constexpr std::size_t kMostTemplates = std::size_t{1} << 20;
+  static constexpr std::size_t kMostTemplates = std::size_t{1} << 18;
 
  private:
   struct Template {
@@ -100,6 +100,7 @@ class ExporterTable {
   // What the sets of a datagram hold.
   struct Sets {
     std::uint64_t unknown = 0;  // data sets without a template
+    bool has_vast = false;      // sets whose records were not counted
     std::uint32_t records = 0;  // in the others
   };
 
@@ -110,7 +111,8 @@ class ExporterTable {
   ExporterCounts& CountsOf(const ExporterKey& key);
   void NoteSets(const MeteredDatagram& datagram, const ExportVersion& version,
                 ExporterCounts* counts);
-  static Sets CountSets(const MeteredDatagram& datagram, const Templates& known,
+  static const Template* FindTemplate(const Templates* known, std::uint16_t id);
+  static Sets CountSets(const MeteredDatagram& datagram, const Templates* known,
                         std::uint64_t datagrams);
 
   absl::flat_hash_map<ExporterKey, ExporterCounts> exporters_;

@@ -106,6 +106,7 @@ void Lane::TakeMessages() {
 Harvest Lane::Reap() {
   auto fresh = std::make_unique<StatsStore>(groups_);
   engine_.UseStore(*fresh);
+  fresh->CopyNotes(*store_);  // told once, and true from then on
   return {std::exchange(store_, std::move(fresh)), exporters_.Reap()};
 }
 

@@ -54,14 +54,15 @@ void LaneWorker::Run(Task task) {
 // False when a full queue is to drop the batch, which is then the gathered one again.
 bool LaneWorker::Enqueue(Work work) {
   std::unique_lock lock(mutex_);
-  if (queue_.size() >= most_batches_) {
+  if (queued_batches_ >= most_batches_) {
     if (drops_when_full_) {
       gathered_ = std::move(work.batch);
       return false;
     }
-    has_room_.wait(lock, [this] { return queue_.size() < most_batches_ || ended_; });
+    has_room_.wait(lock, [this] { return queued_batches_ < most_batches_ || ended_; });
   }
   queue_.push_back(std::move(work));
+  ++queued_batches_;
   has_work_.notify_one();
   if (spare_.empty()) {
     gathered_ = std::make_unique<PacketBatch>();
@@ -83,6 +84,7 @@ void LaneWorker::Loop() {
     if (!queue_.empty()) {
       work = std::move(queue_.front());
       queue_.pop_front();
+      if (work.batch) --queued_batches_;
       has_room_.notify_one();
     }
     lock.unlock();

@@ -65,6 +65,7 @@ class LaneWorker {
   std::condition_variable has_work_;
   std::condition_variable has_room_;
   std::deque<Work> queue_;
+  std::size_t queued_batches_ = 0;
   std::vector<std::unique_ptr<PacketBatch>> spare_;
   bool finishing_ = false;
   std::atomic<std::size_t> left_in_batch_ = 0;  // behind the datagram that the thread is at

@@ -18,10 +18,19 @@ constexpr std::uint32_t kLongestDelay = 1U << 12;
 }  // namespace
 
 void SequenceGaps::Add(const SequenceGaps& other) {
-  lost += other.lost;
+  missing += other.missing;
+  came += other.came;
   gaps += other.gaps;
   late += other.late;
   restarts += other.restarts;
+}
+
+auto SequenceStream::Explanation(std::uint32_t number, std::optional<std::uint32_t> units) const
+    -> std::optional<Counting> {
+  for (const Counting counting : {Counting::kBefore, Counting::kIncluded, Counting::kMessages}) {
+    if (counting != counting_ && Expected(counting, units) == number) return counting;
+  }
+  return std::nullopt;
 }
 
 std::optional<std::uint32_t> SequenceStream::Expected(Counting counting,
@@ -34,36 +43,61 @@ std::optional<std::uint32_t> SequenceStream::Expected(Counting counting,
 
 void SequenceStream::Take(std::uint32_t number, std::optional<std::uint32_t> units,
                           SequenceGaps* gaps) {
-  if (is_started_ && Expected(counting_, units) != number) {
-    const std::uint64_t late = gaps->late;
-    Judge(number, units, gaps);
-    if (gaps->late != late) return;
+  if (is_started_ && Expected(counting_, units) == number) {
+    candidate_.reset();
+    is_confirmed_ = is_confirmed_ || !Explanation(number, units);
+  } else if (is_started_ && !Judge(number, units, gaps)) {
+    return;
   }
   is_started_ = true;
   last_ = number;
   last_units_ = units;
 }
 
-void SequenceStream::Judge(std::uint32_t number, std::optional<std::uint32_t> units,
+bool SequenceStream::Judge(std::uint32_t number, std::optional<std::uint32_t> units,
                            SequenceGaps* gaps) {
-  for (const Counting other : {Counting::kBefore, Counting::kIncluded, Counting::kMessages}) {
-    if (Expected(other, units) == number) {
-      counting_ = other;
-      return;
-    }
+  const auto other = Explanation(number, units);
+  // Twice is no coincidence, and there was no gap.
+  if (other && (candidate_ == other || !is_confirmed_)) {
+    gaps->came += candidate_gap_;
+    candidate_gap_ = 0;
+    counting_ = *other;
+    candidate_.reset();
+    return true;
   }
+  candidate_ = other;
+  candidate_gap_ = 0;
   const auto expected = Expected(counting_, units);
-  if (!expected) return;
-  if (number - *expected < kLargestGap) {
-    gaps->lost += number - *expected;
-    ++gaps->gaps;
-  } else if (last_ - number <= kLongestDelay) {
-    ++gaps->late;
-    const std::uint32_t came = counting_ == Counting::kMessages ? 1 : units.value_or(1);
-    gaps->lost -= std::min<std::uint64_t>(gaps->lost, came);
-  } else {
+  const bool is_behind = last_ - number <= kLongestDelay;
+  if (expected && !is_behind && number - *expected < kLargestGap) {
+    candidate_gap_ = number - *expected;
+    Miss(*expected, candidate_gap_, gaps);
+  } else if (is_behind) {
+    TakeLate(number, units, gaps);
+    return false;
+  } else if (expected && !other) {
     ++gaps->restarts;
   }
+  return true;
+}
+
+// Late, or the same again.
+void SequenceStream::TakeLate(std::uint32_t number, std::optional<std::uint32_t> units,
+                              SequenceGaps* gaps) {
+  ++gaps->late;
+  if (number - gap_start_ >= gap_length_) return;
+  const std::uint32_t one = counting_ == Counting::kMessages ? 1 : units.value_or(1);
+  const std::uint32_t came = std::min(one, gap_left_);
+  gaps->came += came;
+  gap_left_ -= came;
+}
+
+void SequenceStream::Miss(std::uint32_t from, std::uint32_t units, SequenceGaps* gaps) {
+  gaps->missing += units;
+  ++gaps->gaps;
+  gap_start_ = from;
+  gap_length_ = units;
+  gap_left_ = units;
 }
 
 void SequenceTracker::Count(std::uint64_t stream, std::uint32_t number,

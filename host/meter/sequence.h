@@ -6,6 +6,7 @@
 
 #include <absl/container/flat_hash_map.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -16,17 +17,21 @@ namespace flow::host {
 
 // What a numbered stream shows.
 struct SequenceGaps {
-  std::uint64_t lost = 0;      // in the units of its numbers, less those that came late
+  std::uint64_t missing = 0;   // units that numbers were left out for
+  std::uint64_t came = 0;      // of these, those that came late
   std::uint64_t gaps = 0;      // how often numbers were left out
-  std::uint64_t late = 0;      // datagrams or samples that came behind later ones
+  std::uint64_t late = 0;      // datagrams or samples that came behind later ones, or twice
   std::uint64_t restarts = 0;  // numbers that went elsewhere, as after the exporter's restart
 
+  [[nodiscard]] std::uint64_t Lost() const { return missing - std::min(missing, came); }
   void Add(const SequenceGaps& other);
 };
 
 // One numbered stream. The numbers should count the units that went before; some exporters count
-// those that go with the number as well, and some count messages. Whichever of these explains the
-// numbers is taken for granted.
+// those that go with the number as well, and some count messages. The first of these that explains
+// a
+// number is taken for granted; once it was the only one to do so, until another explains two in a
+// row.
 class SequenceStream {
  public:
   // Take takes a number and how many units go with it, where that is known.
@@ -37,12 +42,25 @@ class SequenceStream {
 
   [[nodiscard]] std::optional<std::uint32_t> Expected(Counting counting,
                                                       std::optional<std::uint32_t> units) const;
-  void Judge(std::uint32_t number, std::optional<std::uint32_t> units, SequenceGaps* gaps);
+  // Another counting than the one at hand that explains the number.
+  [[nodiscard]] std::optional<Counting> Explanation(std::uint32_t number,
+                                                    std::optional<std::uint32_t> units) const;
+  // Judge takes a number that is not the expected one; false when it is not ahead of the last.
+  bool Judge(std::uint32_t number, std::optional<std::uint32_t> units, SequenceGaps* gaps);
+  void TakeLate(std::uint32_t number, std::optional<std::uint32_t> units, SequenceGaps* gaps);
+  void Miss(std::uint32_t from, std::uint32_t units, SequenceGaps* gaps);
 
   bool is_started_ = false;
   Counting counting_ = Counting::kBefore;
+  bool is_confirmed_ = false;          // no other explains what counting_ has explained
+  std::optional<Counting> candidate_;  // explains the last number, where counting_ does not
+  std::uint32_t candidate_gap_ = 0;    // what counting_ made of it
   std::uint32_t last_ = 0;
   std::optional<std::uint32_t> last_units_;
+  // The last gap, which late units may fill.
+  std::uint32_t gap_start_ = 0;
+  std::uint32_t gap_length_ = 0;
+  std::uint32_t gap_left_ = 0;
 };
 
 // All streams of a lane's exporters, as many as kMostStreams.

@@ -61,12 +61,12 @@ Json ExportersOf(const Report& report) {
     }
     if (!UnitOf(row.key.version).empty()) {
       entry["sequence"] = {{"unit", UnitOf(row.key.version)},
-                           {"lost", counts.gaps.lost},
+                           {"lost", counts.gaps.Lost()},
                            {"gaps", counts.gaps.gaps},
                            {"late", counts.gaps.late},
                            {"restarts", counts.gaps.restarts}};
     }
-    if (row.key.version.sflow) entry["sequence"]["lost_samples"] = counts.sample_gaps.lost;
+    if (row.key.version.sflow) entry["sequence"]["lost_samples"] = counts.sample_gaps.Lost();
     const std::string rate = SamplingRate(report.store, row.key.address);
     if (!rate.empty()) entry["sampling_rate"] = rate;
     exporters.push_back(std::move(entry));

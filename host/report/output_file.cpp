@@ -13,8 +13,8 @@ namespace flow::host {
 
 OutputFile::OutputFile(const std::string& path) : path_(path) {
   std::error_code error;
-  const std::filesystem::file_status status = std::filesystem::status(path, error);
-  // A device or a pipe is written as it is.
+  const std::filesystem::file_status status = std::filesystem::symlink_status(path, error);
+  // A device, a pipe, and what a link points to are written as they are.
   if (!std::filesystem::exists(status) || std::filesystem::is_regular_file(status)) {
     part_ = path + ".part";
   }

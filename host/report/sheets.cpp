@@ -37,9 +37,9 @@ void WriteExporters(const Report& report, SheetSink* sink) {
                           counts.templates,
                           counts.unknown_sets,
                           counts.Refused(),
-                          counts.gaps.lost,
+                          counts.gaps.Lost(),
                           std::string(UnitOf(row.key.version)),
-                          counts.sample_gaps.lost,
+                          counts.sample_gaps.Lost(),
                           SamplingRate(report.store, row.key.address)};
     sink->Row(cells);
   }
@@ -118,7 +118,7 @@ void WriteNotes(const Report& report, const ReportOptions& options, SheetSink* s
 void WriteSheets(const Report& report, const ReportOptions& options, SheetSink* sink) {
   WriteExporters(report, sink);
   for (const auto& group : report.store.groups()) {
-    if (group->table.size() != 0 && options.Wants(group->info)) {
+    if (options.Wants(group->info)) {
       WriteGroup(report.store, *group, options.only_top_n, sink);
     }
   }

@@ -40,6 +40,11 @@ class Database final : public SheetSink {
     const int result = sqlite3_open(path.c_str(), &opened);
     database_.reset(opened);
     Check(result);
+    if (bucket_) {  // others may read while it is written
+      constexpr int kPatienceMs = 10'000;
+      sqlite3_busy_timeout(opened, kPatienceMs);
+      Execute("PRAGMA journal_mode=WAL");
+    }
     Execute("BEGIN IMMEDIATE");  // rolled back unless it is committed
   }
 

@@ -160,8 +160,8 @@ void SummaryPrinter::PrintLost() {
 
   std::map<std::string_view, std::uint64_t> units;
   for (const ExporterTable::Row& row : report_.exporters) {
-    units[UnitOf(row.key.version)] += row.counts.gaps.lost;
-    units["samples"] += row.counts.sample_gaps.lost;
+    units[UnitOf(row.key.version)] += row.counts.gaps.Lost();
+    units["samples"] += row.counts.sample_gaps.Lost();
   }
   std::vector<std::string> before;
   for (const auto& [unit, lost] : units) {
@@ -228,8 +228,8 @@ std::vector<ExporterTable::Row> SummaryPrinter::TopExporters() const {
 }
 
 std::string LostText(const ExporterTable::Row& row) {
-  if (row.counts.gaps.lost == 0) return "-";
-  return fmt::format("{} {}", Thousands(row.counts.gaps.lost), UnitOf(row.key.version));
+  if (row.counts.gaps.Lost() == 0) return "-";
+  return fmt::format("{} {}", Thousands(row.counts.gaps.Lost()), UnitOf(row.key.version));
 }
 
 void SummaryPrinter::PrintExporters() {
@@ -243,7 +243,7 @@ void SummaryPrinter::PrintExporters() {
   const bool refused =
       std::ranges::any_of(rows, [](const auto& row) { return row.counts.Refused() > 0; });
   const bool lost =
-      std::ranges::any_of(rows, [](const auto& row) { return row.counts.gaps.lost > 0; });
+      std::ranges::any_of(rows, [](const auto& row) { return row.counts.gaps.Lost() > 0; });
   const bool sampled =
       std::ranges::any_of(rows, [&](const auto& row) { return !rate_of(row).empty(); });
 

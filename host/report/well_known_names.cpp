@@ -42,7 +42,8 @@ constexpr Protocol kProtocols[] = {
 }  // namespace
 
 std::string_view ServiceName(std::uint16_t port) {
-  static const Services services = LoadServices();
+  // Never destroyed: a last report may be made while the process ends.
+  static const Services& services = *new Services(LoadServices());
   const auto known = services.find(port);
   return known == services.end() ? std::string_view() : std::string_view(known->second);
 }

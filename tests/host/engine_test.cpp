@@ -135,6 +135,23 @@ TEST(StatsEngine, ShardsMergeIntoTheSameSums) {
   EXPECT_EQ(SumsOf(a.store, kHosts), expected);
 }
 
+// The same keys again and again, as in a long interval of many periods.
+TEST(StatsStore, StaysAsLargeAsItsKeys) {
+  Host sum;
+  std::size_t memory = 0;
+  for (int period = 1; period <= 400; ++period) {
+    Host host;
+    for (int i = 0; i < 2000; ++i) {
+      host.engine.UpdateCounter(kHosts, std::to_string(i).c_str(), 0, 1);
+    }
+    host.engine.Flush();
+    sum.store.Merge(std::move(host.store));
+    if (period == 100) memory = sum.store.Memory();
+  }
+  EXPECT_LE(sum.store.Memory(), memory);
+  EXPECT_EQ(sum.Value(kHosts, "1999", 0), 400U);
+}
+
 TEST(StatsStore, PrunesDownToTheLargestKeys) {
   Host host;
   CounterGroup& hosts = host.store.Group(kHosts);

@@ -82,10 +82,10 @@ TEST_F(Exporters, LoseIpfixRecordsByTheirNumbers) {
   const std::string variable = "0101 0013 00000000 02 6162 11111111 FF 0001 63";   // 2
   note(message("00000000", fixed + variable));
   note(message("00000009", fixed));
-  EXPECT_EQ(Counts().gaps.lost, 5U);
+  EXPECT_EQ(Counts().gaps.Lost(), 5U);
   note(message("0000000B", "0300 0008 00000000"));  // of an unknown template: so many records
   note(message("00000020", fixed));
-  EXPECT_EQ(Counts().gaps.lost, 5U);
+  EXPECT_EQ(Counts().gaps.Lost(), 5U);
   EXPECT_EQ(Counts().gaps.restarts, 0U);
   EXPECT_EQ(Counts().templates, 2U);
 }
@@ -103,8 +103,8 @@ TEST_F(Exporters, LoseSFlowDatagramsAndSamples) {
   send("00000001", flow("00000001") + counters("00000077"));
   send("00000002", flow("00000002") + flow("00000003") + counters("00000078"));
   send("00000006", flow("00000008") + "00000001 FFFFFFFF 00000009");
-  EXPECT_EQ(Counts().gaps.lost, 3U);
-  EXPECT_EQ(Counts().sample_gaps.lost, 4U);
+  EXPECT_EQ(Counts().gaps.Lost(), 3U);
+  EXPECT_EQ(Counts().sample_gaps.Lost(), 4U);
 }
 
 TEST_F(Exporters, AreReapedWithoutLosingTheirPlace) {
@@ -114,7 +114,7 @@ TEST_F(Exporters, AreReapedWithoutLosingTheirPlace) {
   sum.Merge(table_.Reap());
   EXPECT_TRUE(table_.Rows().empty());
   Datagram("0009 0005 00000000 00000000 00000003 00000000" + kData256, 1);
-  EXPECT_EQ(Counts().gaps.lost, 2U);
+  EXPECT_EQ(Counts().gaps.Lost(), 2U);
   EXPECT_EQ(Counts().unknown_sets, 0U);
   sum.Merge(table_.Reap());
   EXPECT_EQ(sum.Rows().at(0).counts.datagrams, 2U);
@@ -155,6 +155,21 @@ std::vector<std::uint16_t> TemplateIds(const std::string& set) {
   std::vector<std::uint16_t> ids;
   ForEachTemplate(FromHex(set), [&](std::uint16_t id, const TemplateShape&) { ids.push_back(id); });
   return ids;
+}
+
+// A walk over a record takes no more steps than the record has bytes.
+TEST(TemplateSets, KeepNoFieldsThatLeadNowhere) {
+  Bytes set = FromHex("0002 0000 0100 1001 0052 FFFF");  // one field of variable length
+  for (int i = 0; i < 4096; ++i) set = set + FromHex("0001 0000");
+  std::vector<TemplateShape> shapes;
+  const auto keep = [&](std::uint16_t, TemplateShape shape) { shapes.push_back(std::move(shape)); };
+  ForEachTemplate(set, keep);
+  for (std::size_t i = 15; i < set.size(); i += 4) set[i] = 1;  // and of one byte each
+  ForEachTemplate(set, keep);
+  ASSERT_EQ(shapes.size(), 2U);
+  EXPECT_EQ(shapes[0].lengths.size(), 1U);
+  EXPECT_TRUE(shapes[1].IsVast());
+  EXPECT_EQ(CountRecords(Bytes(60000), shapes[1]), 0U);
 }
 
 TEST(TemplateSets, NameTheirTemplates) {

@@ -186,6 +186,16 @@ TEST_F(Replay, ReportsWhenThePluginEndsALane) {
   EXPECT_THAT(result.out, HasSubstr("  Flow records"));
 }
 
+// After reports have been made, too: what they use must still be there.
+TEST_F(Replay, ReportsWhenThePluginEndsTheProcessLater) {
+  std::vector<Bytes> packets(25, On(Datagram('.')));
+  packets.push_back(On(Datagram('B')));
+  const ProgramResult result = Run(packets, {"--instances", "2", "--interval", "10"});
+  EXPECT_EQ(result.status, 255);
+  EXPECT_THAT(result.out, HasSubstr("\nThe run, 2023-11-14 22:13:20 to "));
+  EXPECT_THAT(result.out, HasSubstr("  Flow records      25\n"));
+}
+
 // Packets are a second apart, the first 20 seconds past the minute.
 TEST_F(Replay, ReportsByIntervals) {
   const std::vector<Bytes> packets(45, On(Datagram('.')));

@@ -28,15 +28,17 @@ const Case kCases[] = {
     {"OneLost", {{100, 30}, {160, 30}, {190, 30}}, 30, 1},
     {"AroundTheEnd", {{0xFFFFFFF0, 30}, {14, 30}, {54, 30}}, 10, 1},
     {"LateByOne", {{1}, {2}, {4}, {3}, {5}}, 0, 1, 1},
+    {"LateFromNowhere", {{1}, {2}, {3}, {5}, {2}, {6}}, 1, 1, 1},
     {"Restarted", {{500'000, 30}, {0, 30}, {30, 30}}, 0, 0, 0, 1},
     {"FarAhead", {{1}, {1U << 30}, {(1U << 30) + 1}}, 0, 0, 0, 1},
-    {"TheSameAgain", {{7}, {7}, {8}}, 0, 0, 1},
+    {"EverythingTwice", {{7}, {7}, {8}, {8}, {10}, {10}, {11}, {11}}, 1, 1, 4},
     // Numbers that count what goes with them as well.
     {"Included", {{1, 1}, {2, 1}, {5, 3}, {6, 1}, {10, 4}}, 0},
-    {"IncludedOneLost", {{10, 10}, {13, 3}, {25, 4}}, 8, 1},
+    {"IncludedOneLost", {{10, 10}, {13, 3}, {18, 5}, {30, 4}}, 8, 1},
+    {"IncludedByChance", {{0, 10}, {10, 30}, {40, 10}, {70, 30}, {100, 10}}, 20, 1},
     // Numbers that count messages, where they should count records.
     {"Messages", {{1, 20}, {2, 22}, {3, 7}, {4, 1}}, 0},
-    {"MessagesOneLost", {{1, 20}, {2, 22}, {4, 7}, {5, 9}}, 1, 1},
+    {"MessagesOneLost", {{1, 20}, {2, 22}, {3, 5}, {5, 7}, {6, 9}}, 1, 1},
     {"UnknownUnits", {{10, 5}, {15, -1}, {40, 5}, {45, 5}, {51, 5}}, 1, 1},
 };
 
@@ -50,7 +52,7 @@ TEST_P(SequenceStreams, Count) {
     if (number.units >= 0) units = static_cast<std::uint32_t>(number.units);
     stream.Take(number.number, units, &gaps);
   }
-  EXPECT_EQ(gaps.lost, GetParam().lost);
+  EXPECT_EQ(gaps.Lost(), GetParam().lost);
   EXPECT_EQ(gaps.gaps, GetParam().gaps);
   EXPECT_EQ(gaps.late, GetParam().late);
   EXPECT_EQ(gaps.restarts, GetParam().restarts);

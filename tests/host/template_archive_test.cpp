@@ -29,7 +29,7 @@ Bytes Message(std::initializer_list<std::uint8_t> ids, std::uint8_t size = 4) {
 
 class Archive : public testing::Test {
  protected:
-  Archive() : archive_(Directory()) { archive_.MakeDirectory(); }
+  Archive() : archive_(Directory()) { archive_.Open(); }
 
   [[nodiscard]] std::string Directory() const { return (folder_ / "state").string(); }
   static std::vector<Bytes> MessagesOf(const TemplateArchive& archive) {
@@ -97,16 +97,39 @@ TEST_F(Archive, SetsADamagedFileAside) {
   }
 }
 
+TEST_F(Archive, BelongsToOneProcess) {
+  EXPECT_THROW(TemplateArchive(Directory()).Open(), HostError);
+}
+
+TEST_F(Archive, IsBounded) {
+  Bytes vast = Message({0});
+  vast.resize(TemplateArchive::kLongestMessage + 1);
+  archive_.Note(vast, kNow);
+  EXPECT_EQ(archive_.templates(), 0U);
+  EXPECT_TRUE(archive_.TakeOverflow());
+  Bytes message = Message({0});
+  for (std::size_t i = 0; i <= TemplateArchive::kMostTemplates; ++i) {
+    message[14] = static_cast<std::uint8_t>(i >> 8);  // of the exporter's address
+    message[15] = static_cast<std::uint8_t>(i);
+    archive_.Note(message, kNow);
+  }
+  EXPECT_EQ(archive_.templates(), TemplateArchive::kMostTemplates);
+  EXPECT_TRUE(archive_.TakeOverflow());
+  EXPECT_FALSE(archive_.TakeOverflow());
+  archive_.Note(Message({0}, 8), kNow);  // a known one can still be replaced
+  EXPECT_EQ(archive_.templates(), TemplateArchive::kMostTemplates);
+}
+
 TEST_F(Archive, WritesOnlyNews) {
   archive_.Save(kNow);
   EXPECT_FALSE(std::filesystem::exists(archive_.path()));
   std::filesystem::remove_all(folder_ / "state");
   WriteFile(folder_ / "state", "no directory");
-  EXPECT_THROW(archive_.MakeDirectory(), HostError);
+  EXPECT_THROW(TemplateArchive(Directory()).Open(), HostError);
   archive_.Note(Message({0}), kNow);
   EXPECT_THROW(archive_.Save(kNow), HostError);
   std::filesystem::remove(folder_ / "state");
-  archive_.MakeDirectory();
+  TemplateArchive(Directory()).Open();
   archive_.Save(kNow);  // the news are still to be written
   EXPECT_THAT(Reload(), ElementsAre(Message({0})));
 }
