@@ -317,14 +317,10 @@ void Listen::PluginEndedProcess() {
       "standard output");
   if (sockets_.empty()) return;
   setup_.lanes().EndHere();
-  reporter_.FinishHere();
   Tick tick{.from = period_start_, .to = Now(), .is_last = true};
   tick.intake = setup_.intake().Reap();
   tick.losses = TakeLosses();
-  std::vector<Harvest> harvests;
-  setup_.lanes().Each([&](Lane& lane) { harvests.push_back(lane.Reap()); });
-  report_.Take(tick, std::move(harvests), 0);
-  SaveTemplates();
+  reporter_.FinishHere(setup_.lanes(), tick);
 }
 
 }  // namespace

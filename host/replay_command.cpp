@@ -83,14 +83,11 @@ class Replay {
         "standard output");
     if (report_.captures().empty()) return;
     setup_.lanes().EndHere();
-    reporter_.FinishHere();
     Tick tick{.intake = setup_.intake().Reap(), .is_last = true};
     tick.losses.queue = setup_.lanes().Dropped();
     tick.from = tick.intake.first;
     tick.to = tick.intake.last;
-    std::vector<Harvest> harvests;
-    setup_.lanes().Each([&](Lane& lane) { harvests.push_back(lane.Reap()); });
-    report_.Take(tick, std::move(harvests), progress_.Seconds());
+    reporter_.FinishHere(setup_.lanes(), tick);
   }
 
   const ReplayOptions& options_;

@@ -50,10 +50,13 @@ bool Reporter::WaitFor(std::chrono::seconds most) {
   return changed_.wait_for(lock, most, [this] { return rounds_.empty(); });
 }
 
-void Reporter::FinishHere() {
+void Reporter::FinishHere(Lanes& lanes, const Tick& last) {
   End();
   for (const auto& round : rounds_) handler_(round->tick, std::move(round->harvests));
   rounds_.clear();
+  std::vector<Harvest> harvests;
+  lanes.Each([&](Lane& lane) { harvests.push_back(lane.Reap()); });
+  handler_(last, std::move(harvests));
 }
 
 void Reporter::Loop() {

@@ -45,8 +45,8 @@ class Reporter {
   bool WaitFor(std::chrono::seconds most);  // false when something still is
 
   // FinishHere is for the end of the process, when no lane works any more: what some lanes have
-  // handed out and others never will is handled too, in this thread.
-  void FinishHere();
+  // handed out and others never will is handled in this thread, and then the last tick.
+  void FinishHere(Lanes& lanes, const Tick& last);
 
  private:
   // What the lanes hand out at a tick.

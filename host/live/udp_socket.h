@@ -51,7 +51,6 @@ class UdpSocket {
   std::uint64_t TakeDrops();
 
   [[nodiscard]] int descriptor() const { return descriptor_; }
-  [[nodiscard]] std::uint16_t port() const { return port_; }
   // Bytes granted.
   [[nodiscard]] std::size_t receive_buffer() const { return receive_buffer_; }
 

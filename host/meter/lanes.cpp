@@ -18,7 +18,7 @@ constexpr std::size_t kReadAheadBatches = 8;
 }  // namespace
 
 Lanes::Lanes(const LaneParts& parts, int count, LaneMode mode)
-    : mode_(mode), taken_(static_cast<std::size_t>(count)) {
+    : taken_(static_cast<std::size_t>(count)) {
   for (int number = 1; number <= count; ++number) {
     lanes_.push_back(std::make_unique<Lane>(parts, number));
   }

@@ -6,7 +6,6 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <span>
 #include <vector>
 
 #include "host/meter/lane.h"
@@ -55,7 +54,6 @@ class Lanes {
  private:
   std::size_t LaneOf(const UdpPacket& packet);
 
-  LaneMode mode_;
   std::vector<std::unique_ptr<Lane>> lanes_;
   std::vector<std::unique_ptr<LaneWorker>> workers_;  // one for each lane, none for kInline
   // Where each exporter's datagrams go, and how many went to each lane.
