@@ -51,6 +51,11 @@ std::size_t DecodeNumber(std::string_view text, char* out) {
   return i + 1;
 }
 
+// "</a" at the end of the text or in front of another mark closes nothing.
+bool EndsEndTagName(std::string_view rest) {
+  return !rest.empty() && (IsXmlSpace(rest.front()) || rest.front() == '>');
+}
+
 std::size_t DecodeEntity(std::string_view text, char* out) {
   for (const Entity& entity : kEntities) {
     if (!EqualNoCase(text.substr(0, entity.name.size()), entity.name)) continue;
@@ -108,7 +113,7 @@ bool XmlTreeParser::ParseClear(const XmlToken& mark) {
 
 bool XmlTreeParser::ParseElement(bool is_declaration) {
   const XmlToken name = scanner_.Next(is_declaration);
-  if (name.kind != XmlTokenKind::kText) return Fail(kXmlMissingTagName, name.place);
+  if (name.kind != XmlTokenKind::kText) return FailAt(name, kXmlMissingTagName);
   XMLNode element(new XMLNode::XMLNodeDataTag);
   XMLNode::XMLNodeDataTag* data = element.data_;
   data->name = MakeText(name.text);
@@ -132,7 +137,7 @@ bool XmlTreeParser::ParseStartTag(XMLNode::XMLNodeDataTag* element) {
       open_.push_back(element);
       return true;
     default:
-      return FailAt(token);
+      return FailAt(token, kXmlUnexpectedToken);
   }
 }
 
@@ -144,7 +149,7 @@ bool XmlTreeParser::ParseAttribute(XMLNode::XMLNodeDataTag* element, std::string
     *next = scanner_.Next(element->is_declaration);
     if (next->kind == XmlTokenKind::kEnd) return true;
     if (next->kind != XmlTokenKind::kText && next->kind != XmlTokenKind::kQuoted) {
-      return FailAt(*next);
+      return FailAt(*next, kXmlUnexpectedToken);
     }
     value = DecodeEntities(next->text);
     if (value == nullptr) return false;
@@ -156,16 +161,30 @@ bool XmlTreeParser::ParseAttribute(XMLNode::XMLNodeDataTag* element, std::string
 
 bool XmlTreeParser::ParseEndTag(std::size_t tag_place) {
   const XmlToken name = scanner_.Next();
-  if (name.kind != XmlTokenKind::kText) return Fail(kXmlMissingEndTagName, name.place);
-  const XmlToken close = scanner_.Next();
-  if (close.kind != XmlTokenKind::kClose) return Fail(kXmlMissingEndTagName, close.place);
-
-  std::size_t i = open_.size() - 1;  // open_[0], the top, has no name and no end tag
-  while (i > 0 && !EqualNoCase(open_[i]->name.get(), name.text)) --i;
+  if (name.kind != XmlTokenKind::kText) return FailAt(name, kXmlMissingEndTagName);
+  std::size_t i = 0;  // open_[0], the top, has no name and no end tag
+  if (EndsEndTagName(text_.substr(scanner_.Place()))) {
+    for (i = open_.size() - 1; i > 0 && !EqualNoCase(open_[i]->name.get(), name.text);) --i;
+  }
   if (i == 0) return Fail(kXmlUnmatchedEndTag, tag_place);
   if (i + 1 < open_.size()) Warn(tag_place);
   open_.resize(i);
-  return true;
+  return PassRestOfTag();
+}
+
+// What stands behind the name of an end tag means nothing, and its ">" may be missing at the end.
+bool XmlTreeParser::PassRestOfTag() {
+  for (;;) {
+    const XmlToken token = scanner_.Next();
+    switch (token.kind) {
+      case XmlTokenKind::kClose:
+      case XmlTokenKind::kShortClose:
+      case XmlTokenKind::kEnd:
+        return true;
+      default:
+        if (IsLeftOpen(token)) return FailAt(token, kXmlUnexpectedToken);
+    }
+  }
 }
 
 XMLOwnedText XmlTreeParser::DecodeEntities(std::string_view text) {
@@ -202,10 +221,17 @@ bool XmlTreeParser::Fail(XMLError error, std::size_t place) {
   return false;
 }
 
-bool XmlTreeParser::FailAt(const XmlToken& token) {
-  return Fail(
-      token.kind == XmlTokenKind::kUnmatchedQuote ? kXmlUnmatchedQuote : kXmlUnexpectedToken,
-      token.place);
+bool XmlTreeParser::FailAt(const XmlToken& token, XMLError error) {
+  if (IsLeftOpen(token)) {
+    error = token.kind == XmlTokenKind::kClear ? kXmlUnmatchedClearTagEnd : kXmlUnmatchedQuote;
+  }
+  return Fail(error, token.place);
+}
+
+bool XmlTreeParser::IsLeftOpen(const XmlToken& token) {
+  if (token.kind != XmlTokenKind::kClear) return token.kind == XmlTokenKind::kUnmatchedQuote;
+  std::string_view content;
+  return !scanner_.TakeUpTo(token.clear->close, &content);
 }
 
 void XmlTreeParser::Warn(std::size_t place) {

@@ -30,12 +30,15 @@ class XmlTreeParser {
   bool ParseStartTag(XMLNode::XMLNodeDataTag* element);
   bool ParseAttribute(XMLNode::XMLNodeDataTag* element, std::string_view name, XmlToken* next);
   bool ParseEndTag(std::size_t tag_place);
+  bool PassRestOfTag();
 
   XMLOwnedText DecodeEntities(std::string_view text);  // null on an error
   void CheckAllClosed();
 
   bool Fail(XMLError error, std::size_t place);
-  bool FailAt(const XmlToken& token);  // that does not belong into a tag
+  // Fails at a token that does not belong into a tag; one that is left open has its own error.
+  bool FailAt(const XmlToken& token, XMLError error);
+  bool IsLeftOpen(const XmlToken& token);  // a quote or a section; one that is closed is passed
   void Warn(std::size_t place);  // of an end tag that is missing or early; the first one counts
 
   std::string_view text_;
