@@ -3,8 +3,8 @@
 #include <arpa/inet.h>
 
 #include <cstdio>
-#include <optional>
 
+#include "keys/interface_keys.h"
 #include "plugin/site_log.h"
 #include "util/str_tokenizer.h"
 
@@ -15,42 +15,10 @@ constexpr char kInterfaceInclude[] = "FilterInterfacesInclude";
 constexpr char kInterfaceExclude[] = "FilterInterfacesExclude";
 constexpr char kHostInclude[] = "FilterHostsInclude";
 constexpr char kHostExclude[] = "FilterHostsExclude";
-constexpr std::size_t kInterfaceKeyTextLength = 20;
-
-// The value of upper-case hexadecimal digits alone; none for any other text.
-std::optional<std::uint32_t> ParseHex(std::string_view digits) {
-  std::uint32_t value = 0;
-  for (const char c : digits) {
-    if (c >= '0' && c <= '9') {
-      value = value << 4 | static_cast<std::uint32_t>(c - '0');
-    } else if (c >= 'A' && c <= 'F') {
-      value = value << 4 | static_cast<std::uint32_t>(c - 'A' + 10);
-    } else {
-      return std::nullopt;
-    }
-  }
-  return value;
-}
-
-// Exporter and ifIndex of an interface key; none when no meter would ever make that text.
-std::optional<std::uint64_t> ParseInterfaceKey(std::string_view text) {
-  if (text.size() != kInterfaceKeyTextLength || text[2] != '.' || text[5] != '.' ||
-      text[8] != '.' || text[11] != '_') {
-    return std::nullopt;
-  }
-  std::uint64_t key = 0;
-  for (const std::size_t at : {0U, 3U, 6U, 9U}) {
-    const auto octet = ParseHex(text.substr(at, 2));
-    if (!octet) return std::nullopt;
-    key = key << 8 | *octet;
-  }
-  const auto ifindex = ParseHex(text.substr(12));
-  if (!ifindex) return std::nullopt;
-  return key << 32 | *ifindex;
-}
 
 // The key of an interface that an operator wrote as 10.1.2.3_7; empty for another form. The numbers
-// are not checked: one that is out of range gives a key that no interface has.
+// are not checked: one that is out of range gives a key that no interface has, and operators'
+// files have such items.
 std::string KeyOfReadableInterface(const char* item) {
   int a = 0;
   int b = 0;
@@ -59,17 +27,15 @@ std::string KeyOfReadableInterface(const char* item) {
   unsigned int ifindex = 0;
   // NOLINTNEXTLINE(cert-err34-c): sscanf's conversions are what operators' files rely on
   if (std::sscanf(item, "%d.%d.%d.%d_%u", &a, &b, &c, &d, &ifindex) != 5) return {};
-  char key[64];
-  std::snprintf(key, sizeof(key), "%02X.%02X.%02X.%02X_%08X", static_cast<unsigned int>(a),
-                static_cast<unsigned int>(b), static_cast<unsigned int>(c),
-                static_cast<unsigned int>(d), ifindex);
+  char key[kLooseIntfKeySize];
+  MakeLooseIntfKey({a, b, c, d}, ifindex, key);
   return key;
 }
 
 void LoadInterface(const char* item, const std::string& key, IOmbrelContainer* site,
                    InterfaceKeySet* interfaces) {
   const std::string text = item;
-  if (text.size() == kInterfaceKeyTextLength) {
+  if (text.size() == kInterfaceKeyLength) {
     interfaces->Insert(text);
     Log(site, kLogInformation, "Added " + key + " by key " + text);
     return;
@@ -120,7 +86,7 @@ void LoadHosts(const char* list, const char* key, IOmbrelContainer* site,
 
 void InterfaceKeySet::Insert(std::string_view text) {
   ++texts_;
-  if (const auto key = ParseInterfaceKey(text)) keys_.Insert(*key);
+  if (const auto key = ParseIntfKey(text)) keys_.Insert(*key);
 }
 
 bool InterfaceFilter::Load(const XMLNode& policy, IOmbrelContainer* site) {

@@ -114,7 +114,7 @@ void RecordMetering::UpdateTotals(const Record& r) {
   }
   r.engine->UpdateCounterHashed2(COUNTERID_AGGREGATES, kTotalBandwidth.hash, kTotalBandwidth.text,
                                  totals::kBytes, r.bytes, totals::kPackets, r.packets);
-  WriteProtocolKey(r.rec.prot, key_);
+  MakeProtocolKey(r.rec.prot, key_);
   r.engine->UpdateCounterKeyLen(COUNTERID_IPPROTOCOL, kProtocolKeyLength, key_, totals::kBytes,
                                 r.bytes);
 }
@@ -170,7 +170,7 @@ void RecordMetering::UpdateApplications(const Record& r) {
 void RecordMetering::UpdatePortApplications(const Record& r) {
   if (!policy_.fMeterBothPorts) {
     const int meter = r.direction->apps_meter;
-    WritePortKey(std::min(r.source_port, r.destination_port), key_);
+    MakePortKey(std::min(r.source_port, r.destination_port), key_);
     r.engine->UpdateCounter2(COUNTERID_APPS, kPortKeyLength, key_, apps::kBytes, r.bytes, meter,
                              r.bytes);
     const auto& tag = context_.AppTagText;
@@ -181,7 +181,7 @@ void RecordMetering::UpdatePortApplications(const Record& r) {
     return;
   }
   const auto update = [&](std::uint16_t port) {
-    WritePortKey(port, key_);
+    MakePortKey(port, key_);
     r.engine->UpdateCounterKeyLen(COUNTERID_APPS, kPortKeyLength, key_, apps::kBytes, r.bytes);
   };
   const bool source_is_service = r.source_port < kFirstClientPort;
@@ -194,7 +194,7 @@ void RecordMetering::UpdateSubnets(const Record& r) {
   const auto update = [&](std::uint32_t address, std::uint8_t prefix_length, int side_meter) {
     const bool is_subnet = prefix_length >= 1 && prefix_length <= 31;
     const char* const end =
-        is_subnet ? WriteSubnetKey(address, prefix_length, key_) : WriteText("external", key_);
+        is_subnet ? MakeSubnetKey(address, prefix_length, key_) : WriteText("external", key_);
     r.engine->UpdateCounter3(COUNTERID_SUBNETS, static_cast<int>(end - key_), key_, subnets::kBytes,
                              r.bytes, side_meter, r.bytes, subnets::kPackets, r.packets);
   };
@@ -205,11 +205,11 @@ void RecordMetering::UpdateSubnets(const Record& r) {
 void RecordMetering::UpdateInterfaces(const Record& r) {
   char* const in_interface = key_;
   char* const out_interface = second_key_;
-  WriteInterfaceKey(exporter_key_, r.ext.in_ifindex, in_interface);
+  MakeIntfKey(exporter_key_, r.ext.in_ifindex, in_interface);
   r.engine->UpdateCounter3(COUNTERID_FLOWINTF, kInterfaceKeyLength, in_interface,
                            interfaces::kBytes, r.bytes, interfaces::kReceived, r.bytes,
                            interfaces::kFlows, 1);
-  WriteInterfaceKey(exporter_key_, r.ext.out_ifindex, out_interface);
+  MakeIntfKey(exporter_key_, r.ext.out_ifindex, out_interface);
   r.engine->UpdateCounter3(COUNTERID_FLOWINTF, kInterfaceKeyLength, out_interface,
                            interfaces::kBytes, r.bytes, interfaces::kTransmitted, r.bytes,
                            interfaces::kFlows, 1);
@@ -251,7 +251,7 @@ void RecordMetering::UpdateConnections(const Record& r) {
   }
   if (!policy_.fMeterAppConnections) return;
   const auto update = [&](std::uint16_t port) {
-    WritePortKey(port, key_);
+    MakePortKey(port, key_);
     r.engine->UpdateCounterKeyLen(COUNTERID_APPS, kPortKeyLength, key_, apps::kConnections, 1);
   };
   if (policy_.fMeterBothPorts) {
@@ -265,7 +265,7 @@ void RecordMetering::UpdateConnections(const Record& r) {
 void RecordMetering::UpdateMacAddresses(const Record& r) {
   const auto update = [&](const std::uint8_t* address, int meter) {
     if (IsZeroMac(address)) return;
-    WriteMacKey(address, key_);
+    FormatMAC(address, key_);
     r.engine->UpdateCounterKeyLen(COUNTERID_MAC, kMacKeyLength, key_, meter, r.bytes);
   };
   update(r.ext.src_mac, mac::kBytesAsSource);

@@ -107,9 +107,9 @@ class ExportClock {
         milliseconds_(std::int64_t{header.unix_secs.ToHost()} * 1000 +
                       header.unix_nsecs.ToHost() / 1'000'000) {}
 
-  // WallClock is the time at which the exporter's uptime was `uptime`, which may lie before or
-  // after the packet's own. The remainder is in milliseconds, 0 to 999.
-  [[nodiscard]] TimePair WallClock(std::uint32_t uptime) const noexcept {
+  // SysUpTimeToTimeVal is the time at which the exporter's uptime was `uptime`, which may lie
+  // before or after the packet's own. The remainder is in milliseconds, 0 to 999.
+  [[nodiscard]] TimePair SysUpTimeToTimeVal(std::uint32_t uptime) const noexcept {
     const std::int64_t time = milliseconds_ + static_cast<std::int32_t>(uptime - uptime_);
     std::int64_t seconds = time / 1000;
     std::int64_t remainder = time % 1000;
@@ -125,8 +125,9 @@ class ExportClock {
   std::int64_t milliseconds_;  // since 1970
 };
 
-[[nodiscard]] inline TimePair WallClock(const nf5_header& header, std::uint32_t uptime) noexcept {
-  return ExportClock(header).WallClock(uptime);
+[[nodiscard]] inline TimePair SysUpTimeToTimeVal(const nf5_header& header,
+                                                 std::uint32_t uptime) noexcept {
+  return ExportClock(header).SysUpTimeToTimeVal(uptime);
 }
 
 }  // namespace flow

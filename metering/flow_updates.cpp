@@ -1,7 +1,7 @@
 // The flow updates of one record: key, volume, tag, times, close.
 
+#include "keys/session_keys.h"
 #include "metering/record_metering.h"
-#include "metering/session_keys.h"
 
 namespace flow {
 namespace {
@@ -12,15 +12,18 @@ constexpr std::uint8_t kTcpSynOrRst = 0x06;
 
 FLOW_DIR_T RecordMetering::MakeFlowKey(const Record& r) {
   const SessionKeyRules rules = KeyRules();
+  const Conversation flow = {r.rec.prot,
+                             {r.source_key, r.source_port, r.ext.in_ifindex},
+                             {r.destination_key, r.destination_port, r.ext.out_ifindex},
+                             exporter_key_};
+  const bool both_ways = policy_.fMatchBiDirectionalFlows;
   switch (r.ext.ip_version) {
     case 4:
-      return WriteSessionKey<Ipv4Session>(
-          rules, r.rec.prot, {r.source_key, r.source_port, r.ext.in_ifindex},
-          {r.destination_key, r.destination_port, r.ext.out_ifindex}, exporter_key_, key_);
+      return both_ways ? MakeSessionKey_Bi(rules, flow, key_)
+                       : MakeSessionKey_Uni(rules, flow, key_);
     case 6:
-      return WriteSessionKey<Ipv6Session>(
-          rules, r.rec.prot, {r.source_key, r.source_port, r.ext.in_ifindex},
-          {r.destination_key, r.destination_port, r.ext.out_ifindex}, exporter_key_, key_);
+      return both_ways ? MakeSessionKey_IPv6_Bi(rules, flow, key_)
+                       : MakeSessionKey_IPv6_Uni(rules, flow, key_);
     default:  // the addresses are no use: all such flows are one
       key_[0] = '\0';
       return FLOW_DIR_FORWARD;
@@ -66,8 +69,8 @@ void RecordMetering::SetFlowTimes(const Record& r) {
   const std::uint32_t last = r.rec.Last.ToHost();
   if (policy_.fUseRouterTimestamps) {
     const ExportClock clock(r.hdr);
-    const TimePair start = clock.WallClock(first);
-    const TimePair end = clock.WallClock(last);
+    const TimePair start = clock.SysUpTimeToTimeVal(first);
+    const TimePair end = clock.SysUpTimeToTimeVal(last);
     r.engine->SetFlowTimes(COUNTERID_FLOWS, key_, &start, &end);
   } else if (first != 0) {
     r.engine->SetFlowDuration(COUNTERID_FLOWS, key_, last - first);

@@ -6,11 +6,11 @@
 
 #include "config/home_networks.h"
 #include "config/netflow_policy.h"
+#include "keys/counter_keys.h"
+#include "keys/session_keys.h"
 #include "metering/counter_groups.h"
-#include "metering/counter_keys.h"
 #include "metering/flow_record.h"
 #include "metering/record_context.h"
-#include "metering/session_keys.h"
 #include "plugin/host_interfaces.h"
 
 namespace flow {
@@ -30,8 +30,7 @@ class RecordMetering {
   // KeyRules are the policy's rules for session keys.
   [[nodiscard]] SessionKeyRules KeyRules() const noexcept {
     return {.merge = {policy_.fMergeHTTP, policy_.fMergeHTTPS, policy_.fMergeDNS},
-            .merge_sources = policy_.fMergeMultipleSources,
-            .bidirectional = policy_.fMatchBiDirectionalFlows};
+            .merge_sources = policy_.fMergeMultipleSources};
   }
 
  private:

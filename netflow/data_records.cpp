@@ -4,7 +4,7 @@
 #include <cstring>
 #include <utility>
 
-#include "metering/session_keys.h"
+#include "keys/session_keys.h"
 #include "netflow/netflow_meter.h"
 #include "util/address_text.h"
 
@@ -175,7 +175,7 @@ void CPINetflowMeter::NameApplication(IOmbrelStatsEngine* engine) {
 void CPINetflowMeter::NameInterface(const Datagram& datagram, const nf9_record& record) {
   if (record.if_name[0] == '\0') return;
   char key[flow::kInterfaceKeyLength + 1];
-  flow::WriteInterfaceKey(datagram.source.address_key, record.in_ifindex, key);
+  flow::MakeIntfKey(datagram.source.address_key, record.in_ifindex, key);
   datagram.engine->SetKeyAttributes(COUNTERID_FLOWINTF, key, record.if_desc, record.if_desc);
 }
 
@@ -187,14 +187,14 @@ bool CPINetflowMeter::IsDuplicateEgress(const DataSet& set, const nf9_record& re
   }
   if (record.direction != kIngress && record.direction != kEgress) return false;
   char key[flow::kKeyBufferSize];
-  flow::SessionKeyRules rules = metering_.KeyRules();
-  rules.bidirectional = true;
   const flow::Ipv4Key source = flow::MakeIpv4Key(record.src_addr);
   const flow::Ipv4Key destination = flow::MakeIpv4Key(record.dst_addr);
-  flow::WriteSessionKey<flow::Ipv4Session>(rules, record.protocol,
-                                           {source.text, record.src_port, record.in_ifindex},
-                                           {destination.text, record.dst_port, record.out_ifindex},
-                                           set.datagram.source.address_key, key);
+  flow::MakeSessionKey_Bi(metering_.KeyRules(),
+                          {record.protocol,
+                           {source.text, record.src_port, record.in_ifindex},
+                           {destination.text, record.dst_port, record.out_ifindex},
+                           set.datagram.source.address_key},
+                          key);
   if (record.direction == kEgress) return duplicates_.IsDuplicate(key);
   duplicates_.AddIngress(key);
   return false;

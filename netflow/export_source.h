@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-#include "metering/counter_keys.h"
+#include "keys/counter_keys.h"
 #include "metering/flow_record.h"
 
 namespace flow {

@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "keys/counter_keys.h"
 #include "metering/counter_groups.h"
-#include "metering/counter_keys.h"
 #include "plugin/site_log.h"
 #include "util/address_text.h"
 

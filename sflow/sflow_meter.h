@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "config/home_networks.h"
-#include "metering/session_keys.h"
+#include "keys/session_keys.h"
 #include "plugin/arbo_object.h"
 #include "plugin/plugin_interfaces.h"
 #include "sflow/sf_sample.h"
@@ -50,19 +50,15 @@ class CPISFlowMeter : public CArboObjectRootEx<CArboSingleThreadModel>,
   void MeterApplication(const Packet& packet);
   void MeterInterfaces(const Packet& packet);
   void MeterSession(const Packet& packet);
-  void MeterTcp(const Packet& packet, const char* session_key);
+  void MeterTcp(const Packet& packet);  // after MeterSession, whose key it uses
   void MeterVlans(const Packet& packet);
   void MeterMacs(const Packet& packet);
 
   void MeterPorts(const Packet& packet);
   void UpdateService(std::uint32_t port, int meter, std::uint64_t value);
 
-  // Keys, made in key_. MakeSessionKey_Uni puts the source first; MakeSessionKey_Bi orders the
-  // sides by address, so that both directions of a conversation have one key.
-  const char* MakeIntfKey(const flow::Ipv4Key& agent, std::uint32_t ifindex);
-  const char* MakeSessionKey_Uni(const Packet& packet);
-  const char* MakeSessionKey_Bi(const Packet& packet);
-  const char* MakeSessionKey(const Packet& packet, bool source_first);
+  // The session key, in key_, and the direction of the source within it.
+  FLOW_DIR_T MakeFlowKey(const Packet& packet);
 
   IOmbrelContainer* site_ = nullptr;
   IOmbrelStatsEngine* engine_ = nullptr;  // while Count runs

@@ -1,7 +1,7 @@
 // What one sample becomes: the host calls of the sFlow meter.
 
+#include "keys/sflow_keys.h"
 #include "metering/counter_groups.h"
-#include "sflow/sflow_keys.h"
 #include "sflow/sflow_meter.h"
 
 namespace {
@@ -104,7 +104,7 @@ bool CPISFlowMeter::PassesFilters(const Packet& packet) const {
 void CPISFlowMeter::MeterTotals(const Packet& packet) {
   engine_->UpdateCounterHashed2(COUNTERID_AGGREGATES, kTotalBandwidth.hash, kTotalBandwidth.text,
                                 totals::kBytes, packet.bytes, totals::kPackets, packet.packets);
-  WriteProtocolKey(static_cast<std::uint8_t>(packet.sample.IPProtocol), key_);
+  MakeProtocolKey(static_cast<std::uint8_t>(packet.sample.IPProtocol), key_);
   engine_->UpdateCounterKeyLen(COUNTERID_IPPROTOCOL, kProtocolKeyLength, key_, totals::kBytes,
                                packet.bytes);
 }
@@ -159,21 +159,21 @@ void CPISFlowMeter::MeterPorts(const Packet& packet) {
     return;
   }
   const std::uint32_t smaller = source < destination ? source : destination;
-  WritePortKey(static_cast<std::uint16_t>(smaller), key_);
+  MakePortKey(static_cast<std::uint16_t>(smaller), key_);
   engine_->UpdateCounter2(COUNTERID_APPS, kPortKeyLength, key_, apps::kBytes, packet.bytes,
                           DirectionOf(packet.source_home, packet.destination_home).apps_meter,
                           packet.bytes);
 }
 
 void CPISFlowMeter::UpdateService(std::uint32_t port, int meter, std::uint64_t value) {
-  WritePortKey(static_cast<std::uint16_t>(port), key_);
+  MakePortKey(static_cast<std::uint16_t>(port), key_);
   engine_->UpdateCounterKeyLen(COUNTERID_APPS, kPortKeyLength, key_, meter, value);
 }
 
 void CPISFlowMeter::MeterInterfaces(const Packet& packet) {
   const auto meter_interface = [&](std::uint32_t ifindex, int direction_meter) {
-    engine_->UpdateCounter3(COUNTERID_FLOWINTF, kInterfaceKeyLength,
-                            MakeIntfKey(packet.agent_key, ifindex), interfaces::kBytes,
+    MakeIntfKey(packet.agent_key, ifindex, key_);
+    engine_->UpdateCounter3(COUNTERID_FLOWINTF, kInterfaceKeyLength, key_, interfaces::kBytes,
                             packet.bytes, direction_meter, packet.bytes, interfaces::kFlows, 1);
   };
   meter_interface(packet.sample.inputPort, interfaces::kReceived);
@@ -181,20 +181,33 @@ void CPISFlowMeter::MeterInterfaces(const Packet& packet) {
 }
 
 void CPISFlowMeter::MeterSession(const Packet& packet) {
-  const bool both_ways = policy_.fMatchBiDirectionalFlows;
-  const char* const key = both_ways ? MakeSessionKey_Bi(packet) : MakeSessionKey_Uni(packet);
-  const bool reverse = both_ways && packet.source >= packet.destination;
-  engine_->UpdateCounter(COUNTERID_FLOWS, key,
+  const bool reverse = MakeFlowKey(packet) == FLOW_DIR_REVERSE;
+  engine_->UpdateCounter(COUNTERID_FLOWS, key_,
                          reverse ? flows::kReverseBytes : flows::kForwardBytes, packet.bytes);
-  engine_->UpdateCounter(COUNTERID_FLOWS, key,
+  engine_->UpdateCounter(COUNTERID_FLOWS, key_,
                          reverse ? flows::kReversePackets : flows::kForwardPackets, packet.packets);
-  engine_->UpdateFlowVolume(key, packet.bytes, 0, packet.packets, 0);
-  if (packet.sample.IPProtocol == kTcp) MeterTcp(packet, key);
+  engine_->UpdateFlowVolume(key_, packet.bytes, 0, packet.packets, 0);
+  if (packet.sample.IPProtocol == kTcp) MeterTcp(packet);
 }
 
-void CPISFlowMeter::MeterTcp(const Packet& packet, const char* session_key) {
+FLOW_DIR_T CPISFlowMeter::MakeFlowKey(const Packet& packet) {
+  const _SFSample& sample = packet.sample;
+  const SessionKeyRules rules = {
+      .merge = {policy_.fMergeHTTP, policy_.fMergeHTTPS, policy_.fMergeDNS},
+      .merge_sources = policy_.fMergeMultipleSources};
+  const Conversation flow = {
+      static_cast<std::uint8_t>(sample.IPProtocol),
+      {packet.source_key.text, static_cast<std::uint16_t>(sample.srcPort), sample.inputPort},
+      {packet.destination_key.text, static_cast<std::uint16_t>(sample.dstPort), sample.outputPort},
+      packet.agent_key};
+  return policy_.fMatchBiDirectionalFlows
+             ? sflow::MakeSessionKey_Bi(rules, flow, packet.source, packet.destination, key_)
+             : sflow::MakeSessionKey_Uni(rules, flow, key_);
+}
+
+void CPISFlowMeter::MeterTcp(const Packet& packet) {
   const std::uint32_t flags = packet.sample.TCPFlags;
-  if ((flags & (kTcpSyn | kTcpRst)) != 0) engine_->CloseFlow(COUNTERID_FLOWS, session_key);
+  if ((flags & (kTcpSyn | kTcpRst)) != 0) engine_->CloseFlow(COUNTERID_FLOWS, key_);
   if ((flags & kTcpSynAck) != kTcpSynAck) return;
   if (policy_.fMeterTCPConnections) {
     for (const Ipv4Key* host : {&packet.source_key, &packet.destination_key}) {
@@ -212,7 +225,7 @@ void CPISFlowMeter::MeterTcp(const Packet& packet, const char* session_key) {
 
 void CPISFlowMeter::MeterVlans(const Packet& packet) {
   const auto meter_vlan = [&](std::uint32_t id, int direction_meter) {
-    WriteVlanKey(id, key_);
+    MakeVlanKey(id, key_);
     engine_->UpdateCounter(COUNTERID_VLAN, key_, vlan::kBytes, packet.bytes);
     engine_->UpdateCounter(COUNTERID_VLAN, key_, direction_meter, packet.bytes);
   };
@@ -222,45 +235,12 @@ void CPISFlowMeter::MeterVlans(const Packet& packet) {
 
 void CPISFlowMeter::MeterMacs(const Packet& packet) {
   char* const source = key_;
-  char* const arrow = WriteMacKey(packet.sample.ethernet_src, source);
+  char* const arrow = FormatMAC(packet.sample.ethernet_src, source);
   char* const destination = arrow + kMacPairArrowLength;
-  WriteMacKey(packet.sample.ethernet_dst, destination);
+  FormatMAC(packet.sample.ethernet_dst, destination);
   engine_->UpdateCounter(COUNTERID_MAC, source, mac::kBytesAsSource, packet.bytes);
   engine_->UpdateCounter(COUNTERID_MAC, destination, mac::kBytesAsDestination, packet.bytes);
   std::memcpy(arrow, kMacPairArrow, kMacPairArrowLength);  // joins the two texts
   engine_->UpdateCounterKeyLen(COUNTERID_MACPAIR, kMacPairKeyLength, key_, totals::kBytes,
                                packet.bytes);
-}
-
-const char* CPISFlowMeter::MakeIntfKey(const Ipv4Key& agent, std::uint32_t ifindex) {
-  WriteInterfaceKey(agent, ifindex, key_);
-  return key_;
-}
-
-const char* CPISFlowMeter::MakeSessionKey_Uni(const Packet& packet) {
-  return MakeSessionKey(packet, true);
-}
-
-const char* CPISFlowMeter::MakeSessionKey_Bi(const Packet& packet) {
-  return MakeSessionKey(packet, packet.source < packet.destination);
-}
-
-const char* CPISFlowMeter::MakeSessionKey(const Packet& packet, bool source_first) {
-  const _SFSample& sample = packet.sample;
-  SessionSide source = {packet.source_key.text, static_cast<std::uint16_t>(sample.srcPort),
-                        sample.inputPort};
-  SessionSide destination = {packet.destination_key.text,
-                             static_cast<std::uint16_t>(sample.dstPort), sample.outputPort};
-  MergeServicePorts({policy_.fMergeHTTP, policy_.fMergeHTTPS, policy_.fMergeDNS}, &source.port,
-                    &destination.port);
-  const SessionSide& first = source_first ? source : destination;
-  const SessionSide& second = source_first ? destination : source;
-  char* const end = PutSessionSides<Ipv4Session>(static_cast<std::uint8_t>(sample.IPProtocol),
-                                                 first, second, key_);
-  if (policy_.fMergeMultipleSources) {
-    WriteText(kMergedExporterPart, end);
-  } else {
-    WriteExporterPart(packet.agent_key, first.ifindex, second.ifindex, end);
-  }
-  return key_;
 }

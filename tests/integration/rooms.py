@@ -10,11 +10,12 @@ import sys
 ALLOWED = {
     "util": [],
     "plugin": ["util"],
-    "config": ["util", "plugin"],
-    "metering": ["util", "plugin", "config"],
-    "netflow": ["util", "plugin", "config", "metering"],
-    "sflow": ["util", "plugin", "config", "metering"],
-    "library": ["util", "plugin", "config", "metering", "netflow", "sflow"],
+    "keys": ["util"],
+    "config": ["util", "plugin", "keys"],
+    "metering": ["util", "plugin", "keys", "config"],
+    "netflow": ["util", "plugin", "keys", "config", "metering"],
+    "sflow": ["util", "plugin", "keys", "config", "metering"],
+    "library": ["util", "plugin", "keys", "config", "metering", "netflow", "sflow"],
     "host": ["plugin"],
 }
 # Programs around the library: everything but host/, which only its own tests and benchmarks see.

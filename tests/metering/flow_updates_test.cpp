@@ -133,7 +133,7 @@ struct Clock {
   TimePair expected;
 };
 
-TEST(WallClock, CountsFromTheExportersOwn) {
+TEST(SysUpTimeToTimeVal, CountsFromTheExportersOwn) {
   const Clock rows[] = {
       {1000, 0, 5000, 5000, {1000, 0}},
       {1000, 0, 5000, 4999, {999, 999}},
@@ -154,7 +154,7 @@ TEST(WallClock, CountsFromTheExportersOwn) {
     header.SysUptime = be32::FromHost(row.uptime);
     header.unix_secs = be32::FromHost(row.seconds);
     header.unix_nsecs = be32::FromHost(row.nanoseconds);
-    const TimePair time = WallClock(header, row.asked);
+    const TimePair time = SysUpTimeToTimeVal(header, row.asked);
     EXPECT_EQ(time.seconds, row.expected.seconds) << row.uptime << " " << row.asked;
     EXPECT_EQ(time.milliseconds, row.expected.milliseconds) << row.uptime << " " << row.asked;
   }

@@ -2,8 +2,8 @@
 // and ports. The host stores counters under these texts, so one input always gives one
 // text. All numbers are in host byte order.
 //
-// A writer of this header puts its text at `out`, ends it with a NUL and returns the position of
-// that NUL. The caller's buffer holds the key's length and the NUL.
+// A writer (MakeX, FormatMAC) puts its text at `out`, ends it with a NUL and returns the position
+// of that NUL. The caller's buffer holds the key's length and the NUL.
 #pragma once
 
 #include <array>
@@ -50,6 +50,13 @@ inline char* PutHex16(std::uint16_t value, char* out) noexcept {
     return PutHex16(low, out + 4);
   }
   return PutHex16(low, PutHex16(static_cast<std::uint16_t>(value >> 16), out));
+}
+// As many digits as the number needs, at least two.
+inline char* PutHexDigits(std::uint32_t value, char* out) noexcept {
+  unsigned digits = 2;
+  while (digits < 8 && value >> 4 * digits != 0) ++digits;
+  for (unsigned i = digits; i > 0; --i) *out++ = kHexPairs[2 * (value >> 4 * (i - 1) & 15) + 1];
+  return out;
 }
 inline char* PutIpv4(std::uint32_t address, char* out) noexcept {
   PutHex8(static_cast<std::uint8_t>(address >> 24), out);
@@ -128,15 +135,15 @@ class RecentIpv4Key {
 };
 
 // An interface is named by its exporter's address and its ifIndex there.
-[[gnu::always_inline]] inline char* WriteInterfaceKey(const Ipv4Key& exporter,
-                                                      std::uint32_t ifindex, char* out) noexcept {
+[[gnu::always_inline]] inline char* MakeIntfKey(const Ipv4Key& exporter, std::uint32_t ifindex,
+                                                char* out) noexcept {
   std::memcpy(out, exporter.text, kIpv4KeyLength);
   out[kIpv4KeyLength] = '_';
   return OmbrelAPI::Long2Hex(ifindex, out + kIpv4KeyLength + 1);
 }
 
 // prefix_length is 1 to 31.
-inline char* WriteSubnetKey(std::uint32_t address, std::uint8_t prefix_length, char* out) noexcept {
+inline char* MakeSubnetKey(std::uint32_t address, std::uint8_t prefix_length, char* out) noexcept {
   out = PutIpv4(address & (~std::uint32_t{0} << (32 - prefix_length)), out);
   *out = '/';
   out = PutHex8(prefix_length, out + 1);
@@ -144,7 +151,7 @@ inline char* WriteSubnetKey(std::uint32_t address, std::uint8_t prefix_length, c
   return out;
 }
 
-inline char* WriteMacKey(const std::uint8_t* mac, char* out) noexcept {
+inline char* FormatMAC(const std::uint8_t* mac, char* out) noexcept {
   for (int i = 0; i < 6; ++i) {
     if (i > 0) *out++ = ':';
     out = PutHex8(mac[i], out);
@@ -153,7 +160,7 @@ inline char* WriteMacKey(const std::uint8_t* mac, char* out) noexcept {
   return out;
 }
 
-inline char* WritePortKey(std::uint16_t port, char* out) noexcept {
+inline char* MakePortKey(std::uint16_t port, char* out) noexcept {
   out[0] = 'p';
   out[1] = '-';
   out = PutHex16(port, out + 2);
@@ -161,7 +168,7 @@ inline char* WritePortKey(std::uint16_t port, char* out) noexcept {
   return out;
 }
 
-inline char* WriteProtocolKey(std::uint8_t protocol, char* out) noexcept {
+inline char* MakeProtocolKey(std::uint8_t protocol, char* out) noexcept {
   out = PutHex8(protocol, out);
   *out = '\0';
   return out;

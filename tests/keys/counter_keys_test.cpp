@@ -1,4 +1,4 @@
-#include "metering/counter_keys.h"
+#include "keys/counter_keys.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "metering/session_keys.h"
+#include "keys/session_keys.h"
 
 namespace flow::test {
 namespace {
@@ -30,18 +30,17 @@ TEST(CounterKeys, HaveTheirTexts) {
       {"C0.A8.01.0A", [](char* out) { return OmbrelAPI::Long2IPHex(0xC0A8010A, out); }},
       {"20010DB8000100FEA009000000000010",
        [](char* out) { return OmbrelAPI::IP62Hex(kAddress6, out); }},
-      {"C0.A8.01.01_0000000A", [&](char* out) { return WriteInterfaceKey(exporter, 10, out); }},
-      {"C0.A8.01.01_FFFFFFFF",
-       [&](char* out) { return WriteInterfaceKey(exporter, 0xFFFFFFFF, out); }},
-      {"C0.A8.01.00/18", [](char* out) { return WriteSubnetKey(0xC0A8014D, 24, out); }},
-      {"C0.A8.00.00/14", [](char* out) { return WriteSubnetKey(0xC0A8014D, 20, out); }},
-      {"80.00.00.00/01", [](char* out) { return WriteSubnetKey(0xC0A8014D, 1, out); }},
-      {"C0.A8.01.4C/1F", [](char* out) { return WriteSubnetKey(0xC0A8014D, 31, out); }},
-      {"00:1B:21:3A:4F:5C", [](char* out) { return WriteMacKey(kMac, out); }},
-      {"p-0050", [](char* out) { return WritePortKey(80, out); }},
-      {"p-FFFE", [](char* out) { return WritePortKey(65534, out); }},
-      {"06", [](char* out) { return WriteProtocolKey(6, out); }},
-      {"FF", [](char* out) { return WriteProtocolKey(255, out); }},
+      {"C0.A8.01.01_0000000A", [&](char* out) { return MakeIntfKey(exporter, 10, out); }},
+      {"C0.A8.01.01_FFFFFFFF", [&](char* out) { return MakeIntfKey(exporter, 0xFFFFFFFF, out); }},
+      {"C0.A8.01.00/18", [](char* out) { return MakeSubnetKey(0xC0A8014D, 24, out); }},
+      {"C0.A8.00.00/14", [](char* out) { return MakeSubnetKey(0xC0A8014D, 20, out); }},
+      {"80.00.00.00/01", [](char* out) { return MakeSubnetKey(0xC0A8014D, 1, out); }},
+      {"C0.A8.01.4C/1F", [](char* out) { return MakeSubnetKey(0xC0A8014D, 31, out); }},
+      {"00:1B:21:3A:4F:5C", [](char* out) { return FormatMAC(kMac, out); }},
+      {"p-0050", [](char* out) { return MakePortKey(80, out); }},
+      {"p-FFFE", [](char* out) { return MakePortKey(65534, out); }},
+      {"06", [](char* out) { return MakeProtocolKey(6, out); }},
+      {"FF", [](char* out) { return MakeProtocolKey(255, out); }},
       {"C0.A8.01.01_00000003_80000007",
        [&](char* out) { return WriteExporterPart(exporter, 3, 0x80000007, out); }},
       {"external", [](char* out) { return WriteText("external", out); }},

@@ -1,0 +1,59 @@
+// Keys that the sFlow meter writes in a form of its own. All numbers are in host byte order.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "keys/counter_keys.h"
+#include "keys/session_keys.h"
+
+namespace flow {
+
+// MakeVlanKey writes a VLAN number as at least four hexadecimal digits. A switch may send any 32
+// bits for one.
+inline char* MakeVlanKey(std::uint32_t vlan, char* out) noexcept {
+  out = vlan <= 0xFFFF ? PutHex16(static_cast<std::uint16_t>(vlan), out) : PutHexDigits(vlan, out);
+  *out = '\0';
+  return out;
+}
+
+// A pair of MAC addresses, "00:1B:21:3A:4F:5C ->00:1B:21:3A:4F:5D", and its two halves.
+inline constexpr char kMacPairArrow[] = " ->";
+inline constexpr std::size_t kMacPairArrowLength = sizeof(kMacPairArrow) - 1;
+inline constexpr std::size_t kMacPairKeyLength = 2 * kMacKeyLength + kMacPairArrowLength;
+
+// Session keys, of IPv4 alone. They differ from the NetFlow meter's in two ways that stored flows
+// rely on: the exporter part of merged sources has four digits for each interface, and in the key
+// of both directions side A is the one with the smaller address, whatever the ports.
+namespace sflow {
+
+inline constexpr char kMergedExporter[] = "00.00.00.00_0000_0000";
+
+[[gnu::always_inline]] inline FLOW_DIR_T MakeSessionKey(const SessionKeyRules& rules,
+                                                        Conversation flow, FLOW_DIR_T direction,
+                                                        char* out) noexcept {
+  MergeServicePorts(rules.merge, &flow.source.port, &flow.destination.port);
+  const bool forward = direction == FLOW_DIR_FORWARD;
+  WriteSession<Ipv4Session>(rules, flow, forward ? flow.source : flow.destination,
+                            forward ? flow.destination : flow.source, kMergedExporter, out);
+  return direction;
+}
+
+[[gnu::always_inline]] inline FLOW_DIR_T MakeSessionKey_Uni(const SessionKeyRules& rules,
+                                                            const Conversation& flow,
+                                                            char* out) noexcept {
+  return MakeSessionKey(rules, flow, FLOW_DIR_FORWARD, out);
+}
+
+// The addresses are those of the two sides.
+[[gnu::always_inline]] inline FLOW_DIR_T MakeSessionKey_Bi(const SessionKeyRules& rules,
+                                                           const Conversation& flow,
+                                                           std::uint32_t source,
+                                                           std::uint32_t destination,
+                                                           char* out) noexcept {
+  return MakeSessionKey(rules, flow, source < destination ? FLOW_DIR_FORWARD : FLOW_DIR_REVERSE,
+                        out);
+}
+
+}  // namespace sflow
+}  // namespace flow
