@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "host/base/error.h"
 #include "host/capture/link_layer.h"
-#include "host/error.h"
 
 namespace flow::host {
 namespace {

@@ -6,7 +6,7 @@
 #include <span>
 #include <string>
 
-#include "host/capture/timestamp.h"
+#include "host/base/timestamp.h"
 
 struct pcap;
 

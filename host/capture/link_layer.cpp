@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "host/capture/big_endian.h"
+#include "host/base/big_endian.h"
 
 namespace flow::host {
 namespace {

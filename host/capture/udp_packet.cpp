@@ -2,7 +2,7 @@
 
 #include <iterator>
 
-#include "host/capture/big_endian.h"
+#include "host/base/big_endian.h"
 #include "host/capture/link_layer.h"
 
 namespace flow::host {

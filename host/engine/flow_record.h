@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "host/capture/timestamp.h"
+#include "host/base/timestamp.h"
 
 namespace flow::host {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "host/capture/timestamp.h"
-#include "host/component/host_object.h"
+#include "host/base/timestamp.h"
+#include "host/border/host_object.h"
 #include "host/engine/channel_sink.h"
 #include "host/engine/stats_store.h"
 #include "host/engine/update_queue.h"

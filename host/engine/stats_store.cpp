@@ -1,7 +1,6 @@
 #include "host/engine/stats_store.h"
 
 #include <algorithm>
-#include <span>
 #include <utility>
 
 namespace flow::host {
@@ -17,8 +16,8 @@ CounterGroup::CounterGroup(GroupInfo description)
       table(info.key_kind == KeyKind::kSession ? kFlowWords : columns),
       pruned_sums(columns) {}
 
-StatsStore::StatsStore(const GroupCatalog& catalog) : index_(kIndexSlots) {
-  for (const GroupInfo& info : catalog.groups()) AddGroup(info);
+StatsStore::StatsStore(std::span<const GroupInfo> groups) : index_(kIndexSlots) {
+  for (const GroupInfo& info : groups) AddGroup(info);
   flow_group_ = &Group(kFlowGroup);
 }
 

@@ -5,12 +5,13 @@
 
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "host/engine/flow_record.h"
-#include "host/engine/group_catalog.h"
+#include "host/engine/group_info.h"
 #include "host/engine/key_table.h"
 #include "host/engine/text_map.h"
 
@@ -39,7 +40,7 @@ struct CounterGroup {
 
 class StatsStore {
  public:
-  explicit StatsStore(const GroupCatalog& catalog);
+  explicit StatsStore(std::span<const GroupInfo> groups);
   StatsStore(const StatsStore&) = delete;
   StatsStore& operator=(const StatsStore&) = delete;
 
@@ -53,7 +54,7 @@ class StatsStore {
     return AddGroup(UnknownGroup(guid));
   }
 
-  // In the order of the catalog, unknown ones behind.
+  // In the order in which they were given, unknown ones behind.
   [[nodiscard]] const std::vector<std::unique_ptr<CounterGroup>>& groups() const { return groups_; }
 
   CounterGroup& flow_group() { return *flow_group_; }

@@ -8,6 +8,8 @@
 #include <random>
 #include <string>
 
+#include "host/names/group_catalog.h"
+
 namespace flow::host {
 namespace {
 
@@ -25,7 +27,7 @@ class Messages final : public ChannelSink {
 // An engine with a store of its own.
 struct Host {
   GroupCatalog catalog{{}};
-  StatsStore store{catalog};
+  StatsStore store{catalog.groups()};
   Messages messages;
   StatsEngine engine{store, messages};
 
@@ -118,7 +120,7 @@ TEST(StatsEngine, ShardsMergeIntoTheSameSums) {
   b.engine.MarkRecord();
   a.engine.Flush();
   b.engine.Flush();
-  StatsStore merged(a.catalog);
+  StatsStore merged(a.catalog.groups());
   merged.Merge(a.store);
   merged.Merge(b.store);
   EXPECT_EQ(SumsOf(merged, kHosts), expected);
@@ -263,7 +265,7 @@ TEST(Flows, MergeWithTheirTimesTagsAndTexts) {
   b.engine.TagFlow(kFlowGroup, "a", "tag");
   a.engine.Flush();
   b.engine.Flush();
-  StatsStore merged(a.catalog);
+  StatsStore merged(a.catalog.groups());
   merged.Merge(a.store);
   merged.Merge(b.store);
   const FlowRecord& flow = StatsStore::Flow(merged.flow_group().table.Find("a"));

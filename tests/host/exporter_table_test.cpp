@@ -1,6 +1,6 @@
 // What the host says about exporters: versions, refusals, and data that cannot be decoded.
 
-#include "host/meter/exporter_table.h"
+#include "host/intake/exporter_table.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
 // Keys, numbers and times as people read them.
 
-#include "host/report/key_text.h"
+#include "host/names/key_text.h"
 
 #include <gtest/gtest.h>
 
-#include "host/report/number_text.h"
-#include "host/report/well_known_names.h"
+#include "host/base/number_text.h"
+#include "host/names/well_known_names.h"
 
 namespace flow::host {
 namespace {

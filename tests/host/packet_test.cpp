@@ -4,9 +4,9 @@
 #include <gtest/gtest.h>
 #include <pcap/dlt.h>
 
+#include "host/base/error.h"
 #include "host/capture/capture_reader.h"
 #include "host/capture/udp_packet.h"
-#include "host/error.h"
 #include "tests/host/captures.h"
 
 namespace flow::host::test {

@@ -1,6 +1,6 @@
 // Sequence numbers: what is a gap and what is not.
 
-#include "host/meter/sequence.h"
+#include "host/intake/sequence.h"
 
 #include <gtest/gtest.h>
 

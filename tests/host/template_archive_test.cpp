@@ -1,11 +1,11 @@
 // Templates over a restart.
 
-#include "host/live/template_archive.h"
+#include "host/intake/template_archive.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/error.h"
+#include "host/base/error.h"
 #include "tests/host/captures.h"
 
 namespace flow::host::test {

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""rooms.py PROJECT: checks from the include lines alone that the rooms of the house build on each
-other in one direction, that nobody reaches into host/, and that the library takes nothing but the
-standard library from outside."""
+"""rooms.py PROJECT: checks from the include lines alone that the rooms of the house, and those inside
+host/, build on each other in one direction, that nobody reaches into host/, and that the library
+takes nothing but the standard library from outside."""
 import pathlib
 import re
 import sys
@@ -18,11 +18,24 @@ ALLOWED = {
     "library": ["util", "plugin", "keys", "config", "metering", "netflow", "sflow"],
     "host": ["plugin"],
 }
+# The rooms inside host/: each may include itself and those in front of it.
+HOST = ["base", "policy", "capture", "export", "border", "engine", "intake", "period", "names",
+        "output", "command"]
 # Programs around the library: everything but host/, which only its own tests and benchmarks see.
 AROUND = ["tests", "bench", "fuzz"]
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 # C library headers that the library uses; C++ ones have no dot.
 C_HEADERS = re.compile(r"^(arpa|netinet|sys)/\w+\.h$|^(fcntl|glob|time|unistd)\.h$")
+
+
+def host_fault(local, name):
+    """what is wrong with an include line inside host/, or None"""
+    if len(local.parts) != 3 or local.parts[1] not in HOST:
+        return "no room of host/"
+    target = name.split("/")
+    if target[0] == "host" and HOST.index(target[1]) > HOST.index(local.parts[1]):
+        return "host/%s/ may not include host/%s/" % (local.parts[1], target[1])
+    return None
 
 
 def fault(folder, path, bracket, name):
@@ -42,7 +55,7 @@ def fault(folder, path, bracket, name):
         return None
     if target != room and target not in ALLOWED[room]:
         return "%s/ may not include %s/" % (room, target)
-    return None
+    return host_fault(path, name) if room == "host" else None
 
 
 def main():

@@ -1,0 +1,96 @@
+#include "host/border/site.h"
+
+#include <fmt/format.h>
+
+#include <cstring>
+#include <utility>
+
+#include "host/base/console.h"
+#include "host/border/call_trace.h"
+#include "host/policy/default_policies.h"
+
+namespace flow::host {
+namespace {
+
+char* NewText(const std::string& text) {
+  char* const copy = new char[text.size() + 1];
+  std::memcpy(copy, text.c_str(), text.size() + 1);
+  return copy;
+}
+
+}  // namespace
+
+Site::Site(const SiteSettings& settings, Console& console, std::string name, long instance,
+           CallTrace* trace)
+    : settings_(settings),
+      console_(console),
+      name_(std::move(name)),
+      instance_(instance),
+      trace_(trace) {}
+
+Status Site::Log(int level, const char* text) {
+  if (trace_ != nullptr) trace_->Call("Log {} {}", level, Quoted(text));
+  console_.Log(name_, level, text);
+  return kStatusOk;
+}
+
+Status Site::GetDataDirectory(char** path) {
+  if (trace_ != nullptr) trace_->Call("GetDataDirectory");
+  *path = NewText(settings_.data_directory.string());
+  return kStatusOk;
+}
+
+Status Site::PreparePluginConfigFile(const IID& owner, const char* fileName, char** fullPath) {
+  if (trace_ != nullptr) {
+    trace_->Call("PreparePluginConfigFile {} {}", trace_->Name(owner), Quoted(fileName));
+  }
+  *fullPath = nullptr;
+  std::filesystem::path path = settings_.config_directory / fileName;
+  std::error_code error;
+  if (!std::filesystem::exists(path, error)) {
+    const bool elsewhere = !settings_.defaults_directory.empty();
+    if (elsewhere) path = settings_.defaults_directory / fileName;
+    if (!WriteDefaultPolicy(path, &error)) {
+      console_.Error(fmt::format("policy file {} is not there and cannot be written: {}",
+                                 path.string(), error.message()));
+      return kStatusFailed;
+    }
+    if (!elsewhere) console_.Notice(fmt::format("wrote the default policy {}", path.string()));
+  }
+  *fullPath = NewText(path.string());
+  return kStatusOk;
+}
+
+Status Site::IsHomeAddress(std::uint32_t address, bool* result) {
+  if (trace_ != nullptr) trace_->Call("IsHomeAddress {:08X}", address);
+  *result = settings_.home.Contains(address);
+  return kStatusOk;
+}
+
+Status Site::GetHomeNetworks(int* count, std::uint32_t** addresses, std::uint32_t** masks) {
+  if (trace_ != nullptr) trace_->Call("GetHomeNetworks");
+  const std::vector<Network>& networks = settings_.home.networks();
+  *count = static_cast<int>(networks.size());
+  *addresses = new std::uint32_t[networks.size()];
+  *masks = new std::uint32_t[networks.size()];
+  for (std::size_t i = 0; i < networks.size(); ++i) {
+    (*addresses)[i] = networks[i].address;
+    (*masks)[i] = networks[i].mask;
+  }
+  return kStatusOk;
+}
+
+Status Site::GetInstanceNumber(long* number) {
+  if (trace_ != nullptr) trace_->Call("GetInstanceNumber");
+  *number = instance_;
+  return kStatusOk;
+}
+
+Status Site::GetWorkDirectory(char** path) {
+  if (trace_ != nullptr) trace_->Call("GetWorkDirectory");
+  const std::string directory = settings_.work_directory.string();
+  *path = directory.empty() ? nullptr : NewText(directory);
+  return kStatusOk;
+}
+
+}  // namespace flow::host

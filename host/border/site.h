@@ -1,0 +1,50 @@
+// The site: what a component may ask its host.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "host/border/host_object.h"
+#include "host/policy/home_networks.h"
+#include "plugin/host_interfaces.h"
+
+namespace flow::host {
+
+class CallTrace;
+class Console;
+
+// What all sites of a run share.
+struct SiteSettings {
+  std::filesystem::path config_directory;  // policy files
+  std::filesystem::path data_directory;    // feeds
+  std::filesystem::path work_directory;    // template dumps; empty for none
+  // Where default policies are written for those that are missing; empty for the directory of the
+  // policies.
+  std::filesystem::path defaults_directory;
+  HomeNetworks home = HomeNetworks::Private();
+};
+
+// One component's site. It outlives the component; everything it is made of outlives it.
+class Site final : public HostObject<IOmbrelContainer, IID_IOmbrelContainer> {
+ public:
+  // name stands before the component's log messages; trace may be null.
+  Site(const SiteSettings& settings, Console& console, std::string name, long instance,
+       CallTrace* trace);
+
+  Status Log(int level, const char* text) override;
+  Status GetDataDirectory(char** path) override;
+  Status PreparePluginConfigFile(const IID& owner, const char* fileName, char** fullPath) override;
+  Status IsHomeAddress(std::uint32_t address, bool* result) override;
+  Status GetHomeNetworks(int* count, std::uint32_t** addresses, std::uint32_t** masks) override;
+  Status GetInstanceNumber(long* number) override;
+  Status GetWorkDirectory(char** path) override;
+
+ private:
+  const SiteSettings& settings_;
+  Console& console_;
+  std::string name_;
+  long instance_;
+  CallTrace* trace_;
+};
+
+}  // namespace flow::host

@@ -1,0 +1,271 @@
+#include "host/command/command_line.h"
+
+#include <absl/strings/match.h>
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include <charconv>
+
+#include "host/base/error.h"
+
+namespace flow::host {
+namespace {
+
+constexpr char kAbout[] =
+    "flowhost: a host for the flow handlers. It feeds NetFlow, IPFIX and sFlow datagrams to the\n"
+    "plug-in library as a traffic-analytics probe would, and shows what the library counts.";
+
+constexpr char kExamples[] =
+    "Examples:\n"
+    "  flowhost replay router.pcap\n"
+    "  flowhost replay --top 20 --group hosts --group flows router.pcap\n"
+    "  flowhost listen --state /var/lib/flowhost\n"
+    "  flowhost check-config /etc/flowhost\n"
+    "  flowhost info\n"
+    "\n"
+    "flowhost COMMAND --help tells more. Exit status: 0 success; 1 trouble with the input, a "
+    "policy,\n"
+    "the plug-in or an output; 2 wrong usage; 255 a policy file that the plug-in cannot read.";
+
+constexpr char kListenExamples[] =
+    "Every interval a summary of it goes to standard output, and at the end one of the whole run.\n"
+    "\n"
+    "Signals: SIGUSR1 shows the interval so far; SIGHUP checks the policies in another process "
+    "and, "
+    "when\n"
+    "they can be used, has NetFlow meters look at theirs at once; SIGTERM and Ctrl-C end with what "
+    "was\n"
+    "received so far metered and shown.\n"
+    "\n"
+    "Examples:\n"
+    "  flowhost listen                                 the ports that the handlers prefer\n"
+    "  flowhost listen --port netflow=9996 --port sflow=6344 --bind 192.0.2.1\n"
+    "  flowhost listen --interval 300 --sqlite flows.db --state /var/lib/flowhost";
+
+constexpr char kReplayExamples[] =
+    "Examples:\n"
+    "  flowhost replay router.pcap                     the largest of everything\n"
+    "  flowhost replay --home 203.0.113.0/24 *.pcap    with your own home networks\n"
+    "  flowhost replay --port netflow=9996 router.pcap exporters that use another port\n"
+    "  flowhost replay --json - --top 0 router.pcap    everything, for other programs\n"
+    "  flowhost replay --trace - router.pcap           every call of the library\n"
+    "\n"
+    "Groups: totals, flowgens, flowintfs, hosts, hosts6, applications, application_tags, "
+    "protocols,\n"
+    "ethertypes, subnets, prefixes, prefixes6, as_numbers, as_interfaces, ip_next_hops,\n"
+    "bgp_next_hops, vrfs, vlans, macs, mac_pairs, application_ids, user_ids, flows.";
+
+struct LogLevel {
+  const char* name;
+  int level;
+};
+constexpr LogLevel kLogLevels[] = {{"error", kLogError},
+                                   {"warning", kLogWarning},
+                                   {"progress", kLogProgress},
+                                   {"information", kLogInformation}};
+
+Network NetworkFrom(const std::string& text) {
+  Network network;
+  if (!ParseNetwork(text, &network)) {
+    throw CLI::ValidationError("--home", text + " is no IPv4 network such as 10.0.0.0/8");
+  }
+  return network;
+}
+
+ExtraPort ExtraPortFrom(const std::string& text) {
+  const std::size_t equals = text.find('=');
+  ExtraPort extra;
+  if (equals != std::string::npos) {
+    extra.protocol = text.substr(0, equals);
+    const auto [end, error] =
+        std::from_chars(text.data() + equals + 1, text.data() + text.size(), extra.port);
+    if (error != std::errc() || end != text.data() + text.size()) extra.port = 0;
+  }
+  if (extra.port == 0) {
+    throw CLI::ValidationError("--port",
+                               text + " is not of the form PROTOCOL=N, N from 1 to 65535");
+  }
+  return extra;
+}
+
+int LogLevelFrom(const std::string& text) {
+  for (const LogLevel& level : kLogLevels) {
+    if (absl::EqualsIgnoreCase(level.name, text)) return level.level;
+    if (std::to_string(level.level) == text) return level.level;
+  }
+  throw CLI::ValidationError("--log-level",
+                             text + " is none of error, warning, progress, information");
+}
+
+void AddPluginOption(CLI::App* app, std::string* plugin) {
+  app->add_option(
+         "--plugin", *plugin,
+         "The plug-in library; by default libflowhandlers.so.1 beside flowhost, in ../lib, "
+         "or where the system's loader finds it")
+      ->type_name("PATH");
+}
+
+void AddMeterOptions(CLI::App* app, MeterOptions* options, const char* port_help) {
+  AddPluginOption(app, &options->plugin);
+  app->add_option(
+         "--config", options->config_directory,
+         "Directory of the policy files; those that are missing are written there with "
+         "every setting at its default (default: flowhost in your configuration directory)")
+      ->type_name("DIR");
+  app->add_option("--data", options->data_directory,
+                  "Directory of the home AS feeds (default: that of the policies)")
+      ->type_name("DIR");
+  app->add_option(
+         "--work", options->work_directory,
+         "Directory for the dumps that meters write of their templates (default: none are written)")
+      ->type_name("DIR");
+  app->add_option_function<std::vector<std::string>>(
+         "--home",
+         [options](const std::vector<std::string>& texts) {
+           for (const std::string& text : texts) options->home.push_back(NetworkFrom(text));
+         },
+         "A home network; repeatable (default: 10.0.0.0/8, 172.16.0.0/12, 192.168.0.0/16)")
+      ->type_name("CIDR")
+      ->allow_extra_args(false);
+  app->add_option_function<std::vector<std::string>>(
+         "--port",
+         [options](const std::vector<std::string>& texts) {
+           for (const std::string& text : texts)
+             options->extra_ports.push_back(ExtraPortFrom(text));
+         },
+         port_help)
+      ->type_name("PROTOCOL=N")
+      ->allow_extra_args(false);
+  app->add_option("--instances", options->instances,
+                  "Meters side by side, each in a thread, exporters spread over them (default: 1)")
+      ->type_name("N")
+      ->check(CLI::Range(1, 64));
+  app->add_option_function<std::string>(
+         "--log-level",
+         [options](const std::string& text) { options->log_level = LogLevelFrom(text); },
+         "Log messages of the plug-in that are shown: error, warning, progress or information "
+         "(default: warning)")
+      ->type_name("LEVEL");
+}
+
+void AddOutputOptions(CLI::App* app, OutputOptions* options) {
+  app->add_option("--top", options->report.top,
+                  "Keys shown per group (default: 10; 0 for no groups)")
+      ->type_name("N");
+  app->add_option("--group", options->report.group_ids,
+                  "Only this group, also in the files; repeatable")
+      ->type_name("NAME")
+      ->allow_extra_args(false);
+  app->add_flag("--raw-keys", options->report.raw_keys, "Show keys as the library names them");
+  app->add_flag("--exact", options->report.exact, "Show bytes to the last digit");
+  app->add_option("--json", options->json, "Write everything as JSON; - for standard output")
+      ->type_name("FILE");
+  app->add_option("--csv", options->csv, "Write everything as CSV files, one per group")
+      ->type_name("DIR");
+  app->add_option("--sqlite", options->sqlite, "Write everything into an SQLite database")
+      ->type_name("FILE");
+}
+
+void AddListenOptions(CLI::App* app, ListenOptions* options) {
+  app->footer(kListenExamples);
+  AddMeterOptions(app, &options->meter,
+                  "A UDP port to listen on instead of those that the handlers prefer, as in "
+                  "netflow=9996; repeatable");
+  AddOutputOptions(app, &options->output);
+  app->add_option("--keep-days", options->output.keep_days,
+                  "How long time buckets stay in the SQLite database (default: 7; 0 for ever)")
+      ->type_name("N")
+      ->check(CLI::Range(0, 36500));
+  app->add_option("--bind", options->bind, "IPv4 address to listen on (default: all)")
+      ->type_name("ADDRESS");
+  app->add_option("--interval", options->interval, "Seconds between summaries (default: 60)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1, 86400));
+  app->add_option("--state", options->state_directory,
+                  "Directory in which templates are kept across restarts (default: they are not)")
+      ->type_name("DIR");
+  app->add_option("--receive-buffer", options->receive_buffer,
+                  "Bytes per socket that the kernel is asked to hold (default: 16 MiB)")
+      ->type_name("BYTES")
+      ->check(CLI::Range(4096, 1 << 30));
+}
+
+void AddCheckConfigOptions(CLI::App* app, CheckConfigOptions* options) {
+  app->footer(
+      "Exit status: 0 fine; 3 usable, with warnings; 1 a policy that cannot be used, which would "
+      "end a\ncollector that reads it.");
+  AddPluginOption(app, &options->plugin);
+  app->add_option("--data", options->data_directory,
+                  "Directory of the home AS feeds (default: that of the policies)")
+      ->type_name("DIR");
+  app->add_flag("--write-defaults", options->write_defaults,
+                "Write policies that are missing, every setting at its default");
+  app->add_flag("--quiet", options->quiet, "Say nothing where nothing is wrong");
+  app->add_option("DIR", options->config_directory, "Directory of the policy files")
+      ->required()
+      ->type_name("");
+}
+
+}  // namespace
+
+std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* status) {
+  CLI::App app(kAbout, "flowhost");
+  app.footer(kExamples);
+  app.require_subcommand(1);
+  app.failure_message([](const CLI::App*, const CLI::Error& error) {
+    const bool no_command = std::string_view(error.what()) == "A subcommand is required";
+    return fmt::format(
+        "flowhost: {}\nRun flowhost --help for how it is used.\n",
+        no_command ? "a command is required: replay, listen, check-config or info" : error.what());
+  });
+  app.set_version_flag("--version", "flowhost " FLOW_VERSION);
+
+  ReplayOptions replay;
+  CLI::App* const replay_app =
+      app.add_subcommand("replay", "Meter the export datagrams in capture files");
+  replay_app->footer(kReplayExamples);
+  AddMeterOptions(replay_app, &replay.meter,
+                  "A further UDP port of a protocol, as in netflow=9996; repeatable");
+  AddOutputOptions(replay_app, &replay.output);
+  replay_app
+      ->add_option("--interval", replay.interval,
+                   "Report every so many seconds of the captures' time, in bounded memory "
+                   "(default: once, at the end)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1, 86400));
+  replay_app
+      ->add_option("--trace", replay.trace,
+                   "Write every call of the library; - for standard output")
+      ->type_name("FILE");
+  replay_app->add_option("CAPTURE", replay.captures, "pcap or pcapng files; - for standard input")
+      ->required()
+      ->type_name("");
+
+  ListenOptions listen;
+  CLI::App* const listen_app =
+      app.add_subcommand("listen", "Meter the export datagrams that arrive on UDP ports");
+  AddListenOptions(listen_app, &listen);
+
+  CheckConfigOptions check;
+  CLI::App* const check_app = app.add_subcommand(
+      "check-config", "Tell whether the plug-in can use the policy files in a directory");
+  AddCheckConfigOptions(check_app, &check);
+
+  InfoOptions info;
+  CLI::App* const info_app = app.add_subcommand(
+      "info", "Tell what the plug-in offers: components, protocols, ports, groups, meters");
+  AddPluginOption(info_app, &info.plugin);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    *status = app.exit(error) == 0 ? kExitOk : kExitUsage;
+    return std::nullopt;
+  }
+  if (replay_app->parsed()) return replay;
+  if (listen_app->parsed()) return listen;
+  if (check_app->parsed()) return check;
+  return info;
+}
+
+}  // namespace flow::host

@@ -1,0 +1,17 @@
+// The command line: flowhost COMMAND OPTIONS.
+#pragma once
+
+#include <optional>
+#include <variant>
+
+#include "host/command/options.h"
+
+namespace flow::host {
+
+using Command = std::variant<ReplayOptions, ListenOptions, InfoOptions, CheckConfigOptions>;
+
+// ParseCommandLine gives the command. Help and errors are printed here; then there is no command
+// and *status is the exit status.
+std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* status);
+
+}  // namespace flow::host

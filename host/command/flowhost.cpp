@@ -1,0 +1,43 @@
+#include "host/command/flowhost.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+
+#include "host/base/error.h"
+#include "host/command/check_config_command.h"
+#include "host/command/command_line.h"
+#include "host/command/info_command.h"
+#include "host/command/listen_command.h"
+#include "host/command/replay_command.h"
+
+namespace flow::host {
+namespace {
+
+int Run(const ReplayOptions& options) { return RunReplay(options); }
+int Run(const ListenOptions& options) { return RunListen(options); }
+int Run(const InfoOptions& options) { return RunInfo(options); }
+int Run(const CheckConfigOptions& options) { return RunCheckConfig(options); }
+
+int Tell(const std::exception& error, int status) {
+  std::fflush(stdout);
+  fmt::print(stderr, "flowhost: {}\n", error.what());
+  return status;
+}
+
+}  // namespace
+
+int RunFlowhost(int argc, const char* const* argv) {
+  try {
+    int status = kExitOk;
+    const std::optional<Command> command = ParseCommandLine(argc, argv, &status);
+    if (!command) return status;
+    return std::visit([](const auto& options) { return Run(options); }, *command);
+  } catch (const UsageError& error) {
+    return Tell(error, kExitUsage);
+  } catch (const std::exception& error) {
+    return Tell(error, kExitTrouble);
+  }
+}
+
+}  // namespace flow::host

@@ -1,0 +1,3 @@
+#include "host/command/flowhost.h"
+
+int main(int argc, char** argv) { return flow::host::RunFlowhost(argc, argv); }

@@ -1,0 +1,57 @@
+// What the command line asks for.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/intake/port_map.h"
+#include "host/output/report.h"
+#include "host/policy/home_networks.h"
+#include "plugin/host_interfaces.h"
+
+namespace flow::host {
+
+// What every command that runs meters needs. Empty texts ask for the default.
+struct MeterOptions {
+  std::string plugin;            // path of the library
+  std::string config_directory;  // policies
+  std::string data_directory;    // feeds; the config directory by default
+  std::string work_directory;    // template dumps; none by default
+  std::vector<Network> home;     // empty for the private ranges
+  std::vector<ExtraPort> extra_ports;
+  int instances = 1;
+  int log_level = kLogWarning;
+};
+
+struct ReplayOptions {
+  MeterOptions meter;
+  OutputOptions output;
+  std::string trace;
+  std::uint32_t interval = 0;  // seconds of capture time; 0 for one report of the whole
+  std::vector<std::string> captures;
+};
+
+// Live datagrams. An extra port takes the place of the ports that the handlers prefer.
+struct ListenOptions {
+  MeterOptions meter;
+  OutputOptions output;
+  std::string bind = "0.0.0.0";
+  std::uint32_t interval = 60;            // seconds
+  std::string state_directory;            // empty for none
+  std::size_t receive_buffer = 16 << 20;  // bytes wanted of the kernel, per socket
+};
+
+struct CheckConfigOptions {
+  std::string plugin;
+  std::string config_directory;
+  std::string data_directory;
+  bool write_defaults = false;
+  bool quiet = false;  // says nothing where nothing is wrong
+};
+
+struct InfoOptions {
+  std::string plugin;
+};
+
+}  // namespace flow::host

@@ -1,0 +1,111 @@
+#include "host/command/replay_command.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "host/base/console.h"
+#include "host/base/error.h"
+#include "host/border/call_trace.h"
+#include "host/border/plugin_library.h"
+#include "host/capture/capture_reader.h"
+#include "host/command/exit_watch.h"
+#include "host/command/meter_setup.h"
+#include "host/command/progress.h"
+#include "host/output/run_report.h"
+#include "host/period/reporter.h"
+#include "host/period/schedule.h"
+
+namespace flow::host {
+namespace {
+
+class Replay {
+ public:
+  explicit Replay(const ReplayOptions& options)
+      : options_(options),
+        console_(options.meter.log_level),
+        progress_(console_),
+        setup_(options.meter, options.trace, console_),
+        output_(options.output),
+        schedule_(setup_.catalog().ShortestBucket(),
+                  Timestamp{options.interval} * kMicrosPerSecond) {
+    output_.report.group_ids = setup_.GroupIds(output_.report.group_ids);
+  }
+
+  int Run() {
+    const ExitWatch watch([this] { PluginEndedProcess(); });
+    setup_.Start(options_.meter.instances > 1 ? LaneMode::kWait : LaneMode::kInline);
+    for (const std::string& path : options_.captures) ReadCapture(path);
+    Reap({.to = setup_.intake().counts().last, .is_last = true});
+    reporter_.Wait();
+    return failed_ || !report_.Succeeded() ? kExitTrouble : kExitOk;
+  }
+
+ private:
+  void ReadCapture(const std::string& path) {
+    CaptureResult& result = report_.captures().emplace_back(CaptureResult{path, 0, ""});
+    try {
+      CaptureReader reader(path);
+      CapturedPacket packet;
+      while (reader.Next(&packet)) {
+        ++result.packets;
+        if (options_.interval != 0 && schedule_.IsDue(packet.time)) EndPeriod(packet.time);
+        setup_.intake().Take(reader.LinkType(), packet);
+        if (progress_.IsDue()) progress_.Show(path, reader.Position(), setup_.lanes().Records());
+      }
+    } catch (const HostError& error) {
+      result.error = error.what();
+      failed_ = true;
+      console_.Error(error.what());
+    }
+    console_.ClearProgress();
+  }
+
+  void EndPeriod(Timestamp now) {
+    reporter_.Wait();  // reading runs ahead by one period at most
+    const Schedule::Span span = schedule_.Take(now);
+    Reap({.from = span.from,
+          .to = span.to,
+          .ends_interval = span.ends_interval,
+          .shows = span.ends_interval});
+  }
+
+  void Reap(Tick tick) {
+    tick.intake = setup_.intake().Reap();
+    if (tick.from == 0) tick.from = options_.interval == 0 ? tick.intake.first : schedule_.From();
+    reporter_.Reap(setup_.lanes(), std::move(tick));
+  }
+
+  // In the middle of a datagram, in whichever thread the plug-in was called.
+  void PluginEndedProcess() {
+    console_.Error(
+        "the plug-in ended the process because it cannot read a policy file; it says why on "
+        "standard output");
+    if (report_.captures().empty()) return;
+    setup_.lanes().EndHere();
+    Tick tick{.intake = setup_.intake().Reap(), .is_last = true};
+    tick.losses.queue = setup_.lanes().Dropped();
+    tick.from = tick.intake.first;
+    tick.to = tick.intake.last;
+    reporter_.FinishHere(setup_.lanes(), tick);
+  }
+
+  const ReplayOptions& options_;
+  Console console_;
+  Progress progress_;
+  MeterSetup setup_;
+  OutputOptions output_;
+  Schedule schedule_;
+  RunReport report_{options_.interval == 0 ? RunKind::kWhole : RunKind::kPeriodic,
+                    setup_.catalog().groups(), output_, console_};
+  Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {
+    report_.Take(tick, std::move(harvests), progress_.Seconds());
+  }};
+  bool failed_ = false;
+};
+
+}  // namespace
+
+int RunReplay(const ReplayOptions& options) { return Replay(options).Run(); }
+
+}  // namespace flow::host

@@ -1,0 +1,184 @@
+#include "host/export/export_format.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "host/base/big_endian.h"
+
+namespace flow::host {
+namespace {
+
+using Bytes = std::span<const std::uint8_t>;
+
+constexpr std::size_t kShim = 12;
+constexpr std::size_t kRecord = 48;  // NetFlow v1 and v5
+constexpr std::size_t kV9Header = 20;
+constexpr std::size_t kIpfixHeader = 16;
+constexpr std::size_t kSetHeader = 4;
+constexpr std::uint16_t kFirstDataSet = 256;
+// A template message begins with the IPv4 header and the two ports of the datagram.
+constexpr std::size_t kMessageHeader = 24;
+
+constexpr std::uint16_t kVariable = 65535;
+
+// Reads a template's field list; false when it does not fit into the bytes.
+bool ReadFields(Bytes fields, std::size_t count, bool ipfix, std::size_t* length,
+                TemplateShape* shape) {
+  std::size_t at = 0;
+  bool variable = false;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (fields.size() < at + 4) return false;
+    const bool enterprise = ipfix && (Be16(fields.data() + at) & 0x8000) != 0;
+    const std::uint16_t field = Be16(fields.data() + at + 2);
+    const bool is_variable = ipfix && field == kVariable;
+    variable = variable || is_variable;
+    shape->shortest += is_variable ? 1 : field;
+    // A field of no length adds nothing to a walk.
+    if (field != 0 && shape->lengths.size() <= TemplateShape::kMostFields) {
+      shape->lengths.push_back(field);
+    }
+    at += enterprise ? 8 : 4;
+  }
+  const bool is_vast = shape->lengths.size() > TemplateShape::kMostFields;
+  if (variable && is_vast) shape->shortest = TemplateShape::kVast;
+  if (!variable || is_vast) shape->lengths = {};
+  *length = at;
+  return at <= fields.size();
+}
+
+// The bytes of the record at the front, which has fields of variable length; 0 when it is cut.
+std::size_t RecordLength(Bytes bytes, const TemplateShape& shape) {
+  std::size_t at = 0;
+  for (const std::uint16_t field : shape.lengths) {
+    std::size_t length = field;
+    if (field == kVariable) {
+      if (at >= bytes.size()) return 0;
+      length = bytes[at++];
+      if (length == 255) {
+        if (at + 2 > bytes.size()) return 0;
+        length = Be16(bytes.data() + at);
+        at += 2;
+      }
+    }
+    at += length;
+    if (at > bytes.size()) return 0;
+  }
+  return at;
+}
+
+}  // namespace
+
+std::string ExportVersion::Text() const {
+  if (sflow) return fmt::format("sFlow v{}", number);
+  if (number == 10) return "IPFIX";
+  if (number == 0) return "unknown";
+  return number <= 9 ? fmt::format("NetFlow v{}", number) : fmt::format("version {}", number);
+}
+
+bool ExportVersion::IsKnown() const {
+  if (sflow) return number == 2 || number == 4 || number == 5;
+  return number == 1 || number == 5 || number == 9 || number == 10;
+}
+
+ExportVersion VersionOf(Bytes datagram) {
+  if (datagram.size() < 4) return {};
+  const std::uint16_t high = Be16(datagram.data());
+  if (high != 0) return {false, high};
+  return {true, Be32(datagram.data())};
+}
+
+Bytes WithoutShim(Bytes datagram, std::uint32_t exporter) {
+  const bool has_shim = datagram.size() >= kShim && std::memcmp(datagram.data(), "OMBR", 4) == 0 &&
+                        std::memcmp(datagram.data() + 8, "LNSM", 4) == 0 &&
+                        Be32(datagram.data() + 4) == exporter;
+  return has_shim ? datagram.subspan(kShim) : datagram;
+}
+
+bool IsCutShort(Bytes datagram) {
+  if (datagram.size() < 4) return true;
+  const std::size_t second = Be16(datagram.data() + 2);
+  switch (Be16(datagram.data())) {
+    case 1:
+      return 16 + second * kRecord > datagram.size();
+    case 5:
+      return 24 + second * kRecord > datagram.size();
+    case 10:
+      return second > datagram.size();
+    default:
+      return false;
+  }
+}
+
+void ForEachSet(Bytes datagram, const std::function<void(const ExportSet&)>& visit) {
+  const bool ipfix = datagram.size() >= 4 && Be16(datagram.data()) == 10;
+  const std::size_t header = ipfix ? kIpfixHeader : kV9Header;
+  if (datagram.size() < header) return;
+  const std::size_t second = Be16(datagram.data() + 2);
+  std::size_t left = ipfix ? datagram.size() : second;  // v9 says how many sets there are at most
+  if (ipfix && second < datagram.size()) datagram = datagram.first(second);
+  for (Bytes rest = datagram.subspan(std::min(header, datagram.size()));
+       left > 0 && rest.size() >= kSetHeader; --left) {
+    const std::size_t length = Be16(rest.data() + 2);
+    if (length < kSetHeader || length > rest.size()) return;
+    ExportSet set{Be16(rest.data()), rest.first(length)};
+    set.holds_templates = ipfix ? set.id == 2 || set.id == 3 : set.id == 0 || set.id == 1;
+    set.holds_data = set.id >= kFirstDataSet;
+    visit(set);
+    rest = rest.subspan(length);
+  }
+}
+
+void ForEachTemplate(Bytes set,
+                     const std::function<void(std::uint16_t id, TemplateShape shape)>& visit) {
+  if (set.size() < kSetHeader) return;
+  const std::uint16_t set_id = Be16(set.data());
+  const bool ipfix = set_id >= 2;
+  Bytes rest = set.subspan(kSetHeader);
+  std::size_t length = 0;
+  if (set_id == 1 || set_id == 3) {
+    if (rest.size() < 6) return;
+    // v9 gives the bytes of both lists, IPFIX the number of all fields and of the scopes.
+    const std::size_t first = Be16(rest.data() + 2);
+    const std::size_t fields = ipfix ? first : (first + Be16(rest.data() + 4)) / 4;
+    TemplateShape shape;
+    if (!ReadFields(rest.subspan(6), fields, ipfix, &length, &shape)) shape = {};
+    return visit(Be16(rest.data()), std::move(shape));
+  }
+  while (rest.size() >= 4) {
+    const std::uint16_t id = Be16(rest.data());
+    TemplateShape shape;
+    if (!ReadFields(rest.subspan(4), Be16(rest.data() + 2), ipfix, &length, &shape)) return;
+    if (id >= kFirstDataSet) visit(id, std::move(shape));  // a set may end in padding
+    rest = rest.subspan(4 + length);
+  }
+}
+
+std::uint32_t CountRecords(Bytes set, const TemplateShape& shape) {
+  if (shape.shortest == 0 || set.size() < kSetHeader) return 0;
+  if (shape.lengths.empty()) {
+    return static_cast<std::uint32_t>((set.size() - kSetHeader) / shape.shortest);
+  }
+  std::uint32_t records = 0;
+  // What is left at the end and shorter than any record is padding.
+  for (Bytes rest = set.subspan(kSetHeader); rest.size() >= shape.shortest; ++records) {
+    const std::size_t length = RecordLength(rest, shape);
+    if (length == 0) break;
+    rest = rest.subspan(length);
+  }
+  return records;
+}
+
+std::optional<TemplateMessage> ParseTemplateMessage(Bytes message) {
+  if (message.size() < kMessageHeader + kSetHeader) return std::nullopt;
+  TemplateMessage parsed;
+  parsed.exporter = Be32(message.data() + 12);
+  const std::size_t port_at = std::size_t{message[0]} % 16 * 4;
+  if (port_at + 2 <= message.size()) parsed.port = Be16(message.data() + port_at);
+  parsed.set = message.subspan(kMessageHeader);
+  return parsed;
+}
+
+}  // namespace flow::host

@@ -1,0 +1,37 @@
+// The message channels between the meters of all lanes.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <vector>
+
+#include "host/intake/mailbox.h"
+
+namespace flow::host {
+
+class ChannelHub {
+ public:
+  // A mailbox belongs to a lane. All lanes are there before the first message.
+  void Add(int lane, Mailbox& mailbox) { boxes_.push_back({lane, &mailbox}); }
+
+  // An observer is told of every message, in the sender's thread; several may be at once.
+  using Observer =
+      std::function<void(const GUID& channel, const std::vector<std::uint8_t>& message)>;
+  void Observe(Observer observer) { observer_ = std::move(observer); }
+
+  // Deliver puts a copy of the message into the mailboxes of all lanes but the sender's; 0 is the
+  // host itself.
+  void Deliver(int sender_lane, const GUID& channel, std::span<const std::uint8_t> message);
+
+ private:
+  struct Entry {
+    int lane;
+    Mailbox* mailbox;
+  };
+
+  std::vector<Entry> boxes_;
+  Observer observer_;
+};
+
+}  // namespace flow::host

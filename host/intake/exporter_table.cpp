@@ -1,0 +1,153 @@
+#include "host/intake/exporter_table.h"
+
+#include <algorithm>
+#include <iterator>
+#include <numeric>
+#include <optional>
+#include <utility>
+
+namespace flow::host {
+namespace {
+
+struct RefusalName {
+  std::string_view id;
+  std::string_view text;
+};
+constexpr RefusalName kNames[] = {
+    {"metered", "metered"},
+    {"too_short", "too short"},
+    {"unknown_version", "of an unknown version"},
+    {"cut_short", "cut short"},
+    {"refused", "refused by the meter"},
+};
+static_assert(std::size(kNames) == kRefusals);
+
+// Versions beyond are what strangers make up, and are one to us.
+constexpr std::uint32_t kLargestVersion = 15;
+
+}  // namespace
+
+std::string_view RefusalText(Refusal refusal) {
+  return kNames[static_cast<std::size_t>(refusal)].text;
+}
+std::string_view RefusalId(Refusal refusal) { return kNames[static_cast<std::size_t>(refusal)].id; }
+
+std::uint64_t ExporterCounts::Refused() const {
+  return std::accumulate(refused.begin(), refused.end(), std::uint64_t{0});
+}
+
+void ExporterCounts::Add(const ExporterCounts& other) {
+  datagrams += other.datagrams;
+  bytes += other.bytes;
+  records += other.records;
+  unknown_sets += other.unknown_sets;
+  for (std::size_t i = 0; i < kRefusals; ++i) refused[i] += other.refused[i];
+  gaps.Add(other.gaps);
+  sample_gaps.Add(other.sample_gaps);
+  if (other.last_seen >= last_seen) templates = other.templates;
+  last_seen = std::max(last_seen, other.last_seen);
+}
+
+void ExporterTable::NoteTemplates(std::span<const std::uint8_t> message, std::uint64_t posted) {
+  const auto parsed = ParseTemplateMessage(message);
+  if (!parsed) return;
+  Templates& templates = templates_[SourceOf(parsed->exporter, parsed->port)];
+  ForEachTemplate(parsed->set, [&](std::uint16_t id, TemplateShape shape) {
+    if (template_count_ >= kMostTemplates && !templates.contains(id)) return;
+    const auto [known, is_new] = templates.try_emplace(id, Template{posted, {}});
+    known->second.shape = std::move(shape);
+    if (is_new) ++template_count_;
+  });
+}
+
+ExporterCounts& ExporterTable::CountsOf(const ExporterKey& key) {
+  const auto known = exporters_.find(key);
+  if (known != exporters_.end()) return known->second;
+  return exporters_[exporters_.size() < kMostExporters ? key : ExporterKey{}];
+}
+
+void ExporterTable::Note(const MeteredDatagram& datagram) {
+  ExportVersion version = VersionOf(datagram.bytes);
+  if (!version.IsKnown() && version.number > kLargestVersion) version = {};
+  ExporterCounts& counts = CountsOf({datagram.exporter, datagram.port, version});
+  ++counts.datagrams;
+  counts.bytes += datagram.bytes.size();
+  counts.records += datagram.records;
+  counts.last_seen = std::max(counts.last_seen, datagram.time);
+  if (datagram.refusal != Refusal::kNone) {
+    ++counts.refused[static_cast<std::size_t>(datagram.refusal)];
+  } else {
+    NoteSets(datagram, version, &counts);
+  }
+  ++datagrams_;
+}
+
+void ExporterTable::NoteSets(const MeteredDatagram& datagram, const ExportVersion& version,
+                             ExporterCounts* counts) {
+  const std::uint64_t source = SourceOf(datagram.exporter, datagram.port);
+  std::optional<std::uint32_t> data_records;
+  if (version.HasTemplates()) {
+    const auto found = templates_.find(source);
+    const Templates* const known = found == templates_.end() ? nullptr : &found->second;
+    const Sets sets = CountSets(datagram, known, datagrams_);
+    // Without a template of its own an exporter may still be decoded by those in the policy.
+    if (known != nullptr || datagram.records == 0) counts->unknown_sets += sets.unknown;
+    if (sets.unknown == 0 && !sets.has_vast) data_records = sets.records;
+    counts->templates = known == nullptr ? 0 : known->size();
+  }
+  sequences_.Take(source, version, datagram.bytes, data_records, &counts->gaps,
+                  &counts->sample_gaps);
+}
+
+const ExporterTable::Template* ExporterTable::FindTemplate(const Templates* known,
+                                                           std::uint16_t id) {
+  if (known == nullptr) return nullptr;
+  const auto found = known->find(id);
+  return found == known->end() ? nullptr : &found->second;
+}
+
+// A set is decodable when its template was posted before this datagram, or stands in it further up
+// and was posted with it.
+ExporterTable::Sets ExporterTable::CountSets(const MeteredDatagram& datagram,
+                                             const Templates* known, std::uint64_t datagrams) {
+  Sets sets;
+  std::vector<std::uint16_t> defined_here;
+  ForEachSet(datagram.bytes, [&](const ExportSet& set) {
+    if (set.holds_templates) {
+      ForEachTemplate(set.bytes,
+                      [&](std::uint16_t id, const TemplateShape&) { defined_here.push_back(id); });
+    }
+    if (!set.holds_data) return;
+    const Template* const posted = FindTemplate(known, set.id);
+    const bool decodable =
+        posted != nullptr && (posted->posted < datagrams ||
+                              std::ranges::find(defined_here, set.id) != defined_here.end());
+    if (decodable) {
+      sets.records += CountRecords(set.bytes, posted->shape);
+      sets.has_vast = sets.has_vast || posted->shape.IsVast();
+    } else {
+      ++sets.unknown;
+    }
+  });
+  return sets;
+}
+
+ExporterTable ExporterTable::Reap() {
+  ExporterTable reaped;
+  reaped.exporters_ = std::exchange(exporters_, {});
+  return reaped;
+}
+
+void ExporterTable::Merge(const ExporterTable& other) {
+  for (const auto& [key, counts] : other.exporters_) CountsOf(key).Add(counts);
+}
+
+std::vector<ExporterTable::Row> ExporterTable::Rows() const {
+  std::vector<Row> rows;
+  rows.reserve(exporters_.size());
+  for (const auto& [key, counts] : exporters_) rows.push_back({key, counts});
+  std::ranges::sort(rows, {}, &Row::key);
+  return rows;
+}
+
+}  // namespace flow::host

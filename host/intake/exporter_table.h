@@ -1,0 +1,125 @@
+// What every exporter has sent, and what of it never came.
+#pragma once
+
+#include <absl/container/flat_hash_map.h>
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "host/base/timestamp.h"
+#include "host/export/export_format.h"
+#include "host/intake/sequence.h"
+
+namespace flow::host {
+
+// Why a datagram was not metered.
+enum class Refusal : std::uint8_t { kNone, kNotClaimed, kUnknownVersion, kCutShort, kFailed };
+inline constexpr std::size_t kRefusals = 5;
+
+// RefusalText is the reason as it reads after a number, as in "3 of an unknown version"; RefusalId
+// its name in files.
+std::string_view RefusalText(Refusal refusal);
+std::string_view RefusalId(Refusal refusal);
+
+struct ExporterKey {
+  std::uint32_t address = 0;  // host byte order
+  std::uint16_t port = 0;     // UDP source port
+  ExportVersion version;
+
+  friend auto operator<=>(const ExporterKey&, const ExporterKey&) = default;
+
+  template <class Hash>
+  friend Hash AbslHashValue(Hash hash, const ExporterKey& key) {
+    return Hash::combine(std::move(hash), key.address, key.port, key.version.sflow,
+                         key.version.number);
+  }
+};
+
+struct ExporterCounts {
+  std::uint64_t datagrams = 0;
+  std::uint64_t bytes = 0;  // of export datagrams, UDP headers left out
+  std::uint64_t records = 0;
+  std::uint64_t templates = 0;     // known when it was last seen
+  std::uint64_t unknown_sets = 0;  // data sets whose template was not known
+  std::array<std::uint64_t, kRefusals> refused{};
+  SequenceGaps gaps;         // in the units of the version
+  SequenceGaps sample_gaps;  // of sFlow samples
+  Timestamp last_seen = 0;
+
+  [[nodiscard]] std::uint64_t Refused() const;
+  void Add(const ExporterCounts& other);
+};
+
+// A datagram that went through a meter.
+struct MeteredDatagram {
+  std::uint32_t exporter = 0;  // as the meter saw it, host byte order
+  std::uint16_t port = 0;
+  Timestamp time = 0;
+  std::span<const std::uint8_t> bytes;  // without a shim
+  std::uint64_t records = 0;
+  Refusal refusal = Refusal::kNone;
+};
+
+class ExporterTable {
+ public:
+  struct Row {
+    ExporterKey key;
+    ExporterCounts counts;
+  };
+
+  // NoteTemplates takes a message that a meter posted on the template channel while it counted the
+  // datagram that Note is told of next; NoteForeignTemplates one that came from elsewhere before.
+  void NoteTemplates(std::span<const std::uint8_t> message) { NoteTemplates(message, datagrams_); }
+  void NoteForeignTemplates(std::span<const std::uint8_t> message) { NoteTemplates(message, 0); }
+
+  void Note(const MeteredDatagram& datagram);
+
+  // Reap hands out what was counted since it was last called; templates and sequence numbers stay.
+  ExporterTable Reap();
+
+  // Merge adds what another table counted.
+  void Merge(const ExporterTable& other);
+
+  // By address, port and version. Beyond kMostExporters, all others are one row of address 0.
+  [[nodiscard]] std::vector<Row> Rows() const;
+
+  static constexpr std::size_t kMostExporters = std::size_t{1} << 16;
+  static constexpr std::size_t kMostTemplates = std::size_t{1} << 18;
+
+ private:
+  struct Template {
+    std::uint64_t posted = 0;  // first, with this datagram
+    TemplateShape shape;
+  };
+  // The templates of one address and port.
+  using Templates = absl::flat_hash_map<std::uint16_t, Template>;
+
+  // What the sets of a datagram hold.
+  struct Sets {
+    std::uint64_t unknown = 0;  // data sets without a template
+    bool has_vast = false;      // sets whose records were not counted
+    std::uint32_t records = 0;  // in the others
+  };
+
+  static std::uint64_t SourceOf(std::uint32_t address, std::uint16_t port) {
+    return std::uint64_t{address} << 16 | port;
+  }
+  void NoteTemplates(std::span<const std::uint8_t> message, std::uint64_t posted);
+  ExporterCounts& CountsOf(const ExporterKey& key);
+  void NoteSets(const MeteredDatagram& datagram, const ExportVersion& version,
+                ExporterCounts* counts);
+  static const Template* FindTemplate(const Templates* known, std::uint16_t id);
+  static Sets CountSets(const MeteredDatagram& datagram, const Templates* known,
+                        std::uint64_t datagrams);
+
+  absl::flat_hash_map<ExporterKey, ExporterCounts> exporters_;
+  absl::flat_hash_map<std::uint64_t, Templates> templates_;
+  std::size_t template_count_ = 0;
+  SequenceTracker sequences_;
+  std::uint64_t datagrams_ = 1;  // the number of the next
+};
+
+}  // namespace flow::host

@@ -1,0 +1,49 @@
+// The intake: captured packets go to the lane and the protocol that they belong to, everything else
+// is counted under what it is.
+#pragma once
+
+#include <array>
+#include <map>
+#include <utility>
+
+#include "host/capture/udp_packet.h"
+#include "host/intake/lanes.h"
+#include "host/intake/port_map.h"
+
+namespace flow::host {
+
+struct IntakeCounts {
+  std::array<std::uint64_t, kPacketKinds> packets{};       // by PacketKind
+  std::map<std::uint16_t, std::uint64_t> unclaimed_ports;  // UDP, by destination port
+  Timestamp first = 0;
+  Timestamp last = 0;
+
+  void Add(const IntakeCounts& other);
+
+  [[nodiscard]] std::uint64_t Packets() const;
+  [[nodiscard]] std::uint64_t Unclaimed() const;
+};
+
+class Intake {
+ public:
+  // Both outlive the intake.
+  Intake(const PortMap& ports, Lanes& lanes) : ports_(ports), lanes_(lanes) {}
+
+  // Take takes a packet of a capture, or a datagram of a protocol's socket.
+  void Take(int link_type, const CapturedPacket& packet);
+  void Take(const IID& protocol, const UdpPacket& datagram);
+
+  [[nodiscard]] const IntakeCounts& counts() const { return counts_; }
+
+  // Reap hands out what was counted since it was last called.
+  IntakeCounts Reap() { return std::exchange(counts_, {}); }
+
+ private:
+  void NoteTime(Timestamp time);
+
+  const PortMap& ports_;
+  Lanes& lanes_;
+  IntakeCounts counts_;
+};
+
+}  // namespace flow::host

@@ -1,0 +1,148 @@
+#include "host/intake/lane.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "host/base/endpoint.h"
+#include "host/base/error.h"
+#include "host/border/call_trace.h"
+#include "plugin/identifiers.h"
+
+namespace flow::host {
+namespace {
+
+// Why a meter did not meter a datagram. Its status alone does not say: for v9 and IPFIX 1 is the
+// usual result, and an IPFIX message that is cut short or an unknown sFlow version is passed over.
+Refusal ReasonFor(Status status, std::span<const std::uint8_t> datagram) {
+  const ExportVersion version = VersionOf(datagram);
+  if (!version.IsKnown()) return Refusal::kUnknownVersion;
+  if (!version.sflow && IsCutShort(datagram)) return Refusal::kCutShort;
+  return status == kStatusOk || version.HasTemplates() ? Refusal::kNone : Refusal::kFailed;
+}
+
+}  // namespace
+
+Lane::Lane(const LaneParts& parts, int number)
+    : number_(number),
+      groups_(parts.groups),
+      channels_(parts.channels),
+      trace_(parts.trace),
+      store_(std::make_unique<StatsStore>(groups_)),
+      engine_(*store_, *this),
+      packet_(parts.trace) {
+  if (trace_ != nullptr) trace_engine_.emplace(engine_, *trace_);
+  for (const ComponentDescription& description : parts.components) {
+    if (description.handler || description.meter) Attach(parts, description);
+  }
+  channels_.Add(number_, mailbox_);
+}
+
+Lane::~Lane() {
+  for (Component& component : components_) component.plugin->DetachSite();
+}
+
+void Lane::Attach(const LaneParts& parts, const ComponentDescription& description) {
+  Component component;
+  component.name = fmt::format("{} {}", description.name, number_);
+  component.protocol =
+      description.handler ? description.handler->protocol : description.meter->protocol;
+  component.site = std::make_unique<Site>(parts.site_settings, parts.console, component.name,
+                                          number_, parts.trace);
+  const InterfacePtr<IArboUnknown> object = NewComponent(parts.package, description.clsid);
+  component.plugin = Query<IOmbrelPlugin>(*object, IID_IOmbrelPlugin);
+  component.handler = Query<IOmbrelProtHandler>(*object, IID_IOmbrelProtHandler);
+  component.meter = Query<IOmbrelSimpleCounter>(*object, IID_IOmbrelSimpleCounter);
+  component.listener = Query<IOmbrelChannelListener>(*object, IID_IOmbrelChannelListener);
+  if (!component.plugin) {
+    throw HostError(fmt::format("component {} cannot be attached", component.name));
+  }
+
+  if (trace_ != nullptr) trace_->Enter(fmt::format("{} AttachSite", component.name));
+  const Status status = component.plugin->AttachSite(component.site.get());
+  if (trace_ != nullptr) trace_->Leave(status);
+  if (status != kStatusOk) {
+    throw HostError(fmt::format("{} refused to start (0x{:08X}); what it logged stands above",
+                                component.name, status));
+  }
+  components_.push_back(std::move(component));
+}
+
+void Lane::Handle(const IID& protocol, const UdpPacket& packet) {
+  if (mailbox_.HasMail()) TakeMessages();
+  packet_.Set(packet);
+  engine_.SetTime(packet.time);
+  const std::uint64_t records_before = store_->records;
+  Refusal refusal = Claim(protocol, packet);
+  if (refusal == Refusal::kNone) {
+    for (Component& component : components_) {
+      if (component.meter && component.protocol == protocol) refusal = Count(component, packet);
+    }
+  }
+  const std::uint64_t records = store_->records - records_before;
+  records_.store(records_.load(std::memory_order_relaxed) + records, std::memory_order_relaxed);
+  const std::uint32_t exporter = packet_.Source();
+  exporters_.Note({exporter, packet.source_port, packet.time,
+                   WithoutShim(packet.Payload(), exporter), records, refusal});
+}
+
+void Lane::TakeMessages() {
+  for (const ChannelMessage& message : mailbox_.TakeAll()) {
+    std::vector<std::uint8_t>& bytes = *message.bytes;
+    if (message.channel == CHANNELID_NETFLOW_TEMPLATES) exporters_.NoteForeignTemplates(bytes);
+    for (Component& component : components_) {
+      if (!component.listener) continue;
+      if (trace_ != nullptr) {
+        trace_->Enter(fmt::format("lane {} OnChannelMessage {} {} bytes", number_,
+                                  trace_->Name(message.channel), bytes.size()));
+      }
+      const Status status = component.listener->OnChannelMessage(
+          message.channel, static_cast<unsigned>(bytes.size()), bytes.data());
+      if (trace_ != nullptr) trace_->Leave(status);
+    }
+  }
+}
+
+Harvest Lane::Reap() {
+  auto fresh = std::make_unique<StatsStore>(groups_);
+  engine_.UseStore(*fresh);
+  fresh->CopyNotes(*store_);  // told once, and true from then on
+  return {std::exchange(store_, std::move(fresh)), exporters_.Reap()};
+}
+
+Refusal Lane::Claim(const IID& protocol, const UdpPacket& packet) {
+  for (Component& component : components_) {
+    if (!component.handler || !(component.protocol == protocol)) continue;
+    if (trace_ != nullptr) {
+      trace_->Enter(fmt::format("{} GenerateParse {}:{} {} bytes", component.name,
+                                Ipv4Text(packet.source), packet.source_port,
+                                packet.payload_length));
+    }
+    DISPOSITION_CODE_T disposition = 0;
+    const Status status =
+        component.handler->GenerateParse(packet_.Payload(), &disposition, &packet_);
+    if (trace_ != nullptr) trace_->Leave(status);
+    if (status == kStatusOk && disposition == kDispositionClaimed) return Refusal::kNone;
+  }
+  return Refusal::kNotClaimed;
+}
+
+Refusal Lane::Count(Component& component, const UdpPacket& packet) {
+  if (trace_ == nullptr) {
+    const Status status = component.meter->Count(&engine_, packet_.Payload());
+    return ReasonFor(status, WithoutShim(packet.Payload(), packet_.Source()));
+  }
+  trace_->Enter(fmt::format("{} Count {}:{} {} bytes at {}", component.name,
+                            Ipv4Text(packet.source), packet.source_port, packet.payload_length,
+                            packet.time / kMicrosPerSecond));
+  const Status status = component.meter->Count(&*trace_engine_, packet_.Payload());
+  trace_->Leave(status);
+  return ReasonFor(status, WithoutShim(packet.Payload(), packet_.Source()));
+}
+
+void Lane::Post(const GUID& channel, const CLSID& /*sender*/, std::span<std::uint8_t> message) {
+  if (channel == CHANNELID_NETFLOW_TEMPLATES) exporters_.NoteTemplates(message);
+  channels_.Deliver(number_, channel, message);
+}
+
+}  // namespace flow::host

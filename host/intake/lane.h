@@ -1,0 +1,94 @@
+// A lane: one instance of every handler and meter, with a store of its own for what they count.
+//
+// A lane is used by one thread at a time and shares nothing with others but its mailbox.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "host/border/component_catalog.h"
+#include "host/border/packet_context.h"
+#include "host/border/site.h"
+#include "host/border/trace_engine.h"
+#include "host/capture/udp_packet.h"
+#include "host/engine/stats_engine.h"
+#include "host/intake/channel_hub.h"
+#include "host/intake/exporter_table.h"
+
+namespace flow::host {
+
+// What lanes are made of; all of it outlives them.
+struct LaneParts {
+  IOmbrelComponentPackage& package;
+  std::span<const ComponentDescription> components;
+  std::span<const GroupInfo> groups;
+  const SiteSettings& site_settings;
+  ChannelHub& channels;
+  Console& console;
+  CallTrace* trace = nullptr;  // may be null
+};
+
+// What a lane has counted over some time.
+struct Harvest {
+  std::unique_ptr<StatsStore> store;
+  ExporterTable exporters;
+};
+
+class Lane final : private ChannelSink {
+ public:
+  // Makes the components of lane number (from 1) and attaches them. HostError when one refuses.
+  Lane(const LaneParts& parts, int number);
+  ~Lane() override;
+
+  // Handle takes in the messages that wait, then the datagram to its protocol's handler and meters.
+  void Handle(const IID& protocol, const UdpPacket& packet);
+
+  // TakeMessages gives the meters the messages that wait in the mailbox.
+  void TakeMessages();
+  Mailbox& mailbox() { return mailbox_; }
+
+  // Reap hands out what was counted since the last harvest; counting goes on from zero.
+  Harvest Reap();
+
+  // LookAtPolicies makes what is done from time to time due with the next datagram.
+  void LookAtPolicies() { engine_.SetAhead(); }
+
+  // Records metered so far; any thread may ask.
+  [[nodiscard]] std::uint64_t Records() const { return records_.load(std::memory_order_relaxed); }
+
+ private:
+  // A component at work. The site outlives it.
+  struct Component {
+    std::string name;
+    IID protocol{};
+    std::unique_ptr<Site> site;
+    InterfacePtr<IOmbrelPlugin> plugin;
+    InterfacePtr<IOmbrelProtHandler> handler;
+    InterfacePtr<IOmbrelSimpleCounter> meter;
+    InterfacePtr<IOmbrelChannelListener> listener;
+  };
+
+  void Attach(const LaneParts& parts, const ComponentDescription& description);
+  Refusal Claim(const IID& protocol, const UdpPacket& packet);
+  Refusal Count(Component& component, const UdpPacket& packet);
+  void Post(const GUID& channel, const CLSID& sender, std::span<std::uint8_t> message) override;
+
+  int number_;
+  std::span<const GroupInfo> groups_;
+  ChannelHub& channels_;
+  Mailbox mailbox_;
+  CallTrace* trace_;
+  std::unique_ptr<StatsStore> store_;
+  ExporterTable exporters_;
+  StatsEngine engine_;
+  std::optional<TraceEngine> trace_engine_;
+  PacketContext packet_;
+  std::vector<Component> components_;
+  std::atomic<std::uint64_t> records_ = 0;
+};
+
+}  // namespace flow::host

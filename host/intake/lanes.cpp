@@ -1,0 +1,116 @@
+#include "host/intake/lanes.h"
+
+#include <absl/hash/hash.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+namespace flow::host {
+namespace {
+
+// In batches of 256 KiB: what a burst may fill before something is lost, and what is enough to keep
+// a lane at work.
+constexpr std::size_t kBurstBatches = 256;
+constexpr std::size_t kReadAheadBatches = 8;
+
+}  // namespace
+
+Lanes::Lanes(const LaneParts& parts, int count, LaneMode mode)
+    : taken_(static_cast<std::size_t>(count)) {
+  for (int number = 1; number <= count; ++number) {
+    lanes_.push_back(std::make_unique<Lane>(parts, number));
+  }
+  if (mode == LaneMode::kInline) return;
+  const bool drops = mode == LaneMode::kDrop;
+  for (const auto& lane : lanes_) {
+    workers_.push_back(
+        std::make_unique<LaneWorker>(*lane, drops ? kBurstBatches : kReadAheadBatches, drops));
+  }
+}
+
+Lanes::~Lanes() { Finish(); }
+
+// All datagrams of an exporter take one lane, its templates and option data with its records: the
+// one that had least to do when the exporter first showed. Beyond a number that no network has, by
+// hash.
+std::size_t Lanes::LaneOf(const UdpPacket& packet) {
+  if (lanes_.size() == 1) return 0;
+  constexpr std::size_t kMostExporters = std::size_t{1} << 16;
+  const std::uint64_t source = std::uint64_t{packet.source} << 16 | packet.source_port;
+  auto known = lane_of_.find(source);
+  if (known == lane_of_.end()) {
+    if (lane_of_.size() >= kMostExporters) return absl::HashOf(source) % lanes_.size();
+    const auto least = std::ranges::min_element(taken_);
+    known = lane_of_.emplace(source, static_cast<std::size_t>(least - taken_.begin())).first;
+  }
+  ++taken_[known->second];
+  return known->second;
+}
+
+void Lanes::Take(const IID& protocol, const UdpPacket& packet) {
+  if (ended_) {
+    intake_rests_ = true;
+    for (;;) pause();  // the process is about to end
+  }
+  const std::size_t lane = LaneOf(packet);
+  if (!workers_.empty()) return workers_[lane]->Take(protocol, packet);
+  lanes_[lane]->Handle(protocol, packet);
+  for (const auto& each : lanes_) {
+    if (each->mailbox().HasMail()) each->TakeMessages();
+  }
+}
+
+void Lanes::Push() {
+  for (const auto& worker : workers_) worker->Push();
+}
+
+bool Lanes::PushIdle() {
+  bool left = false;
+  for (const auto& worker : workers_) left = worker->PushIfIdle() || left;
+  return left;
+}
+
+void Lanes::ForEach(const std::function<void(Lane&)>& task) {
+  if (workers_.empty()) return Each(task);
+  for (const auto& worker : workers_) worker->Run(task);
+}
+
+void Lanes::Finish() {
+  for (const auto& worker : workers_) worker->Finish();
+}
+
+void Lanes::EndHere() {
+  using namespace std::chrono_literals;
+  if (workers_.empty()) return;
+  ended_ = true;
+  for (int i = 0; i < 20 && !intake_rests_; ++i) std::this_thread::sleep_for(5ms);
+  for (const auto& worker : workers_) worker->End();
+  // A lane that is ending the process too waits in the middle of its datagram, and the intake may
+  // be waiting for a datagram: neither may ever say that it rests.
+  const auto rests = [](const auto& worker) {
+    return worker->HasEnded() || worker->IsThisThread();
+  };
+  for (int i = 0; i < 200 && !std::ranges::all_of(workers_, rests); ++i) {
+    std::this_thread::sleep_for(5ms);
+  }
+}
+
+void Lanes::Each(const std::function<void(Lane&)>& visit) {
+  for (const auto& lane : lanes_) visit(*lane);
+}
+
+std::uint64_t Lanes::Records() const {
+  std::uint64_t records = 0;
+  for (const auto& lane : lanes_) records += lane->Records();
+  return records;
+}
+
+std::uint64_t Lanes::Dropped() const {
+  std::uint64_t dropped = 0;
+  for (const auto& worker : workers_) dropped += worker->Dropped();
+  return dropped;
+}
+
+}  // namespace flow::host

@@ -1,0 +1,23 @@
+#include "host/intake/packet_batch.h"
+
+#include <cstring>
+
+namespace flow::host {
+
+bool PacketBatch::Add(const IID& protocol, const UdpPacket& packet) {
+  const std::size_t size = packet.ip.size();
+  if (size > kCapacity - used_) return false;
+  std::uint8_t* const copy = block_.get() + used_;
+  std::memcpy(copy, packet.ip.data(), size);
+  used_ += size;
+  Entry& entry = entries_.emplace_back(Entry{&protocol, packet});
+  entry.packet.ip = {copy, size};
+  return true;
+}
+
+void PacketBatch::Clear() {
+  used_ = 0;
+  entries_.clear();
+}
+
+}  // namespace flow::host

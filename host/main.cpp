@@ -1,3 +1,0 @@
-#include "host/flowhost.h"
-
-int main(int argc, char** argv) { return flow::host::RunFlowhost(argc, argv); }

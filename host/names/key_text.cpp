@@ -1,0 +1,266 @@
+#include "host/names/key_text.h"
+
+#include <arpa/inet.h>
+#include <fmt/format.h>
+
+#include <charconv>
+#include <optional>
+#include <utility>
+
+#include "host/base/endpoint.h"
+#include "host/base/printable.h"
+#include "host/names/well_known_names.h"
+
+namespace flow::host {
+namespace {
+
+using Text = std::optional<std::string>;  // nothing: the key has not the form
+
+constexpr std::size_t kIpv4Length = 11;  // C0.A8.01.0A
+constexpr std::size_t kIpv6Length = 32;
+constexpr std::size_t kInterfaceLength = 20;  // C0.A8.01.01_0000000A
+
+template <class Number>
+std::optional<Number> Parse(std::string_view digits, int base) {
+  Number value{};
+  const auto [end, error] =
+      std::from_chars(digits.data(), digits.data() + digits.size(), value, base);
+  if (error != std::errc() || end != digits.data() + digits.size()) return std::nullopt;
+  return value;
+}
+
+std::optional<std::uint32_t> Hex(std::string_view digits, std::size_t length) {
+  if (digits.size() != length) return std::nullopt;
+  return Parse<std::uint32_t>(digits, 16);
+}
+
+// KeyReader takes the pieces of a key one after another; after one that does not fit it is spoilt.
+class KeyReader {
+ public:
+  explicit KeyReader(std::string_view key) : rest_(key) {}
+
+  [[nodiscard]] bool AtEnd() const { return rest_.empty(); }
+  [[nodiscard]] bool spoilt() const { return spoilt_; }
+
+  std::string_view Take(std::size_t length) {
+    if (rest_.size() < length) spoilt_ = true;
+    const std::string_view piece = rest_.substr(0, length);
+    rest_.remove_prefix(piece.size());
+    return piece;
+  }
+  void Expect(std::string_view literal) {
+    if (Take(literal.size()) != literal) spoilt_ = true;
+  }
+  std::uint32_t TakeHex(std::size_t digits) {
+    const auto value = Hex(Take(digits), digits);
+    if (!value) spoilt_ = true;
+    return value.value_or(0);
+  }
+  std::uint32_t TakeIpv4() {
+    std::uint32_t address = 0;
+    for (int octet = 0; octet < 4; ++octet) {
+      if (octet > 0) Expect(".");
+      address = address << 8 | TakeHex(2);
+    }
+    return address;
+  }
+  std::string TakeIpv6() {
+    unsigned char bytes[16];
+    for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(TakeHex(2));
+    char text[INET6_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET6, bytes, text, sizeof(text));
+    return text;
+  }
+
+ private:
+  std::string_view rest_;
+  bool spoilt_ = false;
+};
+
+Text Checked(const KeyReader& reader, std::string text) {
+  if (reader.spoilt() || !reader.AtEnd()) return std::nullopt;
+  return text;
+}
+
+std::string WithName(std::uint32_t number, std::string_view name) {
+  return name.empty() ? fmt::format("{}", number) : fmt::format("{} ({})", number, name);
+}
+
+std::string ProtocolText(std::uint32_t protocol) {
+  const std::string_view name = ProtocolName(static_cast<std::uint8_t>(protocol));
+  return name.empty() ? fmt::format("protocol {}", protocol) : std::string(name);
+}
+
+Text Ipv4Key(std::string_view key) {
+  KeyReader reader(key);
+  const std::uint32_t address = reader.TakeIpv4();
+  return Checked(reader, Ipv4Text(address));
+}
+
+Text Ipv6Key(std::string_view key) {
+  KeyReader reader(key);
+  std::string text = reader.TakeIpv6();
+  return Checked(reader, std::move(text));
+}
+
+Text InterfaceKey(std::string_view key) {
+  KeyReader reader(key);
+  const std::uint32_t exporter = reader.TakeIpv4();
+  reader.Expect("_");
+  const std::uint32_t index = reader.TakeHex(8);
+  return Checked(reader, fmt::format("{} if {}", Ipv4Text(exporter), index));
+}
+
+Text TotalsKey(std::string_view key) {
+  constexpr std::pair<std::string_view, std::string_view> kNames[] = {
+      {"TOTALBW", "all"},
+      {"DIR_WITHINHOME", "within home"},
+      {"DIR_INTOHOME", "into home"},
+      {"DIR_OUTOFHOME", "out of home"},
+      {"DIR_TRANSIT", "transit"},
+  };
+  for (const auto& [raw, name] : kNames) {
+    if (raw == key) return std::string(name);
+  }
+  return std::nullopt;
+}
+
+Text ApplicationKey(std::string_view key) {
+  if (key.substr(0, 2) != "p-") return std::nullopt;
+  const auto port = Hex(key.substr(2), 4);
+  if (!port) return std::nullopt;
+  return WithName(*port, ServiceName(static_cast<std::uint16_t>(*port)));
+}
+
+Text ProtocolKey(std::string_view key) {
+  const auto protocol = Hex(key, 2);
+  if (!protocol) return std::nullopt;
+  return WithName(*protocol, ProtocolName(static_cast<std::uint8_t>(*protocol)));
+}
+
+Text EthertypeKey(std::string_view key) {
+  if (key == "0800") return "IPv4";
+  if (key == "86DD") return "IPv6";
+  return std::nullopt;
+}
+
+Text SubnetKey(std::string_view key) {
+  KeyReader reader(key);
+  const std::uint32_t address = reader.TakeIpv4();
+  reader.Expect("/");
+  const std::uint32_t length = reader.TakeHex(2);
+  return Checked(reader, fmt::format("{}/{}", Ipv4Text(address), length));
+}
+
+// AS numbers come as signed decimals; above 2147483647 they are negative.
+Text AsNumberKey(std::string_view key) {
+  const auto number = Parse<std::int64_t>(key, 10);
+  if (!number) return std::nullopt;
+  return fmt::format("AS{}", static_cast<std::uint32_t>(*number));
+}
+
+Text AsInterfaceKey(std::string_view key) {
+  const std::size_t backslash = key.find('\\');
+  if (backslash == std::string_view::npos) return std::nullopt;
+  const Text number = AsNumberKey(key.substr(0, backslash));
+  const Text interface = InterfaceKey(key.substr(backslash + 1));
+  if (!number || !interface) return std::nullopt;
+  return fmt::format("{} on {}", *number, *interface);
+}
+
+Text VlanKey(std::string_view key) {
+  const auto vlan = Parse<std::uint32_t>(key, 16);
+  if (!vlan) return std::nullopt;
+  return *vlan == 0 ? "untagged" : fmt::format("{}", *vlan);
+}
+
+Text MacPairKey(std::string_view key) {
+  constexpr std::string_view kArrow = " ->";
+  const std::size_t arrow = key.find(kArrow);
+  if (arrow == std::string_view::npos) return std::nullopt;
+  return fmt::format("{} -> {}", Printable(key.substr(0, arrow)),
+                     Printable(key.substr(arrow + kArrow.size())));
+}
+
+struct Side {
+  std::string address;
+  std::uint32_t port = 0;
+};
+
+// In a flow with a merged service all client ports are one, written as FFFF.
+std::string PortText(const Side& side, const Side& other) {
+  const bool merges = other.port == 53 || other.port == 80 || other.port == 443;
+  return side.port == 0xFFFF && merges ? "*" : fmt::format("{}", side.port);
+}
+
+Side TakeSide(KeyReader* reader, bool ipv6) {
+  Side side;
+  side.address = ipv6 ? fmt::format("[{}]", reader->TakeIpv6()) : Ipv4Text(reader->TakeIpv4());
+  reader->Expect(":p-");
+  side.port = reader->TakeHex(4);
+  reader->Expect("_");
+  return side;
+}
+
+// The exporter part ends a session key: address and two interfaces, all zero when flows of several
+// exporters are merged. A merged one may be written with short interfaces.
+std::string TakeExporter(KeyReader* reader, std::size_t length) {
+  const bool is_short = length == 21;
+  const std::size_t digits = is_short ? 4 : 8;
+  const std::uint32_t exporter = reader->TakeIpv4();
+  reader->Expect("_");
+  const std::uint32_t first = reader->TakeHex(digits);
+  reader->Expect("_");
+  const std::uint32_t second = reader->TakeHex(digits);
+  if (exporter == 0 && first == 0 && second == 0) return "";
+  return fmt::format(" at {} if {}/{}", Ipv4Text(exporter), first, second);
+}
+
+Text SessionKey(std::string_view key) {
+  constexpr std::size_t kShortest = 63;
+  if (key.size() < kShortest) return std::nullopt;
+  const bool ipv6 = key.substr(2, 2) == "D:";
+  const std::size_t before_exporter = ipv6 ? 84 : 42;
+  KeyReader reader(key);
+  const std::uint32_t protocol = reader.TakeHex(2);
+  reader.Expect(ipv6 ? "D:" : "C:");
+  const Side a = TakeSide(&reader, ipv6);
+  const Side b = TakeSide(&reader, ipv6);
+  const std::string exporter = TakeExporter(&reader, key.size() - before_exporter);
+  return Checked(reader, fmt::format("{} {}:{} <-> {}:{}{}", ProtocolText(protocol), a.address,
+                                     PortText(a, b), b.address, PortText(b, a), exporter));
+}
+
+Text GuessedKey(std::string_view key) {
+  switch (key.size()) {
+    case kIpv4Length:
+      return Ipv4Key(key);
+    case kInterfaceLength:
+      return InterfaceKey(key);
+    case kIpv6Length:
+      return Ipv6Key(key);
+    default:
+      return std::nullopt;
+  }
+}
+
+Text PlainKey(std::string_view /*key*/) { return std::nullopt; }
+
+using KeyText = Text (*)(std::string_view key);
+
+// By KeyKind.
+constexpr KeyText kKeyTexts[] = {
+    GuessedKey,   PlainKey,    TotalsKey,      Ipv4Key,     Ipv6Key,
+    InterfaceKey, SessionKey,  ApplicationKey, ProtocolKey, EthertypeKey,
+    SubnetKey,    AsNumberKey, AsInterfaceKey, VlanKey,     MacPairKey,
+};
+static_assert(std::size(kKeyTexts) == static_cast<std::size_t>(KeyKind::kMacPair) + 1);
+
+}  // namespace
+
+std::string ReadableKey(KeyKind kind, std::string_view key) {
+  Text text = kKeyTexts[static_cast<std::size_t>(kind)](key);
+  return text ? *std::move(text) : Printable(key);
+}
+
+}  // namespace flow::host

@@ -1,0 +1,55 @@
+#include "host/output/report.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <tuple>
+
+namespace flow::host {
+
+bool ReportOptions::Wants(const GroupInfo& group) const {
+  return group_ids.empty() || std::ranges::find(group_ids, group.id) != group_ids.end();
+}
+
+Ranking RankKeys(const CounterGroup& group, std::size_t top) {
+  Ranking ranking;
+  ranking.column_sums = group.pruned_sums;
+  for (const int meter : group.info.ranking) {
+    ranking.rank_sum += group.pruned_sums[static_cast<std::size_t>(meter)];
+  }
+  std::vector<KeyRow>& rows = ranking.rows;
+  rows.reserve(group.table.size());
+  group.table.ForEach([&](std::string_view key, const std::uint64_t* values) {
+    KeyRow& row = rows.emplace_back(KeyRow{key, values, 0});
+    for (const int meter : group.info.ranking) row.rank += values[meter];
+    for (std::size_t i = 0; i < group.columns; ++i) ranking.column_sums[i] += values[i];
+    ranking.rank_sum += row.rank;
+  });
+  const auto larger = [](const KeyRow& a, const KeyRow& b) {
+    return std::tie(b.rank, a.key) < std::tie(a.rank, b.key);
+  };
+  const auto end = rows.begin() + static_cast<std::ptrdiff_t>(std::min(top, rows.size()));
+  std::partial_sort(rows.begin(), end, rows.end(), larger);
+  rows.erase(end, rows.end());
+  return ranking;
+}
+
+std::string SamplingRate(const StatsStore& store, std::uint32_t exporter) {
+  const std::string key = fmt::format("{:02X}.{:02X}.{:02X}.{:02X}", exporter >> 24,
+                                      exporter >> 16 & 0xFF, exporter >> 8 & 0xFF, exporter & 0xFF);
+  for (const auto& group : store.groups()) {
+    if (!(group->info.guid == kExporterGroup)) continue;
+    const auto notes = group->notes.find(key);
+    if (notes == group->notes.end()) return "";
+    const auto rate = notes->second.properties.find("netflow.sampling_rate");
+    return rate == notes->second.properties.end() ? "" : rate->second;
+  }
+  return "";
+}
+
+std::int64_t FlowDuration(const FlowRecord& flow) {
+  if (flow.has_times == 0 && flow.duration_ms != 0) return flow.duration_ms;
+  return std::max<std::int64_t>(flow.last_ms - flow.first_ms, 0);
+}
+
+}  // namespace flow::host

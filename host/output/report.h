@@ -1,0 +1,71 @@
+// What a run has to report, and the choices of the user about it. All outputs are made from this.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/engine/stats_store.h"
+#include "host/intake/exporter_table.h"
+#include "host/intake/intake.h"
+#include "host/period/period.h"
+
+namespace flow::host {
+
+struct CaptureResult {
+  std::string path;
+  std::uint64_t packets = 0;
+  std::string error;  // empty when it was read to its end
+};
+
+struct Report {
+  std::vector<CaptureResult> captures;
+  std::string title;  // empty for a replay's only report
+  const IntakeCounts& intake;
+  const Losses& losses;
+  const StatsStore& store;
+  std::vector<ExporterTable::Row> exporters;
+  double seconds = 0;  // that the run took
+};
+
+struct ReportOptions {
+  std::size_t top = 10;                // keys per group on the terminal
+  std::vector<std::string> group_ids;  // empty for all groups
+  bool raw_keys = false;
+  bool exact = false;       // bytes to the last digit rather than in units
+  bool only_top_n = false;  // in files: no more keys of a group than its top-N setting says
+
+  [[nodiscard]] bool Wants(const GroupInfo& group) const;
+};
+
+// Where the results go beside the summary; empty for nowhere.
+struct OutputOptions {
+  ReportOptions report;  // group_ids holds names as given until the groups are known
+  std::string json;
+  std::string csv;
+  std::string sqlite;
+  int keep_days = 7;  // of time buckets in the database; 0 for all
+};
+
+// A key of a group with its values; both belong to the group.
+struct KeyRow {
+  std::string_view key;
+  const std::uint64_t* values = nullptr;
+  std::uint64_t rank = 0;  // what it is ranked by
+};
+
+// The largest keys of a group, and what all keys together have.
+struct Ranking {
+  std::vector<KeyRow> rows;                // largest first, equal ones by key
+  std::vector<std::uint64_t> column_sums;  // over all keys
+  std::uint64_t rank_sum = 0;
+};
+Ranking RankKeys(const CounterGroup& group, std::size_t top);
+
+// The sampling rate that was published for an exporter, or "".
+std::string SamplingRate(const StatsStore& store, std::uint32_t exporter);
+
+// How long a flow lasted, milliseconds.
+std::int64_t FlowDuration(const FlowRecord& flow);
+
+}  // namespace flow::host

@@ -1,0 +1,34 @@
+// The report as flat tables, for outputs that are made of such: CSV files and a database.
+//
+// There is a sheet of exporters, one per counter group, and one with the labels and properties of
+// keys.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <variant>
+
+#include "host/output/report.h"
+
+namespace flow::host {
+
+using Cell = std::variant<std::uint64_t, std::int64_t, std::string>;
+
+struct SheetColumn {
+  std::string name;
+  bool is_number = false;
+};
+
+// Takes sheets one after another, each row by row.
+class SheetSink {
+ public:
+  virtual ~SheetSink() = default;
+  virtual void Begin(const std::string& name, std::span<const SheetColumn> columns) = 0;
+  virtual void Row(std::span<const Cell> cells) = 0;
+  virtual void End() = 0;
+};
+
+void WriteSheets(const Report& report, const ReportOptions& options, SheetSink* sink);
+
+}  // namespace flow::host

@@ -1,0 +1,351 @@
+#include "host/output/summary.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <map>
+
+#include "host/base/endpoint.h"
+#include "host/base/number_text.h"
+#include "host/base/printable.h"
+#include "host/names/key_text.h"
+#include "host/output/text_table.h"
+
+namespace flow::host {
+namespace {
+
+using Align = TextTable::Align;
+
+// A number that is made of parts; a single part says it all.
+std::string Counted(std::uint64_t sum, const std::vector<std::string>& parts) {
+  if (parts.size() == 1) return parts.front();
+  return fmt::format("{}: {}", Thousands(sum), fmt::join(parts, ", "));
+}
+
+// SummaryPrinter holds what every part of the summary needs.
+class SummaryPrinter {
+ public:
+  SummaryPrinter(const Report& report, const ReportOptions& options, std::FILE* out)
+      : report_(report), options_(options), out_(out) {}
+
+  void Print() {
+    PrintCaptures();
+    PrintTotals();
+    PrintExporters();
+    if (options_.top == 0) return;
+    for (const auto& group : report_.store.groups()) {
+      if (group->table.size() == 0 || !options_.Wants(group->info)) continue;
+      if (group.get() == &report_.store.flow_group()) {
+        PrintFlows(*group);
+      } else {
+        PrintGroup(*group);
+      }
+    }
+  }
+
+ private:
+  [[nodiscard]] std::string Bytes(std::uint64_t bytes) const {
+    return options_.exact ? Thousands(bytes) : SiBytes(bytes);
+  }
+  [[nodiscard]] std::string Value(Unit unit, std::uint64_t value) const {
+    return unit == Unit::kBytes ? Bytes(value) : Thousands(value);
+  }
+  [[nodiscard]] std::string KeyText(const CounterGroup& group, std::string_view key) const;
+  void Heading(std::string_view title, std::size_t shown, std::size_t all,
+               std::uint64_t pruned = 0) const;
+  void Line(std::string_view label, std::string_view text) const;
+
+  void PrintCaptures();
+  void PrintTotals();
+  void PrintRejected(const ExporterCounts& sum);
+  void PrintLost();
+  void PrintTraffic();
+  [[nodiscard]] std::string UnclaimedPorts() const;
+  void PrintOtherPackets();
+  [[nodiscard]] std::vector<ExporterTable::Row> TopExporters() const;
+  void PrintExporters();
+  void PrintGroup(const CounterGroup& group);
+  void PrintFlows(const CounterGroup& group);
+
+  const Report& report_;
+  const ReportOptions& options_;
+  std::FILE* out_;
+};
+
+std::string SummaryPrinter::KeyText(const CounterGroup& group, std::string_view key) const {
+  if (options_.raw_keys) return Printable(key);
+  std::string text = ReadableKey(group.info.key_kind, key);
+  const auto notes = group.notes.find(key);
+  if (notes == group.notes.end()) return text;
+  if (!notes->second.label.empty()) text += fmt::format(" [{}]", Printable(notes->second.label));
+  for (const auto& [name, value] : notes->second.properties) {
+    text += fmt::format(" {}={}", Printable(name), Printable(value));
+  }
+  return text;
+}
+
+void SummaryPrinter::Heading(std::string_view title, std::size_t shown, std::size_t all,
+                             std::uint64_t pruned) const {
+  const std::string count = shown < all ? fmt::format("top {} of {}", shown, Thousands(all))
+                                        : fmt::format("all {}", Thousands(all));
+  const std::string small =
+      pruned == 0 ? "" : fmt::format(", {} small ones let go", Thousands(pruned));
+  fmt::print(out_, "\n{} ({}{})\n", Printable(title), count, small);
+}
+
+void SummaryPrinter::Line(std::string_view label, std::string_view text) const {
+  fmt::print(out_, "  {:<17} {}\n", label, text);
+}
+
+void SummaryPrinter::PrintCaptures() {
+  if (!report_.title.empty()) fmt::print(out_, "{}\n", report_.title);
+  for (const CaptureResult& capture : report_.captures) {
+    if (capture.packets == 0 && !capture.error.empty()) continue;
+    fmt::print(out_, "{}: {} packets{}\n", Printable(capture.path), Thousands(capture.packets),
+               capture.error.empty() ? "" : ", not read to its end");
+  }
+  const IntakeCounts& intake = report_.intake;
+  if (intake.Packets() == 0 || !report_.title.empty()) return;
+  const std::int64_t span = (intake.last - intake.first) / 1000;
+  fmt::print(out_, "{} to {} UTC ({})\n", TimeText(intake.first / kMicrosPerSecond),
+             TimeText(intake.last / kMicrosPerSecond), DurationText(span));
+}
+
+void SummaryPrinter::PrintTotals() {
+  ExporterCounts sum;
+  for (const ExporterTable::Row& row : report_.exporters) sum.Add(row.counts);
+  fmt::print(out_, "\n");
+  Line("Export datagrams", fmt::format("{} ({})", Thousands(sum.datagrams), SiBytes(sum.bytes)));
+  PrintRejected(sum);
+  PrintLost();
+  Line("Flow records", Thousands(sum.records));
+  PrintTraffic();
+  if (sum.unknown_sets > 0) {
+    Line("Not decoded",
+         fmt::format("{} data sets whose template is unknown", Thousands(sum.unknown_sets)));
+  }
+  if (report_.store.stray_updates > 0) {
+    Line("Not counted", fmt::format("{} updates of meters that their group does not have",
+                                    Thousands(report_.store.stray_updates)));
+  }
+  PrintOtherPackets();
+  if (report_.seconds >= 1) {
+    const double rate = static_cast<double>(sum.records) / report_.seconds;
+    Line("Took", fmt::format("{:.1f} s, {} records a second", report_.seconds,
+                             Thousands(static_cast<std::uint64_t>(rate))));
+  }
+}
+
+void SummaryPrinter::PrintRejected(const ExporterCounts& sum) {
+  if (sum.Refused() == 0) return;
+  std::vector<std::string> reasons;
+  for (std::size_t i = 0; i < kRefusals; ++i) {
+    if (sum.refused[i] == 0) continue;
+    reasons.push_back(
+        fmt::format("{} {}", Thousands(sum.refused[i]), RefusalText(static_cast<Refusal>(i))));
+  }
+  Line("Rejected", Counted(sum.Refused(), reasons));
+}
+
+// What never reached a meter: lost in this host, and lost before it, as sequence numbers tell.
+void SummaryPrinter::PrintLost() {
+  std::vector<std::string> here;
+  if (report_.losses.kernel > 0) {
+    here.push_back(fmt::format("{} datagrams by full sockets", Thousands(report_.losses.kernel)));
+  }
+  if (report_.losses.queue > 0) {
+    here.push_back(fmt::format("{} datagrams by full queues", Thousands(report_.losses.queue)));
+  }
+  if (!here.empty()) Line("Lost here", fmt::format("{}", fmt::join(here, ", ")));
+
+  std::map<std::string_view, std::uint64_t> units;
+  for (const ExporterTable::Row& row : report_.exporters) {
+    units[UnitOf(row.key.version)] += row.counts.gaps.Lost();
+    units["samples"] += row.counts.sample_gaps.Lost();
+  }
+  std::vector<std::string> before;
+  for (const auto& [unit, lost] : units) {
+    if (lost > 0) before.push_back(fmt::format("{} {}", Thousands(lost), unit));
+  }
+  if (!before.empty()) {
+    Line("Lost on the way", fmt::format("{}, by sequence numbers", fmt::join(before, ", ")));
+  }
+}
+
+// What the records add up to, to the last byte: the number to compare with the exporter's own.
+void SummaryPrinter::PrintTraffic() {
+  for (const auto& group : report_.store.groups()) {
+    if (group->info.key_kind != KeyKind::kTotals) continue;
+    const std::uint64_t* const all = group->table.Find("TOTALBW");
+    if (all == nullptr) return;
+    Line("Traffic", fmt::format("{} bytes ({}) in {} packets", Thousands(all[0]), SiBytes(all[0]),
+                                Thousands(all[1])));
+  }
+}
+
+// The busiest ports that no protocol claims, as in "9996, 53, ...".
+std::string SummaryPrinter::UnclaimedPorts() const {
+  constexpr std::size_t kShown = 5;
+  std::vector<std::pair<std::uint64_t, std::uint16_t>> ports;
+  for (const auto& [port, datagrams] : report_.intake.unclaimed_ports) {
+    ports.emplace_back(datagrams, port);
+  }
+  std::ranges::sort(ports, std::greater{});
+  std::vector<std::string> texts;
+  for (std::size_t i = 0; i < std::min(ports.size(), kShown); ++i) {
+    texts.push_back(std::to_string(ports[i].second));
+  }
+  if (ports.size() > kShown) texts.emplace_back("...");
+  return fmt::format("{}", fmt::join(texts, ", "));
+}
+
+void SummaryPrinter::PrintOtherPackets() {
+  const IntakeCounts& intake = report_.intake;
+  std::vector<std::string> kinds;
+  std::uint64_t others = intake.Unclaimed();
+  if (others > 0) {
+    kinds.push_back(fmt::format("{} UDP to ports that no protocol claims ({})", Thousands(others),
+                                UnclaimedPorts()));
+  }
+  for (std::size_t i = 1; i < kPacketKinds; ++i) {
+    if (intake.packets[i] == 0) continue;
+    others += intake.packets[i];
+    kinds.push_back(
+        fmt::format("{} {}", Thousands(intake.packets[i]), KindText(static_cast<PacketKind>(i))));
+  }
+  if (others == 0) return;
+  Line("Other packets", Counted(others, kinds));
+}
+
+// The busiest exporters, in the order of their addresses.
+std::vector<ExporterTable::Row> SummaryPrinter::TopExporters() const {
+  std::vector<ExporterTable::Row> rows = report_.exporters;
+  std::ranges::stable_sort(rows, std::greater{},
+                           [](const auto& row) { return row.counts.datagrams; });
+  rows.resize(std::min(rows.size(), options_.top));
+  std::ranges::sort(rows, {}, &ExporterTable::Row::key);
+  return rows;
+}
+
+std::string LostText(const ExporterTable::Row& row) {
+  if (row.counts.gaps.Lost() == 0) return "-";
+  return fmt::format("{} {}", Thousands(row.counts.gaps.Lost()), UnitOf(row.key.version));
+}
+
+void SummaryPrinter::PrintExporters() {
+  const std::vector<ExporterTable::Row> rows = TopExporters();
+  if (rows.empty()) return;
+  const auto rate_of = [&](const ExporterTable::Row& row) {
+    return SamplingRate(report_.store, row.key.address);
+  };
+  const bool templates =
+      std::ranges::any_of(rows, [](const auto& row) { return row.key.version.HasTemplates(); });
+  const bool refused =
+      std::ranges::any_of(rows, [](const auto& row) { return row.counts.Refused() > 0; });
+  const bool lost =
+      std::ranges::any_of(rows, [](const auto& row) { return row.counts.gaps.Lost() > 0; });
+  const bool sampled =
+      std::ranges::any_of(rows, [&](const auto& row) { return !rate_of(row).empty(); });
+
+  TextTable table;
+  table.AddColumn("Exporter", Align::kLeft);
+  table.AddColumn("Version", Align::kLeft);
+  for (const char* heading : {"Datagrams", "Records", "Export data"}) {
+    table.AddColumn(heading, Align::kRight);
+  }
+  if (templates) table.AddColumn("Templates", Align::kRight);
+  if (templates) table.AddColumn("Undecoded sets", Align::kRight);
+  if (refused) table.AddColumn("Rejected", Align::kRight);
+  if (lost) table.AddColumn("Lost", Align::kRight);
+  if (sampled) table.AddColumn("Sampling", Align::kRight);
+  for (const ExporterTable::Row& row : rows) {
+    const ExporterCounts& counts = row.counts;
+    const bool has_templates = row.key.version.HasTemplates();
+    const bool others = row.key == ExporterKey{};
+    std::vector<std::string> cells{
+        others ? "all others" : fmt::format("{}:{}", Ipv4Text(row.key.address), row.key.port),
+        others ? "-" : row.key.version.Text(), Thousands(counts.datagrams),
+        Thousands(counts.records), Bytes(counts.bytes)};
+    if (templates) cells.push_back(has_templates ? Thousands(counts.templates) : "-");
+    if (templates) cells.push_back(has_templates ? Thousands(counts.unknown_sets) : "-");
+    if (refused) cells.push_back(Thousands(counts.Refused()));
+    if (lost) cells.push_back(LostText(row));
+    if (sampled) {
+      const std::string rate = rate_of(row);
+      cells.push_back(rate.empty() ? "-" : fmt::format("1:{}", Printable(rate)));
+    }
+    table.AddRow(std::move(cells));
+  }
+  Heading("Exporters", rows.size(), report_.exporters.size());
+  table.Print(out_);
+}
+
+void SummaryPrinter::PrintGroup(const CounterGroup& group) {
+  // The directions are few, and parts of the total beside them: all are shown, without shares.
+  const bool totals = group.info.key_kind == KeyKind::kTotals;
+  const Ranking ranking = RankKeys(group, totals ? group.table.size() : options_.top);
+  std::vector<const MeterInfo*> meters;
+  for (const MeterInfo& meter : group.info.meters) {
+    if (ranking.column_sums[static_cast<std::size_t>(meter.index)] != 0) meters.push_back(&meter);
+  }
+  TextTable table;
+  table.AddColumn(group.info.key_title, Align::kLeft);
+  if (!totals) table.AddColumn("Share", Align::kRight);
+  for (const MeterInfo* meter : meters) table.AddColumn(Printable(meter->title), Align::kRight);
+  for (const KeyRow& row : ranking.rows) {
+    std::vector<std::string> cells{KeyText(group, row.key)};
+    if (!totals) cells.push_back(Percent(row.rank, ranking.rank_sum));
+    for (const MeterInfo* meter : meters) {
+      cells.push_back(Value(meter->unit, row.values[meter->index]));
+    }
+    table.AddRow(std::move(cells));
+  }
+  Heading(group.info.title, ranking.rows.size(), group.table.size(), group.pruned_keys);
+  table.Print(out_);
+}
+
+void SummaryPrinter::PrintFlows(const CounterGroup& group) {
+  const Ranking ranking = RankKeys(group, options_.top);
+  const auto any = [&](auto&& number) {
+    return std::ranges::any_of(
+        ranking.rows, [&](const KeyRow& row) { return number(StatsStore::Flow(row.values)) != 0; });
+  };
+  const bool closed = any([](const FlowRecord& flow) { return flow.closes; });
+  const bool tagged = any([](const FlowRecord& flow) { return flow.tag; });
+  const bool texts = any([](const FlowRecord& flow) { return flow.text; });
+
+  TextTable table;
+  table.AddColumn(group.info.key_title, Align::kLeft);
+  table.AddColumn("Share", Align::kRight);
+  for (const MeterInfo& meter : group.info.meters) table.AddColumn(meter.title, Align::kRight);
+  table.AddColumn("First seen (UTC)", Align::kLeft);
+  table.AddColumn("Lasted", Align::kRight);
+  if (closed) table.AddColumn("State", Align::kLeft);
+  if (tagged) table.AddColumn("Tag", Align::kLeft);
+  if (texts) table.AddColumn("Text", Align::kLeft);
+  for (const KeyRow& row : ranking.rows) {
+    const FlowRecord& flow = StatsStore::Flow(row.values);
+    std::vector<std::string> cells{KeyText(group, row.key), Percent(row.rank, ranking.rank_sum)};
+    for (const MeterInfo& meter : group.info.meters) {
+      cells.push_back(Value(meter.unit, row.values[meter.index]));
+    }
+    cells.push_back(TimeText(flow.first_ms / 1000));
+    cells.push_back(DurationText(FlowDuration(flow)));
+    if (closed) cells.emplace_back(flow.closes != 0 ? "closed" : "open");
+    if (tagged) cells.push_back(Printable(report_.store.TextOf(flow.tag)));
+    if (texts) cells.push_back(Printable(report_.store.TextOf(flow.text)));
+    table.AddRow(std::move(cells));
+  }
+  Heading(group.info.title, ranking.rows.size(), group.table.size(), group.pruned_keys);
+  table.Print(out_);
+}
+
+}  // namespace
+
+void PrintSummary(const Report& report, const ReportOptions& options, std::FILE* out) {
+  SummaryPrinter(report, options, out).Print();
+  std::fflush(out);
+}
+
+}  // namespace flow::host

@@ -1,0 +1,41 @@
+#include "host/period/period.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace flow::host {
+
+void Period::Add(const IntakeCounts& intake, const Losses& losses) {
+  intake_.Add(intake);
+  losses_.Add(losses);
+}
+
+void Period::Add(Harvest harvest) {
+  exporters_.Merge(harvest.exporters);
+  // The first store is taken as it is: merging costs as much as counting.
+  if (std::exchange(is_fresh_, false)) {
+    store_ = std::move(harvest.store);
+  } else {
+    store_->Merge(std::move(*harvest.store));
+  }
+}
+
+void Period::Add(const std::vector<Harvest>& harvests) {
+  is_fresh_ = false;
+  for (const Harvest& harvest : harvests) {
+    exporters_.Merge(harvest.exporters);
+    store_->Merge(*harvest.store);
+  }
+}
+
+void Period::Add(const Period& other) {
+  is_fresh_ = false;
+  from = from == 0 ? other.from : std::min(from, other.from);
+  to = std::max(to, other.to);
+  intake_.Add(other.intake_);
+  losses_.Add(other.losses_);
+  store_->Merge(*other.store_);
+  exporters_.Merge(other.exporters_);
+}
+
+}  // namespace flow::host

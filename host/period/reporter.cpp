@@ -1,0 +1,77 @@
+#include "host/period/reporter.h"
+
+#include <utility>
+
+namespace flow::host {
+
+Reporter::Reporter(Handler handler) : handler_(std::move(handler)), thread_([this] { Loop(); }) {}
+
+Reporter::~Reporter() { End(); }
+
+void Reporter::End() {
+  if (!thread_.joinable()) return;
+  {
+    const std::lock_guard lock(mutex_);
+    ending_ = true;
+    changed_.notify_all();
+  }
+  thread_.join();
+}
+
+void Reporter::Reap(Lanes& lanes, Tick tick) {
+  const auto round = std::make_shared<Round>();
+  round->tick = std::move(tick);
+  round->awaited = lanes.size();
+  {
+    const std::lock_guard lock(mutex_);
+    rounds_.push_back(round);
+  }
+  lanes.ForEach([this, round](Lane& lane) { Add(round.get(), lane.Reap()); });
+}
+
+void Reporter::Add(Round* round, Harvest harvest) {
+  const std::lock_guard lock(mutex_);
+  round->harvests.push_back(std::move(harvest));
+  if (--round->awaited == 0) changed_.notify_all();
+}
+
+bool Reporter::IsBusy() {
+  const std::lock_guard lock(mutex_);
+  return !rounds_.empty();
+}
+
+void Reporter::Wait() {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [this] { return rounds_.empty(); });
+}
+
+bool Reporter::WaitFor(std::chrono::seconds most) {
+  std::unique_lock lock(mutex_);
+  return changed_.wait_for(lock, most, [this] { return rounds_.empty(); });
+}
+
+void Reporter::FinishHere(Lanes& lanes, const Tick& last) {
+  End();
+  for (const auto& round : rounds_) handler_(round->tick, std::move(round->harvests));
+  rounds_.clear();
+  std::vector<Harvest> harvests;
+  lanes.Each([&](Lane& lane) { harvests.push_back(lane.Reap()); });
+  handler_(last, std::move(harvests));
+}
+
+void Reporter::Loop() {
+  std::unique_lock lock(mutex_);
+  const auto has_whole = [this] { return !rounds_.empty() && rounds_.front()->awaited == 0; };
+  for (;;) {
+    changed_.wait(lock, [&] { return has_whole() || ending_; });
+    if (!has_whole()) return;
+    const std::shared_ptr<Round> round = rounds_.front();
+    lock.unlock();
+    handler_(round->tick, std::move(round->harvests));
+    lock.lock();
+    rounds_.pop_front();
+    changed_.notify_all();
+  }
+}
+
+}  // namespace flow::host

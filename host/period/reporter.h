@@ -1,0 +1,72 @@
+// Brings together what all lanes have counted, tick by tick, and hands it to whoever makes reports
+// of it, in a thread of its own: neither the intake nor a lane waits for a report.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "host/intake/lanes.h"
+#include "host/period/period.h"
+
+namespace flow::host {
+
+// The end of a stretch of time.
+struct Tick {
+  Timestamp from = 0;
+  Timestamp to = 0;
+  IntakeCounts intake = {};  // of that time
+  Losses losses = {};
+  bool ends_interval = false;
+  bool shows = false;  // a summary is wanted
+  bool is_last = false;
+};
+
+class Reporter {
+ public:
+  using Handler = std::function<void(const Tick& tick, std::vector<Harvest> harvests)>;
+
+  explicit Reporter(Handler handler);
+  ~Reporter();
+  Reporter(const Reporter&) = delete;
+  Reporter& operator=(const Reporter&) = delete;
+
+  // Reap has every lane hand out what it counted until now; it is handled once all have.
+  void Reap(Lanes& lanes, Tick tick);
+
+  // IsBusy tells whether something is still to be handled; Wait waits until nothing is.
+  [[nodiscard]] bool IsBusy();
+  void Wait();
+  bool WaitFor(std::chrono::seconds most);  // false when something still is
+
+  // FinishHere is for the end of the process, when no lane works any more: what some lanes have
+  // handed out and others never will is handled in this thread, and then the last tick.
+  void FinishHere(Lanes& lanes, const Tick& last);
+
+ private:
+  // What the lanes hand out at a tick.
+  struct Round {
+    Tick tick;
+    std::vector<Harvest> harvests;
+    std::size_t awaited = 0;
+  };
+
+  void Add(Round* round, Harvest harvest);
+  void Loop();
+  void End();
+
+  Handler handler_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<std::shared_ptr<Round>>
+      rounds_;  // that were begun, in order; the first may be at work
+  bool ending_ = false;
+  std::thread thread_;
+};
+
+}  // namespace flow::host
