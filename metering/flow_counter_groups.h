@@ -4,9 +4,7 @@
 #pragma once
 
 #include "metering/counter_groups.h"
-#include "plugin/arbo_object.h"
 #include "plugin/component.h"
-#include "plugin/plugin_interfaces.h"
 
 namespace flow {
 
@@ -29,20 +27,14 @@ extern const CounterGroup kInterfaceGroup;
 
 // A component that defines one counter group.
 template <const CounterGroup& kGroup>
-class CounterGroupComponent : public CArboObjectRootEx<CArboSingleThreadModel>,
-                              public IOmbrelPlugin,
-                              public IOmbrelCounterGroupHost,
-                              public IArboClassFactory {
+class CounterGroupComponent
+    : public CArboComponent<CounterGroupComponent<kGroup>, IOmbrelCounterGroupHost> {
  public:
-  static const InterfaceMapEntry* GetInterfaceMap();
+  static constexpr const PluginIdentity& kIdentity = kGroup.identity;
 
   // IOmbrelPlugin: a group needs no site.
   Status AttachSite(IOmbrelContainer*) override { return kStatusNotSupported; }
   Status DetachSite() override { return kStatusNotSupported; }
-  Status GetPluginID(char** name, char** description, char** vendor, unsigned int* versionMajor,
-                     unsigned int* versionMinor) override {
-    return AnswerPluginID(kGroup.identity, name, description, vendor, versionMajor, versionMinor);
-  }
 
   // IOmbrelCounterGroupHost
   Status get_GUID(IID* out) override { return Give(out, kGroup.guid); }
@@ -73,17 +65,6 @@ class CounterGroupComponent : public CArboObjectRootEx<CArboSingleThreadModel>,
     return out == nullptr ? kStatusNullOutput : Give(out, NewText(text));
   }
 };
-
-template <const CounterGroup& kGroup>
-const InterfaceMapEntry* CounterGroupComponent<kGroup>::GetInterfaceMap() {
-  static const InterfaceMapEntry map[] = {
-      {&IID_IOmbrelPlugin, InterfaceDistance<CounterGroupComponent, IOmbrelPlugin>()},
-      {&IID_IOmbrelCounterGroupHost,
-       InterfaceDistance<CounterGroupComponent, IOmbrelCounterGroupHost>()},
-      {&IID_IArboClassFactory, InterfaceDistance<CounterGroupComponent, IArboClassFactory>()},
-      {nullptr, 0}};
-  return map;
-}
 
 }  // namespace flow
 

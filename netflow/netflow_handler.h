@@ -2,8 +2,7 @@
 // claims their datagrams.
 #pragma once
 
-#include "plugin/arbo_object.h"
-#include "plugin/plugin_interfaces.h"
+#include "plugin/protocol_handler.h"
 
 namespace flow {
 
@@ -12,30 +11,15 @@ inline constexpr IID kNetflowProtocol = MakeGuid("CEF0774D-F1F3-40A6-8987-168BD6
 
 }  // namespace flow
 
-class CPINetflow : public CArboObjectRootEx<CArboSingleThreadModel>,
-                   public IOmbrelPlugin,
-                   public IOmbrelProtHandler,
-                   public IOmbrelAccessPointClient,
-                   public IArboClassFactory {
+class CPINetflow : public CArboProtocolHandler<CPINetflow> {
  public:
-  static const InterfaceMapEntry* GetInterfaceMap();
+  // The bracket without a partner belongs to the text by which hosts know the component.
+  static constexpr PluginIdentity kIdentity = {
+      "NetFlow Protocol Handler", "Capable of dissection and handoff of the NetFlow protocol)"};
+  static constexpr HandledProtocol kProtocol = {flow::kNetflowProtocol, "Netflow",
+                                                "Attached site to NetFlow Protocol Plugin"};
+  static std::span<ACCPT_T> AccessPoints();
 
-  // IOmbrelPlugin
-  Status AttachSite(IOmbrelContainer* site) override;
-  Status DetachSite() override;
-  Status GetPluginID(char** name, char** description, char** vendor, unsigned int* versionMajor,
-                     unsigned int* versionMinor) override;
-
-  // IOmbrelProtHandler
-  Status GetProtID(IID* protocol, char** name) override;
   Status GenerateParse(IOmbrelProtData* data, DISPOSITION_CODE_T* disposition,
                        IOmbrelParseContext* context) override;
-
-  // IOmbrelAccessPointClient
-  Status GetPrefAPHosts(unsigned short* count, ACCPT_T** table) override;
-  Status GetAPClientProtID(IID* protocol) override;
-  Status SetupFreeAP(IOmbrelProtData* data, bool* result) override;
-
- private:
-  IOmbrelContainer* site_ = nullptr;
 };

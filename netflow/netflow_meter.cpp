@@ -7,15 +7,12 @@
 #include <string>
 
 #include "netflow/netflow_handler.h"
-#include "plugin/component.h"
 #include "plugin/site_log.h"
 
 using flow::Log;
 
 namespace {
 
-constexpr PluginIdentity kIdentity = {"Netflowv5 Meter",
-                                      "Accounting based on Netflowv5 record content"};
 constexpr char kPolicyFile[] = "NetflowCounterPolicy.xml";
 constexpr std::size_t kShortestPacket = sizeof(nf5_header);
 
@@ -55,19 +52,8 @@ std::span<const std::uint8_t> IpLayerOf(IOmbrelProtData* data) {
 
 }  // namespace
 
-const InterfaceMapEntry* CPINetflowMeter::GetInterfaceMap() {
-  static const InterfaceMapEntry map[] = {
-      {&IID_IOmbrelPlugin, InterfaceDistance<CPINetflowMeter, IOmbrelPlugin>()},
-      {&IID_IOmbrelSimpleCounter, InterfaceDistance<CPINetflowMeter, IOmbrelSimpleCounter>()},
-      {&IID_IOmbrelChannelListener, InterfaceDistance<CPINetflowMeter, IOmbrelChannelListener>()},
-      {&IID_IArboClassFactory, InterfaceDistance<CPINetflowMeter, IArboClassFactory>()},
-      {nullptr, 0}};
-  return map;
-}
-
 Status CPINetflowMeter::AttachSite(IOmbrelContainer* site) {
-  site_ = site;
-  site_->AddRef();
+  KeepSite(site);
   char* directory = nullptr;
   site_->GetDataDirectory(&directory);
   home_as_feed_.SetDataDirectory(directory != nullptr ? directory : "");
@@ -88,16 +74,6 @@ Status CPINetflowMeter::AttachSite(IOmbrelContainer* site) {
   }
   Log(site_, kLogInformation, "Attached site to Netflow Counter Plugin");
   return kStatusOk;
-}
-
-Status CPINetflowMeter::DetachSite() {
-  site_ = nullptr;
-  return kStatusOk;
-}
-
-Status CPINetflowMeter::GetPluginID(char** name, char** description, char** vendor,
-                                    unsigned int* versionMajor, unsigned int* versionMinor) {
-  return AnswerPluginID(kIdentity, name, description, vendor, versionMajor, versionMinor);
 }
 
 Status CPINetflowMeter::GetAttachmentProtID(IID* protocol) {

@@ -22,22 +22,16 @@
 #include "netflow/sampling_rates.h"
 #include "netflow/set_error.h"
 #include "netflow/template_store.h"
-#include "plugin/arbo_object.h"
-#include "plugin/plugin_interfaces.h"
+#include "plugin/component.h"
 
-class CPINetflowMeter : public CArboObjectRootEx<CArboSingleThreadModel>,
-                        public IOmbrelPlugin,
-                        public IOmbrelSimpleCounter,
-                        public IOmbrelChannelListener,
-                        public IArboClassFactory {
+class CPINetflowMeter
+    : public CArboSitedComponent<CPINetflowMeter, IOmbrelSimpleCounter, IOmbrelChannelListener> {
  public:
-  static const InterfaceMapEntry* GetInterfaceMap();
+  static constexpr PluginIdentity kIdentity = {"Netflowv5 Meter",
+                                               "Accounting based on Netflowv5 record content"};
 
   // IOmbrelPlugin
   Status AttachSite(IOmbrelContainer* site) override;
-  Status DetachSite() override;
-  Status GetPluginID(char** name, char** description, char** vendor, unsigned int* versionMajor,
-                     unsigned int* versionMinor) override;
 
   // IOmbrelSimpleCounter. Count returns 0 for a v1 or v5 datagram that was metered, or one without
   // an IPv4 layer; 1 for a v9 or IPFIX datagram, or a truncated v1 or v5 one; kStatusFailed for
@@ -147,7 +141,6 @@ class CPINetflowMeter : public CArboObjectRootEx<CArboSingleThreadModel>,
 
   void SetSamplingRateKeyAttributes(IOmbrelStatsEngine* engine) { rates_.Publish(engine); }
 
-  IOmbrelContainer* site_ = nullptr;
   IOmbrelStatsEngine* engine_ = nullptr;  // of the last Count
   const char* last_error_ = "";
   flow::SetError last_set_error_ = flow::SetError::kNone;

@@ -2,7 +2,7 @@
 //
 // T derives from CArboObjectRootEx and its interfaces, leaves AddRef, Release, QueryInterface and
 // NewInstance open, and lists its interfaces in GetInterfaceMap(). Only CArboObject<T> is ever
-// made.
+// made. Components derive from CArboComponent (plugin/component.h), which does all of this.
 #pragma once
 
 #include <cstddef>
@@ -25,6 +25,14 @@ std::ptrdiff_t InterfaceDistance() {
   char* const part =
       reinterpret_cast<char*>(static_cast<Interface*>(reinterpret_cast<T*>(storage)));
   return part - storage;
+}
+
+// InterfaceMapOf is the map of a class T that offers these interfaces, the primary one first.
+template <class T, class... Interfaces>
+const InterfaceMapEntry* InterfaceMapOf() {
+  static const InterfaceMapEntry map[] = {{Interfaces::kId, InterfaceDistance<T, Interfaces>()}...,
+                                          {nullptr, 0}};
+  return map;
 }
 
 // The host uses an object from one thread at a time, so counts are plain numbers.

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "plugin/guid.h"
+#include "plugin/identifiers.h"
 #include "plugin/status.h"
 
 struct IArboUnknown {
@@ -25,6 +25,8 @@ struct IArboUnknown {
 };
 
 struct IArboClassFactory : IArboUnknown {
+  static constexpr const IID* kId = &IID_IArboClassFactory;
+
   // NewInstance makes a new, independent object of the factory's class and stores it in *out with a
   // reference count of 1, which belongs to the caller.
   virtual Status NewInstance(IArboUnknown** out) = 0;

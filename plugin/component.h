@@ -1,6 +1,8 @@
-// What all components do the same way: answer their identity and hand out texts.
+// What all components do the same way: offer their interfaces, answer their identity, keep their
+// site and hand out texts.
 #pragma once
 
+#include "plugin/arbo_object.h"
 #include "plugin/plugin_interfaces.h"
 
 // NewText copies a text into a new[] array for the host, which frees it with delete[].
@@ -15,6 +17,42 @@ struct PluginIdentity {
 // for all.
 Status AnswerPluginID(const PluginIdentity& identity, char** name, char** description,
                       char** vendor, unsigned int* versionMajor, unsigned int* versionMinor);
+
+// The base of a component class T, which is IOmbrelPlugin first, then Interfaces, and its own class
+// factory. The order is the object's layout. T::kIdentity tells who it is.
+template <class T, class... Interfaces>
+class CArboComponent : public CArboObjectRootEx<CArboSingleThreadModel>,
+                       public IOmbrelPlugin,
+                       public Interfaces...,
+                       public IArboClassFactory {
+ public:
+  static const InterfaceMapEntry* GetInterfaceMap() {
+    return InterfaceMapOf<T, IOmbrelPlugin, Interfaces..., IArboClassFactory>();
+  }
+
+  Status GetPluginID(char** name, char** description, char** vendor, unsigned int* versionMajor,
+                     unsigned int* versionMinor) override {
+    return AnswerPluginID(T::kIdentity, name, description, vendor, versionMajor, versionMinor);
+  }
+};
+
+// The base of a component class that keeps its site: its AttachSite begins with KeepSite.
+template <class T, class... Interfaces>
+class CArboSitedComponent : public CArboComponent<T, Interfaces...> {
+ public:
+  Status DetachSite() override {
+    site_ = nullptr;
+    return kStatusOk;
+  }
+
+ protected:
+  void KeepSite(IOmbrelContainer* site) {
+    site_ = site;
+    site_->AddRef();
+  }
+
+  IOmbrelContainer* site_ = nullptr;  // null while there is none
+};
 
 // ClaimDatagram is GenerateParse for a handler that looks at the length alone: datagrams shorter
 // than 24 bytes, the size of a NetFlow v5 header, are left to others. *buffer_status receives the

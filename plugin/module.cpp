@@ -2,13 +2,6 @@
 
 #include <algorithm>
 
-const InterfaceMapEntry* COmbrelModule::GetInterfaceMap() {
-  static const InterfaceMapEntry map[] = {
-      {&IID_IOmbrelComponentPackage, InterfaceDistance<COmbrelModule, IOmbrelComponentPackage>()},
-      {nullptr, 0}};
-  return map;
-}
-
 Status COmbrelModule::GetComponentCount(unsigned int* count) {
   if (count == nullptr) return kStatusNullOutput;
   *count = static_cast<unsigned int>(table_.size());

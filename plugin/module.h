@@ -14,7 +14,9 @@ class COmbrelModule : public CArboObjectRootEx<CArboSingleThreadModel>,
     IArboClassFactory* factory;  // the table holds one reference
   };
 
-  static const InterfaceMapEntry* GetInterfaceMap();
+  static const InterfaceMapEntry* GetInterfaceMap() {
+    return InterfaceMapOf<COmbrelModule, IOmbrelComponentPackage>();
+  }
 
   Status GetComponentCount(unsigned int* count) override;
   Status GetComponentCLSID(unsigned int index, IID* clsid) override;

@@ -10,6 +10,8 @@
 
 // What every component offers: its site and its identity.
 struct IOmbrelPlugin : IArboUnknown {
+  static constexpr const IID* kId = &IID_IOmbrelPlugin;
+
   // AttachSite gives the component its site, on which it takes a reference. A meter reads its
   // policy here; kStatusFailed means that it could not.
   virtual Status AttachSite(IOmbrelContainer* site) = 0;
@@ -25,6 +27,8 @@ struct IOmbrelPlugin : IArboUnknown {
 
 // A meter: counts the datagrams of the protocol that it is attached to.
 struct IOmbrelSimpleCounter : IArboUnknown {
+  static constexpr const IID* kId = &IID_IOmbrelSimpleCounter;
+
   // GetAttachmentProtID tells the protocol whose datagrams the meter wants.
   virtual Status GetAttachmentProtID(IID* protocol) = 0;
 
@@ -37,6 +41,8 @@ struct IOmbrelSimpleCounter : IArboUnknown {
 
 // A listener on the host's message channels.
 struct IOmbrelChannelListener : IArboUnknown {
+  static constexpr const IID* kId = &IID_IOmbrelChannelListener;
+
   // OnChannelMessage delivers a message of length bytes, valid during the call. The host never
   // calls it while the same component is inside Count.
   virtual Status OnChannelMessage(const IID& channel, unsigned int length, void* data) = 0;
@@ -46,6 +52,8 @@ struct IOmbrelChannelListener : IArboUnknown {
 
 // A protocol handler: recognises the datagrams of one protocol.
 struct IOmbrelProtHandler : IArboUnknown {
+  static constexpr const IID* kId = &IID_IOmbrelProtHandler;
+
   // GetProtID tells the protocol's identifier and name.
   virtual Status GetProtID(IID* protocol, char** name) = 0;
 
@@ -57,6 +65,8 @@ struct IOmbrelProtHandler : IArboUnknown {
 
 // A client of access points: the UDP ports on which a handler's protocol arrives.
 struct IOmbrelAccessPointClient : IArboUnknown {
+  static constexpr const IID* kId = &IID_IOmbrelAccessPointClient;
+
   // GetPrefAPHosts gives the table of preferred ports, which belongs to the library.
   virtual Status GetPrefAPHosts(unsigned short* count, ACCPT_T** table) = 0;
   virtual Status GetAPClientProtID(IID* protocol) = 0;
@@ -92,11 +102,15 @@ struct IOmbrelGroupHost : IArboUnknown {
 };
 
 struct IOmbrelCounterGroupHost : IOmbrelGroupHost {
+  static constexpr const IID* kId = &IID_IOmbrelCounterGroupHost;
+
   virtual Status get_TrafTableName(char** out) = 0;
 };
 
 // The module's table of components.
 struct IOmbrelComponentPackage : IArboUnknown {
+  static constexpr const IID* kId = &IID_IOmbrelComponentPackage;
+
   virtual Status GetComponentCount(unsigned int* count) = 0;
 
   // GetComponentCLSID gives the class of entry index: kStatusIndexRange past the end (tested

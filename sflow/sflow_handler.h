@@ -1,36 +1,20 @@
 // The protocol handler of sFlow: claims the datagrams of its UDP port.
 #pragma once
 
-#include "plugin/arbo_object.h"
-#include "plugin/plugin_interfaces.h"
+#include "plugin/protocol_handler.h"
 
 // The identifier of the sFlow protocol, by which the host brings handler and meter together.
 inline constexpr IID kProtocolSFlow = MakeGuid("462919DD-EE84-497C-AC6F-05D1162BCC5B");
 
-class CPISFlow : public CArboObjectRootEx<CArboSingleThreadModel>,
-                 public IOmbrelPlugin,
-                 public IOmbrelProtHandler,
-                 public IOmbrelAccessPointClient,
-                 public IArboClassFactory {
+class CPISFlow : public CArboProtocolHandler<CPISFlow> {
  public:
-  static const InterfaceMapEntry* GetInterfaceMap();
+  // The bracket without a partner belongs to the text by which hosts know the component.
+  static constexpr PluginIdentity kIdentity = {
+      "SFLOW Protocol Handler", "Capable of dissection and handoff of the SFLOW protocol)"};
+  static constexpr HandledProtocol kProtocol = {kProtocolSFlow, "SFlow",
+                                                "Attached site to SFlow Protocol Plugin"};
+  static std::span<ACCPT_T> AccessPoints();
 
-  // IOmbrelPlugin
-  Status AttachSite(IOmbrelContainer* site) override;
-  Status DetachSite() override;
-  Status GetPluginID(char** name, char** description, char** vendor, unsigned int* versionMajor,
-                     unsigned int* versionMinor) override;
-
-  // IOmbrelProtHandler
-  Status GetProtID(IID* protocol, char** name) override;
   Status GenerateParse(IOmbrelProtData* data, DISPOSITION_CODE_T* disposition,
                        IOmbrelParseContext* context) override;
-
-  // IOmbrelAccessPointClient
-  Status GetPrefAPHosts(unsigned short* count, ACCPT_T** table) override;
-  Status GetAPClientProtID(IID* protocol) override;
-  Status SetupFreeAP(IOmbrelProtData* data, bool* result) override;
-
- private:
-  IOmbrelContainer* site_ = nullptr;
 };

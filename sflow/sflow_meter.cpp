@@ -2,32 +2,19 @@
 
 #include <memory>
 
-#include "plugin/component.h"
 #include "plugin/site_log.h"
 #include "sflow/sflow_decoder.h"
 #include "sflow/sflow_handler.h"
 
 namespace {
 
-constexpr PluginIdentity kIdentity = {"SFlow  Meter",
-                                      "Accounting based on SFLOW version 2,4,5 records"};
 constexpr char kPolicyFile[] = "SFlowCounterPolicy.xml";
 constexpr char kRootElement[] = "OmbrelPluginConfiguration";
 
 }  // namespace
 
-const InterfaceMapEntry* CPISFlowMeter::GetInterfaceMap() {
-  static const InterfaceMapEntry map[] = {
-      {&IID_IOmbrelPlugin, InterfaceDistance<CPISFlowMeter, IOmbrelPlugin>()},
-      {&IID_IOmbrelSimpleCounter, InterfaceDistance<CPISFlowMeter, IOmbrelSimpleCounter>()},
-      {&IID_IArboClassFactory, InterfaceDistance<CPISFlowMeter, IArboClassFactory>()},
-      {nullptr, 0}};
-  return map;
-}
-
 Status CPISFlowMeter::AttachSite(IOmbrelContainer* site) {
-  site_ = site;
-  site_->AddRef();
+  KeepSite(site);
   site_->Log(kLogProgress, "Loading sflow metering policy configuration");
   home_.Fetch(site_);
 
@@ -49,16 +36,6 @@ Status CPISFlowMeter::AttachSite(IOmbrelContainer* site) {
 bool CPISFlowMeter::ReadConfiguration(const char* path) {
   const XMLNode root = XMLNode::openFileHelper(path, kRootElement);
   return policy_.Load(root.getChildNode("Policy"), site_);
-}
-
-Status CPISFlowMeter::DetachSite() {
-  site_ = nullptr;
-  return kStatusOk;
-}
-
-Status CPISFlowMeter::GetPluginID(char** name, char** description, char** vendor,
-                                  unsigned int* versionMajor, unsigned int* versionMinor) {
-  return AnswerPluginID(kIdentity, name, description, vendor, versionMajor, versionMinor);
 }
 
 Status CPISFlowMeter::GetAttachmentProtID(IID* protocol) {

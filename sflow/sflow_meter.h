@@ -9,23 +9,18 @@
 
 #include "config/home_networks.h"
 #include "keys/session_keys.h"
-#include "plugin/arbo_object.h"
-#include "plugin/plugin_interfaces.h"
+#include "plugin/component.h"
 #include "sflow/sf_sample.h"
 #include "sflow/sflow_policy.h"
 
-class CPISFlowMeter : public CArboObjectRootEx<CArboSingleThreadModel>,
-                      public IOmbrelPlugin,
-                      public IOmbrelSimpleCounter,
-                      public IArboClassFactory {
+class CPISFlowMeter : public CArboSitedComponent<CPISFlowMeter, IOmbrelSimpleCounter> {
  public:
-  static const InterfaceMapEntry* GetInterfaceMap();
+  // Two blanks, as hosts know the component.
+  static constexpr PluginIdentity kIdentity = {"SFlow  Meter",
+                                               "Accounting based on SFLOW version 2,4,5 records"};
 
   // IOmbrelPlugin
   Status AttachSite(IOmbrelContainer* site) override;
-  Status DetachSite() override;
-  Status GetPluginID(char** name, char** description, char** vendor, unsigned int* versionMajor,
-                     unsigned int* versionMinor) override;
 
   // IOmbrelSimpleCounter. Count answers 0 whatever the datagram holds.
   Status GetAttachmentProtID(IID* protocol) override;
@@ -60,7 +55,6 @@ class CPISFlowMeter : public CArboObjectRootEx<CArboSingleThreadModel>,
   // The session key, in key_, and the direction of the source within it.
   FLOW_DIR_T MakeFlowKey(const Packet& packet);
 
-  IOmbrelContainer* site_ = nullptr;
   IOmbrelStatsEngine* engine_ = nullptr;  // while Count runs
   std::uint32_t datagram_length_ = 0;     // 0 once it has been metered
   flow::SFlowPolicy policy_;

@@ -7,16 +7,13 @@
 #include <cstring>
 #include <new>
 
-#include "plugin/arbo_object.h"
-#include "plugin/plugin_interfaces.h"
+#include "plugin/component.h"
 
 namespace flow::test {
 
-class Probe : public CArboObjectRootEx<CArboSingleThreadModel>,
-              public IOmbrelPlugin,
-              public IOmbrelSimpleCounter,
-              public IArboClassFactory {
+class Probe : public CArboComponent<Probe, IOmbrelSimpleCounter> {
  public:
+  static constexpr PluginIdentity kIdentity = {"a name", "a description"};
   static inline int living = 0;
   static inline int destroyed = 0;
   static inline std::int32_t count_at_end = 0;  // reference count seen by the destructor
@@ -26,15 +23,6 @@ class Probe : public CArboObjectRootEx<CArboSingleThreadModel>,
     living = destroyed = 0;
     count_at_end = 0;
     out_of_memory = false;
-  }
-
-  static const InterfaceMapEntry* GetInterfaceMap() {
-    static const InterfaceMapEntry map[] = {
-        {&IID_IOmbrelPlugin, InterfaceDistance<Probe, IOmbrelPlugin>()},
-        {&IID_IOmbrelSimpleCounter, InterfaceDistance<Probe, IOmbrelSimpleCounter>()},
-        {&IID_IArboClassFactory, InterfaceDistance<Probe, IArboClassFactory>()},
-        {nullptr, 0}};
-    return map;
   }
 
   Probe() { ++living; }
@@ -55,10 +43,6 @@ class Probe : public CArboObjectRootEx<CArboSingleThreadModel>,
 
   Status AttachSite(IOmbrelContainer* /*site*/) override { return kStatusOk; }
   Status DetachSite() override { return kStatusOk; }
-  Status GetPluginID(char** /*name*/, char** /*description*/, char** /*vendor*/,
-                     unsigned int* /*major*/, unsigned int* /*minor*/) override {
-    return kStatusNotSupported;
-  }
   Status GetAttachmentProtID(IID* /*protocol*/) override { return kStatusNotSupported; }
   Status Count(IOmbrelStatsEngine* /*engine*/, IOmbrelProtData* /*data*/) override {
     return kStatusNotSupported;
