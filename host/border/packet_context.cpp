@@ -35,7 +35,7 @@ void PacketContext::Set(const UdpPacket& packet) {
   payload_.Set(ip.subspan(packet.udp_offset + 8, packet.payload_length));
 }
 
-std::uint32_t PacketContext::Source() const { return Be32(bytes_.data() + 12); }
+IpAddress PacketContext::Source() const { return IpAddress::Ipv4(Be32(bytes_.data() + 12)); }
 
 Status PacketContext::GetProtData(const IID& protocol, IOmbrelProtData** data) {
   if (trace_ != nullptr) trace_->Call("GetProtData {}", trace_->Name(protocol));

@@ -42,8 +42,8 @@ class PacketContext final : public HostObject<IOmbrelParseContext, IID_IOmbrelPa
   // The layer that handlers and meters are given: the UDP payload.
   IOmbrelProtData* Payload() { return &payload_; }
 
-  // The source address that the IPv4 header holds now, host byte order.
-  [[nodiscard]] std::uint32_t Source() const;
+  // The source address that the IPv4 header holds now.
+  [[nodiscard]] IpAddress Source() const;
 
   Status GetProtData(const IID& protocol, IOmbrelProtData** data) override;
   Status SetParsedLength(std::uint32_t length) override;

@@ -74,8 +74,8 @@ Status Site::GetHomeNetworks(int* count, std::uint32_t** addresses, std::uint32_
   *addresses = new std::uint32_t[networks.size()];
   *masks = new std::uint32_t[networks.size()];
   for (std::size_t i = 0; i < networks.size(); ++i) {
-    (*addresses)[i] = networks[i].address;
-    (*masks)[i] = networks[i].mask;
+    (*addresses)[i] = networks[i].address.AsIpv4();
+    (*masks)[i] = networks[i].Ipv4Mask();
   }
   return kStatusOk;
 }

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "host/border/host_object.h"
-#include "host/policy/home_networks.h"
+#include "host/policy/home_ranges.h"
 #include "plugin/host_interfaces.h"
 
 namespace flow::host {
@@ -21,7 +21,7 @@ struct SiteSettings {
   // Where default policies are written for those that are missing; empty for the directory of the
   // policies.
   std::filesystem::path defaults_directory;
-  HomeNetworks home = HomeNetworks::Private();
+  HomeRanges home = HomeRanges::Private();
 };
 
 // One component's site. It outlives the component; everything it is made of outlives it.

@@ -50,10 +50,8 @@ PacketKind DissectUdp(std::span<const std::uint8_t> ip, std::size_t header, UdpP
   out->ip = ip;
   out->udp_offset = header;
   out->payload_length = length - kUdpHeader;
-  out->source = Be32(ip.data() + 12);
-  out->destination = Be32(ip.data() + 16);
-  out->source_port = Be16(udp);
-  out->destination_port = Be16(udp + 2);
+  out->source = {IpAddress::Ipv4(Be32(ip.data() + 12)), Be16(udp)};
+  out->destination = {IpAddress::Ipv4(Be32(ip.data() + 16)), Be16(udp + 2)};
   return PacketKind::kUdp;
 }
 

@@ -5,6 +5,7 @@
 #include <span>
 #include <string_view>
 
+#include "host/base/endpoint.h"
 #include "host/capture/capture_reader.h"
 
 namespace flow::host {
@@ -27,16 +28,14 @@ inline constexpr std::size_t kPacketKinds = 10;
 std::string_view KindText(PacketKind kind);
 std::string_view KindId(PacketKind kind);
 
-// A UDP datagram; addresses and ports in host byte order.
+// A UDP datagram.
 struct UdpPacket {
   Timestamp time = 0;
   std::span<const std::uint8_t> ip;  // the IPv4 packet, header first, without link-layer padding
   std::size_t udp_offset = 0;        // of the UDP header within ip
   std::size_t payload_length = 0;    // bytes behind the UDP header
-  std::uint32_t source = 0;
-  std::uint32_t destination = 0;
-  std::uint16_t source_port = 0;
-  std::uint16_t destination_port = 0;
+  Endpoint source;
+  Endpoint destination;
 
   [[nodiscard]] std::span<const std::uint8_t> Payload() const {
     return ip.subspan(udp_offset + 8, payload_length);

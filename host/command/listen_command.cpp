@@ -1,6 +1,5 @@
 #include "host/command/listen_command.h"
 
-#include <arpa/inet.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <poll.h>
@@ -40,12 +39,12 @@ Timestamp Now() {
 
 std::int64_t NowSeconds() { return Now() / kMicrosPerSecond; }
 
-std::uint32_t AddressFrom(const std::string& text) {
-  in_addr address{};
-  if (inet_pton(AF_INET, text.c_str(), &address) != 1) {
+IpAddress AddressFrom(const std::string& text) {
+  const auto address = IpAddress::Parse(text);
+  if (!address || address->family() != Family::kIpv4) {
     throw UsageError(fmt::format("--bind: {} is no IPv4 address", text));
   }
-  return ntohl(address.s_addr);
+  return *address;
 }
 
 class Listen {
@@ -95,7 +94,7 @@ class Listen {
   void PluginEndedProcess();
 
   const ListenOptions& options_;
-  std::uint32_t address_;
+  IpAddress address_;
   Signals signals_;  // before any thread
   Console console_;
   MeterSetup setup_;
@@ -126,7 +125,8 @@ void Listen::OpenSockets() {
   for (const ProtocolPort& wanted :
        PortsToListenOn(setup_.components(), options_.meter.extra_ports)) {
     try {
-      auto socket = std::make_unique<UdpSocket>(address_, wanted.port, options_.receive_buffer);
+      auto socket =
+          std::make_unique<UdpSocket>(Endpoint{address_, wanted.port}, options_.receive_buffer);
       smallest = std::min(smallest, socket->receive_buffer());
       names.push_back(fmt::format("{} ({})", wanted.port, wanted.handler->handler->name));
       sockets_.push_back({std::move(socket), &wanted.handler->handler->protocol});
@@ -137,7 +137,7 @@ void Listen::OpenSockets() {
   }
   if (sockets_.empty()) throw HostError("there is no port to listen on");
   console_.Notice(
-      fmt::format("listening on {}, UDP ports {}", Ipv4Text(address_), fmt::join(names, ", ")));
+      fmt::format("listening on {}, UDP ports {}", address_.Text(), fmt::join(names, ", ")));
   if (smallest < options_.receive_buffer) {
     console_.Notice(
         fmt::format("the kernel grants sockets {} of the {} wanted for bursts; raise "

@@ -7,7 +7,7 @@
 
 #include "host/intake/port_map.h"
 #include "host/output/report.h"
-#include "host/policy/home_networks.h"
+#include "host/policy/home_ranges.h"
 #include "plugin/host_interfaces.h"
 
 namespace flow::host {

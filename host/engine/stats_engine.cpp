@@ -26,7 +26,7 @@ StatsEngine::StatsEngine(StatsStore& store, ChannelSink& channels)
 
 inline void StatsEngine::Update(const GUID& group, std::string_view key,
                                 std::span<const Increment> increments) {
-  CounterGroup& counters = store_->Group(group);
+  GroupCounters& counters = store_->Group(group);
   const auto is_known = [&](const Increment& each) { return each.column < counters.columns; };
   if (std::ranges::all_of(increments, is_known)) return UpdateKnown(counters, key, increments);
   std::array<Increment, UpdateQueue::kMostIncrements> known;
@@ -36,7 +36,7 @@ inline void StatsEngine::Update(const GUID& group, std::string_view key,
   if (count > 0) UpdateKnown(counters, key, {known.data(), count});
 }
 
-inline void StatsEngine::UpdateKnown(CounterGroup& counters, std::string_view key,
+inline void StatsEngine::UpdateKnown(GroupCounters& counters, std::string_view key,
                                      std::span<const Increment> increments) {
   // A table that fits the caches needs no queue.
   constexpr std::size_t kSmallTable = 1024;
@@ -127,7 +127,7 @@ Status StatsEngine::SetKeyProperty(const GUID& group, const char* key, const cha
 
 // FlowOf gives what is being said about a flow; about another one than before, what was said so far
 // goes to the store.
-FlowRecord& StatsEngine::FlowOf(const char* key) {
+FlowTotals& StatsEngine::FlowOf(const char* key) {
   if (has_flow_ && std::strcmp(key, flow_key_.c_str()) == 0) return flow_;
   SendFlow();
   flow_key_ = key;
@@ -149,8 +149,8 @@ void StatsEngine::SendFlow() {
 
 // TouchFlow is FlowOf for an update of a flow's volume or meters: it makes the flow a flow, with
 // the engine's time as long as the exporter has told none.
-FlowRecord& StatsEngine::TouchFlow(const char* key) {
-  FlowRecord& flow = FlowOf(key);
+FlowTotals& StatsEngine::TouchFlow(const char* key) {
+  FlowTotals& flow = FlowOf(key);
   if (flow.has_times == 0) {
     if (flow.updates == 0) flow.first_ms = now_ / 1000;
     flow.last_ms = now_ / 1000;
@@ -161,7 +161,7 @@ FlowRecord& StatsEngine::TouchFlow(const char* key) {
 
 Status StatsEngine::UpdateFlowCounter(const GUID& /*flowGroup*/, const char* flowKey, int meter,
                                       std::uint64_t value) {
-  FlowRecord& flow = TouchFlow(flowKey);
+  FlowTotals& flow = TouchFlow(flowKey);
   const auto column = static_cast<std::size_t>(meter);
   if (column < std::size(flow.meters)) {
     flow.meters[column] += value;
@@ -181,7 +181,7 @@ Status StatsEngine::UpdateFlowCounterWithText(const GUID& flowGroup, const char*
 // Records of one flow come in any order, so its times grow to span all that was told.
 Status StatsEngine::SetFlowTimes(const GUID& /*flowGroup*/, const char* flowKey,
                                  const TimePair* start, const TimePair* end) {
-  FlowRecord& flow = FlowOf(flowKey);
+  FlowTotals& flow = FlowOf(flowKey);
   const std::int64_t first = Milliseconds(*start);
   const std::int64_t last = Milliseconds(*end);
   flow.first_ms = flow.has_times == 0 ? first : std::min(flow.first_ms, first);
@@ -192,7 +192,7 @@ Status StatsEngine::SetFlowTimes(const GUID& /*flowGroup*/, const char* flowKey,
 
 Status StatsEngine::SetFlowDuration(const GUID& /*flowGroup*/, const char* flowKey,
                                     std::uint32_t milliseconds) {
-  FlowRecord& flow = FlowOf(flowKey);
+  FlowTotals& flow = FlowOf(flowKey);
   flow.duration_ms = std::max(flow.duration_ms, milliseconds);
   return kStatusOk;
 }
@@ -217,7 +217,7 @@ Status StatsEngine::MarkRecord() {
 Status StatsEngine::UpdateFlowVolume(const char* flowKey, std::uint64_t bytesOneWay,
                                      std::uint64_t bytesOtherWay, std::uint64_t packetsOneWay,
                                      std::uint64_t packetsOtherWay) {
-  FlowRecord& flow = TouchFlow(flowKey);
+  FlowTotals& flow = TouchFlow(flowKey);
   flow.bytes[0] += bytesOneWay;
   flow.bytes[1] += bytesOtherWay;
   flow.packets[0] += packetsOneWay;

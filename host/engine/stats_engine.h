@@ -70,10 +70,10 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   // Update adds at most UpdateQueue::kMostIncrements values to a key; a column is a meter's index.
   void Update(const GUID& group, std::string_view key, std::span<const Increment> increments);
   // Those of meters that the group has.
-  void UpdateKnown(CounterGroup& counters, std::string_view key,
+  void UpdateKnown(GroupCounters& counters, std::string_view key,
                    std::span<const Increment> increments);
-  FlowRecord& FlowOf(const char* key);
-  FlowRecord& TouchFlow(const char* key);
+  FlowTotals& FlowOf(const char* key);
+  FlowTotals& TouchFlow(const char* key);
   void SendFlow();
 
   StatsStore* store_;
@@ -84,7 +84,7 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   // What the last calls said about one flow: all calls about a record name the same one, so that it
   // is looked up once.
   std::string flow_key_;
-  FlowRecord flow_{};
+  FlowTotals flow_{};
   bool has_flow_ = false;
 };
 

@@ -10,7 +10,7 @@ constexpr std::string_view kTextNotKept = "(one of too many texts)";
 
 }  // namespace
 
-CounterGroup::CounterGroup(GroupInfo description)
+GroupCounters::GroupCounters(GroupInfo description)
     : info(std::move(description)),
       columns(info.Columns()),
       table(info.key_kind == KeyKind::kSession ? kFlowWords : columns),
@@ -21,12 +21,12 @@ StatsStore::StatsStore(std::span<const GroupInfo> groups) : index_(kIndexSlots) 
   flow_group_ = &Group(kFlowGroup);
 }
 
-CounterGroup& StatsStore::AddGroup(GroupInfo info) {
+GroupCounters& StatsStore::AddGroup(GroupInfo info) {
   // Groups are named by code, not by datagrams: half of the index is plenty.
   if (groups_.size() >= kIndexSlots / 2) return *groups_.back();
   std::size_t at = SlotOf(info.guid);
   while (index_[at].group != nullptr) at = (at + 1) % kIndexSlots;
-  groups_.push_back(std::make_unique<CounterGroup>(std::move(info)));
+  groups_.push_back(std::make_unique<GroupCounters>(std::move(info)));
   index_[at] = {groups_.back()->info.guid, groups_.back().get()};
   return *groups_.back();
 }
@@ -45,7 +45,7 @@ std::string_view StatsStore::TextOf(std::uint32_t number) const {
   return number == 0 ? std::string_view() : std::string_view(texts_[number - 1]);
 }
 
-KeyNotes& StatsStore::NotesOf(CounterGroup& group, std::string_view key) {
+KeyNotes& StatsStore::NotesOf(GroupCounters& group, std::string_view key) {
   const auto known = group.notes.find(key);
   if (known != group.notes.end()) return known->second;
   if (group.notes.size() < kMostNotes) return group.notes[std::string(key)];
@@ -56,14 +56,14 @@ void StatsStore::Merge(const StatsStore& other) {
   MergeBesideKeys(other);
   for (const auto& from : other.groups_) {
     if (from.get() == other.flow_group_) continue;
-    CounterGroup& into = Group(from->info.guid);
+    GroupCounters& into = Group(from->info.guid);
     from->table.ForEach([&](std::string_view key, const std::uint64_t* values) {
       std::uint64_t* const sums = into.table.FindOrAdd(key);
       for (std::size_t i = 0; i < into.columns; ++i) sums[i] += values[i];
     });
   }
   other.flow_group_->table.ForEach([&](std::string_view key, const std::uint64_t* values) {
-    FlowRecord part = Flow(values);
+    FlowTotals part = Flow(values);
     RenumberTexts(other, &part);
     MergeFlow(part, &Flow(flow_group_->table.FindOrAdd(key)));
   });
@@ -73,7 +73,7 @@ void StatsStore::Merge(StatsStore&& other) {
   MergeBesideKeys(other);
   for (const auto& from : other.groups_) {
     if (from.get() == other.flow_group_) continue;
-    CounterGroup& into = Group(from->info.guid);
+    GroupCounters& into = Group(from->info.guid);
     into.table.Absorb(std::move(from->table), [&](std::uint64_t* sums, std::uint64_t* values) {
       for (std::size_t i = 0; i < into.columns; ++i) sums[i] += values[i];
     });
@@ -93,7 +93,7 @@ void StatsStore::MergeBesideKeys(const StatsStore& other) {
   records += other.records;
   stray_updates += other.stray_updates;
   for (const auto& from : other.groups_) {
-    CounterGroup& into = Group(from->info.guid);
+    GroupCounters& into = Group(from->info.guid);
     for (const auto& [key, notes] : from->notes) NotesOf(into, key) = notes;
     into.pruned_keys += from->pruned_keys;
     for (std::size_t i = 0; i < into.columns; ++i) into.pruned_sums[i] += from->pruned_sums[i];
@@ -101,7 +101,7 @@ void StatsStore::MergeBesideKeys(const StatsStore& other) {
 }
 
 // Texts have other numbers in another store.
-void StatsStore::RenumberTexts(const StatsStore& other, FlowRecord* flow) {
+void StatsStore::RenumberTexts(const StatsStore& other, FlowTotals* flow) {
   if (flow->tag != 0) flow->tag = Intern(other.TextOf(flow->tag));
   if (flow->text != 0) flow->text = Intern(other.TextOf(flow->text));
 }
@@ -113,7 +113,7 @@ void StatsStore::CopyNotes(const StatsStore& other) {
 }
 
 void StatsStore::Clear(const GUID& group) {
-  CounterGroup& cleared = Group(group);
+  GroupCounters& cleared = Group(group);
   cleared.table = KeyTable(cleared.table.values());
   cleared.notes.clear();
   cleared.pruned_keys = 0;
@@ -126,7 +126,7 @@ void StatsStore::Prune() {
   }
 }
 
-void StatsStore::Prune(CounterGroup* group) {
+void StatsStore::Prune(GroupCounters* group) {
   struct Row {
     std::uint64_t rank;
     std::string_view key;

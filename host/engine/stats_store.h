@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/engine/flow_record.h"
+#include "host/engine/flow_totals.h"
 #include "host/engine/group_info.h"
 #include "host/engine/key_table.h"
 #include "host/engine/text_map.h"
@@ -25,8 +25,8 @@ struct KeyNotes {
 };
 
 // One counter group: its description and its keys.
-struct CounterGroup {
-  explicit CounterGroup(GroupInfo description);
+struct GroupCounters {
+  explicit GroupCounters(GroupInfo description);
 
   GroupInfo info;
   std::size_t columns;
@@ -45,7 +45,7 @@ class StatsStore {
   StatsStore& operator=(const StatsStore&) = delete;
 
   // Group gives the group of an identifier; one that nobody described is added.
-  CounterGroup& Group(const GUID& guid) {
+  GroupCounters& Group(const GUID& guid) {
     std::size_t at = SlotOf(guid);
     while (index_[at].group != nullptr) {
       if (index_[at].guid == guid) return *index_[at].group;
@@ -55,15 +55,17 @@ class StatsStore {
   }
 
   // In the order in which they were given, unknown ones behind.
-  [[nodiscard]] const std::vector<std::unique_ptr<CounterGroup>>& groups() const { return groups_; }
+  [[nodiscard]] const std::vector<std::unique_ptr<GroupCounters>>& groups() const {
+    return groups_;
+  }
 
-  CounterGroup& flow_group() { return *flow_group_; }
-  [[nodiscard]] const CounterGroup& flow_group() const { return *flow_group_; }
+  GroupCounters& flow_group() { return *flow_group_; }
+  [[nodiscard]] const GroupCounters& flow_group() const { return *flow_group_; }
 
   // The flow record in a row of the flow group.
-  static FlowRecord& Flow(std::uint64_t* values) { return *reinterpret_cast<FlowRecord*>(values); }
-  static const FlowRecord& Flow(const std::uint64_t* values) {
-    return *reinterpret_cast<const FlowRecord*>(values);
+  static FlowTotals& Flow(std::uint64_t* values) { return *reinterpret_cast<FlowTotals*>(values); }
+  static const FlowTotals& Flow(const std::uint64_t* values) {
+    return *reinterpret_cast<const FlowTotals*>(values);
   }
 
   // Intern gives the number of a tag or text of flows, from 1; TextOf the other way, "" for 0.
@@ -87,7 +89,7 @@ class StatsStore {
   // Notes and texts beyond these are not kept: their number is the exporters' choice.
   static constexpr std::size_t kMostNotes = std::size_t{1} << 16;
   static constexpr std::size_t kMostTexts = std::size_t{1} << 16;
-  KeyNotes& NotesOf(CounterGroup& group, std::string_view key);
+  KeyNotes& NotesOf(GroupCounters& group, std::string_view key);
 
   // Bytes of memory in the tables.
   [[nodiscard]] std::size_t Memory() const;
@@ -98,19 +100,19 @@ class StatsStore {
  private:
   struct IndexSlot {
     GUID guid{};
-    CounterGroup* group = nullptr;
+    GroupCounters* group = nullptr;
   };
   static constexpr std::size_t kIndexSlots = 256;  // at most half are taken
 
   static std::size_t SlotOf(const GUID& guid) { return guid.Data1 * 0x9E3779B1U >> 24; }
-  CounterGroup& AddGroup(GroupInfo info);
+  GroupCounters& AddGroup(GroupInfo info);
   void MergeBesideKeys(const StatsStore& other);
-  void RenumberTexts(const StatsStore& other, FlowRecord* flow);
-  static void Prune(CounterGroup* group);
+  void RenumberTexts(const StatsStore& other, FlowTotals* flow);
+  static void Prune(GroupCounters* group);
 
-  std::vector<std::unique_ptr<CounterGroup>> groups_;
+  std::vector<std::unique_ptr<GroupCounters>> groups_;
   std::vector<IndexSlot> index_;
-  CounterGroup* flow_group_ = nullptr;
+  GroupCounters* flow_group_ = nullptr;
   TextMap<std::uint32_t> text_numbers_;
   std::vector<std::string> texts_;
   KeyNotes spilled_notes_;  // of keys beyond kMostNotes

@@ -12,7 +12,7 @@
 #include <span>
 #include <string_view>
 
-#include "host/engine/flow_record.h"
+#include "host/engine/flow_totals.h"
 #include "host/engine/key_table.h"
 
 namespace flow::host {
@@ -36,7 +36,7 @@ class UpdateQueue {
     std::copy(increments.begin(), increments.end(), entry.increments);
     Advance();
   }
-  void AddFlow(KeyTable& table, std::string_view key, const FlowRecord& part) {
+  void AddFlow(KeyTable& table, std::string_view key, const FlowTotals& part) {
     Entry& entry = Enter(table, key);
     entry.count = 0;
     entry.part = part;
@@ -61,7 +61,7 @@ class UpdateQueue {
     char key[kLongestKey];
     union {
       Increment increments[kMostIncrements];
-      FlowRecord part;
+      FlowTotals part;
     };
 
     [[nodiscard]] std::string_view Key() const { return {key, key_length}; }

@@ -90,10 +90,10 @@ ExportVersion VersionOf(Bytes datagram) {
   return {true, Be32(datagram.data())};
 }
 
-Bytes WithoutShim(Bytes datagram, std::uint32_t exporter) {
+Bytes WithoutShim(Bytes datagram, const IpAddress& exporter) {
   const bool has_shim = datagram.size() >= kShim && std::memcmp(datagram.data(), "OMBR", 4) == 0 &&
                         std::memcmp(datagram.data() + 8, "LNSM", 4) == 0 &&
-                        Be32(datagram.data() + 4) == exporter;
+                        IpAddress::Ipv4(Be32(datagram.data() + 4)) == exporter;
   return has_shim ? datagram.subspan(kShim) : datagram;
 }
 
@@ -174,9 +174,9 @@ std::uint32_t CountRecords(Bytes set, const TemplateShape& shape) {
 std::optional<TemplateMessage> ParseTemplateMessage(Bytes message) {
   if (message.size() < kMessageHeader + kSetHeader) return std::nullopt;
   TemplateMessage parsed;
-  parsed.exporter = Be32(message.data() + 12);
+  parsed.exporter.address = IpAddress::Ipv4(Be32(message.data() + 12));
   const std::size_t port_at = std::size_t{message[0]} % 16 * 4;
-  if (port_at + 2 <= message.size()) parsed.port = Be16(message.data() + port_at);
+  if (port_at + 2 <= message.size()) parsed.exporter.port = Be16(message.data() + port_at);
   parsed.set = message.subspan(kMessageHeader);
   return parsed;
 }

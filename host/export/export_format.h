@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "host/base/endpoint.h"
+
 namespace flow::host {
 
 // The version of an export datagram.
@@ -33,9 +35,9 @@ struct ExportVersion {
 ExportVersion VersionOf(std::span<const std::uint8_t> datagram);
 
 // WithoutShim drops the 12-byte header that a forwarder puts in front, if there is one and it names
-// this exporter (host byte order): then the meter has taken it off as well.
+// this exporter: then the meter has taken it off as well.
 std::span<const std::uint8_t> WithoutShim(std::span<const std::uint8_t> datagram,
-                                          std::uint32_t exporter);
+                                          const IpAddress& exporter);
 
 // IsCutShort tells whether the datagram is shorter than its header says: more v1 or v5 records than
 // fit, or an IPFIX message length past the end.
@@ -76,8 +78,7 @@ std::uint32_t CountRecords(std::span<const std::uint8_t> set, const TemplateShap
 
 // A message of the template channel: whose template set, and the set.
 struct TemplateMessage {
-  std::uint32_t exporter = 0;  // host byte order
-  std::uint16_t port = 0;
+  Endpoint exporter;
   std::span<const std::uint8_t> set;
 };
 std::optional<TemplateMessage> ParseTemplateMessage(std::span<const std::uint8_t> message);

@@ -51,25 +51,25 @@ void ExporterCounts::Add(const ExporterCounts& other) {
 void ExporterTable::NoteTemplates(std::span<const std::uint8_t> message, std::uint64_t posted) {
   const auto parsed = ParseTemplateMessage(message);
   if (!parsed) return;
-  Templates& templates = templates_[SourceOf(parsed->exporter, parsed->port)];
+  Templates& templates = templates_[parsed->exporter];
   ForEachTemplate(parsed->set, [&](std::uint16_t id, TemplateShape shape) {
     if (template_count_ >= kMostTemplates && !templates.contains(id)) return;
-    const auto [known, is_new] = templates.try_emplace(id, Template{posted, {}});
+    const auto [known, is_new] = templates.try_emplace(id, KnownTemplate{posted, {}});
     known->second.shape = std::move(shape);
     if (is_new) ++template_count_;
   });
 }
 
-ExporterCounts& ExporterTable::CountsOf(const ExporterKey& key) {
+ExporterCounts& ExporterTable::CountsOf(const ExportSource& key) {
   const auto known = exporters_.find(key);
   if (known != exporters_.end()) return known->second;
-  return exporters_[exporters_.size() < kMostExporters ? key : ExporterKey{}];
+  return exporters_[exporters_.size() < kMostExporters ? key : ExportSource{}];
 }
 
 void ExporterTable::Note(const MeteredDatagram& datagram) {
   ExportVersion version = VersionOf(datagram.bytes);
   if (!version.IsKnown() && version.number > kLargestVersion) version = {};
-  ExporterCounts& counts = CountsOf({datagram.exporter, datagram.port, version});
+  ExporterCounts& counts = CountsOf({datagram.exporter, version});
   ++counts.datagrams;
   counts.bytes += datagram.bytes.size();
   counts.records += datagram.records;
@@ -84,10 +84,9 @@ void ExporterTable::Note(const MeteredDatagram& datagram) {
 
 void ExporterTable::NoteSets(const MeteredDatagram& datagram, const ExportVersion& version,
                              ExporterCounts* counts) {
-  const std::uint64_t source = SourceOf(datagram.exporter, datagram.port);
   std::optional<std::uint32_t> data_records;
   if (version.HasTemplates()) {
-    const auto found = templates_.find(source);
+    const auto found = templates_.find(datagram.exporter);
     const Templates* const known = found == templates_.end() ? nullptr : &found->second;
     const Sets sets = CountSets(datagram, known, datagrams_);
     // Without a template of its own an exporter may still be decoded by those in the policy.
@@ -95,12 +94,12 @@ void ExporterTable::NoteSets(const MeteredDatagram& datagram, const ExportVersio
     if (sets.unknown == 0 && !sets.has_vast) data_records = sets.records;
     counts->templates = known == nullptr ? 0 : known->size();
   }
-  sequences_.Take(source, version, datagram.bytes, data_records, &counts->gaps,
+  sequences_.Take(datagram.exporter, version, datagram.bytes, data_records, &counts->gaps,
                   &counts->sample_gaps);
 }
 
-const ExporterTable::Template* ExporterTable::FindTemplate(const Templates* known,
-                                                           std::uint16_t id) {
+const ExporterTable::KnownTemplate* ExporterTable::FindTemplate(const Templates* known,
+                                                                std::uint16_t id) {
   if (known == nullptr) return nullptr;
   const auto found = known->find(id);
   return found == known->end() ? nullptr : &found->second;
@@ -118,7 +117,7 @@ ExporterTable::Sets ExporterTable::CountSets(const MeteredDatagram& datagram,
                       [&](std::uint16_t id, const TemplateShape&) { defined_here.push_back(id); });
     }
     if (!set.holds_data) return;
-    const Template* const posted = FindTemplate(known, set.id);
+    const KnownTemplate* const posted = FindTemplate(known, set.id);
     const bool decodable =
         posted != nullptr && (posted->posted < datagrams ||
                               std::ranges::find(defined_here, set.id) != defined_here.end());

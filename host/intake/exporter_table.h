@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/base/endpoint.h"
 #include "host/base/timestamp.h"
 #include "host/export/export_format.h"
 #include "host/intake/sequence.h"
@@ -24,17 +25,16 @@ inline constexpr std::size_t kRefusals = 5;
 std::string_view RefusalText(Refusal refusal);
 std::string_view RefusalId(Refusal refusal);
 
-struct ExporterKey {
-  std::uint32_t address = 0;  // host byte order
-  std::uint16_t port = 0;     // UDP source port
+// What a row of the table is about: an exporter, and one version that it sends.
+struct ExportSource {
+  Endpoint endpoint;
   ExportVersion version;
 
-  friend auto operator<=>(const ExporterKey&, const ExporterKey&) = default;
+  friend auto operator<=>(const ExportSource&, const ExportSource&) = default;
 
   template <class Hash>
-  friend Hash AbslHashValue(Hash hash, const ExporterKey& key) {
-    return Hash::combine(std::move(hash), key.address, key.port, key.version.sflow,
-                         key.version.number);
+  friend Hash AbslHashValue(Hash hash, const ExportSource& key) {
+    return Hash::combine(std::move(hash), key.endpoint, key.version.sflow, key.version.number);
   }
 };
 
@@ -55,8 +55,7 @@ struct ExporterCounts {
 
 // A datagram that went through a meter.
 struct MeteredDatagram {
-  std::uint32_t exporter = 0;  // as the meter saw it, host byte order
-  std::uint16_t port = 0;
+  Endpoint exporter;  // as the meter saw it
   Timestamp time = 0;
   std::span<const std::uint8_t> bytes;  // without a shim
   std::uint64_t records = 0;
@@ -66,7 +65,7 @@ struct MeteredDatagram {
 class ExporterTable {
  public:
   struct Row {
-    ExporterKey key;
+    ExportSource key;
     ExporterCounts counts;
   };
 
@@ -90,12 +89,12 @@ class ExporterTable {
   static constexpr std::size_t kMostTemplates = std::size_t{1} << 18;
 
  private:
-  struct Template {
+  struct KnownTemplate {
     std::uint64_t posted = 0;  // first, with this datagram
     TemplateShape shape;
   };
-  // The templates of one address and port.
-  using Templates = absl::flat_hash_map<std::uint16_t, Template>;
+  // The templates of one exporter.
+  using Templates = absl::flat_hash_map<std::uint16_t, KnownTemplate>;
 
   // What the sets of a datagram hold.
   struct Sets {
@@ -104,19 +103,16 @@ class ExporterTable {
     std::uint32_t records = 0;  // in the others
   };
 
-  static std::uint64_t SourceOf(std::uint32_t address, std::uint16_t port) {
-    return std::uint64_t{address} << 16 | port;
-  }
   void NoteTemplates(std::span<const std::uint8_t> message, std::uint64_t posted);
-  ExporterCounts& CountsOf(const ExporterKey& key);
+  ExporterCounts& CountsOf(const ExportSource& key);
   void NoteSets(const MeteredDatagram& datagram, const ExportVersion& version,
                 ExporterCounts* counts);
-  static const Template* FindTemplate(const Templates* known, std::uint16_t id);
+  static const KnownTemplate* FindTemplate(const Templates* known, std::uint16_t id);
   static Sets CountSets(const MeteredDatagram& datagram, const Templates* known,
                         std::uint64_t datagrams);
 
-  absl::flat_hash_map<ExporterKey, ExporterCounts> exporters_;
-  absl::flat_hash_map<std::uint64_t, Templates> templates_;
+  absl::flat_hash_map<ExportSource, ExporterCounts> exporters_;
+  absl::flat_hash_map<Endpoint, Templates> templates_;
   std::size_t template_count_ = 0;
   SequenceTracker sequences_;
   std::uint64_t datagrams_ = 1;  // the number of the next

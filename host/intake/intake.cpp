@@ -28,9 +28,9 @@ void Intake::Take(int link_type, const CapturedPacket& packet) {
   const PacketKind kind = Dissect(link_type, packet, &udp);
   ++counts_.packets[static_cast<std::size_t>(kind)];
   if (kind != PacketKind::kUdp) return;
-  const IID* const protocol = ports_.ProtocolOf(udp.destination_port);
+  const IID* const protocol = ports_.ProtocolOf(udp.destination.port);
   if (protocol == nullptr) {
-    ++counts_.unclaimed_ports[udp.destination_port];
+    ++counts_.unclaimed_ports[udp.destination.port];
   } else {
     lanes_.Take(*protocol, udp);
   }

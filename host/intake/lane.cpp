@@ -4,7 +4,6 @@
 
 #include <utility>
 
-#include "host/base/endpoint.h"
 #include "host/base/error.h"
 #include "host/border/call_trace.h"
 #include "plugin/identifiers.h"
@@ -81,9 +80,9 @@ void Lane::Handle(const IID& protocol, const UdpPacket& packet) {
   }
   const std::uint64_t records = store_->records - records_before;
   records_.store(records_.load(std::memory_order_relaxed) + records, std::memory_order_relaxed);
-  const std::uint32_t exporter = packet_.Source();
-  exporters_.Note({exporter, packet.source_port, packet.time,
-                   WithoutShim(packet.Payload(), exporter), records, refusal});
+  const Endpoint exporter{packet_.Source(), packet.source.port};
+  exporters_.Note(
+      {exporter, packet.time, WithoutShim(packet.Payload(), exporter.address), records, refusal});
 }
 
 void Lane::TakeMessages() {
@@ -114,9 +113,8 @@ Refusal Lane::Claim(const IID& protocol, const UdpPacket& packet) {
   for (Component& component : components_) {
     if (!component.handler || !(component.protocol == protocol)) continue;
     if (trace_ != nullptr) {
-      trace_->Enter(fmt::format("{} GenerateParse {}:{} {} bytes", component.name,
-                                Ipv4Text(packet.source), packet.source_port,
-                                packet.payload_length));
+      trace_->Enter(fmt::format("{} GenerateParse {} {} bytes", component.name,
+                                packet.source.Text(), packet.payload_length));
     }
     DISPOSITION_CODE_T disposition = 0;
     const Status status =
@@ -132,9 +130,8 @@ Refusal Lane::Count(Component& component, const UdpPacket& packet) {
     const Status status = component.meter->Count(&engine_, packet_.Payload());
     return ReasonFor(status, WithoutShim(packet.Payload(), packet_.Source()));
   }
-  trace_->Enter(fmt::format("{} Count {}:{} {} bytes at {}", component.name,
-                            Ipv4Text(packet.source), packet.source_port, packet.payload_length,
-                            packet.time / kMicrosPerSecond));
+  trace_->Enter(fmt::format("{} Count {} {} bytes at {}", component.name, packet.source.Text(),
+                            packet.payload_length, packet.time / kMicrosPerSecond));
   const Status status = component.meter->Count(&*trace_engine_, packet_.Payload());
   trace_->Leave(status);
   return ReasonFor(status, WithoutShim(packet.Payload(), packet_.Source()));

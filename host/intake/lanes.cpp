@@ -38,12 +38,11 @@ Lanes::~Lanes() { Finish(); }
 std::size_t Lanes::LaneOf(const UdpPacket& packet) {
   if (lanes_.size() == 1) return 0;
   constexpr std::size_t kMostExporters = std::size_t{1} << 16;
-  const std::uint64_t source = std::uint64_t{packet.source} << 16 | packet.source_port;
-  auto known = lane_of_.find(source);
+  auto known = lane_of_.find(packet.source);
   if (known == lane_of_.end()) {
-    if (lane_of_.size() >= kMostExporters) return absl::HashOf(source) % lanes_.size();
+    if (lane_of_.size() >= kMostExporters) return absl::HashOf(packet.source) % lanes_.size();
     const auto least = std::ranges::min_element(taken_);
-    known = lane_of_.emplace(source, static_cast<std::size_t>(least - taken_.begin())).first;
+    known = lane_of_.emplace(packet.source, static_cast<std::size_t>(least - taken_.begin())).first;
   }
   ++taken_[known->second];
   return known->second;

@@ -110,13 +110,13 @@ void SequenceTracker::Count(std::uint64_t stream, std::uint32_t number,
   found->second.Take(number, units, gaps);
 }
 
-void SequenceTracker::Take(std::uint64_t source, const ExportVersion& version, Bytes datagram,
+void SequenceTracker::Take(const Endpoint& exporter, const ExportVersion& version, Bytes datagram,
                            std::optional<std::uint32_t> data_records, SequenceGaps* gaps,
                            SequenceGaps* samples) {
-  if (version.sflow) return TakeSFlow(source, datagram, gaps, samples);
+  if (version.sflow) return TakeSFlow(exporter, datagram, gaps, samples);
   const auto count = [&](std::uint32_t domain, std::size_t number_at,
                          std::optional<std::uint32_t> units) {
-    Count(absl::HashOf(source, version.number, domain), Be32(datagram.data() + number_at), units,
+    Count(absl::HashOf(exporter, version.number, domain), Be32(datagram.data() + number_at), units,
           gaps);
   };
   if (version.number == 5 && datagram.size() >= 24) {
@@ -129,7 +129,7 @@ void SequenceTracker::Take(std::uint64_t source, const ExportVersion& version, B
 }
 
 // Version 5; earlier versions number datagrams alike, but their samples do not tell their lengths.
-void SequenceTracker::TakeSFlow(std::uint64_t source, Bytes datagram, SequenceGaps* gaps,
+void SequenceTracker::TakeSFlow(const Endpoint& exporter, Bytes datagram, SequenceGaps* gaps,
                                 SequenceGaps* samples) {
   if (datagram.size() < 8) return;
   const std::uint32_t version = Be32(datagram.data());
@@ -137,7 +137,7 @@ void SequenceTracker::TakeSFlow(std::uint64_t source, Bytes datagram, SequenceGa
   const std::size_t number_at = 8 + agent + (version == 5 ? 4 : 0);  // behind the sub-agent
   if (datagram.size() < number_at + 12) return;
   const std::string_view sender(reinterpret_cast<const char*>(datagram.data()), number_at);
-  const std::uint64_t stream = absl::HashOf(source, sender);
+  const std::uint64_t stream = absl::HashOf(exporter, sender);
   Count(stream, Be32(datagram.data() + number_at), 1, gaps);
   if (version != 5) return;
   for (Bytes rest = datagram.subspan(number_at + 12); rest.size() >= 20;) {

@@ -11,6 +11,7 @@
 #include <optional>
 #include <span>
 
+#include "host/base/endpoint.h"
 #include "host/export/export_format.h"
 
 namespace flow::host {
@@ -29,8 +30,7 @@ struct SequenceGaps {
 
 // One numbered stream. The numbers should count the units that went before; some exporters count
 // those that go with the number as well, and some count messages. The first of these that explains
-// a
-// number is taken for granted; once it was the only one to do so, until another explains two in a
+// a number is taken for granted; once it was the only one to do so, until another explains two in a
 // row.
 class SequenceStream {
  public:
@@ -68,17 +68,17 @@ class SequenceTracker {
  public:
   static constexpr std::size_t kMostStreams = std::size_t{1} << 18;
 
-  // Take looks at a datagram. source names its exporter; data_records is the number of its IPFIX
+  // Take looks at a datagram. data_records is the number of its IPFIX
   // data records, unless a template is unknown. samples takes the gaps of sFlow samples.
-  void Take(std::uint64_t source, const ExportVersion& version,
+  void Take(const Endpoint& exporter, const ExportVersion& version,
             std::span<const std::uint8_t> datagram, std::optional<std::uint32_t> data_records,
             SequenceGaps* gaps, SequenceGaps* samples);
 
  private:
   void Count(std::uint64_t stream, std::uint32_t number, std::optional<std::uint32_t> units,
              SequenceGaps* gaps);
-  void TakeSFlow(std::uint64_t source, std::span<const std::uint8_t> datagram, SequenceGaps* gaps,
-                 SequenceGaps* samples);
+  void TakeSFlow(const Endpoint& exporter, std::span<const std::uint8_t> datagram,
+                 SequenceGaps* gaps, SequenceGaps* samples);
 
   absl::flat_hash_map<std::uint64_t, SequenceStream> streams_;
 };

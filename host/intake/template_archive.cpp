@@ -99,7 +99,7 @@ void TemplateArchive::NoteLocked(std::shared_ptr<const Message> message, std::in
   }
   ++arrivals_;
   ForEachTemplate(parsed->set, [&](std::uint16_t id, const TemplateShape&) {
-    const Key key{parsed->exporter, parsed->port, id};
+    const Key key{parsed->exporter, id};
     const auto known = templates_.find(key);
     const std::size_t before = known == templates_.end() ? 0 : known->second.message->size();
     const bool is_full = templates_.size() >= kMostTemplates && known == templates_.end();

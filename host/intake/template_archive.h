@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "host/base/endpoint.h"
+
 namespace flow::host {
 
 class TemplateArchive {
@@ -58,14 +60,13 @@ class TemplateArchive {
 
  private:
   struct Key {
-    std::uint32_t exporter = 0;
-    std::uint16_t port = 0;
+    Endpoint exporter;
     std::uint16_t id = 0;
 
     friend auto operator<=>(const Key&, const Key&) = default;
     template <class Hash>
     friend Hash AbslHashValue(Hash hash, const Key& key) {
-      return Hash::combine(std::move(hash), key.exporter, key.port, key.id);
+      return Hash::combine(std::move(hash), key.exporter, key.id);
     }
   };
   struct Entry {

@@ -5,10 +5,10 @@
 #include <netinet/in.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
-#include "host/base/endpoint.h"
 #include "host/base/error.h"
 
 namespace flow::host {
@@ -21,11 +21,6 @@ void PutBe16(std::size_t value, std::uint8_t* out) {
   out[1] = static_cast<std::uint8_t>(value);
 }
 
-void PutBe32(std::uint32_t value, std::uint8_t* out) {
-  PutBe16(value >> 16, out);
-  PutBe16(value & 0xFFFF, out + 2);
-}
-
 // The headers as on the wire, without checksums.
 void PutHeaders(const UdpPacket& packet, std::uint8_t* out) {
   std::memset(out, 0, kIpHeader + 8);
@@ -33,10 +28,10 @@ void PutHeaders(const UdpPacket& packet, std::uint8_t* out) {
   PutBe16(packet.ip.size(), out + 2);
   out[8] = 64;
   out[9] = IPPROTO_UDP;
-  PutBe32(packet.source, out + 12);
-  PutBe32(packet.destination, out + 16);
-  PutBe16(packet.source_port, out + 20);
-  PutBe16(packet.destination_port, out + 22);
+  std::ranges::copy(packet.source.address.bytes(), out + 12);
+  std::ranges::copy(packet.destination.address.bytes(), out + 16);
+  PutBe16(packet.source.port, out + 20);
+  PutBe16(packet.destination.port, out + 22);
   PutBe16(packet.payload_length + 8, out + 24);
 }
 
@@ -68,20 +63,18 @@ ReceiveBuffers::ReceiveBuffers()
   }
 }
 
-UdpSocket::UdpSocket(std::uint32_t address, std::uint16_t port, std::size_t receive_buffer)
-    : address_(address),
-      port_(port),
-      descriptor_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-  sockaddr_in here{};
-  here.sin_family = AF_INET;
-  here.sin_port = htons(port);
-  here.sin_addr.s_addr = htonl(address);
+UdpSocket::UdpSocket(const Endpoint& here, std::size_t receive_buffer)
+    : here_(here), descriptor_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+  sockaddr_in name{};
+  name.sin_family = AF_INET;
+  name.sin_port = htons(here.port);
+  name.sin_addr.s_addr = htonl(here.address.AsIpv4());
   if (descriptor_ < 0 ||
-      bind(descriptor_, reinterpret_cast<const sockaddr*>(&here), sizeof(here)) != 0) {
+      bind(descriptor_, reinterpret_cast<const sockaddr*>(&name), sizeof(name)) != 0) {
     const int reason = errno;
     if (descriptor_ >= 0) close(descriptor_);
-    throw HostError(fmt::format("UDP port {}:{} cannot be had: {}", Ipv4Text(address), port,
-                                std::strerror(reason)));
+    throw HostError(
+        fmt::format("UDP port {} cannot be had: {}", here.Text(), std::strerror(reason)));
   }
   receive_buffer_ = AskForBuffer(descriptor_, receive_buffer);
 }
@@ -97,7 +90,7 @@ std::size_t UdpSocket::Receive(ReceiveBuffers* buffers, Timestamp now,
                              MSG_DONTWAIT, nullptr);
   if (count < 0) {
     if (errno == EAGAIN || errno == EINTR) return 0;
-    throw HostError(fmt::format("UDP port {} has failed: {}", port_, std::strerror(errno)));
+    throw HostError(fmt::format("UDP port {} has failed: {}", here_.port, std::strerror(errno)));
   }
   for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {
     const auto& sender = reinterpret_cast<const sockaddr_in&>(buffers->senders_[i]);
@@ -107,10 +100,8 @@ std::size_t UdpSocket::Receive(ReceiveBuffers* buffers, Timestamp now,
     packet.payload_length = buffers->messages_[i].msg_len;
     packet.ip = {start, ReceiveBuffers::kHeaders + packet.payload_length};
     packet.udp_offset = kIpHeader;
-    packet.source = ntohl(sender.sin_addr.s_addr);
-    packet.destination = address_;
-    packet.source_port = ntohs(sender.sin_port);
-    packet.destination_port = port_;
+    packet.source = {IpAddress::Ipv4(ntohl(sender.sin_addr.s_addr)), ntohs(sender.sin_port)};
+    packet.destination = here_;
     PutHeaders(packet, start);
     visit(packet);
   }

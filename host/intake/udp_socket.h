@@ -37,7 +37,7 @@ class UdpSocket {
  public:
   // Binds; receive_buffer is what is asked of the kernel, which may grant less. HostError when the
   // port cannot be had.
-  UdpSocket(std::uint32_t address, std::uint16_t port, std::size_t receive_buffer);
+  UdpSocket(const Endpoint& here, std::size_t receive_buffer);
   ~UdpSocket();
   UdpSocket(const UdpSocket&) = delete;
   UdpSocket& operator=(const UdpSocket&) = delete;
@@ -55,8 +55,7 @@ class UdpSocket {
   [[nodiscard]] std::size_t receive_buffer() const { return receive_buffer_; }
 
  private:
-  std::uint32_t address_;
-  std::uint16_t port_;
+  Endpoint here_;
   int descriptor_;
   std::size_t receive_buffer_ = 0;
   std::uint32_t drops_told_ = 0;

@@ -1,8 +1,8 @@
 #include "host/names/key_text.h"
 
-#include <arpa/inet.h>
 #include <fmt/format.h>
 
+#include <array>
 #include <charconv>
 #include <optional>
 #include <utility>
@@ -56,20 +56,18 @@ class KeyReader {
     if (!value) spoilt_ = true;
     return value.value_or(0);
   }
-  std::uint32_t TakeIpv4() {
+  IpAddress TakeIpv4() {
     std::uint32_t address = 0;
     for (int octet = 0; octet < 4; ++octet) {
       if (octet > 0) Expect(".");
       address = address << 8 | TakeHex(2);
     }
-    return address;
+    return IpAddress::Ipv4(address);
   }
-  std::string TakeIpv6() {
-    unsigned char bytes[16];
-    for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(TakeHex(2));
-    char text[INET6_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET6, bytes, text, sizeof(text));
-    return text;
+  IpAddress TakeIpv6() {
+    std::array<std::uint8_t, 16> bytes{};
+    for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(TakeHex(2));
+    return IpAddress::Ipv6(bytes);
   }
 
  private:
@@ -93,22 +91,22 @@ std::string ProtocolText(std::uint32_t protocol) {
 
 Text Ipv4Key(std::string_view key) {
   KeyReader reader(key);
-  const std::uint32_t address = reader.TakeIpv4();
-  return Checked(reader, Ipv4Text(address));
+  const IpAddress address = reader.TakeIpv4();
+  return Checked(reader, address.Text());
 }
 
 Text Ipv6Key(std::string_view key) {
   KeyReader reader(key);
-  std::string text = reader.TakeIpv6();
-  return Checked(reader, std::move(text));
+  const IpAddress address = reader.TakeIpv6();
+  return Checked(reader, address.Text());
 }
 
 Text InterfaceKey(std::string_view key) {
   KeyReader reader(key);
-  const std::uint32_t exporter = reader.TakeIpv4();
+  const IpAddress exporter = reader.TakeIpv4();
   reader.Expect("_");
   const std::uint32_t index = reader.TakeHex(8);
-  return Checked(reader, fmt::format("{} if {}", Ipv4Text(exporter), index));
+  return Checked(reader, fmt::format("{} if {}", exporter.Text(), index));
 }
 
 Text TotalsKey(std::string_view key) {
@@ -146,10 +144,10 @@ Text EthertypeKey(std::string_view key) {
 
 Text SubnetKey(std::string_view key) {
   KeyReader reader(key);
-  const std::uint32_t address = reader.TakeIpv4();
+  const IpAddress address = reader.TakeIpv4();
   reader.Expect("/");
   const std::uint32_t length = reader.TakeHex(2);
-  return Checked(reader, fmt::format("{}/{}", Ipv4Text(address), length));
+  return Checked(reader, fmt::format("{}/{}", address.Text(), length));
 }
 
 // AS numbers come as signed decimals; above 2147483647 they are negative.
@@ -182,24 +180,21 @@ Text MacPairKey(std::string_view key) {
                      Printable(key.substr(arrow + kArrow.size())));
 }
 
-struct Side {
-  std::string address;
-  std::uint32_t port = 0;
-};
-
-// In a flow with a merged service all client ports are one, written as FFFF.
-std::string PortText(const Side& side, const Side& other) {
-  const bool merges = other.port == 53 || other.port == 80 || other.port == 443;
-  return side.port == 0xFFFF && merges ? "*" : fmt::format("{}", side.port);
-}
-
-Side TakeSide(KeyReader* reader, bool ipv6) {
-  Side side;
-  side.address = ipv6 ? fmt::format("[{}]", reader->TakeIpv6()) : Ipv4Text(reader->TakeIpv4());
+Endpoint TakeSide(KeyReader* reader, bool ipv6) {
+  Endpoint side;
+  side.address = ipv6 ? reader->TakeIpv6() : reader->TakeIpv4();
   reader->Expect(":p-");
-  side.port = reader->TakeHex(4);
+  side.port = static_cast<std::uint16_t>(reader->TakeHex(4));
   reader->Expect("_");
   return side;
+}
+
+std::string SideText(const Endpoint& side, const Endpoint& other) {
+  // In a flow with a merged service all client ports are one, written as FFFF.
+  const bool merges = other.port == 53 || other.port == 80 || other.port == 443;
+  if (side.port != 0xFFFF || !merges) return side.Text();
+  const std::string text = side.Text();
+  return text.substr(0, text.rfind(':') + 1) + "*";
 }
 
 // The exporter part ends a session key: address and two interfaces, all zero when flows of several
@@ -207,13 +202,13 @@ Side TakeSide(KeyReader* reader, bool ipv6) {
 std::string TakeExporter(KeyReader* reader, std::size_t length) {
   const bool is_short = length == 21;
   const std::size_t digits = is_short ? 4 : 8;
-  const std::uint32_t exporter = reader->TakeIpv4();
+  const IpAddress exporter = reader->TakeIpv4();
   reader->Expect("_");
   const std::uint32_t first = reader->TakeHex(digits);
   reader->Expect("_");
   const std::uint32_t second = reader->TakeHex(digits);
-  if (exporter == 0 && first == 0 && second == 0) return "";
-  return fmt::format(" at {} if {}/{}", Ipv4Text(exporter), first, second);
+  if (exporter == IpAddress() && first == 0 && second == 0) return "";
+  return fmt::format(" at {} if {}/{}", exporter.Text(), first, second);
 }
 
 Text SessionKey(std::string_view key) {
@@ -224,11 +219,11 @@ Text SessionKey(std::string_view key) {
   KeyReader reader(key);
   const std::uint32_t protocol = reader.TakeHex(2);
   reader.Expect(ipv6 ? "D:" : "C:");
-  const Side a = TakeSide(&reader, ipv6);
-  const Side b = TakeSide(&reader, ipv6);
+  const Endpoint a = TakeSide(&reader, ipv6);
+  const Endpoint b = TakeSide(&reader, ipv6);
   const std::string exporter = TakeExporter(&reader, key.size() - before_exporter);
-  return Checked(reader, fmt::format("{} {}:{} <-> {}:{}{}", ProtocolText(protocol), a.address,
-                                     PortText(a, b), b.address, PortText(b, a), exporter));
+  return Checked(reader, fmt::format("{} {} <-> {}{}", ProtocolText(protocol), SideText(a, b),
+                                     SideText(b, a), exporter));
 }
 
 Text GuessedKey(std::string_view key) {

@@ -4,7 +4,6 @@
 
 #include <utility>
 
-#include "host/base/endpoint.h"
 #include "host/base/guid_text.h"
 #include "host/names/key_text.h"
 #include "host/output/output_file.h"
@@ -47,8 +46,8 @@ Json ExportersOf(const Report& report) {
   Json exporters = Json::array();
   for (const ExporterTable::Row& row : report.exporters) {
     const ExporterCounts& counts = row.counts;
-    Json entry{{"address", Ipv4Text(row.key.address)},
-               {"port", row.key.port},
+    Json entry{{"address", row.key.endpoint.address.Text()},
+               {"port", row.key.endpoint.port},
                {"version", row.key.version.Text()},
                {"datagrams", counts.datagrams},
                {"records", counts.records},
@@ -68,14 +67,14 @@ Json ExportersOf(const Report& report) {
                            {"restarts", counts.gaps.restarts}};
     }
     if (row.key.version.sflow) entry["sequence"]["lost_samples"] = counts.sample_gaps.Lost();
-    const std::string rate = SamplingRate(report.store, row.key.address);
+    const std::string rate = SamplingRate(report.store, row.key.endpoint.address);
     if (!rate.empty()) entry["sampling_rate"] = rate;
     exporters.push_back(std::move(entry));
   }
   return exporters;
 }
 
-Json KeyOf(const CounterGroup& group, std::string_view key) {
+Json KeyOf(const GroupCounters& group, std::string_view key) {
   Json entry{{"key", key}, {"text", ReadableKey(group.info.key_kind, key)}};
   const auto notes = group.notes.find(key);
   if (notes == group.notes.end()) return entry;
@@ -85,7 +84,7 @@ Json KeyOf(const CounterGroup& group, std::string_view key) {
   return entry;
 }
 
-void AddFlow(const StatsStore& store, const FlowRecord& flow, Json* entry) {
+void AddFlow(const StatsStore& store, const FlowTotals& flow, Json* entry) {
   (*entry)["volume"] = {{"bytes", flow.bytes}, {"packets", flow.packets}};
   (*entry)["first_ms"] = flow.first_ms;
   (*entry)["last_ms"] = flow.last_ms;
@@ -96,7 +95,7 @@ void AddFlow(const StatsStore& store, const FlowRecord& flow, Json* entry) {
 }
 
 // Keys are written one by one, the largest first: a capture may hold millions.
-void WriteGroup(const StatsStore& store, const CounterGroup& group, OutputFile* out) {
+void WriteGroup(const StatsStore& store, const GroupCounters& group, OutputFile* out) {
   const bool is_flows = &group == &store.flow_group();
   const Json head{
       {"id", group.info.id}, {"title", group.info.title}, {"guid", GuidText(group.info.guid)}};

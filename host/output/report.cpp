@@ -1,6 +1,7 @@
 #include "host/output/report.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <tuple>
@@ -11,7 +12,7 @@ bool ReportOptions::Wants(const GroupInfo& group) const {
   return group_ids.empty() || std::ranges::find(group_ids, group.id) != group_ids.end();
 }
 
-Ranking RankKeys(const CounterGroup& group, std::size_t top) {
+Ranking RankKeys(const GroupCounters& group, std::size_t top) {
   Ranking ranking;
   ranking.column_sums = group.pruned_sums;
   for (const int meter : group.info.ranking) {
@@ -34,9 +35,8 @@ Ranking RankKeys(const CounterGroup& group, std::size_t top) {
   return ranking;
 }
 
-std::string SamplingRate(const StatsStore& store, std::uint32_t exporter) {
-  const std::string key = fmt::format("{:02X}.{:02X}.{:02X}.{:02X}", exporter >> 24,
-                                      exporter >> 16 & 0xFF, exporter >> 8 & 0xFF, exporter & 0xFF);
+std::string SamplingRate(const StatsStore& store, const IpAddress& exporter) {
+  const std::string key = fmt::format("{:02X}", fmt::join(exporter.bytes(), "."));
   for (const auto& group : store.groups()) {
     if (!(group->info.guid == kExporterGroup)) continue;
     const auto notes = group->notes.find(key);
@@ -47,7 +47,7 @@ std::string SamplingRate(const StatsStore& store, std::uint32_t exporter) {
   return "";
 }
 
-std::int64_t FlowDuration(const FlowRecord& flow) {
+std::int64_t FlowDuration(const FlowTotals& flow) {
   if (flow.has_times == 0 && flow.duration_ms != 0) return flow.duration_ms;
   return std::max<std::int64_t>(flow.last_ms - flow.first_ms, 0);
 }

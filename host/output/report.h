@@ -60,12 +60,12 @@ struct Ranking {
   std::vector<std::uint64_t> column_sums;  // over all keys
   std::uint64_t rank_sum = 0;
 };
-Ranking RankKeys(const CounterGroup& group, std::size_t top);
+Ranking RankKeys(const GroupCounters& group, std::size_t top);
 
 // The sampling rate that was published for an exporter, or "".
-std::string SamplingRate(const StatsStore& store, std::uint32_t exporter);
+std::string SamplingRate(const StatsStore& store, const IpAddress& exporter);
 
 // How long a flow lasted, milliseconds.
-std::int64_t FlowDuration(const FlowRecord& flow);
+std::int64_t FlowDuration(const FlowTotals& flow);
 
 }  // namespace flow::host

@@ -2,7 +2,6 @@
 
 #include <vector>
 
-#include "host/base/endpoint.h"
 #include "host/names/key_text.h"
 
 namespace flow::host {
@@ -29,8 +28,8 @@ void WriteExporters(const Report& report, SheetSink* sink) {
   sink->Begin("exporters", columns);
   for (const ExporterTable::Row& row : report.exporters) {
     const ExporterCounts& counts = row.counts;
-    const Cell cells[] = {Ipv4Text(row.key.address),
-                          std::uint64_t{row.key.port},
+    const Cell cells[] = {row.key.endpoint.address.Text(),
+                          std::uint64_t{row.key.endpoint.port},
                           row.key.version.Text(),
                           counts.datagrams,
                           counts.records,
@@ -41,13 +40,13 @@ void WriteExporters(const Report& report, SheetSink* sink) {
                           counts.gaps.Lost(),
                           std::string(UnitOf(row.key.version)),
                           counts.sample_gaps.Lost(),
-                          SamplingRate(report.store, row.key.address)};
+                          SamplingRate(report.store, row.key.endpoint.address)};
     sink->Row(cells);
   }
   sink->End();
 }
 
-std::vector<SheetColumn> ColumnsOf(const CounterGroup& group, bool is_flows) {
+std::vector<SheetColumn> ColumnsOf(const GroupCounters& group, bool is_flows) {
   std::vector<SheetColumn> columns{{"key"}, {"text"}};
   for (const MeterInfo& meter : group.info.meters) columns.push_back({meter.id, kNumber});
   if (is_flows) {
@@ -65,7 +64,7 @@ std::vector<SheetColumn> ColumnsOf(const CounterGroup& group, bool is_flows) {
   return columns;
 }
 
-void AddFlowCells(const StatsStore& store, const FlowRecord& flow, std::vector<Cell>* cells) {
+void AddFlowCells(const StatsStore& store, const FlowTotals& flow, std::vector<Cell>* cells) {
   const Cell added[] = {flow.bytes[0],
                         flow.bytes[1],
                         flow.packets[0],
@@ -79,7 +78,7 @@ void AddFlowCells(const StatsStore& store, const FlowRecord& flow, std::vector<C
   cells->insert(cells->end(), std::begin(added), std::end(added));
 }
 
-void WriteGroup(const StatsStore& store, const CounterGroup& group, bool only_top_n,
+void WriteGroup(const StatsStore& store, const GroupCounters& group, bool only_top_n,
                 SheetSink* sink) {
   const bool is_flows = &group == &store.flow_group();
   const std::size_t top = only_top_n ? group.info.top_n : group.table.size();

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <map>
 
-#include "host/base/endpoint.h"
 #include "host/base/number_text.h"
 #include "host/base/printable.h"
 #include "host/names/key_text.h"
@@ -51,7 +50,7 @@ class SummaryPrinter {
   [[nodiscard]] std::string Value(Unit unit, std::uint64_t value) const {
     return unit == Unit::kBytes ? Bytes(value) : Thousands(value);
   }
-  [[nodiscard]] std::string KeyText(const CounterGroup& group, std::string_view key) const;
+  [[nodiscard]] std::string KeyText(const GroupCounters& group, std::string_view key) const;
   void Heading(std::string_view title, std::size_t shown, std::size_t all,
                std::uint64_t pruned = 0) const;
   void Line(std::string_view label, std::string_view text) const;
@@ -65,15 +64,15 @@ class SummaryPrinter {
   void PrintOtherPackets();
   [[nodiscard]] std::vector<ExporterTable::Row> TopExporters() const;
   void PrintExporters();
-  void PrintGroup(const CounterGroup& group);
-  void PrintFlows(const CounterGroup& group);
+  void PrintGroup(const GroupCounters& group);
+  void PrintFlows(const GroupCounters& group);
 
   const Report& report_;
   const ReportOptions& options_;
   std::FILE* out_;
 };
 
-std::string SummaryPrinter::KeyText(const CounterGroup& group, std::string_view key) const {
+std::string SummaryPrinter::KeyText(const GroupCounters& group, std::string_view key) const {
   if (options_.raw_keys) return Printable(key);
   std::string text = ReadableKey(group.info.key_kind, key);
   const auto notes = group.notes.find(key);
@@ -237,7 +236,7 @@ void SummaryPrinter::PrintExporters() {
   const std::vector<ExporterTable::Row> rows = TopExporters();
   if (rows.empty()) return;
   const auto rate_of = [&](const ExporterTable::Row& row) {
-    return SamplingRate(report_.store, row.key.address);
+    return SamplingRate(report_.store, row.key.endpoint.address);
   };
   const bool templates =
       std::ranges::any_of(rows, [](const auto& row) { return row.key.version.HasTemplates(); });
@@ -262,11 +261,10 @@ void SummaryPrinter::PrintExporters() {
   for (const ExporterTable::Row& row : rows) {
     const ExporterCounts& counts = row.counts;
     const bool has_templates = row.key.version.HasTemplates();
-    const bool others = row.key == ExporterKey{};
+    const bool others = row.key == ExportSource{};
     std::vector<std::string> cells{
-        others ? "all others" : fmt::format("{}:{}", Ipv4Text(row.key.address), row.key.port),
-        others ? "-" : row.key.version.Text(), Thousands(counts.datagrams),
-        Thousands(counts.records), Bytes(counts.bytes)};
+        others ? "all others" : row.key.endpoint.Text(), others ? "-" : row.key.version.Text(),
+        Thousands(counts.datagrams), Thousands(counts.records), Bytes(counts.bytes)};
     if (templates) cells.push_back(has_templates ? Thousands(counts.templates) : "-");
     if (templates) cells.push_back(has_templates ? Thousands(counts.unknown_sets) : "-");
     if (refused) cells.push_back(Thousands(counts.Refused()));
@@ -281,7 +279,7 @@ void SummaryPrinter::PrintExporters() {
   table.Print(out_);
 }
 
-void SummaryPrinter::PrintGroup(const CounterGroup& group) {
+void SummaryPrinter::PrintGroup(const GroupCounters& group) {
   // The directions are few, and parts of the total beside them: all are shown, without shares.
   const bool totals = group.info.key_kind == KeyKind::kTotals;
   const Ranking ranking = RankKeys(group, totals ? group.table.size() : options_.top);
@@ -305,15 +303,15 @@ void SummaryPrinter::PrintGroup(const CounterGroup& group) {
   table.Print(out_);
 }
 
-void SummaryPrinter::PrintFlows(const CounterGroup& group) {
+void SummaryPrinter::PrintFlows(const GroupCounters& group) {
   const Ranking ranking = RankKeys(group, options_.top);
   const auto any = [&](auto&& number) {
     return std::ranges::any_of(
         ranking.rows, [&](const KeyRow& row) { return number(StatsStore::Flow(row.values)) != 0; });
   };
-  const bool closed = any([](const FlowRecord& flow) { return flow.closes; });
-  const bool tagged = any([](const FlowRecord& flow) { return flow.tag; });
-  const bool texts = any([](const FlowRecord& flow) { return flow.text; });
+  const bool closed = any([](const FlowTotals& flow) { return flow.closes; });
+  const bool tagged = any([](const FlowTotals& flow) { return flow.tag; });
+  const bool texts = any([](const FlowTotals& flow) { return flow.text; });
 
   TextTable table;
   table.AddColumn(group.info.key_title, Align::kLeft);
@@ -325,7 +323,7 @@ void SummaryPrinter::PrintFlows(const CounterGroup& group) {
   if (tagged) table.AddColumn("Tag", Align::kLeft);
   if (texts) table.AddColumn("Text", Align::kLeft);
   for (const KeyRow& row : ranking.rows) {
-    const FlowRecord& flow = StatsStore::Flow(row.values);
+    const FlowTotals& flow = StatsStore::Flow(row.values);
     std::vector<std::string> cells{KeyText(group, row.key), Percent(row.rank, ranking.rank_sum)};
     for (const MeterInfo& meter : group.info.meters) {
       cells.push_back(Value(meter.unit, row.values[meter.index]));

@@ -36,7 +36,7 @@ struct Host {
     const std::uint64_t* const values = store.Group(group).table.Find(key);
     return values == nullptr ? 0 : values[meter];
   }
-  const FlowRecord& Flow(const std::string& key) {
+  const FlowTotals& Flow(const std::string& key) {
     engine.Flush();
     return StatsStore::Flow(store.flow_group().table.Find(key));
   }
@@ -156,7 +156,7 @@ TEST(StatsStore, StaysAsLargeAsItsKeys) {
 
 TEST(StatsStore, PrunesDownToTheLargestKeys) {
   Host host;
-  CounterGroup& hosts = host.store.Group(kHosts);
+  GroupCounters& hosts = host.store.Group(kHosts);
   const std::size_t high = hosts.info.track_high;
   const std::size_t low = hosts.info.track_low;
   for (std::size_t i = 0; i <= high; ++i) {
@@ -224,7 +224,7 @@ TEST(Flows, AddUpOverManyRecords) {
   host.engine.UpdateFlowCounterWithText(kFlowGroup, "a", 1, 7, "some text");
   host.engine.CloseFlow(kFlowGroup, "a");
 
-  const FlowRecord& flow = host.Flow("a");
+  const FlowTotals& flow = host.Flow("a");
   EXPECT_EQ(flow.meters[0], 30U);
   EXPECT_EQ(flow.meters[1], 7U);
   EXPECT_EQ(flow.meters[2], 3U);
@@ -268,7 +268,7 @@ TEST(Flows, MergeWithTheirTimesTagsAndTexts) {
   StatsStore merged(a.catalog.groups());
   merged.Merge(a.store);
   merged.Merge(b.store);
-  const FlowRecord& flow = StatsStore::Flow(merged.flow_group().table.Find("a"));
+  const FlowTotals& flow = StatsStore::Flow(merged.flow_group().table.Find("a"));
   EXPECT_EQ(flow.bytes[0], 3U);
   EXPECT_EQ(flow.first_ms, 100'000);
   EXPECT_EQ(flow.last_ms, 200'000);

@@ -9,8 +9,7 @@
 namespace flow::host::test {
 namespace {
 
-constexpr std::uint32_t kExporter = 0xC0000201;
-constexpr std::uint16_t kPort = 50000;
+const Endpoint kExporter{IpAddress::Ipv4(0xC0000201), 50000};
 
 // A message of the template channel from 192.0.2.1:50000.
 Bytes TemplateMessage(const std::string& set) {
@@ -26,7 +25,7 @@ class Exporters : public testing::Test {
  protected:
   void Datagram(const std::string& hex, std::uint64_t records = 0) {
     const Bytes bytes = FromHex(hex);
-    table_.Note({kExporter, kPort, 0, bytes, records, Refusal::kNone});
+    table_.Note({kExporter, 0, bytes, records, Refusal::kNone});
   }
   void Post(const std::string& set) { table_.NoteTemplates(TemplateMessage(set)); }
   [[nodiscard]] ExporterCounts Counts() const { return table_.Rows().at(0).counts; }
@@ -72,7 +71,7 @@ TEST_F(Exporters, LoseIpfixRecordsByTheirNumbers) {
     return whole;
   };
   const auto note = [&](const Bytes& bytes) {
-    table_.Note({kExporter, kPort, 0, bytes, 1, Refusal::kNone});
+    table_.Note({kExporter, 0, bytes, 1, Refusal::kNone});
   };
   const std::string templates =
       "0002 001C 0100 0002 0008 0004 0001 0004 0101 0002 0001 0004 0052 FFFF";
@@ -126,10 +125,11 @@ TEST(ManyExporters, ShareARow) {
   ExporterTable table;
   const Bytes bytes = FromHex(kV9Header);
   constexpr std::uint32_t kMore = ExporterTable::kMostExporters + 10;
-  for (std::uint32_t i = 1; i <= kMore; ++i) table.Note({i, 1, 0, bytes, 0, Refusal::kNone});
+  for (std::uint32_t i = 1; i <= kMore; ++i)
+    table.Note({{IpAddress::Ipv4(i), 1}, 0, bytes, 0, Refusal::kNone});
   const auto rows = table.Rows();
   EXPECT_EQ(rows.size(), ExporterTable::kMostExporters + 1);
-  EXPECT_EQ(rows[0].key, ExporterKey{});
+  EXPECT_EQ(rows[0].key, ExportSource{});
   EXPECT_EQ(rows[0].counts.datagrams, 10U);
 }
 
@@ -139,8 +139,8 @@ TEST_F(Exporters, StandApartByVersionAndPort) {
   Datagram("00000005 00000001 0A000001 00000000");
   ExporterTable other;
   const Bytes bytes = FromHex(kV9Header);
-  other.Note({kExporter, kPort, 0, bytes, 2, Refusal::kNone});
-  other.Note({kExporter, kPort + 1, 0, bytes, 0, Refusal::kFailed});
+  other.Note({kExporter, 0, bytes, 2, Refusal::kNone});
+  other.Note({{kExporter.address, 50001}, 0, bytes, 0, Refusal::kFailed});
   table_.Merge(other);
   const auto rows = table_.Rows();
   ASSERT_EQ(rows.size(), 4U);
@@ -208,8 +208,8 @@ TEST(Datagrams, AreCutShortWhenTheyPromiseMore) {
 
 TEST(Shim, IsTakenOffWhenTheMeterHasTakenIt) {
   const Bytes datagram = Text("OMBR") + FromHex("C0000201") + Text("LNSM") + FromHex("0005");
-  EXPECT_EQ(WithoutShim(datagram, kExporter).size(), 2U);
-  EXPECT_EQ(WithoutShim(datagram, kExporter + 1).size(), 14U);
+  EXPECT_EQ(WithoutShim(datagram, kExporter.address).size(), 2U);
+  EXPECT_EQ(WithoutShim(datagram, IpAddress::Ipv4(0xC0000202)).size(), 14U);
 }
 
 }  // namespace

@@ -41,10 +41,8 @@ TEST_P(Packets, AreWhatTheyAre) {
   ASSERT_EQ(KindText(Dissect(reader.LinkType(), packet, &udp)), KindText(GetParam().kind));
   if (GetParam().kind != PacketKind::kUdp) return;
   EXPECT_EQ(udp.time, 1'700'000'000 * kMicrosPerSecond);
-  EXPECT_EQ(udp.source, 0x0A000001U);
-  EXPECT_EQ(udp.destination, 0x0A000002U);
-  EXPECT_EQ(udp.source_port, 50000);
-  EXPECT_EQ(udp.destination_port, 2055);
+  EXPECT_EQ(udp.source.Text(), "10.0.0.1:50000");
+  EXPECT_EQ(udp.destination.Text(), "10.0.0.2:2055");
   EXPECT_EQ(udp.ip[0] >> 4, 4);
   EXPECT_EQ(Bytes(udp.Payload().begin(), udp.Payload().end()), Text("hello"));
 }

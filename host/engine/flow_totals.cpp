@@ -1,11 +1,11 @@
-#include "host/engine/flow_record.h"
+#include "host/engine/flow_totals.h"
 
 #include <algorithm>
 
 namespace flow::host {
 namespace {
 
-void MergeTimes(const FlowRecord& part, FlowRecord* into) {
+void MergeTimes(const FlowTotals& part, FlowTotals* into) {
   const bool replaces = into->updates == 0 || part.has_times > into->has_times;
   const bool counts = part.updates != 0 && part.has_times == into->has_times;
   if (replaces) {
@@ -20,7 +20,7 @@ void MergeTimes(const FlowRecord& part, FlowRecord* into) {
 
 }  // namespace
 
-void MergeFlow(const FlowRecord& part, FlowRecord* into) {
+void MergeFlow(const FlowTotals& part, FlowTotals* into) {
   MergeTimes(part, into);
   for (int i = 0; i < 4; ++i) into->meters[i] += part.meters[i];
   for (int i = 0; i < 2; ++i) {

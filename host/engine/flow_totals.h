@@ -10,7 +10,7 @@ namespace flow::host {
 
 // A flow's row in its group's table: the meters stand first, where counter updates look for them.
 // All zero is a new flow. Tags and texts are numbers of interned texts, 0 for none.
-struct FlowRecord {
+struct FlowTotals {
   std::uint64_t meters[4];  // as the flow group describes them
   std::uint64_t bytes[2];   // UpdateFlowVolume: one way, the other way
   std::uint64_t packets[2];
@@ -23,11 +23,11 @@ struct FlowRecord {
   std::uint32_t updates;    // volumes and counters of records
   std::uint32_t has_times;  // 1: the times are the exporter's; 0: when the engine was told of it
 };
-inline constexpr std::size_t kFlowWords = sizeof(FlowRecord) / sizeof(std::uint64_t);
-static_assert(sizeof(FlowRecord) % sizeof(std::uint64_t) == 0);
-static_assert(std::is_trivially_copyable_v<FlowRecord>);
+inline constexpr std::size_t kFlowWords = sizeof(FlowTotals) / sizeof(std::uint64_t);
+static_assert(sizeof(FlowTotals) % sizeof(std::uint64_t) == 0);
+static_assert(std::is_trivially_copyable_v<FlowTotals>);
 
 // MergeFlow adds another part of the same flow; its tag and text count as told later.
-void MergeFlow(const FlowRecord& part, FlowRecord* into);
+void MergeFlow(const FlowTotals& part, FlowTotals* into);
 
 }  // namespace flow::host

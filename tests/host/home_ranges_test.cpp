@@ -1,23 +1,23 @@
-#include "host/policy/home_networks.h"
+#include "host/policy/home_ranges.h"
 
 #include <gtest/gtest.h>
 
 namespace flow::host {
 namespace {
 
-HomeNetworks Home(const std::vector<std::string>& texts) {
+HomeRanges Home(const std::vector<std::string>& texts) {
   std::vector<Network> networks;
   for (const std::string& text : texts) {
     Network network;
     EXPECT_TRUE(ParseNetwork(text, &network)) << text;
     networks.push_back(network);
   }
-  return HomeNetworks(networks);
+  return HomeRanges(networks);
 }
 
-TEST(HomeNetworks, HoldTheirAddressesAndNoOthers) {
-  const HomeNetworks home = Home({"192.168.1.0/24", "10.0.0.0/8", "10.1.0.0/16", "10.200.0.0/9",
-                                  "203.0.113.7", "255.255.255.255/32"});
+TEST(HomeRanges, HoldTheirAddressesAndNoOthers) {
+  const HomeRanges home = Home({"192.168.1.0/24", "10.0.0.0/8", "10.1.0.0/16", "10.200.0.0/9",
+                                "203.0.113.7", "255.255.255.255/32"});
   for (const std::uint32_t inside : {0x0A000000U, 0x0A010203U, 0x0AFFFFFFU, 0xC0A80100U,
                                      0xC0A801FFU, 0xCB007107U, 0xFFFFFFFFU}) {
     EXPECT_TRUE(home.Contains(inside)) << std::hex << inside;
@@ -28,7 +28,7 @@ TEST(HomeNetworks, HoldTheirAddressesAndNoOthers) {
   }
 }
 
-TEST(HomeNetworks, CanBeEverythingOrNothing) {
+TEST(HomeRanges, CanBeEverythingOrNothing) {
   EXPECT_TRUE(Home({"1.2.3.4/0"}).Contains(0xFFFFFFFF));
   EXPECT_TRUE(Home({"1.2.3.4/0"}).Contains(0));
   EXPECT_FALSE(Home({}).Contains(0));
@@ -37,8 +37,8 @@ TEST(HomeNetworks, CanBeEverythingOrNothing) {
 TEST(Networks, AreCutToTheirMask) {
   Network network;
   ASSERT_TRUE(ParseNetwork("10.1.2.3/8", &network));
-  EXPECT_EQ(network.address, 0x0A000000U);
-  EXPECT_EQ(network.mask, 0xFF000000U);
+  EXPECT_EQ(network.address.Text(), "10.0.0.0");
+  EXPECT_EQ(network.Ipv4Mask(), 0xFF000000U);
   for (const char* text : {"", "/8", "10.0.0.0/", "10.0.0.0/-1", "10.0.0.0/8x", "10.0.0.0/33",
                            "10.0.0", "10.0.0.256", "::/0"}) {
     EXPECT_FALSE(ParseNetwork(text, &network)) << text;
