@@ -99,17 +99,16 @@ std::vector<Bytes> Seeds() {
   };
 }
 
-// What devices sent, and the first datagrams of each capture of exporters that we ran.
-std::vector<Bytes> Samples(int most_recorded) {
+// The first datagrams of each capture of exporters that we ran.
+std::vector<Bytes> Samples(int most) {
   std::vector<Bytes> samples;
-  for (const std::string& name : SampleNames()) samples.push_back(ReadSample(name));
   std::string capture;
   int taken = 0;
   for (const RecordedDatagram& recorded : RecordedDatagrams()) {
     const std::string from = recorded.name.substr(0, recorded.name.find(' '));
     taken = from == capture ? taken + 1 : 1;
     capture = from;
-    if (!from.starts_with("sflow") && taken <= most_recorded) samples.push_back(recorded.bytes);
+    if (!from.starts_with("sflow") && taken <= most) samples.push_back(recorded.bytes);
   }
   return samples;
 }
