@@ -39,9 +39,14 @@ endif()
 function(flow_room name)
   add_library(${name} OBJECT ${ARGN})
   target_link_libraries(${name} PUBLIC flow_options)
+  flow_optimised(${name})
+endfunction()
+
+# flow_optimised(TARGET): under the sanitizers, where tests compile in a third of the time without
+# optimisation, code that runs often enough to be worth it.
+function(flow_optimised target)
   if(FLOW_SANITIZE)
-    # Tests compile in a third of the time without optimisation; the library is worth it.
-    target_compile_options(${name} PRIVATE -O1)
+    target_compile_options(${target} PRIVATE -O1)
   endif()
 endfunction()
 
