@@ -1,7 +1,8 @@
 #include "config/netflow_policy.h"
 
+#include <algorithm>
 #include <cstdlib>
-#include <span>
+#include <iterator>
 
 #include "plugin/site_log.h"
 #include "util/str_tokenizer.h"
@@ -9,66 +10,28 @@
 namespace flow {
 namespace {
 
-struct Switch {
-  const char* key;
-  bool default_value;
-  bool NetflowPolicy::*member;
-};
+// What reads a setting of the table; none for a list, which the filters read.
+using Reader = void (*)(const XMLNode& policy, NetflowPolicy* out);
 
-constexpr Switch kCounterSwitches[] = {
-    {"MeterHosts", true, &NetflowPolicy::fMeterHosts},
-    {"MeterSubnets", true, &NetflowPolicy::fMeterSubnets},
-    {"MeterApplications", true, &NetflowPolicy::fMeterApplications},
-    {"MeterNetflowInterfaces", true, &NetflowPolicy::fMeterNetflowInterfaces},
-    {"MeterNetflowSources", true, &NetflowPolicy::fMeterNetflowSources},
-    {"MergeMultipleSources", true, &NetflowPolicy::fMergeMultipleSources},
-    {"MatchBiDirectionalFlows", true, &NetflowPolicy::fMatchBiDirectionalFlows},
-    {"UseRouterTimestamps", true, &NetflowPolicy::fUseRouterTimestamps},
-    {"MergeHTTP", true, &NetflowPolicy::fMergeHTTP},
-    {"MergeHTTPS", true, &NetflowPolicy::fMergeHTTPS},
-    {"MergeDNS", true, &NetflowPolicy::fMergeDNS},
-    {"IgnoreESP", true, &NetflowPolicy::fIgnoreESP},
-    {"MeterHomeNetwork", true, &NetflowPolicy::fMeterHomeNetwork},
-    {"MeterBothPorts", true, &NetflowPolicy::fMeterBothPorts},
-    {"MeterTCPConnections", false, &NetflowPolicy::fMeterTCPConnections},
-    {"MeterAppConnections", false, &NetflowPolicy::fMeterAppConnections},
-    {"MeterNBAR", true, &NetflowPolicy::fMeterNBAR},
-    {"MeterVRF", true, &NetflowPolicy::fMeterVRF},
-    {"MeterASN", true, &NetflowPolicy::fMeterASN},
-    {"MeterMasks", true, &NetflowPolicy::fMeterMasks},
-    {"MeterIPNextHop", true, &NetflowPolicy::fMeterIPNextHop},
-    {"MeterBGPNextHop", true, &NetflowPolicy::fMeterBGPNextHop},
-    {"MeterMAC", true, &NetflowPolicy::fMeterMAC},
-    {"Meterv4v6", true, &NetflowPolicy::fMeterv4v6},
-    {"CheckPacketsForCorruption", false, &NetflowPolicy::fCheckPacketsForCorruption},
-    {"LogTemplateMessages", true, &NetflowPolicy::fLogTemplateMessages},
-    {"EnableShimTunnel", false, &NetflowPolicy::fEnableShimTunnel},
+#define FLOW_SWITCH_AS(member, key, absent, ...)        \
+  [](const XMLNode& policy, NetflowPolicy* out) {       \
+    out->member = policy.GetBoolProperty(#key, absent); \
+  },
+#define FLOW_NUMBER(key, absent, ...) \
+  [](const XMLNode& policy, NetflowPolicy* out) { out->key = policy.GetIntProperty(#key, absent); },
+#define FLOW_TEXT(key, ...) \
+  [](const XMLNode& policy, NetflowPolicy* out) { out->key = policy.GetStringProperty(#key, ""); },
+#define FLOW_LIST(...) nullptr,
+constexpr Reader kReaders[] = {
+#include "plugin/netflow_settings.def"
 };
-
-constexpr Switch kFlowSwitches[] = {
-    {"AddEdges", false, &NetflowPolicy::fAddEdges},
-    {"MeterLinkAS", false, &NetflowPolicy::fMeterLinkAS},
-    {"UsePostNATAddresses", true, &NetflowPolicy::fUsePostNATAddresses},
-    {"MeterZeroFlows", false, &NetflowPolicy::fMeterZeroFlows},
-    {"AllowVariableLengthStrings", false, &NetflowPolicy::fAllowVariableStrings},
-    {"TagFlowsWithUserID", false, &NetflowPolicy::fTagFlowsWithUserID},
-    {"MeterAppID", true, &NetflowPolicy::fMeterAppID},
-    {"MeterUserID", true, &NetflowPolicy::fMeterUserID},
-    {"IgnoreAllEgress", false, &NetflowPolicy::fIgnoreAllEgress},
-    {"TagFlowsWithDirection", false, &NetflowPolicy::fTagFlowsWithDirection},
-    {"IgnoreOutCounts", false, &NetflowPolicy::fIgnoreOutCounts},
-};
-
-void LoadSwitches(const XMLNode& policy, std::span<const Switch> switches, NetflowPolicy* out) {
-  for (const Switch& row : switches) {
-    out->*row.member = policy.GetBoolProperty(row.key, row.default_value);
-  }
-}
+constexpr const Reader* kFirstFilter = std::ranges::find(kReaders, nullptr);
 
 }  // namespace
 
+// A load that ends at filters in conflict has read what stands above them in the table.
 void NetflowPolicy::LoadCounterSwitches(const XMLNode& policy) {
-  LoadSwitches(policy, kCounterSwitches, this);
+  for (const Reader* reader = kReaders; reader != kFirstFilter; ++reader) (*reader)(policy, this);
 }
 
 bool NetflowPolicy::LoadFilters(const XMLNode& policy, IOmbrelContainer* site) {
@@ -101,24 +64,20 @@ void NetflowPolicy::LoadHomeAsNumbers(const XMLNode& policy, IOmbrelContainer* s
       "NETFLOW: HOME AS total number added = " + std::to_string(HomeASSet.Size()));
 }
 
-void NetflowPolicy::LoadFlowSwitches(const XMLNode& policy, IOmbrelContainer* site) {
-  TemplateDumpIntervalSeconds = policy.GetIntProperty("TemplateDumpIntervalSeconds", 0);
-  LoadSwitches(policy, kFlowSwitches, this);
+void NetflowPolicy::LoadFlowSettings(const XMLNode& policy, IOmbrelContainer* site) {
+  for (const Reader* reader = kFirstFilter; reader != std::end(kReaders); ++reader) {
+    if (*reader != nullptr) (*reader)(policy, this);
+  }
   if (fMergeHTTP || fMergeHTTPS || fMergeDNS) {
     fTerminateFlowDisabled = true;
     Log(site, kLogProgress,
         "TerminateFlow disabled due to user configuration fMergeHTTP/HTTPS/DNS");
   }
-  AddL2AccountingBytes = policy.GetIntProperty("AddL2AccountingBytes", 0);
   if (AddL2AccountingBytes > 0) {
     Log(site, kLogProgress,
         "L2 Ethernet Adjust Bytes: Adding x bytes per packet " +
             std::to_string(AddL2AccountingBytes));
   }
-}
-
-void NetflowPolicy::LoadFeedName(const XMLNode& policy) {
-  HomeASNumbersFile = policy.GetStringProperty("HomeASNumbersFile", "");
 }
 
 }  // namespace flow

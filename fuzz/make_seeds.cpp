@@ -3,12 +3,14 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "fuzz/netflow_grammar.h"
+#include "plugin/policy_settings.h"
 #include "tests/support/datagram_builders.h"
 #include "tests/support/policy_file.h"
 #include "tests/support/samples.h"
@@ -148,6 +150,20 @@ void MakePolicySeeds(const std::filesystem::path& root) {
   }
 }
 
+// The elements of the settings, for the dictionary.
+void MakePolicyWords(const std::filesystem::path& root) {
+  std::string words;
+  const auto add = [&](std::span<const flow::PolicySetting> settings) {
+    for (const flow::PolicySetting& setting : settings) {
+      const std::string key(setting.key);
+      words += "\"<" + key + ">\"\n\"</" + key + ">\"\n";
+    }
+  };
+  add(flow::kNetflowSettings);
+  add(flow::kSFlowSettings);
+  flow::test::WriteFile(root / "policy.dict", words);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -160,5 +176,6 @@ int main(int argc, char** argv) {
   MakeRecordedSeeds(argv[1]);
   MakeXmlSeeds(argv[1]);
   MakePolicySeeds(argv[1]);
+  MakePolicyWords(argv[1]);
   return 0;
 }

@@ -3,7 +3,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
+#include <string>
 
+#include "plugin/policy_settings.h"
 #include "tests/support/host_trace.h"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -21,13 +23,20 @@ extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 namespace flow::fuzz {
 namespace {
 
-constexpr char kEverythingOn[] =
-    "<MergeMultipleSources>false</MergeMultipleSources><MeterTCPConnections>true"
-    "</MeterTCPConnections><MeterAppConnections>true</MeterAppConnections>"
-    "<CheckPacketsForCorruption>true</CheckPacketsForCorruption>"
-    "<EnableShimTunnel>true</EnableShimTunnel><MeterLinkAS>true</MeterLinkAS>"
-    "<AllowVariableLengthStrings>true</AllowVariableLengthStrings>"
-    "<TagFlowsWithDirection>true</TagFlowsWithDirection><HomeASNumbers>1,2</HomeASNumbers>";
+// Every switch on, so that a new one is fuzzed as well, but for those that hide what others do: of
+// two equal settings the first counts.
+std::string EverythingOn() {
+  std::string settings =
+      "<MergeMultipleSources>false</MergeMultipleSources><MeterZeroFlows>false</MeterZeroFlows>"
+      "<IgnoreAllEgress>false</IgnoreAllEgress><IgnoreOutCounts>false</IgnoreOutCounts>"
+      "<HomeASNumbers>1,2</HomeASNumbers>";
+  for (const PolicySetting& setting : kNetflowSettings) {
+    if (setting.kind != SettingKind::kSwitch) continue;
+    const std::string key(setting.key);
+    settings += "<" + key + ">true</" + key + ">";
+  }
+  return settings;
+}
 constexpr char kBothPortsOff[] =
     "<MeterBothPorts>false</MeterBothPorts><MeterZeroFlows>true</MeterZeroFlows>"
     "<TagFlowsWithUserID>true</TagFlowsWithUserID><IgnoreAllEgress>true</IgnoreAllEgress>"
@@ -44,13 +53,13 @@ constexpr char kStaticTemplates[] =
     "</StaticTemplates><SamplingRates><Rate router=\"0.0.0.0\" rate=\"100\"/></SamplingRates>";
 
 struct Policy {
-  const char* settings;
+  std::string settings;
   const char* beside;
 };
-constexpr Policy kPolicies[] = {{"", ""},
-                                {kEverythingOn, ""},
-                                {kBothPortsOff, kStaticTemplates},
-                                {kFiltered, kStaticTemplates}};
+const Policy kPolicies[] = {{"", ""},
+                            {EverythingOn(), ""},
+                            {kBothPortsOff, kStaticTemplates},
+                            {kFiltered, kStaticTemplates}};
 
 // A key needs several bytes of a record; a record of no bytes is handled once a set, of at least
 // four bytes. No record leads to more than about eighty calls.

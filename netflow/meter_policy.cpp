@@ -20,9 +20,8 @@ bool CPINetflowMeter::ReadConfiguration(const char* path) {
   rates_.Load(root.getChildNode("SamplingRates"), site_);
   policy_.LoadIgnoredEgressRouters(policy, site_);
   policy_.LoadHomeAsNumbers(policy, site_);
-  policy_.LoadFlowSwitches(policy, site_);
-  LoadReloadInterval(policy, path);
-  policy_.LoadFeedName(policy);
+  policy_.LoadFlowSettings(policy, site_);
+  LoadReloadInterval(path);
   if (!policy_.HomeASNumbersFile.empty()) {
     home_as_feed_.LoadHomeNetsFromLatestFile(policy_.HomeASNumbersFile, site_, &policy_.HomeASSet);
   }
@@ -42,8 +41,7 @@ void CPINetflowMeter::ProcessStaticTemplate(const XMLNode& element) {
   templates_.LoadStaticTemplate(element, site_);
 }
 
-void CPINetflowMeter::LoadReloadInterval(const XMLNode& policy, const char* path) {
-  policy_.ReloadConfigCheckSeconds = policy.GetIntProperty("ReloadConfigCheckSeconds", 0);
+void CPINetflowMeter::LoadReloadInterval(const char* path) {
   const int interval = policy_.ReloadConfigCheckSeconds;
   if (interval <= 0) return;
   if (interval < kShortestReloadInterval) {

@@ -97,7 +97,7 @@ class CPINetflowMeter
   // The policy's parts that are no switches: meter_policy.cpp.
   void LoadStaticTemplates(const XMLNode& element);
   void ProcessStaticTemplate(const XMLNode& element);
-  void LoadReloadInterval(const XMLNode& policy, const char* path);
+  void LoadReloadInterval(const char* path);
 
   // Intake: netflow_meter.cpp.
   Status Reject(const char* reason);

@@ -13,24 +13,10 @@ struct SFlowPolicy {
   // default. False when a filter has both an include and an exclude list; the log says which.
   bool Load(const XMLNode& policy, IOmbrelContainer* site);
 
-  bool fMeterHosts = false;
-  bool fMeterSubnets = false;  // accepted, nothing acts on it
-  bool fMeterApplications = false;
-  bool fMeterNetflowInterfaces = false;
-  bool fMeterNetflowSources = false;
-  bool fMergeMultipleSources = false;
-  bool fMatchBiDirectionalFlows = false;
-  bool fUseRouterTimestamps = false;  // accepted, nothing acts on it
-  bool fMergeHTTP = false;
-  bool fMergeHTTPS = false;
-  bool fMergeDNS = false;
-  bool fIgnoreESP = false;         // accepted, nothing acts on it
-  bool fMeterHomeNetwork = false;  // accepted, nothing acts on it
-  bool fMeterBothPorts = false;
-  bool fMeterTCPConnections = false;
-  bool fMeterAppConnections = false;
-  bool fMeterVLAN = false;
-  bool fMeterMAC = false;
+  // Every switch of the table, plugin/sflow_settings.def.
+#define FLOW_SWITCH_AS(member, ...) bool member = false;
+#define FLOW_LIST(...)
+#include "plugin/sflow_settings.def"
 
   InterfaceFilter interface_filter;
   HostFilter host_filter;

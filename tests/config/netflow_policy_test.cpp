@@ -20,7 +20,7 @@ class Policy : public testing::Test {
   // LoadSwitches gives the lines of the log.
   std::string LoadSwitches(const std::string& settings) {
     policy_.LoadCounterSwitches(ParsedPolicy(settings));
-    policy_.LoadFlowSwitches(ParsedPolicy(settings), host_.Site());
+    policy_.LoadFlowSettings(ParsedPolicy(settings), host_.Site());
     return host_.TakeText();
   }
   bool LoadFilters(const std::string& settings) {
@@ -51,12 +51,10 @@ TEST_F(Policy, ALoadOverwritesAll) {
     all += Setting(row.key, row.default_value ? "false" : "true");
   }
   EXPECT_EQ(LoadSwitches(all), "") << "only added bytes and merges are worth a message";
-  policy_.LoadFeedName(ParsedPolicy(all));
   EXPECT_EQ(policy_.TemplateDumpIntervalSeconds, 7);
   EXPECT_EQ(policy_.AddL2AccountingBytes, -14);
   EXPECT_EQ(policy_.HomeASNumbersFile, "feed");
   LoadSwitches("");
-  policy_.LoadFeedName(ParsedPolicy(""));
   for (const PolicySwitch& row : kPolicySwitches) {
     EXPECT_EQ(policy_.*row.member, row.default_value) << row.key;
   }
