@@ -76,7 +76,7 @@ class ConfigCheck {
     }
   }
 
-  // Whether the file has a name that nobody knows.
+  // Whether the file has elements without effect.
   bool CheckNames(std::string_view name) {
     const fs::path path = directory_ / name;
     if (!fs::exists(path)) {
@@ -88,12 +88,11 @@ class ConfigCheck {
     }
     std::ifstream file(path, std::ios::binary);
     const std::string text{std::istreambuf_iterator<char>(file), {}};
-    const std::vector<UnknownName> unknown = UnknownNames(text, DefaultPolicy(name));
-    for (const UnknownName& entry : unknown) {
-      console_.Notice(fmt::format("{}, line {}: there is no setting {}; it has no effect",
-                                  path.string(), entry.line, entry.name));
+    const std::vector<PolicyRemark> remarks = CheckPolicyNames(name, text);
+    for (const PolicyRemark& remark : remarks) {
+      console_.Notice(fmt::format("{}, line {}: {}", path.string(), remark.line, remark.text));
     }
-    return !unknown.empty();
+    return !remarks.empty();
   }
 
   // The plug-in ends a process whose policy it cannot read, so this is not ours.

@@ -1,46 +1,104 @@
 #include "host/policy/policy_names.h"
 
 #include <absl/strings/ascii.h>
+#include <fmt/format.h>
 
 #include <algorithm>
+#include <pugixml.hpp>
 #include <set>
+#include <string>
+#include <utility>
+
+#include "host/policy/default_policies.h"
 
 namespace flow::host {
 namespace {
 
-bool IsNameCharacter(char c) {
-  return absl::ascii_isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == '.' ||
-         c == ':';
+constexpr std::string_view kRoot = "OmbrelPluginConfiguration";
+
+// An element, and the one in which it has an effect.
+struct Place {
+  std::string_view name;
+  std::string_view parent;
+  bool repeats = false;  // else the first one counts
+};
+constexpr Place kSettings = {"Policy", kRoot};
+constexpr Place kBesideSettings[] = {
+    {"StaticTemplates", kRoot}, {"Template", "StaticTemplates", true}, {"Fields", "Template"},
+    {"SamplingRates", kRoot},   {"Rate", "SamplingRates", true},
+};
+
+// The plug-in compares names without regard to case.
+std::string Lower(std::string name) {
+  absl::AsciiStrToLower(&name);
+  return name;
+}
+bool Same(std::string_view a, std::string_view b) {
+  return Lower(std::string(a)) == Lower(std::string(b));
 }
 
-// Visits the names of all start tags; those within comments too, or not.
-template <class Visit>
-void ForEachTag(std::string_view text, bool in_comments, Visit&& visit) {
-  constexpr std::string_view kComment = "<!--";
-  std::size_t at = 0;
-  while ((at = text.find('<', at)) != std::string_view::npos) {
-    if (!in_comments && text.substr(at, kComment.size()) == kComment) {
-      at = std::min(text.find("-->", at), text.size());
-      continue;
+class NameCheck {
+ public:
+  NameCheck(std::string_view file_name, std::string_view text) : text_(text) {
+    places_.push_back(kSettings);
+    for (const PolicySetting& setting : PolicySettings(file_name)) {
+      places_.push_back({setting.key, kSettings.name});
     }
-    const std::size_t start = ++at;
-    while (at < text.size() && IsNameCharacter(text[at])) ++at;
-    if (at > start) visit(text.substr(start, at - start), start);
+    if (file_name == kNetflowPolicyFile) {
+      places_.insert(places_.end(), std::begin(kBesideSettings), std::end(kBesideSettings));
+    }
   }
-}
+
+  std::vector<PolicyRemark> Run() {
+    // Bytes stay as they are, whatever the encoding, so that offsets are those of the file.
+    pugi::xml_document document;
+    const pugi::xml_parse_result result =
+        document.load_buffer(text_.data(), text_.size(), pugi::parse_default, pugi::encoding_utf8);
+    CheckIn(
+        document.find_node([](const pugi::xml_node& node) { return Same(node.name(), kRoot); }));
+    if (!result) {
+      Add(result.offset, fmt::format("not well-formed ({}); the names behind it are not checked",
+                                     result.description()));
+    }
+    return std::move(remarks_);
+  }
+
+ private:
+  void CheckIn(const pugi::xml_node& parent) {
+    std::set<std::string> seen;
+    for (const pugi::xml_node& child : parent.children()) {
+      if (child.type() != pugi::node_element) continue;
+      const std::string_view name = child.name();
+      const auto place =
+          std::ranges::find_if(places_, [&](const Place& row) { return Same(row.name, name); });
+      if (place == places_.end()) {
+        Add(child.offset_debug(), fmt::format("there is no setting {}; it has no effect", name));
+      } else if (!Same(place->parent, parent.name())) {
+        Add(child.offset_debug(),
+            fmt::format("{} has no effect here; it belongs into {}", name, place->parent));
+      } else if (!seen.insert(Lower(child.name())).second && !place->repeats) {
+        Add(child.offset_debug(), fmt::format("{} is there already; the first one counts", name));
+      } else {
+        CheckIn(child);
+      }
+    }
+  }
+
+  void Add(std::ptrdiff_t offset, std::string remark) {
+    const auto lines = std::ranges::count(text_.substr(0, static_cast<std::size_t>(offset)), '\n');
+    remarks_.push_back({static_cast<std::size_t>(lines) + 1, std::move(remark)});
+  }
+
+  std::string_view text_;
+  std::vector<Place> places_;
+  std::vector<PolicyRemark> remarks_;
+};
 
 }  // namespace
 
-std::vector<UnknownName> UnknownNames(std::string_view policy, std::string_view default_policy) {
-  std::set<std::string_view> known;
-  ForEachTag(default_policy, true, [&](std::string_view name, std::size_t) { known.insert(name); });
-  std::vector<UnknownName> unknown;
-  ForEachTag(policy, false, [&](std::string_view name, std::size_t at) {
-    if (known.contains(name)) return;
-    const auto lines = std::ranges::count(policy.substr(0, at), '\n');
-    unknown.push_back({std::string(name), static_cast<std::size_t>(lines) + 1});
-  });
-  return unknown;
+std::vector<PolicyRemark> CheckPolicyNames(std::string_view file_name, std::string_view text) {
+  // As the plug-in does: a NUL ends the text.
+  return NameCheck(file_name, text.substr(0, text.find('\0'))).Run();
 }
 
 }  // namespace flow::host

@@ -2,19 +2,23 @@
 // has no effect and nobody hears of it.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace flow::host {
 
-struct UnknownName {
-  std::string name;
+// What an operator should know about a line of a policy file.
+struct PolicyRemark {
   std::size_t line = 0;
+  std::string text;
 };
 
-// UnknownNames lists the elements of a policy that the default policy knows neither as settings nor
-// in its examples.
-std::vector<UnknownName> UnknownNames(std::string_view policy, std::string_view default_policy);
+// CheckPolicyNames lists the elements of a policy file that have no effect: those that the plug-in
+// does not know, those in the wrong place, and those that are there twice. A text that only the
+// plug-in's reader takes for XML is read up to the place where it is none, and that is told as
+// well.
+std::vector<PolicyRemark> CheckPolicyNames(std::string_view file_name, std::string_view text);
 
 }  // namespace flow::host
