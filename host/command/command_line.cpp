@@ -7,6 +7,7 @@
 #include <charconv>
 
 #include "host/base/error.h"
+#include "host/names/group_catalog.h"
 
 namespace flow::host {
 namespace {
@@ -48,12 +49,20 @@ constexpr char kReplayExamples[] =
     "  flowhost replay --home 203.0.113.0/24 *.pcap    with your own home networks\n"
     "  flowhost replay --port netflow=9996 router.pcap exporters that use another port\n"
     "  flowhost replay --json - --top 0 router.pcap    everything, for other programs\n"
-    "  flowhost replay --trace - router.pcap           every call of the library\n"
-    "\n"
-    "Groups: totals, flowgens, flowintfs, hosts, hosts6, applications, application_tags, "
-    "protocols,\n"
-    "ethertypes, subnets, prefixes, prefixes6, as_numbers, as_interfaces, ip_next_hops,\n"
-    "bgp_next_hops, vrfs, vlans, macs, mac_pairs, application_ids, user_ids, flows.";
+    "  flowhost replay --trace - router.pcap           every call of the library";
+
+// The names of all groups, in lines that a terminal holds.
+std::string GroupLines() {
+  constexpr std::size_t kWidth = 90;
+  std::string text = "Groups:";
+  std::size_t line = 0;  // where it begins
+  for (const std::string_view id : HostGroupIds()) {
+    const bool is_full = text.size() - line + id.size() + 2 > kWidth;
+    if (is_full) line = text.size() + 1;
+    text += fmt::format("{}{},", is_full ? '\n' : ' ', id);
+  }
+  return text + "\nand those that the plug-in describes (flowhost info).";
+}
 
 struct LogLevel {
   const char* name;
@@ -158,12 +167,15 @@ void AddOutputOptions(CLI::App* app, OutputOptions* options) {
       ->allow_extra_args(false);
   app->add_flag("--raw-keys", options->report.raw_keys, "Show keys as the library names them");
   app->add_flag("--exact", options->report.exact, "Show bytes to the last digit");
-  app->add_option("--json", options->json, "Write everything as JSON; - for standard output")
-      ->type_name("FILE");
-  app->add_option("--csv", options->csv, "Write everything as CSV files, one per group")
-      ->type_name("DIR");
-  app->add_option("--sqlite", options->sqlite, "Write everything into an SQLite database")
-      ->type_name("FILE");
+  for (const OutputKind& kind : OutputKinds()) {
+    app->add_option_function<std::string>(
+           fmt::format("--{}", kind.name),
+           [options, &kind](const std::string& place) {
+             if (!place.empty()) options->destinations.push_back({&kind, place});
+           },
+           std::string(kind.help))
+        ->type_name(std::string(kind.place_type));
+  }
 }
 
 void AddListenOptions(CLI::App* app, ListenOptions* options) {
@@ -223,7 +235,7 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   ReplayOptions replay;
   CLI::App* const replay_app =
       app.add_subcommand("replay", "Meter the export datagrams in capture files");
-  replay_app->footer(kReplayExamples);
+  replay_app->footer(fmt::format("{}\n\n{}", kReplayExamples, GroupLines()));
   AddMeterOptions(replay_app, &replay.meter,
                   "A further UDP port of a protocol, as in netflow=9996; repeatable");
   AddOutputOptions(replay_app, &replay.output);

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "host/intake/port_map.h"
-#include "host/output/report.h"
+#include "host/output/outputs.h"
 #include "host/policy/home_ranges.h"
 #include "plugin/host_interfaces.h"
 

@@ -173,6 +173,12 @@ GroupInfo FromPlugin(const GroupDescription& description) {
 
 }  // namespace
 
+std::vector<std::string_view> HostGroupIds() {
+  std::vector<std::string_view> ids;
+  for (const HostGroup& group : kHostGroups) ids.push_back(group.id);
+  return ids;
+}
+
 GroupCatalog::GroupCatalog(std::span<const GroupDescription> plugin_groups) {
   for (const HostGroup& row : kHostGroups) {
     groups_.push_back(FromTable(row));

@@ -15,6 +15,9 @@ namespace flow::host {
 
 struct GroupDescription;
 
+// HostGroupIds gives the ids of the host's own groups.
+std::vector<std::string_view> HostGroupIds();
+
 class GroupCatalog {
  public:
   // The host's groups and, in the place that the host gives them, the plug-in's.

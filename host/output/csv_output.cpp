@@ -1,5 +1,3 @@
-#include "host/output/csv_output.h"
-
 #include <fmt/format.h>
 
 #include <filesystem>
@@ -7,6 +5,7 @@
 
 #include "host/base/error.h"
 #include "host/output/output_file.h"
+#include "host/output/outputs.h"
 #include "host/output/sheets.h"
 
 namespace flow::host {

@@ -1,12 +1,12 @@
-#include "host/output/json_output.h"
-
 #include <nlohmann/json.hpp>
 
 #include <utility>
 
 #include "host/base/guid_text.h"
 #include "host/names/key_text.h"
+#include "host/output/columns.h"
 #include "host/output/output_file.h"
+#include "host/output/outputs.h"
 
 namespace flow::host {
 namespace {
@@ -42,33 +42,30 @@ Json PacketsOf(const IntakeCounts& intake) {
   return packets;
 }
 
+// Texts that are empty are left out.
+template <class Row>
+void AddColumns(std::span<const Column<Row>> columns, const Report& report, const Row& row,
+                Json* entry) {
+  for (const Column<Row>& column : columns) {
+    const bool has_part = !column.part.empty();
+    if (column.id.empty() || (has_part && !column.Applies(report, row))) continue;
+    const Cell cell = column.value(report, row);
+    if (cell == Cell(std::string())) continue;
+    Json& object = has_part ? (*entry)[std::string(column.part)] : *entry;
+    std::visit([&](const auto& value) { object[std::string(column.id)] = value; }, cell);
+  }
+}
+
 Json ExportersOf(const Report& report) {
   Json exporters = Json::array();
   for (const ExporterTable::Row& row : report.exporters) {
-    const ExporterCounts& counts = row.counts;
-    Json entry{{"address", row.key.endpoint.address.Text()},
-               {"port", row.key.endpoint.port},
-               {"version", row.key.version.Text()},
-               {"datagrams", counts.datagrams},
-               {"records", counts.records},
-               {"bytes", counts.bytes},
-               {"templates", counts.templates},
-               {"sets_without_template", counts.unknown_sets},
-               {"rejected", counts.Refused()}};
+    Json entry;
+    AddColumns(ExporterColumns(), report, row, &entry);
     for (std::size_t i = 1; i < kRefusals; ++i) {
-      if (counts.refused[i] == 0) continue;
-      entry["rejected_why"][std::string(RefusalId(static_cast<Refusal>(i)))] = counts.refused[i];
+      const std::uint64_t refused = row.counts.refused[i];
+      if (refused > 0)
+        entry["rejected_why"][std::string(RefusalId(static_cast<Refusal>(i)))] = refused;
     }
-    if (!UnitOf(row.key.version).empty()) {
-      entry["sequence"] = {{"unit", UnitOf(row.key.version)},
-                           {"lost", counts.gaps.Lost()},
-                           {"gaps", counts.gaps.gaps},
-                           {"late", counts.gaps.late},
-                           {"restarts", counts.gaps.restarts}};
-    }
-    if (row.key.version.sflow) entry["sequence"]["lost_samples"] = counts.sample_gaps.Lost();
-    const std::string rate = SamplingRate(report.store, row.key.endpoint.address);
-    if (!rate.empty()) entry["sampling_rate"] = rate;
     exporters.push_back(std::move(entry));
   }
   return exporters;
@@ -84,19 +81,9 @@ Json KeyOf(const GroupCounters& group, std::string_view key) {
   return entry;
 }
 
-void AddFlow(const StatsStore& store, const FlowTotals& flow, Json* entry) {
-  (*entry)["volume"] = {{"bytes", flow.bytes}, {"packets", flow.packets}};
-  (*entry)["first_ms"] = flow.first_ms;
-  (*entry)["last_ms"] = flow.last_ms;
-  (*entry)["duration_ms"] = FlowDuration(flow);
-  (*entry)["closed"] = flow.closes != 0;
-  if (flow.tag != 0) (*entry)["tag"] = store.TextOf(flow.tag);
-  if (flow.text != 0) (*entry)["text_of_flow"] = store.TextOf(flow.text);
-}
-
 // Keys are written one by one, the largest first: a capture may hold millions.
-void WriteGroup(const StatsStore& store, const GroupCounters& group, OutputFile* out) {
-  const bool is_flows = &group == &store.flow_group();
+void WriteGroup(const Report& report, const GroupCounters& group, OutputFile* out) {
+  const bool is_flows = &group == &report.store.flow_group();
   const Json head{
       {"id", group.info.id}, {"title", group.info.title}, {"guid", GuidText(group.info.guid)}};
   std::string text = Dump(head);
@@ -106,7 +93,7 @@ void WriteGroup(const StatsStore& store, const GroupCounters& group, OutputFile*
   for (const KeyRow& row : RankKeys(group, group.table.size()).rows) {
     Json entry = KeyOf(group, row.key);
     for (const MeterInfo& meter : group.info.meters) entry[meter.id] = row.values[meter.index];
-    if (is_flows) AddFlow(store, StatsStore::Flow(row.values), &entry);
+    if (is_flows) AddColumns(FlowColumns(), report, StatsStore::Flow(row.values), &entry);
     out->Write(std::exchange(separator, ",\n") + Dump(entry));
   }
   out->Write("]}");
@@ -128,7 +115,7 @@ void WriteJson(const Report& report, const ReportOptions& options, const std::st
   for (const auto& group : report.store.groups()) {
     if (group->table.size() == 0 || !options.Wants(group->info)) continue;
     out.Write(std::exchange(separator, ",\n"));
-    WriteGroup(report.store, *group, &out);
+    WriteGroup(report, *group, &out);
   }
   out.Write("]}\n");
   out.Close();

@@ -38,15 +38,6 @@ struct ReportOptions {
   [[nodiscard]] bool Wants(const GroupInfo& group) const;
 };
 
-// Where the results go beside the summary; empty for nowhere.
-struct OutputOptions {
-  ReportOptions report;  // group_ids holds names as given until the groups are known
-  std::string json;
-  std::string csv;
-  std::string sqlite;
-  int keep_days = 7;  // of time buckets in the database; 0 for all
-};
-
 // A key of a group with its values; both belong to the group.
 struct KeyRow {
   std::string_view key;

@@ -8,9 +8,6 @@
 #include "host/base/console.h"
 #include "host/base/error.h"
 #include "host/base/number_text.h"
-#include "host/output/csv_output.h"
-#include "host/output/json_output.h"
-#include "host/output/sqlite_output.h"
 #include "host/output/summary.h"
 
 namespace flow::host {
@@ -33,7 +30,11 @@ RunReport::RunReport(RunKind kind, std::span<const GroupInfo> groups, const Outp
       console_(console),
       interval_(groups),
       run_(groups),
-      bucket_(groups) {}
+      bucket_(groups),
+      has_buckets_(kind == RunKind::kPeriodic &&
+                   std::ranges::any_of(options.destinations, [](const Destination& destination) {
+                     return destination.kind->append != nullptr;
+                   })) {}
 
 void RunReport::Take(const Tick& tick, std::vector<Harvest> harvests, double seconds) {
   try {
@@ -46,7 +47,7 @@ void RunReport::Take(const Tick& tick, std::vector<Harvest> harvests, double sec
 
 void RunReport::Add(const Tick& tick, std::vector<Harvest> harvests, double seconds) {
   const bool periodic = kind_ == RunKind::kPeriodic;
-  if (periodic && !options_.sqlite.empty()) TakeBucket(tick, harvests);
+  if (has_buckets_) TakeBucket(tick, harvests);
   if (interval_.from == 0) interval_.from = tick.from;
   interval_.to = tick.to;
   interval_.Add(tick.intake, tick.losses);
@@ -81,7 +82,7 @@ void RunReport::TakeBucket(const Tick& tick, const std::vector<Harvest>& harvest
   EndBuckets(tick);
 }
 
-// The groups whose buckets end go into the database, the others wait for more.
+// The groups whose buckets end are written, the others wait for more.
 void RunReport::EndBuckets(const Tick& tick) {
   ReportOptions options = options_.report;
   options.only_top_n = true;
@@ -94,13 +95,16 @@ void RunReport::EndBuckets(const Tick& tick) {
     if (options_.report.Wants(group)) options.group_ids.push_back(group.id);
   }
   if (ended.empty()) return;
-  const Report report{
-      {}, "", bucket_.intake(), bucket_.losses(), bucket_.store(), bucket_.exporters().Rows(), 0};
-  const bool written = Write(options_.sqlite, [&] {
-    if (options.group_ids.empty()) return;
-    AppendSqlite(report, options, options_.sqlite,
-                 {bucket_.from / kMicrosPerSecond, options_.keep_days});
-  });
+  bool written = true;
+  if (!options.group_ids.empty()) {
+    const Report report{
+        {}, "", bucket_.intake(), bucket_.losses(), bucket_.store(), bucket_.exporters().Rows(), 0};
+    const TimeBucket bucket{bucket_.from / kMicrosPerSecond, options_.keep_days};
+    for (const Destination& to : options_.destinations) {
+      if (to.kind->append == nullptr) continue;
+      written = Write([&] { to.kind->append(report, options, to.place, bucket); }) && written;
+    }
+  }
   if (!written) return;  // with the next one
   if (ended.size() == groups_.size()) {
     bucket_ = Period(groups_);
@@ -117,22 +121,22 @@ void RunReport::Show(const Period& period, std::string title, double seconds) {
     console_.Notice("no export datagram was found; exporters that use another port need --port");
   }
   // A document on standard output stands there alone; where nothing was read there is no summary.
-  if (options_.json != "-" && (report.intake.Packets() > 0 || kind_ == RunKind::kPeriodic)) {
+  const bool is_taken = std::ranges::any_of(options_.destinations, &Destination::IsStandardOutput);
+  if (!is_taken && (report.intake.Packets() > 0 || kind_ == RunKind::kPeriodic)) {
     PrintSummary(report, options_.report, stdout);
     if (std::ferror(stdout) != 0 && !failed_.exchange(true)) {
       console_.Error("summaries cannot be written to standard output");
     }
   }
-  Write(options_.json, [&] { WriteJson(report, options_.report, options_.json); });
-  Write(options_.csv, [&] { WriteCsv(report, options_.report, options_.csv); });
-  if (kind_ == RunKind::kPeriodic) return;
-  Write(options_.sqlite, [&] { WriteSqlite(report, options_.report, options_.sqlite); });
+  for (const Destination& to : options_.destinations) {
+    if (kind_ == RunKind::kPeriodic && to.kind->append != nullptr) continue;
+    Write([&] { to.kind->write(report, options_.report, to.place); });
+  }
 }
 
 // One output that cannot be written keeps none of the others from it.
 template <class Writer>
-bool RunReport::Write(const std::string& path, Writer&& writer) {
-  if (path.empty()) return true;
+bool RunReport::Write(Writer&& writer) {
   try {
     writer();
     return true;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "host/output/report.h"
+#include "host/output/outputs.h"
 #include "host/period/period.h"
 #include "host/period/reporter.h"
 
@@ -43,7 +43,7 @@ class RunReport {
   void Show(const Period& period, std::string title, double seconds);
   // False when it failed, which is told.
   template <class Writer>
-  bool Write(const std::string& path, Writer&& writer);
+  bool Write(Writer&& writer);
 
   RunKind kind_;
   std::span<const GroupInfo> groups_;
@@ -52,7 +52,8 @@ class RunReport {
   std::vector<CaptureResult> captures_;
   Period interval_;
   Period run_;     // the intervals before
-  Period bucket_;  // for the database
+  Period bucket_;  // for the outputs that take buckets
+  bool has_buckets_;
   bool has_intervals_ = false;
   std::atomic<bool> failed_ = false;
 };

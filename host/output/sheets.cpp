@@ -9,85 +9,49 @@ namespace {
 
 constexpr bool kNumber = true;
 
+template <class Row>
+void AddColumns(std::span<const Column<Row>> columns, std::vector<SheetColumn>* out) {
+  for (const Column<Row>& column : columns) {
+    if (column.id.empty()) continue;
+    const bool is_text = column.kind == ColumnKind::kText || column.kind == ColumnKind::kRate;
+    out->push_back({std::string(column.id), !is_text});
+  }
+}
+
+template <class Row>
+void AddCells(std::span<const Column<Row>> columns, const Report& report, const Row& row,
+              std::vector<Cell>* cells) {
+  for (const Column<Row>& column : columns) {
+    if (!column.id.empty()) cells->push_back(column.value(report, row));
+  }
+}
+
 void WriteExporters(const Report& report, SheetSink* sink) {
-  const SheetColumn columns[] = {
-      {"address"},
-      {"port", kNumber},
-      {"version"},
-      {"datagrams", kNumber},
-      {"records", kNumber},
-      {"bytes", kNumber},
-      {"templates", kNumber},
-      {"sets_without_template", kNumber},
-      {"rejected", kNumber},
-      {"lost", kNumber},
-      {"lost_unit"},
-      {"lost_samples", kNumber},
-      {"sampling_rate"},
-  };
+  std::vector<SheetColumn> columns;
+  AddColumns(ExporterColumns(), &columns);
   sink->Begin("exporters", columns);
+  std::vector<Cell> cells;
   for (const ExporterTable::Row& row : report.exporters) {
-    const ExporterCounts& counts = row.counts;
-    const Cell cells[] = {row.key.endpoint.address.Text(),
-                          std::uint64_t{row.key.endpoint.port},
-                          row.key.version.Text(),
-                          counts.datagrams,
-                          counts.records,
-                          counts.bytes,
-                          counts.templates,
-                          counts.unknown_sets,
-                          counts.Refused(),
-                          counts.gaps.Lost(),
-                          std::string(UnitOf(row.key.version)),
-                          counts.sample_gaps.Lost(),
-                          SamplingRate(report.store, row.key.endpoint.address)};
+    cells.clear();
+    AddCells(ExporterColumns(), report, row, &cells);
     sink->Row(cells);
   }
   sink->End();
 }
 
-std::vector<SheetColumn> ColumnsOf(const GroupCounters& group, bool is_flows) {
+void WriteGroup(const Report& report, const GroupCounters& group, bool only_top_n,
+                SheetSink* sink) {
+  const bool is_flows = &group == &report.store.flow_group();
+  const std::size_t top = only_top_n ? group.info.top_n : group.table.size();
   std::vector<SheetColumn> columns{{"key"}, {"text"}};
   for (const MeterInfo& meter : group.info.meters) columns.push_back({meter.id, kNumber});
-  if (is_flows) {
-    columns.insert(columns.end(), {{"volume_bytes_forward", kNumber},
-                                   {"volume_bytes_reverse", kNumber},
-                                   {"volume_packets_forward", kNumber},
-                                   {"volume_packets_reverse", kNumber},
-                                   {"first_ms", kNumber},
-                                   {"last_ms", kNumber},
-                                   {"duration_ms", kNumber},
-                                   {"closes", kNumber},
-                                   {"tag"},
-                                   {"flow_text"}});
-  }
-  return columns;
-}
-
-void AddFlowCells(const StatsStore& store, const FlowTotals& flow, std::vector<Cell>* cells) {
-  const Cell added[] = {flow.bytes[0],
-                        flow.bytes[1],
-                        flow.packets[0],
-                        flow.packets[1],
-                        flow.first_ms,
-                        flow.last_ms,
-                        FlowDuration(flow),
-                        std::uint64_t{flow.closes},
-                        std::string(store.TextOf(flow.tag)),
-                        std::string(store.TextOf(flow.text))};
-  cells->insert(cells->end(), std::begin(added), std::end(added));
-}
-
-void WriteGroup(const StatsStore& store, const GroupCounters& group, bool only_top_n,
-                SheetSink* sink) {
-  const bool is_flows = &group == &store.flow_group();
-  const std::size_t top = only_top_n ? group.info.top_n : group.table.size();
-  sink->Begin(group.info.id, ColumnsOf(group, is_flows));
+  if (is_flows) AddColumns(FlowColumns(), &columns);
+  sink->Begin(group.info.id, columns);
   std::vector<Cell> cells;
   for (const KeyRow& row : RankKeys(group, top).rows) {
     cells.assign({std::string(row.key), ReadableKey(group.info.key_kind, row.key)});
     for (const MeterInfo& meter : group.info.meters) cells.emplace_back(row.values[meter.index]);
-    if (is_flows) AddFlowCells(store, StatsStore::Flow(row.values), &cells);
+    if (is_flows) AddCells(FlowColumns(), report, StatsStore::Flow(row.values), &cells);
     sink->Row(cells);
   }
   sink->End();
@@ -119,7 +83,7 @@ void WriteSheets(const Report& report, const ReportOptions& options, SheetSink* 
   WriteExporters(report, sink);
   for (const auto& group : report.store.groups()) {
     if (options.Wants(group->info)) {
-      WriteGroup(report.store, *group, options.only_top_n, sink);
+      WriteGroup(report, *group, options.only_top_n, sink);
     }
   }
   WriteNotes(report, options, sink);

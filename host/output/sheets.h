@@ -4,16 +4,12 @@
 // keys.
 #pragma once
 
-#include <cstdint>
 #include <span>
 #include <string>
-#include <variant>
 
-#include "host/output/report.h"
+#include "host/output/columns.h"
 
 namespace flow::host {
-
-using Cell = std::variant<std::uint64_t, std::int64_t, std::string>;
 
 struct SheetColumn {
   std::string name;

@@ -1,14 +1,16 @@
-#include "host/output/sqlite_output.h"
-
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <sqlite3.h>
 
 #include <algorithm>
 #include <limits>
 #include <memory>
 #include <optional>
+#include <set>
+#include <vector>
 
 #include "host/base/error.h"
+#include "host/output/outputs.h"
 #include "host/output/sheets.h"
 
 namespace flow::host {
@@ -51,21 +53,21 @@ class Database final : public SheetSink {
   void Commit() { Execute("COMMIT"); }
 
   void Begin(const std::string& name, std::span<const SheetColumn> columns) override {
-    std::string definitions = bucket_ ? "bucket INTEGER" : "";
-    std::string places = bucket_ ? "?" : "";
-    for (const SheetColumn& column : columns) {
-      definitions += fmt::format("{}{} {}", definitions.empty() ? "" : ", ",
-                                 Identifier(column.name), column.is_number ? "INTEGER" : "TEXT");
-      places += places.empty() ? "?" : ",?";
+    std::vector<SheetColumn> all(columns.begin(), columns.end());
+    if (bucket_) all.insert(all.begin(), SheetColumn{"bucket", true});
+    std::vector<std::string> definitions;
+    std::vector<std::string> names;
+    for (const SheetColumn& column : all) {
+      definitions.push_back(Definition(column));
+      names.push_back(Identifier(column.name));
     }
     const std::string table = Identifier(name);
     if (!bucket_) Execute(fmt::format("DROP TABLE IF EXISTS {}", table));
-    Execute(fmt::format("CREATE TABLE IF NOT EXISTS {} ({})", table, definitions));
+    Execute(fmt::format("CREATE TABLE IF NOT EXISTS {} ({})", table, fmt::join(definitions, ", ")));
+    if (bucket_) AddMissingColumns(table, all);
     if (bucket_) PrepareBuckets(name);
-    sqlite3_stmt* prepared = nullptr;
-    const std::string insert = fmt::format("INSERT INTO {} VALUES ({})", Identifier(name), places);
-    Check(sqlite3_prepare_v2(database_.get(), insert.c_str(), -1, &prepared, nullptr));
-    insert_.reset(prepared);
+    insert_ = Prepare(fmt::format("INSERT INTO {} ({}) VALUES ({})", table, fmt::join(names, ", "),
+                                  fmt::join(std::vector(all.size(), '?'), ",")));
   }
 
   void Row(std::span<const Cell> cells) override {
@@ -82,6 +84,23 @@ class Database final : public SheetSink {
   void End() override { insert_.reset(); }
 
  private:
+  static std::string Definition(const SheetColumn& column) {
+    return fmt::format("{} {}", Identifier(column.name), column.is_number ? "INTEGER" : "TEXT");
+  }
+
+  // An older version may have made the table, with fewer columns.
+  void AddMissingColumns(const std::string& table, std::span<const SheetColumn> columns) {
+    std::set<std::string> known;
+    const Statement info = Prepare(fmt::format("PRAGMA table_info({})", table));
+    while (sqlite3_step(info.get()) == SQLITE_ROW) {
+      known.emplace(reinterpret_cast<const char*>(sqlite3_column_text(info.get(), 1)));
+    }
+    for (const SheetColumn& column : columns) {
+      if (known.contains(column.name)) continue;
+      Execute(fmt::format("ALTER TABLE {} ADD COLUMN {}", table, Definition(column)));
+    }
+  }
+
   // Old buckets make room for the new one.
   void PrepareBuckets(const std::string& name) {
     constexpr std::int64_t kDay = 86400;
@@ -106,6 +125,11 @@ class Database final : public SheetSink {
                             SQLITE_TRANSIENT));
   }
 
+  Statement Prepare(const std::string& sql) {
+    sqlite3_stmt* prepared = nullptr;
+    Check(sqlite3_prepare_v2(database_.get(), sql.c_str(), -1, &prepared, nullptr));
+    return Statement(prepared);
+  }
   void Execute(const std::string& sql) {
     Check(sqlite3_exec(database_.get(), sql.c_str(), nullptr, nullptr, nullptr));
   }

@@ -9,6 +9,7 @@
 #include "host/base/number_text.h"
 #include "host/base/printable.h"
 #include "host/names/key_text.h"
+#include "host/output/columns.h"
 #include "host/output/text_table.h"
 
 namespace flow::host {
@@ -34,12 +35,7 @@ class SummaryPrinter {
     PrintExporters();
     if (options_.top == 0) return;
     for (const auto& group : report_.store.groups()) {
-      if (group->table.size() == 0 || !options_.Wants(group->info)) continue;
-      if (group.get() == &report_.store.flow_group()) {
-        PrintFlows(*group);
-      } else {
-        PrintGroup(*group);
-      }
+      if (group->table.size() > 0 && options_.Wants(group->info)) PrintGroup(*group);
     }
   }
 
@@ -50,6 +46,14 @@ class SummaryPrinter {
   [[nodiscard]] std::string Value(Unit unit, std::uint64_t value) const {
     return unit == Unit::kBytes ? Bytes(value) : Thousands(value);
   }
+  [[nodiscard]] std::string CellText(ColumnKind kind, const Cell& cell) const;
+  // The columns that have something to say about these rows.
+  template <class Row>
+  [[nodiscard]] std::vector<const Column<Row>*> Telling(std::span<const Column<Row>> columns,
+                                                        std::span<const Row> rows) const;
+  template <class Row>
+  void AddCells(const std::vector<const Column<Row>*>& columns, const Row& row,
+                std::vector<std::string>* cells) const;
   [[nodiscard]] std::string KeyText(const GroupCounters& group, std::string_view key) const;
   void Heading(std::string_view title, std::size_t shown, std::size_t all,
                std::uint64_t pruned = 0) const;
@@ -65,12 +69,70 @@ class SummaryPrinter {
   [[nodiscard]] std::vector<ExporterTable::Row> TopExporters() const;
   void PrintExporters();
   void PrintGroup(const GroupCounters& group);
-  void PrintFlows(const GroupCounters& group);
 
   const Report& report_;
   const ReportOptions& options_;
   std::FILE* out_;
 };
+
+// Texts stand at the left, numbers at the right.
+template <class Row>
+void AddHeadings(const std::vector<const Column<Row>*>& columns, TextTable* table) {
+  for (const Column<Row>* column : columns) {
+    const bool is_left = column->kind == ColumnKind::kText || column->kind == ColumnKind::kState ||
+                         column->kind == ColumnKind::kTime;
+    table->AddColumn(std::string(column->heading), is_left ? Align::kLeft : Align::kRight);
+  }
+}
+
+std::string SummaryPrinter::CellText(ColumnKind kind, const Cell& cell) const {
+  const auto* const text = std::get_if<std::string>(&cell);
+  const auto number = [&] {
+    const auto* const natural = std::get_if<std::uint64_t>(&cell);
+    return natural != nullptr ? static_cast<std::int64_t>(*natural) : std::get<std::int64_t>(cell);
+  };
+  switch (kind) {
+    case ColumnKind::kText:
+    case ColumnKind::kAmount:
+      return Printable(*text);
+    case ColumnKind::kRate:
+      return fmt::format("1:{}", Printable(*text));
+    case ColumnKind::kCount:
+      return Thousands(static_cast<std::uint64_t>(number()));
+    case ColumnKind::kBytes:
+      return Bytes(static_cast<std::uint64_t>(number()));
+    case ColumnKind::kTime:
+      return TimeText(number() / 1000);
+    case ColumnKind::kDuration:
+      return DurationText(number());
+    case ColumnKind::kState:
+      return "closed";
+  }
+  return "";
+}
+
+template <class Row>
+std::vector<const Column<Row>*> SummaryPrinter::Telling(std::span<const Column<Row>> columns,
+                                                        std::span<const Row> rows) const {
+  std::vector<const Column<Row>*> telling;
+  for (const Column<Row>& column : columns) {
+    const auto applies = [&](const Row& row) { return column.Applies(report_, row); };
+    if (!column.heading.empty() && std::ranges::any_of(rows, applies)) telling.push_back(&column);
+  }
+  return telling;
+}
+
+template <class Row>
+void SummaryPrinter::AddCells(const std::vector<const Column<Row>*>& columns, const Row& row,
+                              std::vector<std::string>* cells) const {
+  for (const Column<Row>* column : columns) {
+    const bool is_state = column->kind == ColumnKind::kState;
+    cells->push_back(column->Applies(report_, row)
+                         ? CellText(column->kind, column->value(report_, row))
+                     : is_state ? "open"
+                                : "-");
+  }
+}
 
 std::string SummaryPrinter::KeyText(const GroupCounters& group, std::string_view key) const {
   if (options_.raw_keys) return Printable(key);
@@ -227,52 +289,15 @@ std::vector<ExporterTable::Row> SummaryPrinter::TopExporters() const {
   return rows;
 }
 
-std::string LostText(const ExporterTable::Row& row) {
-  if (row.counts.gaps.Lost() == 0) return "-";
-  return fmt::format("{} {}", Thousands(row.counts.gaps.Lost()), UnitOf(row.key.version));
-}
-
 void SummaryPrinter::PrintExporters() {
   const std::vector<ExporterTable::Row> rows = TopExporters();
   if (rows.empty()) return;
-  const auto rate_of = [&](const ExporterTable::Row& row) {
-    return SamplingRate(report_.store, row.key.endpoint.address);
-  };
-  const bool templates =
-      std::ranges::any_of(rows, [](const auto& row) { return row.key.version.HasTemplates(); });
-  const bool refused =
-      std::ranges::any_of(rows, [](const auto& row) { return row.counts.Refused() > 0; });
-  const bool lost =
-      std::ranges::any_of(rows, [](const auto& row) { return row.counts.gaps.Lost() > 0; });
-  const bool sampled =
-      std::ranges::any_of(rows, [&](const auto& row) { return !rate_of(row).empty(); });
-
+  const auto columns = Telling<ExporterTable::Row>(ExporterColumns(), rows);
   TextTable table;
-  table.AddColumn("Exporter", Align::kLeft);
-  table.AddColumn("Version", Align::kLeft);
-  for (const char* heading : {"Datagrams", "Records", "Export data"}) {
-    table.AddColumn(heading, Align::kRight);
-  }
-  if (templates) table.AddColumn("Templates", Align::kRight);
-  if (templates) table.AddColumn("Undecoded sets", Align::kRight);
-  if (refused) table.AddColumn("Rejected", Align::kRight);
-  if (lost) table.AddColumn("Lost", Align::kRight);
-  if (sampled) table.AddColumn("Sampling", Align::kRight);
+  AddHeadings(columns, &table);
   for (const ExporterTable::Row& row : rows) {
-    const ExporterCounts& counts = row.counts;
-    const bool has_templates = row.key.version.HasTemplates();
-    const bool others = row.key == ExportSource{};
-    std::vector<std::string> cells{
-        others ? "all others" : row.key.endpoint.Text(), others ? "-" : row.key.version.Text(),
-        Thousands(counts.datagrams), Thousands(counts.records), Bytes(counts.bytes)};
-    if (templates) cells.push_back(has_templates ? Thousands(counts.templates) : "-");
-    if (templates) cells.push_back(has_templates ? Thousands(counts.unknown_sets) : "-");
-    if (refused) cells.push_back(Thousands(counts.Refused()));
-    if (lost) cells.push_back(LostText(row));
-    if (sampled) {
-      const std::string rate = rate_of(row);
-      cells.push_back(rate.empty() ? "-" : fmt::format("1:{}", Printable(rate)));
-    }
+    std::vector<std::string> cells;
+    AddCells(columns, row, &cells);
     table.AddRow(std::move(cells));
   }
   Heading("Exporters", rows.size(), report_.exporters.size());
@@ -282,57 +307,31 @@ void SummaryPrinter::PrintExporters() {
 void SummaryPrinter::PrintGroup(const GroupCounters& group) {
   // The directions are few, and parts of the total beside them: all are shown, without shares.
   const bool totals = group.info.key_kind == KeyKind::kTotals;
+  const bool is_flows = &group == &report_.store.flow_group();
   const Ranking ranking = RankKeys(group, totals ? group.table.size() : options_.top);
   std::vector<const MeterInfo*> meters;
   for (const MeterInfo& meter : group.info.meters) {
-    if (ranking.column_sums[static_cast<std::size_t>(meter.index)] != 0) meters.push_back(&meter);
+    const auto column = static_cast<std::size_t>(meter.index);
+    if (is_flows || ranking.column_sums[column] != 0) meters.push_back(&meter);
   }
+  std::vector<FlowTotals> flows;
+  for (const KeyRow& row : ranking.rows) {
+    if (is_flows) flows.push_back(StatsStore::Flow(row.values));
+  }
+  const auto columns = Telling<FlowTotals>(FlowColumns(), flows);
   TextTable table;
   table.AddColumn(group.info.key_title, Align::kLeft);
   if (!totals) table.AddColumn("Share", Align::kRight);
   for (const MeterInfo* meter : meters) table.AddColumn(Printable(meter->title), Align::kRight);
-  for (const KeyRow& row : ranking.rows) {
+  AddHeadings(columns, &table);
+  for (std::size_t i = 0; i < ranking.rows.size(); ++i) {
+    const KeyRow& row = ranking.rows[i];
     std::vector<std::string> cells{KeyText(group, row.key)};
     if (!totals) cells.push_back(Percent(row.rank, ranking.rank_sum));
     for (const MeterInfo* meter : meters) {
       cells.push_back(Value(meter->unit, row.values[meter->index]));
     }
-    table.AddRow(std::move(cells));
-  }
-  Heading(group.info.title, ranking.rows.size(), group.table.size(), group.pruned_keys);
-  table.Print(out_);
-}
-
-void SummaryPrinter::PrintFlows(const GroupCounters& group) {
-  const Ranking ranking = RankKeys(group, options_.top);
-  const auto any = [&](auto&& number) {
-    return std::ranges::any_of(
-        ranking.rows, [&](const KeyRow& row) { return number(StatsStore::Flow(row.values)) != 0; });
-  };
-  const bool closed = any([](const FlowTotals& flow) { return flow.closes; });
-  const bool tagged = any([](const FlowTotals& flow) { return flow.tag; });
-  const bool texts = any([](const FlowTotals& flow) { return flow.text; });
-
-  TextTable table;
-  table.AddColumn(group.info.key_title, Align::kLeft);
-  table.AddColumn("Share", Align::kRight);
-  for (const MeterInfo& meter : group.info.meters) table.AddColumn(meter.title, Align::kRight);
-  table.AddColumn("First seen (UTC)", Align::kLeft);
-  table.AddColumn("Lasted", Align::kRight);
-  if (closed) table.AddColumn("State", Align::kLeft);
-  if (tagged) table.AddColumn("Tag", Align::kLeft);
-  if (texts) table.AddColumn("Text", Align::kLeft);
-  for (const KeyRow& row : ranking.rows) {
-    const FlowTotals& flow = StatsStore::Flow(row.values);
-    std::vector<std::string> cells{KeyText(group, row.key), Percent(row.rank, ranking.rank_sum)};
-    for (const MeterInfo& meter : group.info.meters) {
-      cells.push_back(Value(meter.unit, row.values[meter.index]));
-    }
-    cells.push_back(TimeText(flow.first_ms / 1000));
-    cells.push_back(DurationText(FlowDuration(flow)));
-    if (closed) cells.emplace_back(flow.closes != 0 ? "closed" : "open");
-    if (tagged) cells.push_back(Printable(report_.store.TextOf(flow.tag)));
-    if (texts) cells.push_back(Printable(report_.store.TextOf(flow.text)));
+    if (is_flows) AddCells(columns, flows[i], &cells);
     table.AddRow(std::move(cells));
   }
   Heading(group.info.title, ranking.rows.size(), group.table.size(), group.pruned_keys);

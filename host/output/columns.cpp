@@ -1,0 +1,127 @@
+#include "host/output/columns.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "host/base/number_text.h"
+
+namespace flow::host {
+namespace {
+
+using Exporter = ExporterTable::Row;
+
+// Rather than all those that are too many for rows of their own.
+bool IsOne(const Report&, const Exporter& row) { return row.key != ExportSource{}; }
+bool HasTemplates(const Report&, const Exporter& row) { return row.key.version.HasTemplates(); }
+bool HasNumbers(const Report&, const Exporter& row) { return !UnitOf(row.key.version).empty(); }
+bool HasSamples(const Report&, const Exporter& row) { return row.key.version.sflow; }
+bool WasRefused(const Report&, const Exporter& row) { return row.counts.Refused() > 0; }
+bool HasLost(const Report&, const Exporter& row) { return row.counts.gaps.Lost() > 0; }
+bool IsSampled(const Report& report, const Exporter& row) {
+  return !SamplingRate(report.store, row.key.endpoint.address).empty();
+}
+
+constexpr auto kText = ColumnKind::kText;
+constexpr auto kCount = ColumnKind::kCount;
+
+constexpr ExporterColumn kExporterColumns[] = {
+    {"", "", "Exporter", kText,
+     [](const Report& report, const Exporter& row) -> Cell {
+       return IsOne(report, row) ? row.key.endpoint.Text() : "all others";
+     }},
+    {"address", "", "", kText,
+     [](const Report&, const Exporter& row) -> Cell { return row.key.endpoint.address.Text(); }},
+    {"port", "", "", kCount,
+     [](const Report&, const Exporter& row) -> Cell {
+       return std::uint64_t{row.key.endpoint.port};
+     }},
+    {"version", "", "Version", kText,
+     [](const Report&, const Exporter& row) -> Cell { return row.key.version.Text(); }, IsOne},
+    {"datagrams", "", "Datagrams", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.datagrams; }},
+    {"records", "", "Records", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.records; }},
+    {"bytes", "", "Export data", ColumnKind::kBytes,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.bytes; }},
+    {"templates", "", "Templates", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.templates; }, HasTemplates},
+    {"sets_without_template", "", "Undecoded sets", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.unknown_sets; },
+     HasTemplates},
+    {"rejected", "", "Rejected", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.Refused(); }, WasRefused},
+    {"", "", "Lost", ColumnKind::kAmount,
+     [](const Report&, const Exporter& row) -> Cell {
+       return fmt::format("{} {}", Thousands(row.counts.gaps.Lost()), UnitOf(row.key.version));
+     },
+     HasLost},
+    {"lost", "sequence", "", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.gaps.Lost(); }, HasNumbers},
+    {"lost_unit", "sequence", "", kText,
+     [](const Report&, const Exporter& row) -> Cell {
+       return std::string(UnitOf(row.key.version));
+     },
+     HasNumbers},
+    {"lost_samples", "sequence", "", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.sample_gaps.Lost(); },
+     HasSamples},
+    {"gaps", "sequence", "", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.gaps.gaps; }, HasNumbers},
+    {"late", "sequence", "", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.gaps.late; }, HasNumbers},
+    {"restarts", "sequence", "", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.gaps.restarts; },
+     HasNumbers},
+    {"sampling_rate", "", "Sampling", ColumnKind::kRate,
+     [](const Report& report, const Exporter& row) -> Cell {
+       return SamplingRate(report.store, row.key.endpoint.address);
+     },
+     IsSampled},
+};
+
+bool IsClosed(const Report&, const FlowTotals& flow) { return flow.closes != 0; }
+bool HasTag(const Report&, const FlowTotals& flow) { return flow.tag != 0; }
+bool HasText(const Report&, const FlowTotals& flow) { return flow.text != 0; }
+
+template <int kWay>
+Cell VolumeBytes(const Report&, const FlowTotals& flow) {
+  return flow.bytes[kWay];
+}
+template <int kWay>
+Cell VolumePackets(const Report&, const FlowTotals& flow) {
+  return flow.packets[kWay];
+}
+
+constexpr FlowColumn kFlowColumns[] = {
+    {"volume_bytes_forward", "", "", ColumnKind::kBytes, VolumeBytes<0>},
+    {"volume_bytes_reverse", "", "", ColumnKind::kBytes, VolumeBytes<1>},
+    {"volume_packets_forward", "", "", kCount, VolumePackets<0>},
+    {"volume_packets_reverse", "", "", kCount, VolumePackets<1>},
+    {"first_ms", "", "First seen (UTC)", ColumnKind::kTime,
+     [](const Report&, const FlowTotals& flow) -> Cell { return flow.first_ms; }},
+    {"last_ms", "", "", ColumnKind::kTime,
+     [](const Report&, const FlowTotals& flow) -> Cell { return flow.last_ms; }},
+    {"duration_ms", "", "Lasted", ColumnKind::kDuration,
+     [](const Report&, const FlowTotals& flow) -> Cell { return FlowDuration(flow); }},
+    {"closes", "", "State", ColumnKind::kState,
+     [](const Report&, const FlowTotals& flow) -> Cell { return std::uint64_t{flow.closes}; },
+     IsClosed},
+    {"tag", "", "Tag", kText,
+     [](const Report& report, const FlowTotals& flow) -> Cell {
+       return std::string(report.store.TextOf(flow.tag));
+     },
+     HasTag},
+    {"flow_text", "", "Text", kText,
+     [](const Report& report, const FlowTotals& flow) -> Cell {
+       return std::string(report.store.TextOf(flow.text));
+     },
+     HasText},
+};
+
+}  // namespace
+
+std::span<const ExporterColumn> ExporterColumns() { return kExporterColumns; }
+std::span<const FlowColumn> FlowColumns() { return kFlowColumns; }
+
+}  // namespace flow::host

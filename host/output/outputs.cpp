@@ -1,0 +1,17 @@
+#include "host/output/outputs.h"
+
+namespace flow::host {
+namespace {
+
+constexpr OutputKind kOutputs[] = {
+    {"json", "FILE", "Write everything as JSON; - for standard output", true, WriteJson},
+    {"csv", "DIR", "Write everything as CSV files, one per group", false, WriteCsv},
+    {"sqlite", "FILE", "Write everything into an SQLite database", false, WriteSqlite,
+     AppendSqlite},
+};
+
+}  // namespace
+
+std::span<const OutputKind> OutputKinds() { return kOutputs; }
+
+}  // namespace flow::host
