@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "metering/counter_groups.h"
+#include "flowhandlers/counter_groups.h"
 
 namespace flow::bench {
 namespace {

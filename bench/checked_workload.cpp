@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <utility>
 
-#include "metering/counter_groups.h"
+#include "flowhandlers/counter_groups.h"
 
 namespace flow::bench {
 namespace {

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "plugin/host_interfaces.h"
+#include "flowhandlers/host_interfaces.h"
 
 namespace flow::bench {
 

@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "bench/workload.h"
-#include "plugin/plugin_interfaces.h"
+#include "flowhandlers/plugin_interfaces.h"
 #include "tests/support/component.h"
 #include "tests/support/policy_file.h"
 

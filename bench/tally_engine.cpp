@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "bench/engines.h"
-#include "metering/counter_groups.h"
+#include "flowhandlers/counter_groups.h"
 
 namespace flow::bench {
 namespace {

@@ -22,7 +22,7 @@ target_compile_options(flow_options INTERFACE -Wall -Wextra -Wpedantic -Wconvers
 # GCC 12 at -O3 takes std::string's operator+ for an overlapping copy (GCC bug 105329).
 target_compile_options(flow_options INTERFACE
                        $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-restrict>)
-target_include_directories(flow_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_include_directories(flow_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 if(FLOW_SANITIZE)
   # The host side declares the interfaces on its own, so run-time type checks across the border
   # would be false alarms.

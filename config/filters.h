@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "plugin/host_interfaces.h"
+#include "flowhandlers/host_interfaces.h"
 #include "util/flat_set.h"
 #include "util/xmlParser.h"
 

@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-#include "plugin/host_interfaces.h"
+#include "flowhandlers/host_interfaces.h"
 
 namespace flow {
 

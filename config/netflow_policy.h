@@ -7,7 +7,7 @@
 #include <string>
 
 #include "config/filters.h"
-#include "plugin/host_interfaces.h"
+#include "flowhandlers/host_interfaces.h"
 #include "util/flat_set.h"
 #include "util/xmlParser.h"
 

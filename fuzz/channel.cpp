@@ -1,10 +1,10 @@
 // Messages on the template channel, each followed by the datagrams that it may have taught the
 // meter to read. Entries with bit 7 of their exporter set are messages, the others datagrams.
 
+#include "flowhandlers/identifiers.h"
 #include "fuzz/datagrams.h"
 #include "fuzz/meters.h"
 #include "netflow/netflow_meter.h"
-#include "plugin/identifiers.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const flow::fuzz::Input input = flow::fuzz::Parse(data, size);

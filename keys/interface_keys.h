@@ -7,7 +7,7 @@
 #include <optional>
 #include <string_view>
 
-#include "keys/counter_keys.h"
+#include "flowhandlers/counter_keys.h"
 
 namespace flow {
 

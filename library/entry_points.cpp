@@ -1,7 +1,7 @@
 // The three entry points through which the host reaches the library, and the list of the components
 // that it finds there.
 
-#include "library/entry_points.h"
+#include "flowhandlers/entry_points.h"
 
 #include "metering/flow_counter_groups.h"
 #include "netflow/netflow_handler.h"

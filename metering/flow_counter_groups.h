@@ -3,7 +3,7 @@
 // and meters.
 #pragma once
 
-#include "metering/counter_groups.h"
+#include "flowhandlers/counter_groups.h"
 #include "plugin/component.h"
 
 namespace flow {

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "plugin/host_interfaces.h"
+#include "flowhandlers/host_interfaces.h"
 #include "util/bytes.h"
 
 // Header of a NetFlow v5 packet (Cisco NetFlow export datagram format, version 5).

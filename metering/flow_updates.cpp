@@ -1,6 +1,6 @@
 // The flow updates of one record: key, volume, tag, times, close.
 
-#include "keys/session_keys.h"
+#include "flowhandlers/session_keys.h"
 #include "metering/record_metering.h"
 
 namespace flow {

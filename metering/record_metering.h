@@ -6,12 +6,12 @@
 
 #include "config/home_networks.h"
 #include "config/netflow_policy.h"
-#include "keys/counter_keys.h"
-#include "keys/session_keys.h"
-#include "metering/counter_groups.h"
+#include "flowhandlers/counter_groups.h"
+#include "flowhandlers/counter_keys.h"
+#include "flowhandlers/host_interfaces.h"
+#include "flowhandlers/session_keys.h"
 #include "metering/flow_record.h"
 #include "metering/record_context.h"
-#include "plugin/host_interfaces.h"
 
 namespace flow {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <utility>
 
-#include "keys/session_keys.h"
+#include "flowhandlers/session_keys.h"
 #include "netflow/netflow_meter.h"
 #include "util/address_text.h"
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "plugin/host_interfaces.h"
+#include "flowhandlers/host_interfaces.h"
 #include "util/hash.h"
 
 namespace flow {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-#include "keys/counter_keys.h"
+#include "flowhandlers/counter_keys.h"
 #include "metering/flow_record.h"
 
 namespace flow {

@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "keys/counter_keys.h"
-#include "metering/counter_groups.h"
+#include "flowhandlers/counter_groups.h"
+#include "flowhandlers/counter_keys.h"
 #include "plugin/site_log.h"
 #include "util/address_text.h"
 

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <map>
 
-#include "plugin/host_interfaces.h"
+#include "flowhandlers/host_interfaces.h"
 #include "util/xmlParser.h"
 
 namespace flow {

@@ -8,10 +8,10 @@
 #include <span>
 #include <unordered_map>
 
+#include "flowhandlers/host_interfaces.h"
 #include "netflow/export_source.h"
 #include "netflow/set_error.h"
 #include "netflow/template.h"
-#include "plugin/host_interfaces.h"
 #include "util/bytes.h"
 #include "util/hash.h"
 #include "util/xmlParser.h"

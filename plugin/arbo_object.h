@@ -8,8 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "plugin/arbo_unknown.h"
-#include "plugin/identifiers.h"
+#include "flowhandlers/arbo_unknown.h"
+#include "flowhandlers/identifiers.h"
 
 // One interface of a component class: its identifier and how far its sub-object lies from the start
 // of the object. A null identifier ends a map.

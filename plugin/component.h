@@ -2,8 +2,8 @@
 // site and hand out texts.
 #pragma once
 
+#include "flowhandlers/plugin_interfaces.h"
 #include "plugin/arbo_object.h"
-#include "plugin/plugin_interfaces.h"
 
 // NewText copies a text into a new[] array for the host, which frees it with delete[].
 char* NewText(const char* text);

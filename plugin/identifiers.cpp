@@ -1,4 +1,4 @@
-#include "plugin/identifiers.h"
+#include "flowhandlers/identifiers.h"
 
 const CLSID CLSID_PI_NETFLOWMETER = MakeGuid("7CA09636-02D4-45E7-AA00-BE0D49B94E26");
 const CLSID CLSID_PI_NETFLOW = MakeGuid("CED041A0-EB30-4D8F-87A0-E82CFD85B7F1");

@@ -3,8 +3,8 @@
 
 #include <vector>
 
+#include "flowhandlers/plugin_interfaces.h"
 #include "plugin/arbo_object.h"
-#include "plugin/plugin_interfaces.h"
 
 class COmbrelModule : public CArboObjectRootEx<CArboSingleThreadModel>,
                       public IOmbrelComponentPackage {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "plugin/host_interfaces.h"
+#include "flowhandlers/host_interfaces.h"
 
 namespace flow {
 

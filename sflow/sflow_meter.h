@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "config/home_networks.h"
-#include "keys/session_keys.h"
+#include "flowhandlers/session_keys.h"
 #include "plugin/component.h"
 #include "sflow/sf_sample.h"
 #include "sflow/sflow_policy.h"

@@ -1,7 +1,7 @@
 // What one sample becomes: the host calls of the sFlow meter.
 
-#include "keys/sflow_keys.h"
-#include "metering/counter_groups.h"
+#include "flowhandlers/counter_groups.h"
+#include "flowhandlers/sflow_keys.h"
 #include "sflow/sflow_meter.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "config/filters.h"
-#include "plugin/host_interfaces.h"
+#include "flowhandlers/host_interfaces.h"
 #include "util/xmlParser.h"
 
 namespace flow {

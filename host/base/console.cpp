@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "flowhandlers/host_interfaces.h"
 #include "host/base/printable.h"
-#include "plugin/host_interfaces.h"
 
 namespace flow::host {
 namespace {

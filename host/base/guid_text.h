@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "plugin/guid.h"
+#include "flowhandlers/guid.h"
 
 namespace flow::host {
 

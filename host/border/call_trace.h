@@ -11,8 +11,8 @@
 #include <string>
 #include <string_view>
 
-#include "plugin/guid.h"
-#include "plugin/status.h"
+#include "flowhandlers/guid.h"
+#include "flowhandlers/status.h"
 
 namespace flow::host {
 

@@ -4,9 +4,9 @@
 
 #include <span>
 
+#include "flowhandlers/identifiers.h"
 #include "host/base/error.h"
 #include "host/base/guid_text.h"
-#include "plugin/identifiers.h"
 
 namespace flow::host {
 namespace {

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "flowhandlers/plugin_interfaces.h"
 #include "host/border/interface_ptr.h"
-#include "plugin/plugin_interfaces.h"
 
 namespace flow::host {
 

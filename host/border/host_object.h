@@ -2,8 +2,8 @@
 // host wants, so references are counted for the answers' sake alone.
 #pragma once
 
-#include "plugin/arbo_unknown.h"
-#include "plugin/identifiers.h"
+#include "flowhandlers/arbo_unknown.h"
+#include "flowhandlers/identifiers.h"
 
 namespace flow::host {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "plugin/arbo_unknown.h"
+#include "flowhandlers/arbo_unknown.h"
 
 namespace flow::host {
 

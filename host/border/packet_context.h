@@ -5,9 +5,9 @@
 #include <string_view>
 #include <vector>
 
+#include "flowhandlers/host_interfaces.h"
 #include "host/border/host_object.h"
 #include "host/capture/udp_packet.h"
-#include "plugin/host_interfaces.h"
 
 namespace flow::host {
 

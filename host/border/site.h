@@ -4,9 +4,9 @@
 #include <filesystem>
 #include <string>
 
+#include "flowhandlers/host_interfaces.h"
 #include "host/border/host_object.h"
 #include "host/policy/home_ranges.h"
-#include "plugin/host_interfaces.h"
 
 namespace flow::host {
 

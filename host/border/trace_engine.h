@@ -1,9 +1,9 @@
 // A statistics engine that writes every call into the trace and passes it on.
 #pragma once
 
+#include "flowhandlers/host_interfaces.h"
 #include "host/border/call_trace.h"
 #include "host/border/host_object.h"
-#include "plugin/host_interfaces.h"
 
 namespace flow::host {
 

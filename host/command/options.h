@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "flowhandlers/host_interfaces.h"
 #include "host/intake/port_map.h"
 #include "host/output/outputs.h"
 #include "host/policy/home_ranges.h"
-#include "plugin/host_interfaces.h"
 
 namespace flow::host {
 

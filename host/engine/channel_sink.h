@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <span>
 
-#include "plugin/guid.h"
+#include "flowhandlers/guid.h"
 
 namespace flow::host {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "plugin/guid.h"
+#include "flowhandlers/guid.h"
 
 namespace flow::host {
 

@@ -5,12 +5,12 @@
 #include <string>
 #include <string_view>
 
+#include "flowhandlers/host_interfaces.h"
 #include "host/base/timestamp.h"
 #include "host/border/host_object.h"
 #include "host/engine/channel_sink.h"
 #include "host/engine/stats_store.h"
 #include "host/engine/update_queue.h"
-#include "plugin/host_interfaces.h"
 
 namespace flow::host {
 

@@ -4,9 +4,9 @@
 
 #include <utility>
 
+#include "flowhandlers/identifiers.h"
 #include "host/base/error.h"
 #include "host/border/call_trace.h"
-#include "plugin/identifiers.h"
 
 namespace flow::host {
 namespace {

@@ -9,7 +9,7 @@
 #include <mutex>
 #include <vector>
 
-#include "plugin/guid.h"
+#include "flowhandlers/guid.h"
 
 namespace flow::host {
 

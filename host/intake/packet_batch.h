@@ -5,8 +5,8 @@
 #include <memory>
 #include <vector>
 
+#include "flowhandlers/guid.h"
 #include "host/capture/udp_packet.h"
-#include "plugin/guid.h"
 
 namespace flow::host {
 

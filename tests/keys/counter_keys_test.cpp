@@ -1,4 +1,4 @@
-#include "keys/counter_keys.h"
+#include "flowhandlers/counter_keys.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "keys/session_keys.h"
+#include "flowhandlers/session_keys.h"
 
 namespace flow::test {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <random>
 
-#include "plugin/identifiers.h"
+#include "flowhandlers/identifiers.h"
 #include "tests/netflow/meter_test.h"
 #include "tests/support/samples.h"
 

@@ -1,7 +1,7 @@
 // What is learnt of template sets and options templates, from the wire and from the other meters of
 // the host; what is refused; and the dump.
 
-#include "plugin/identifiers.h"
+#include "flowhandlers/identifiers.h"
 #include "tests/netflow/meter_test.h"
 #include "tests/support/policy_file.h"
 

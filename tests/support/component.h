@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <utility>
 
+#include "flowhandlers/plugin_interfaces.h"
 #include "plugin/arbo_object.h"
-#include "plugin/plugin_interfaces.h"
 
 namespace flow::test {
 

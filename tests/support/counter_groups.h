@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "plugin/guid.h"
+#include "flowhandlers/guid.h"
 
 namespace flow::test {
 

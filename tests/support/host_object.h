@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "plugin/arbo_unknown.h"
+#include "flowhandlers/arbo_unknown.h"
 #include "tests/support/host_trace.h"
 
 namespace flow::test {

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "plugin/identifiers.h"
+#include "flowhandlers/identifiers.h"
 #include "tests/support/counter_groups.h"
 
 namespace flow::test {

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "plugin/guid.h"
-#include "plugin/status.h"
+#include "flowhandlers/guid.h"
+#include "flowhandlers/status.h"
 
 namespace flow::test {
 

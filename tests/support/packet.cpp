@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string>
 
-#include "plugin/identifiers.h"
+#include "flowhandlers/identifiers.h"
 #include "tests/support/host_object.h"
 
 namespace flow::test {

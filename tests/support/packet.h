@@ -7,7 +7,7 @@
 #include <memory>
 #include <span>
 
-#include "plugin/host_interfaces.h"
+#include "flowhandlers/host_interfaces.h"
 #include "tests/support/wire.h"
 
 namespace flow::test {

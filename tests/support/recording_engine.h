@@ -6,7 +6,7 @@
 #include <span>
 #include <string_view>
 
-#include "plugin/host_interfaces.h"
+#include "flowhandlers/host_interfaces.h"
 #include "tests/support/host_object.h"
 
 namespace flow::test {

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "plugin/identifiers.h"
+#include "flowhandlers/identifiers.h"
 #include "tests/support/host_trace.h"
 #include "tests/support/policy_file.h"
 #include "tests/support/recording_engine.h"

@@ -29,7 +29,7 @@
 #include <string_view>
 #include <vector>
 
-#include "plugin/plugin_interfaces.h"
+#include "flowhandlers/plugin_interfaces.h"
 #include "tests/support/component.h"
 #include "tests/support/packet.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "plugin/host_interfaces.h"
+#include "flowhandlers/host_interfaces.h"
 #include "tests/support/host_object.h"
 
 namespace flow::test {

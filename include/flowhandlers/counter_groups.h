@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "plugin/guid.h"
+#include "flowhandlers/guid.h"
 
 inline constexpr GUID COUNTERID_HOSTS = MakeGuid("4CD742B1-C1CA-4708-BE78-0FCA2EB01A86");
 inline constexpr GUID COUNTERID_HOSTS6 = MakeGuid("9807E97A-6CD2-442F-BB18-8C104C8EB204");

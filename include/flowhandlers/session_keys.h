@@ -1,12 +1,13 @@
 // Session keys: the texts that name conversations. All numbers are in host byte order; writers
-// follow the rules of keys/counter_keys.h. The sFlow meter's are in keys/sflow_keys.h.
+// follow the rules of flowhandlers/counter_keys.h. The sFlow meter's are in
+// flowhandlers/sflow_keys.h.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
-#include "keys/counter_keys.h"
+#include "flowhandlers/counter_keys.h"
 
 // Direction of a record within its session key: forward when the key's side A is the record's
 // source.

@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "keys/counter_keys.h"
-#include "keys/session_keys.h"
+#include "flowhandlers/counter_keys.h"
+#include "flowhandlers/session_keys.h"
 
 namespace flow {
 

@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "plugin/arbo_unknown.h"
+#include "flowhandlers/arbo_unknown.h"
 
 // Levels of IOmbrelContainer::Log.
 inline constexpr int kLogError = 4;

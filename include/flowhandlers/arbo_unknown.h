@@ -6,8 +6,8 @@
 
 #include <cstdint>
 
-#include "plugin/identifiers.h"
-#include "plugin/status.h"
+#include "flowhandlers/identifiers.h"
+#include "flowhandlers/status.h"
 
 struct IArboUnknown {
   virtual ~IArboUnknown() = default;

@@ -2,7 +2,7 @@
 // loads and unloads the library.
 #pragma once
 
-#include "plugin/plugin_interfaces.h"
+#include "flowhandlers/plugin_interfaces.h"
 
 #define FLOW_ENTRY extern "C" __attribute__((visibility("default")))
 

@@ -2,7 +2,7 @@
 // each of them as a constant under this name.
 #pragma once
 
-#include "plugin/guid.h"
+#include "flowhandlers/guid.h"
 
 #if defined(__GNUC__)
 #define FLOW_EXPORT __attribute__((visibility("default")))

@@ -5,8 +5,8 @@
 // char** is a new[] array that the host frees with delete[].
 #pragma once
 
-#include "plugin/arbo_unknown.h"
-#include "plugin/host_interfaces.h"
+#include "flowhandlers/arbo_unknown.h"
+#include "flowhandlers/host_interfaces.h"
 
 // What every component offers: its site and its identity.
 struct IOmbrelPlugin : IArboUnknown {
