@@ -19,7 +19,8 @@ class CPeriodicFileModifyChecker {
   [[nodiscard]] unsigned int GetFileModifyTime() const;
 
   // IsTimeToExecute says, at most once per interval, whether the file has become newer since the
-  // last look. The first question only takes the baseline. `now` is in seconds and may wrap.
+  // last look. The first question only takes the baseline. `now` is in seconds and may wrap. A file
+  // that has become older or is gone is no news.
   bool IsTimeToExecute(unsigned int now);
 
   [[nodiscard]] const char* File() const { return m_strFile.c_str(); }

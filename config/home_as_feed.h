@@ -11,7 +11,8 @@
 
 namespace flow {
 
-// Where the feed's deliverer announces new files, whatever the data directory is.
+// Where the feed's deliverer announces new files, whatever the data directory is. Where the
+// two differ, every check loads the data directory's newest file again.
 inline constexpr char kAvailabilityDirectory[] = "/usr/local/share/ombrel-probe/plugins";
 
 class HomeAsFeed {
@@ -45,7 +46,9 @@ class HomeAsFeed {
 };
 
 // GetLatestFile is the path of the newest feed file in a directory, empty (and logged) when there
-// is none.
+// is none. Deliverers of feeds have named their files by how the number is read: in base 0, so that
+// a leading zero makes it octal, from behind the first "incoming_" of the whole path; of equal
+// numbers the last in glob's order wins.
 std::string GetLatestFile(const std::string& directory, const std::string& feed,
                           IOmbrelContainer* site);
 

@@ -19,6 +19,7 @@ struct NetflowPolicy {
   void LoadCounterSwitches(const XMLNode& policy);                  // those above the filters
   bool LoadFilters(const XMLNode& policy, IOmbrelContainer* site);  // false: lists conflict
   void LoadIgnoredEgressRouters(const XMLNode& policy, IOmbrelContainer* site);
+  // Takes every item, 0 included: operators' files have numbers in base 16 and 8, and a word is 0.
   void LoadHomeAsNumbers(const XMLNode& policy, IOmbrelContainer* site);
   void LoadFlowSettings(const XMLNode& policy, IOmbrelContainer* site);  // all below the filters
 

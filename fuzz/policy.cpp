@@ -1,6 +1,7 @@
 // The policy files of both meters. A file that cannot be parsed ends the process by contract, so
 // only those that can are loaded.
 
+#include <algorithm>
 #include <string>
 
 #include "fuzz/memory_file.h"

@@ -1,5 +1,6 @@
 #include "util/address_text.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <charconv>

@@ -1,5 +1,6 @@
 #include "util/xmlParser.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <iterator>

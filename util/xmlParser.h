@@ -5,9 +5,8 @@
 // Common to all operations:
 //   - Names are compared without regard to ASCII case. A null name matches nothing.
 //   - Texts are NUL-terminated and borrowed: they live as long as a handle to the document is held.
-//   - The options of setGlobalOptions are each thread's own. Reference counts are plain numbers:
-//   all
-//     handles of one document stay on one thread at a time.
+//   - The options of setGlobalOptions are each thread's own. Reference counts are plain numbers, so
+//     all handles of one document stay on one thread at a time.
 #pragma once
 
 #include <cstdint>
@@ -15,6 +14,8 @@
 #include <span>
 #include <string_view>
 
+// The numbers are part of the interface, also those of operations that this reader does not have
+// (from 16 on).
 enum XMLError : std::int32_t {
   kXmlNone = 0,
   kXmlUnmatchedEndTagWarning = 1,  // the tree is whole enough to be used
@@ -121,7 +122,7 @@ class XMLNode {
   static void setGlobalOptions(char guess_wide_chars = 1, char strict_utf8 = 1,
                                char drop_white_space = 1);
 
-  static const char* getVersion();
+  static const char* getVersion();  // of this interface
   static const char* getError(XMLError error);
   static std::span<const ALLXMLClearTag> getClearTagTable();
 

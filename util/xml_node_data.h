@@ -2,7 +2,6 @@
 // files alone.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <utility>

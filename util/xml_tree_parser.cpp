@@ -1,6 +1,6 @@
 #include "util/xml_tree_parser.h"
 
-#include <cstring>
+#include <algorithm>
 #include <memory>
 
 namespace flow {

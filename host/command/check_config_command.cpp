@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <iterator>
 
 #include "host/base/console.h"
 #include "host/base/error.h"

@@ -23,9 +23,6 @@ class Policy : public testing::Test {
     policy_.LoadFlowSettings(ParsedPolicy(settings), host_.Site());
     return host_.TakeText();
   }
-  bool LoadFilters(const std::string& settings) {
-    return policy_.LoadFilters(ParsedPolicy(settings), host_.Site());
-  }
 
   RecordingHost host_;
   NetflowPolicy policy_;
@@ -152,25 +149,6 @@ INSTANTIATE_TEST_SUITE_P(Lists, PolicyList,
                               {"Log 4 IgnoreV9EgressFromDevices : Invalid host supplied router"}},
                          }),
                          [](const auto& row) { return std::string(row.param.name); });
-
-TEST_F(Policy, AConflictLeavesLaterFiltersAsTheyWere) {
-  const std::string hosts = Setting("FilterHostsInclude", "10.0.0.1");
-  const std::string interfaces = Setting("FilterInterfacesInclude", "0A.01.02.03_00000007");
-  ASSERT_TRUE(LoadFilters(hosts + interfaces));
-  host_.Forget();
-  EXPECT_FALSE(LoadFilters(interfaces + Setting("FilterInterfacesExclude", "10.1.2.3_8") +
-                           Setting("FilterHostsInclude", "10.0.0.2")));
-  EXPECT_FALSE(policy_.interface_filter.Active());
-  EXPECT_TRUE(policy_.host_filter.Active());
-  EXPECT_TRUE(policy_.host_filter.Passes(0x0A000001, 1)) << "the list of the load before";
-  EXPECT_EQ(host_.TakeText(),
-            "Log 4 Cant have both include and exclude interface filter in netflow config\n");
-
-  EXPECT_FALSE(LoadFilters(interfaces + hosts + Setting("FilterHostsExclude", "10.0.0.2")));
-  EXPECT_TRUE(policy_.interface_filter.Active()) << "read before the conflict";
-  EXPECT_FALSE(policy_.host_filter.Active());
-  EXPECT_EQ(host_.Take("hosts  filter").size(), 1U);
-}
 
 }  // namespace
 }  // namespace flow::test

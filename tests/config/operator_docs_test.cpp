@@ -5,7 +5,6 @@
 
 #include <cstdlib>
 #include <span>
-#include <sstream>
 #include <string>
 
 #include "plugin/policy_settings.h"
