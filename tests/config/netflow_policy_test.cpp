@@ -150,5 +150,13 @@ INSTANTIATE_TEST_SUITE_P(Lists, PolicyList,
                          }),
                          [](const auto& row) { return std::string(row.param.name); });
 
+TEST_F(Policy, ConflictingHostsEndALoad) {
+  EXPECT_FALSE(policy_.LoadFilters(ParsedPolicy(Setting("FilterHostsInclude", "10.0.0.1") +
+                                                Setting("FilterHostsExclude", "10.0.0.2")),
+                                   host_.Site()));
+  EXPECT_EQ(host_.TakeText(),
+            "Log 4 Cant have both include and exclude hosts  filter in netflow config\n");
+}
+
 }  // namespace
 }  // namespace flow::test

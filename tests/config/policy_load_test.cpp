@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "netflow/netflow_meter.h"
+#include "sflow/sflow_meter.h"
 #include "tests/config/parsed_policy.h"
 #include "tests/support/datagram_builders.h"
 #include "tests/support/policy_file.h"
@@ -74,6 +75,13 @@ TEST(PolicyLoad, OfNothingSaysOnlyWhatEveryLoadSays) {
                                        "Log 7 TerminateFlow disabled due to user configuration "
                                        "fMergeHTTP/HTTPS/DNS",
                                        "Log 8 Attached site to Netflow Counter Plugin"));
+}
+
+TEST(PolicyLoadDeathTest, OfABrokenFileEndsTheProcess) {
+  RecordingHost host;
+  WriteFile(host.PolicyPath(), "<OmbrelPluginConfiguration>");
+  EXPECT_EXIT(host.Attach(ComponentOf<CPINetflowMeter>()), testing::ExitedWithCode(255), "");
+  EXPECT_EXIT(host.Attach(ComponentOf<CPISFlowMeter>()), testing::ExitedWithCode(255), "");
 }
 
 // A meter whose policy file is edited while it runs.
