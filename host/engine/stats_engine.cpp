@@ -69,9 +69,19 @@ Status StatsEngine::UpdateCounter(const GUID& group, const char* key, int meter,
 
 Status StatsEngine::UpdateCounterKeyLen(const GUID& group, int keyLength, const char* key,
                                         int meter, std::uint64_t value) {
+  if (group.Data1 == kLeftOutGroup.Data1 && group == kLeftOutGroup) {
+    HearWord(meter, value);
+    return kStatusOk;
+  }
   const Increment increments[] = {{Column(meter), value}};
   Update(group, KeyText(keyLength, key), increments);
   return kStatusOk;
+}
+
+void StatsEngine::HearWord(int meter, std::uint64_t value) {
+  if (Column(meter) >= kMeterWords) return;
+  words_[Column(meter)] += value;
+  has_words_ = true;
 }
 
 Status StatsEngine::UpdateCounter2(const GUID& group, int keyLength, const char* key, int meter1,

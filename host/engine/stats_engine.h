@@ -4,11 +4,13 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "flowhandlers/host_interfaces.h"
 #include "host/base/timestamp.h"
 #include "host/border/host_object.h"
 #include "host/engine/channel_sink.h"
+#include "host/engine/meter_words.h"
 #include "host/engine/stats_store.h"
 #include "host/engine/update_queue.h"
 
@@ -27,6 +29,13 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
 
   // SetTime is the clock: the time of the datagram that is about to be counted.
   void SetTime(Timestamp now) { now_ = now; }
+
+  // TakeWords hands out what the meter has told of records that it did not meter, since last asked.
+  MeterWords TakeWords() {
+    if (!has_words_) return {};
+    has_words_ = false;
+    return std::exchange(words_, {});
+  }
 
   // SetAhead makes the answer to the next question for the time an hour late, so that what a
   // component does at least every hour is due.
@@ -69,6 +78,7 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
  private:
   // Update adds at most UpdateQueue::kMostIncrements values to a key; a column is a meter's index.
   void Update(const GUID& group, std::string_view key, std::span<const Increment> increments);
+  void HearWord(int meter, std::uint64_t value);
   // Those of meters that the group has.
   void UpdateKnown(GroupCounters& counters, std::string_view key,
                    std::span<const Increment> increments);
@@ -79,6 +89,8 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   StatsStore* store_;
   ChannelSink& channels_;
   Timestamp now_ = 0;
+  MeterWords words_{};
+  bool has_words_ = false;
   bool is_ahead_ = false;
   UpdateQueue queue_;
   // What the last calls said about one flow: all calls about a record name the same one, so that it

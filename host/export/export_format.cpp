@@ -120,14 +120,18 @@ void ForEachSet(Bytes datagram, const std::function<void(const ExportSet&)>& vis
   std::size_t left = ipfix ? datagram.size() : second;  // v9 says how many sets there are at most
   if (ipfix && second < datagram.size()) datagram = datagram.first(second);
   for (Bytes rest = datagram.subspan(std::min(header, datagram.size()));
-       left > 0 && rest.size() >= kSetHeader; --left) {
+       rest.size() >= kSetHeader;) {
     const std::size_t length = Be16(rest.data() + 2);
-    if (length < kSetHeader || length > rest.size()) return;
-    ExportSet set{Be16(rest.data()), rest.first(length)};
+    ExportSet set;
+    set.id = Be16(rest.data());
+    set.is_broken = length < kSetHeader || length > rest.size();
+    set.bytes = set.is_broken ? rest : rest.first(length);
+    set.is_beyond = left == 0;
     set.holds_templates = ipfix ? set.id == 2 || set.id == 3 : set.id == 0 || set.id == 1;
     set.holds_data = set.id >= kFirstDataSet;
     visit(set);
-    rest = rest.subspan(length);
+    rest = rest.subspan(set.bytes.size());
+    if (left > 0) --left;
   }
 }
 
@@ -154,6 +158,29 @@ void ForEachTemplate(Bytes set,
     if (id >= kFirstDataSet) visit(id, std::move(shape));  // a set may end in padding
     rest = rest.subspan(4 + length);
   }
+}
+
+std::uint32_t RecordsOf(Bytes datagram) {
+  if (datagram.size() < 4) return 0;
+  const std::size_t header = Be16(datagram.data()) == 1 ? 16 : 24;
+  const std::size_t room = datagram.size() < header ? 0 : (datagram.size() - header) / kRecord;
+  return static_cast<std::uint32_t>(std::min<std::size_t>(Be16(datagram.data() + 2), room));
+}
+
+std::uint32_t FlowSamplesOf(Bytes datagram) {
+  if (datagram.size() < 8) return 0;
+  const std::size_t header = Be32(datagram.data() + 4) == 2 ? 40 : 28;  // by the agent's address
+  if (datagram.size() < header) return 0;
+  std::uint32_t left = Be32(datagram.data() + header - 4);
+  std::uint32_t samples = 0;
+  for (Bytes rest = datagram.subspan(header); left > 0 && rest.size() >= 8; --left) {
+    const std::uint32_t type = Be32(rest.data());
+    const std::size_t length = Be32(rest.data() + 4);
+    if (type == 1 || type == 3) ++samples;
+    if (length > rest.size() - 8) break;
+    rest = rest.subspan(8 + length);
+  }
+  return samples;
 }
 
 std::uint32_t CountRecords(Bytes set, const TemplateShape& shape) {

@@ -49,9 +49,11 @@ struct ExportSet {
   std::span<const std::uint8_t> bytes;
   bool holds_templates = false;  // templates or option templates
   bool holds_data = false;
+  bool is_broken = false;  // its length is impossible, or runs past the datagram: bytes is the rest
+  bool is_beyond = false;  // beyond the number of sets that a v9 header gives
 };
 
-// ForEachSet walks over the sets of a v9 or IPFIX datagram as far as they are whole.
+// ForEachSet walks over the sets of a v9 or IPFIX datagram, a broken one the last.
 void ForEachSet(std::span<const std::uint8_t> datagram,
                 const std::function<void(const ExportSet&)>& visit);
 
@@ -65,6 +67,7 @@ struct TemplateShape {
   // cannot be counted.
   static constexpr std::size_t kMostFields = 256;
   static constexpr std::uint32_t kVast = 0xFFFFFFFF;
+  [[nodiscard]] bool IsVariable() const { return !lengths.empty() || IsVast(); }
   [[nodiscard]] bool IsVast() const { return shortest == kVast; }
 };
 
@@ -72,6 +75,12 @@ struct TemplateShape {
 // form: 0 and 1 are v9, 2 and 3 IPFIX; option template sets define one template.
 void ForEachTemplate(std::span<const std::uint8_t> set,
                      const std::function<void(std::uint16_t id, TemplateShape shape)>& visit);
+
+// RecordsOf counts the records that a v1 or v5 header gives, as far as they are there;
+// FlowSamplesOf the flow samples of an sFlow v5 datagram. Earlier versions do not tell the lengths
+// of samples.
+std::uint32_t RecordsOf(std::span<const std::uint8_t> datagram);
+std::uint32_t FlowSamplesOf(std::span<const std::uint8_t> datagram);
 
 // CountRecords counts the records of a data set, header included.
 std::uint32_t CountRecords(std::span<const std::uint8_t> set, const TemplateShape& shape);

@@ -39,7 +39,7 @@ std::uint64_t ExporterCounts::Refused() const {
 void ExporterCounts::Add(const ExporterCounts& other) {
   datagrams += other.datagrams;
   bytes += other.bytes;
-  records += other.records;
+  books.Add(other.books);
   unknown_sets += other.unknown_sets;
   for (std::size_t i = 0; i < kRefusals; ++i) refused[i] += other.refused[i];
   gaps.Add(other.gaps);
@@ -72,30 +72,39 @@ void ExporterTable::Note(const MeteredDatagram& datagram) {
   ExporterCounts& counts = CountsOf({datagram.exporter, version});
   ++counts.datagrams;
   counts.bytes += datagram.bytes.size();
-  counts.records += datagram.records;
   counts.last_seen = std::max(counts.last_seen, datagram.time);
+  Described described;
   if (datagram.refusal != Refusal::kNone) {
     ++counts.refused[static_cast<std::size_t>(datagram.refusal)];
   } else {
-    NoteSets(datagram, version, &counts);
+    described = Describe(datagram, version, &counts);
   }
+  counts.books.Enter(described, version.sflow, datagram.records, datagram.words);
   ++datagrams_;
 }
 
-void ExporterTable::NoteSets(const MeteredDatagram& datagram, const ExportVersion& version,
-                             ExporterCounts* counts) {
+Described ExporterTable::Describe(const MeteredDatagram& datagram, const ExportVersion& version,
+                                  ExporterCounts* counts) {
+  Described described;
   std::optional<std::uint32_t> data_records;
   if (version.HasTemplates()) {
     const auto found = templates_.find(datagram.exporter);
     const Templates* const known = found == templates_.end() ? nullptr : &found->second;
-    const Sets sets = CountSets(datagram, known, datagrams_);
+    described = DescribeSets(datagram, known, datagrams_);
     // Without a template of its own an exporter may still be decoded by those in the policy.
-    if (known != nullptr || datagram.records == 0) counts->unknown_sets += sets.unknown;
-    if (sets.unknown == 0 && !sets.has_vast) data_records = sets.records;
+    if (known != nullptr || datagram.records == 0) counts->unknown_sets += described.unknown_sets;
+    if (described.unknown_sets == 0 && !described.has_vast) {
+      data_records = static_cast<std::uint32_t>(described.records);
+    }
     counts->templates = known == nullptr ? 0 : known->size();
+  } else if (version.sflow) {
+    if (version.number == 5) described.records = FlowSamplesOf(datagram.bytes);
+  } else {
+    described.records = RecordsOf(datagram.bytes);
   }
   sequences_.Take(datagram.exporter, version, datagram.bytes, data_records, &counts->gaps,
                   &counts->sample_gaps);
+  return described;
 }
 
 const ExporterTable::KnownTemplate* ExporterTable::FindTemplate(const Templates* known,
@@ -107,12 +116,13 @@ const ExporterTable::KnownTemplate* ExporterTable::FindTemplate(const Templates*
 
 // A set is decodable when its template was posted before this datagram, or stands in it further up
 // and was posted with it.
-ExporterTable::Sets ExporterTable::CountSets(const MeteredDatagram& datagram,
-                                             const Templates* known, std::uint64_t datagrams) {
-  Sets sets;
+Described ExporterTable::DescribeSets(const MeteredDatagram& datagram, const Templates* known,
+                                      std::uint64_t datagrams) {
+  Described described;
   std::vector<std::uint16_t> defined_here;
   ForEachSet(datagram.bytes, [&](const ExportSet& set) {
-    if (set.holds_templates) {
+    if (set.is_broken) ++described.broken_sets;
+    if (set.holds_templates && !set.is_broken && !set.is_beyond) {
       ForEachTemplate(set.bytes,
                       [&](std::uint16_t id, const TemplateShape&) { defined_here.push_back(id); });
     }
@@ -121,14 +131,18 @@ ExporterTable::Sets ExporterTable::CountSets(const MeteredDatagram& datagram,
     const bool decodable =
         posted != nullptr && (posted->posted < datagrams ||
                               std::ranges::find(defined_here, set.id) != defined_here.end());
-    if (decodable) {
-      sets.records += CountRecords(set.bytes, posted->shape);
-      sets.has_vast = sets.has_vast || posted->shape.IsVast();
-    } else {
-      ++sets.unknown;
+    if (!decodable) {
+      ++described.unknown_sets;
+      return;
     }
+    const std::uint32_t records = CountRecords(set.bytes, posted->shape);
+    described.records += records;
+    if (set.is_broken) described.in_broken_sets += records;
+    if (set.is_beyond) described.beyond_count += records;
+    described.has_variable = described.has_variable || posted->shape.IsVariable();
+    described.has_vast = described.has_vast || posted->shape.IsVast();
   });
-  return sets;
+  return described;
 }
 
 ExporterTable ExporterTable::Reap() {

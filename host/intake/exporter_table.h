@@ -12,6 +12,7 @@
 #include "host/base/endpoint.h"
 #include "host/base/timestamp.h"
 #include "host/export/export_format.h"
+#include "host/intake/record_books.h"
 #include "host/intake/sequence.h"
 
 namespace flow::host {
@@ -41,7 +42,7 @@ struct ExportSource {
 struct ExporterCounts {
   std::uint64_t datagrams = 0;
   std::uint64_t bytes = 0;  // of export datagrams, UDP headers left out
-  std::uint64_t records = 0;
+  RecordBooks books;
   std::uint64_t templates = 0;     // known when it was last seen
   std::uint64_t unknown_sets = 0;  // data sets whose template was not known
   std::array<std::uint64_t, kRefusals> refused{};
@@ -58,8 +59,9 @@ struct MeteredDatagram {
   Endpoint exporter;  // as the meter saw it
   Timestamp time = 0;
   std::span<const std::uint8_t> bytes;  // without a shim
-  std::uint64_t records = 0;
+  std::uint64_t records = 0;            // that the meter marked
   Refusal refusal = Refusal::kNone;
+  MeterWords words{};
 };
 
 class ExporterTable {
@@ -96,20 +98,13 @@ class ExporterTable {
   // The templates of one exporter.
   using Templates = absl::flat_hash_map<std::uint16_t, KnownTemplate>;
 
-  // What the sets of a datagram hold.
-  struct Sets {
-    std::uint64_t unknown = 0;  // data sets without a template
-    bool has_vast = false;      // sets whose records were not counted
-    std::uint32_t records = 0;  // in the others
-  };
-
   void NoteTemplates(std::span<const std::uint8_t> message, std::uint64_t posted);
   ExporterCounts& CountsOf(const ExportSource& key);
-  void NoteSets(const MeteredDatagram& datagram, const ExportVersion& version,
-                ExporterCounts* counts);
+  Described Describe(const MeteredDatagram& datagram, const ExportVersion& version,
+                     ExporterCounts* counts);
   static const KnownTemplate* FindTemplate(const Templates* known, std::uint16_t id);
-  static Sets CountSets(const MeteredDatagram& datagram, const Templates* known,
-                        std::uint64_t datagrams);
+  static Described DescribeSets(const MeteredDatagram& datagram, const Templates* known,
+                                std::uint64_t datagrams);
 
   absl::flat_hash_map<ExportSource, ExporterCounts> exporters_;
   absl::flat_hash_map<Endpoint, Templates> templates_;

@@ -81,8 +81,8 @@ void Lane::Handle(const IID& protocol, const UdpPacket& packet) {
   const std::uint64_t records = store_->records - records_before;
   records_.store(records_.load(std::memory_order_relaxed) + records, std::memory_order_relaxed);
   const Endpoint exporter{packet_.Source(), packet.source.port};
-  exporters_.Note(
-      {exporter, packet.time, WithoutShim(packet.Payload(), exporter.address), records, refusal});
+  exporters_.Note({exporter, packet.time, WithoutShim(packet.Payload(), exporter.address), records,
+                   refusal, engine_.TakeWords()});
 }
 
 void Lane::TakeMessages() {

@@ -22,8 +22,25 @@ bool IsSampled(const Report& report, const Exporter& row) {
   return !SamplingRate(report.store, row.key.endpoint.address).empty();
 }
 
+bool HasReverse(const Report&, const Exporter& row) { return row.counts.books.reverse > 0; }
+bool HasLeftOut(const Report&, const Exporter& row) { return row.counts.books.LeftOutSum() > 0; }
+template <LeftOut kReason>
+bool LeavesOut(const Report&, const Exporter& row) {
+  return row.counts.books.left_out[static_cast<std::size_t>(kReason)] > 0;
+}
+template <LeftOut kReason>
+Cell LeftOutCount(const Report&, const Exporter& row) {
+  return row.counts.books.left_out[static_cast<std::size_t>(kReason)];
+}
+
 constexpr auto kText = ColumnKind::kText;
 constexpr auto kCount = ColumnKind::kCount;
+
+// Its name is that of the reason behind "left_out_".
+template <LeftOut kReason>
+constexpr ExporterColumn LeftOutColumn(std::string_view id) {
+  return {id, "left_out", "", kCount, LeftOutCount<kReason>, LeavesOut<kReason>};
+}
 
 constexpr ExporterColumn kExporterColumns[] = {
     {"", "", "Exporter", kText,
@@ -40,8 +57,16 @@ constexpr ExporterColumn kExporterColumns[] = {
      [](const Report&, const Exporter& row) -> Cell { return row.key.version.Text(); }, IsOne},
     {"datagrams", "", "Datagrams", kCount,
      [](const Report&, const Exporter& row) -> Cell { return row.counts.datagrams; }},
+    {"described", "", "", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.books.described; }},
+    {"reverse", "", "", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.books.reverse; },
+     HasReverse},
     {"records", "", "Records", kCount,
-     [](const Report&, const Exporter& row) -> Cell { return row.counts.records; }},
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.books.metered; }},
+    {"", "", "Left out", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.books.LeftOutSum(); },
+     HasLeftOut},
     {"bytes", "", "Export data", ColumnKind::kBytes,
      [](const Report&, const Exporter& row) -> Cell { return row.counts.bytes; }},
     {"templates", "", "Templates", kCount,
@@ -49,6 +74,21 @@ constexpr ExporterColumn kExporterColumns[] = {
     {"sets_without_template", "", "Undecoded sets", kCount,
      [](const Report&, const Exporter& row) -> Cell { return row.counts.unknown_sets; },
      HasTemplates},
+    {"broken_sets", "", "", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.books.broken_sets; },
+     HasTemplates},
+    LeftOutColumn<LeftOut::kDuplicateEgress>("left_out_duplicate_egress"),
+    LeftOutColumn<LeftOut::kZeroBytes>("left_out_zero_bytes"),
+    LeftOutColumn<LeftOut::kNoAddresses>("left_out_no_addresses"),
+    LeftOutColumn<LeftOut::kFiltered>("left_out_filtered"),
+    LeftOutColumn<LeftOut::kCorrupt>("left_out_corrupt"),
+    LeftOutColumn<LeftOut::kIpv6Sample>("left_out_ipv6_samples"),
+    LeftOutColumn<LeftOut::kUndecodedSample>("left_out_undecoded_samples"),
+    LeftOutColumn<LeftOut::kFragment>("left_out_fragments"),
+    LeftOutColumn<LeftOut::kVariableLength>("left_out_variable_length"),
+    LeftOutColumn<LeftOut::kBrokenSet>("left_out_broken_set"),
+    LeftOutColumn<LeftOut::kBeyondCount>("left_out_beyond_count"),
+    LeftOutColumn<LeftOut::kUnexplained>("left_out_unexplained"),
     {"rejected", "", "Rejected", kCount,
      [](const Report&, const Exporter& row) -> Cell { return row.counts.Refused(); }, WasRefused},
     {"", "", "Lost", ColumnKind::kAmount,

@@ -29,7 +29,8 @@ enum class ColumnKind : std::uint8_t {
 template <class Row>
 struct Column {
   std::string_view id;       // in files; "" where they do not hold it
-  std::string_view part;     // the object within a JSON entry that holds it; "" for the entry
+  std::string_view part;     // the object within a JSON entry that holds it, under its id without
+                             // "PART_" in front; "" for the entry
   std::string_view heading;  // on the terminal; "" where it is not shown
   ColumnKind kind;
   Cell (*value)(const Report& report, const Row& row);

@@ -4,6 +4,7 @@
 
 #include "host/base/guid_text.h"
 #include "host/names/key_text.h"
+#include "host/output/books.h"
 #include "host/output/columns.h"
 #include "host/output/output_file.h"
 #include "host/output/outputs.h"
@@ -52,7 +53,11 @@ void AddColumns(std::span<const Column<Row>> columns, const Report& report, cons
     const Cell cell = column.value(report, row);
     if (cell == Cell(std::string())) continue;
     Json& object = has_part ? (*entry)[std::string(column.part)] : *entry;
-    std::visit([&](const auto& value) { object[std::string(column.id)] = value; }, cell);
+    std::string id(column.id);
+    if (has_part && id.starts_with(std::string(column.part) + "_")) {
+      id.erase(0, column.part.size() + 1);
+    }
+    std::visit([&](const auto& value) { object[id] = value; }, cell);
   }
 }
 
@@ -79,6 +84,20 @@ Json KeyOf(const GroupCounters& group, std::string_view key) {
   if (!notes->second.description.empty()) entry["description"] = notes->second.description;
   for (const auto& [name, value] : notes->second.properties) entry["properties"][name] = value;
   return entry;
+}
+
+// "left_out.filtered" stands as "filtered" in the object "left_out".
+Json BooksOf(const Report& report) {
+  Json books;
+  for (const BookEntry& entry : BookEntries(report)) {
+    const std::size_t dot = entry.id.find('.');
+    if (dot == std::string::npos) {
+      books[entry.id] = entry.value;
+    } else {
+      books[entry.id.substr(0, dot)][entry.id.substr(dot + 1)] = entry.value;
+    }
+  }
+  return books;
 }
 
 // Keys are written one by one, the largest first: a capture may hold millions.
@@ -108,7 +127,9 @@ void WriteJson(const Report& report, const ReportOptions& options, const std::st
   out.Write(",\n\"packets\":" + Dump(PacketsOf(report.intake)));
   const Json lost{{"kernel", report.losses.kernel}, {"queue", report.losses.queue}};
   out.Write(",\n\"lost_datagrams\":" + Dump(lost));
-  out.Write(",\n\"records\":" + std::to_string(report.store.records));
+  const Json books = BooksOf(report);
+  out.Write(",\n\"records\":" + Dump(books.at("metered_records")));
+  out.Write(",\n\"books\":" + Dump(books));
   out.Write(",\n\"exporters\":" + Dump(ExportersOf(report)));
   out.Write(",\n\"groups\":[");
   const char* separator = "\n";

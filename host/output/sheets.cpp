@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "host/names/key_text.h"
+#include "host/output/books.h"
 
 namespace flow::host {
 namespace {
@@ -34,6 +35,16 @@ void WriteExporters(const Report& report, SheetSink* sink) {
   for (const ExporterTable::Row& row : report.exporters) {
     cells.clear();
     AddCells(ExporterColumns(), report, row, &cells);
+    sink->Row(cells);
+  }
+  sink->End();
+}
+
+void WriteBooks(const Report& report, SheetSink* sink) {
+  const SheetColumn columns[] = {{"entry"}, {"count", kNumber}};
+  sink->Begin("books", columns);
+  for (const BookEntry& entry : BookEntries(report)) {
+    const Cell cells[] = {entry.id, entry.value};
     sink->Row(cells);
   }
   sink->End();
@@ -81,6 +92,7 @@ void WriteNotes(const Report& report, const ReportOptions& options, SheetSink* s
 
 void WriteSheets(const Report& report, const ReportOptions& options, SheetSink* sink) {
   WriteExporters(report, sink);
+  WriteBooks(report, sink);
   for (const auto& group : report.store.groups()) {
     if (options.Wants(group->info)) {
       WriteGroup(report, *group, options.only_top_n, sink);

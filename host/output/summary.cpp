@@ -9,6 +9,7 @@
 #include "host/base/number_text.h"
 #include "host/base/printable.h"
 #include "host/names/key_text.h"
+#include "host/output/books.h"
 #include "host/output/columns.h"
 #include "host/output/text_table.h"
 
@@ -61,6 +62,7 @@ class SummaryPrinter {
 
   void PrintCaptures();
   void PrintTotals();
+  void PrintRecords(const RecordBooks& books);
   void PrintRejected(const ExporterCounts& sum);
   void PrintLost();
   void PrintTraffic();
@@ -174,17 +176,20 @@ void SummaryPrinter::PrintCaptures() {
 }
 
 void SummaryPrinter::PrintTotals() {
-  ExporterCounts sum;
-  for (const ExporterTable::Row& row : report_.exporters) sum.Add(row.counts);
+  const ExporterCounts sum = SumOf(report_);
   fmt::print(out_, "\n");
   Line("Export datagrams", fmt::format("{} ({})", Thousands(sum.datagrams), SiBytes(sum.bytes)));
   PrintRejected(sum);
   PrintLost();
-  Line("Flow records", Thousands(sum.records));
+  PrintRecords(sum.books);
   PrintTraffic();
   if (sum.unknown_sets > 0) {
     Line("Not decoded",
          fmt::format("{} data sets whose template is unknown", Thousands(sum.unknown_sets)));
+  }
+  if (sum.books.broken_sets > 0) {
+    Line("Broken",
+         fmt::format("{} sets with impossible lengths", Thousands(sum.books.broken_sets)));
   }
   if (report_.store.stray_updates > 0) {
     Line("Not counted", fmt::format("{} updates of meters that their group does not have",
@@ -192,10 +197,28 @@ void SummaryPrinter::PrintTotals() {
   }
   PrintOtherPackets();
   if (report_.seconds >= 1) {
-    const double rate = static_cast<double>(sum.records) / report_.seconds;
+    const double rate = static_cast<double>(sum.books.metered) / report_.seconds;
     Line("Took", fmt::format("{:.1f} s, {} records a second", report_.seconds,
                              Thousands(static_cast<std::uint64_t>(rate))));
   }
+}
+
+// Every record that the datagrams describe is metered, once or in both directions, or left out.
+void SummaryPrinter::PrintRecords(const RecordBooks& books) {
+  std::string text = Thousands(books.metered);
+  if (books.reverse > 0) {
+    text += fmt::format(", {} of them second directions", Thousands(books.reverse));
+  }
+  Line("Flow records", text);
+  if (books.LeftOutSum() == 0) return;
+  std::vector<std::string> reasons;
+  for (std::size_t i = 0; i < kLeftOuts; ++i) {
+    if (books.left_out[i] == 0) continue;
+    reasons.push_back(
+        fmt::format("{} {}", Thousands(books.left_out[i]), LeftOutText(static_cast<LeftOut>(i))));
+  }
+  Line("Left out", fmt::format("{} of {}: {}", Thousands(books.LeftOutSum()),
+                               Thousands(books.described), fmt::join(reasons, ", ")));
 }
 
 void SummaryPrinter::PrintRejected(const ExporterCounts& sum) {

@@ -2,6 +2,7 @@
 
 #include "host/intake/exporter_table.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "tests/host/captures.h"
@@ -42,7 +43,7 @@ TEST_F(Exporters, MissTemplatesUntilTheyArrive) {
   EXPECT_EQ(Counts().unknown_sets, 3U);
   EXPECT_EQ(Counts().templates, 1U);
   EXPECT_EQ(Counts().datagrams, 3U);
-  EXPECT_EQ(Counts().records, 1U);
+  EXPECT_EQ(Counts().books.metered, 1U);
 }
 
 TEST_F(Exporters, KnowATemplateFurtherUpInTheSameDatagram) {
@@ -187,15 +188,65 @@ TEST(TemplateSets, NameTheirTemplates) {
 TEST(Sets, EndWhereTheirLengthsCannotBe) {
   const auto ids = [](const std::string& datagram) {
     std::string text;
-    ForEachSet(FromHex(datagram),
-               [&](const ExportSet& set) { text += std::to_string(set.id) + " "; });
+    ForEachSet(FromHex(datagram), [&](const ExportSet& set) {
+      text += std::to_string(set.id);
+      text += set.is_broken ? "! " : set.is_beyond ? "+ " : " ";
+    });
     return text;
   };
-  EXPECT_EQ(ids(kV9Header + "0100 0004 0101 0000 0102 0004"), "256 ");
-  EXPECT_EQ(ids(kV9Header + "0100 0004 0101 0008"), "256 ");
-  EXPECT_EQ(ids("0009 0001" + kV9Header.substr(9) + "0100 0004 0101 0004"), "256 ");  // one set
+  EXPECT_EQ(ids(kV9Header + "0100 0004 0101 0000 0102 0004"), "256 257! ");
+  EXPECT_EQ(ids(kV9Header + "0100 0004 0101 0008"), "256 257! ");
+  EXPECT_EQ(ids("0009 0001" + kV9Header.substr(9) + "0100 0004 0101 0004"), "256 257+ ");
   EXPECT_EQ(ids("000A 0014 00000000 00000000 00000000 0100 0004 0101 0004"), "256 ");
   EXPECT_EQ(ids("000A"), "");
+}
+
+// What a datagram describes is metered or left out, whatever the meter says and the sets are like.
+TEST_F(Exporters, BooksHaveARowForEveryRecord) {
+  struct Case {
+    const char* name;
+    std::string sets;
+    std::uint64_t marked;
+    std::vector<std::pair<MeterWord, std::uint64_t>> words;
+    std::string books;  // described, reverse, metered, then what was left out
+  };
+  const std::string two = "0100 0014 0A000001 00000064 0A000002 00000064";
+  const Case cases[] = {
+      {"Metered", two, 2, {}, "2 0 2"},
+      {"Told",
+       two,
+       0,
+       {{MeterWord::kCorrupt, 1}, {MeterWord::kZeroBytes, 1}},
+       "2 0 0 zero_bytes=1 corrupt=1"},
+      {"MarkedAndFiltered", two, 2, {{MeterWord::kFiltered, 2}}, "2 0 0 filtered=2"},
+      {"BothDirections", two, 4, {{MeterWord::kReverse, 2}}, "2 2 4"},
+      {"NothingTold", two, 1, {}, "2 0 1 unexplained=1"},
+      {"SetPastTheEnd", "0100 0040 0A000001 00000064", 0, {}, "1 0 0 broken_set=1"},
+      {"StaticTemplate", "", 3, {}, "3 0 3"},
+  };
+  for (const Case& row : cases) {
+    SCOPED_TRACE(row.name);
+    table_ = {};
+    Post(kTemplate256);
+    Datagram(kV9Header + kTemplate256);
+    MeterWords words{};
+    for (const auto& [word, times] : row.words) words[static_cast<std::size_t>(word)] = times;
+    const Bytes bytes = FromHex(kV9Header + row.sets);
+    table_.Note({kExporter, 0, bytes, row.marked, Refusal::kNone, words});
+    const RecordBooks books = Counts().books;
+    std::string text = fmt::format("{} {} {}", books.described, books.reverse, books.metered);
+    for (std::size_t i = 0; i < kLeftOuts; ++i) {
+      if (books.left_out[i] == 0) continue;
+      text += fmt::format(" {}={}", LeftOutId(static_cast<LeftOut>(i)), books.left_out[i]);
+    }
+    EXPECT_EQ(text, row.books);
+    EXPECT_EQ(books.described + books.reverse, books.metered + books.LeftOutSum());
+  }
+  table_ = {};
+  Post(kTemplate256);
+  Datagram(kV9Header + kTemplate256);
+  Datagram("0009 0000" + kV9Header.substr(9) + two);
+  EXPECT_EQ(Counts().books.left_out[static_cast<std::size_t>(LeftOut::kBeyondCount)], 2U);
 }
 
 TEST(Datagrams, AreCutShortWhenTheyPromiseMore) {
