@@ -59,7 +59,7 @@ bool CPINetflowMeter::Process_v1(const Datagram& datagram) {
     ext.in_ifindex = v1.input.ToHost();
     ext.out_ifindex = v1.output.ToHost();
     ext.ip_version = 4;
-    ProcRecord(datagram.engine, &record, &header, &datagram.source.ip, &ext);
+    ProcRecord(host_.engine, &record, &header, &datagram.source.ip, &ext);
   }
   CountExportVolume(datagram);
   return false;
@@ -81,7 +81,7 @@ bool CPINetflowMeter::Process_v5(const Datagram& datagram) {
     ext.out_ifindex = record.output.ToHost();
     ext.src_as = record.src_as.ToHost();
     ext.dst_as = record.dst_as.ToHost();
-    ProcRecord(datagram.engine, &record, &header, &datagram.source.ip, &ext);
+    ProcRecord(host_.engine, &record, &header, &datagram.source.ip, &ext);
   }
   CountExportVolume(datagram);
   return false;

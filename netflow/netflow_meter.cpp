@@ -3,8 +3,6 @@
 #include "netflow/netflow_meter.h"
 
 #include <cstring>
-#include <memory>
-#include <string>
 
 #include "netflow/netflow_handler.h"
 #include "plugin/site_log.h"
@@ -13,7 +11,6 @@ using flow::Log;
 
 namespace {
 
-constexpr char kPolicyFile[] = "NetflowCounterPolicy.xml";
 constexpr std::size_t kShortestPacket = sizeof(nf5_header);
 
 // RemoveShim takes a forwarder's shim off the packet and puts the exporter that it names into the
@@ -54,25 +51,8 @@ std::span<const std::uint8_t> IpLayerOf(IOmbrelProtData* data) {
 
 Status CPINetflowMeter::AttachSite(IOmbrelContainer* site) {
   KeepSite(site);
-  char* directory = nullptr;
-  site_->GetDataDirectory(&directory);
-  home_as_feed_.SetDataDirectory(directory != nullptr ? directory : "");
-  delete[] directory;
-  Log(site_, kLogProgress, "Loading netflow metering policy configuration");
-  home_networks_.Fetch(site_);
-  char* prepared = nullptr;
-  const Status status =
-      site_->PreparePluginConfigFile(CLSID_PI_NETFLOWMETER, kPolicyFile, &prepared);
-  const std::unique_ptr<char[]> path(prepared);
-  if (status != kStatusOk || path == nullptr) {
-    Log(site_, kLogError, "Error preparing plugin configuration file. Cant proceed");
-    return kStatusFailed;
-  }
-  if (!ReadConfiguration(path.get())) {
-    Log(site_, kLogError, "Unable to load netflow policy information from configuration");
-    return kStatusFailed;
-  }
-  Log(site_, kLogInformation, "Attached site to Netflow Counter Plugin");
+  if (!policy_.LoadFromHost()) return kStatusFailed;
+  Log(site, kLogInformation, "Attached site to Netflow Counter Plugin");
   return kStatusOk;
 }
 
@@ -87,19 +67,19 @@ Status CPINetflowMeter::IsFlowCounter(bool* isFlow) {
 }
 
 Status CPINetflowMeter::Count(IOmbrelStatsEngine* engine, IOmbrelProtData* data) {
-  engine_ = engine;
+  host_.engine = engine;
   const Bytes ip_layer = IpLayerOf(data);
   if (ip_layer.empty()) return kStatusOk;
   Bytes packet = BufferOf(data);
   if (packet.size() < kShortestPacket) {
     return Reject("Incorrect or short Netflow  Header \n");
   }
-  if (policy_.fEnableShimTunnel) {
+  if (policy_.Settings().fEnableShimTunnel) {
     RemoveShim(const_cast<std::uint8_t*>(ip_layer.data()), &packet);
   }
   ++datagrams_counted_;
-  DoPeriodicWork(engine);
-  return Decode({engine, flow::ExportSource(ip_layer), packet});
+  DoPeriodicWork();
+  return Decode({flow::ExportSource(ip_layer), packet});
 }
 
 Status CPINetflowMeter::Reject(const char* reason) {
@@ -107,28 +87,11 @@ Status CPINetflowMeter::Reject(const char* reason) {
   return kStatusFailed;
 }
 
-void CPINetflowMeter::DoPeriodicWork(IOmbrelStatsEngine* engine) {
+void CPINetflowMeter::DoPeriodicWork() {
   std::uint64_t now = 0;
-  engine->GetCurrentTime(&now);
-  const int dump_interval = policy_.TemplateDumpIntervalSeconds;
-  if (dump_interval > 0 && static_cast<std::int64_t>(now - last_template_dump_) > dump_interval) {
-    DumpTemplates();
-    last_template_dump_ = now;
-  }
-  if (ConfigChecker.IsTimeToExecute(static_cast<unsigned int>(now))) ReloadPolicy();
-  if (!policy_.HomeASNumbersFile.empty()) {
-    home_as_feed_.Check(now, policy_.HomeASNumbersFile, site_, &policy_.HomeASSet);
-  }
-}
-
-void CPINetflowMeter::ReloadPolicy() {
-  Log(site_, kLogInformation, "CONFIGREFRESH:  Config file modified, reloading");
-  const std::string path = ConfigChecker.File();  // the load replaces the checker
-  if (!ReadConfiguration(path.c_str())) {
-    Log(site_, kLogError,
-        "CONFIGREFRESH: Unable to load netflow policy information from configuration");
-  }
-  Log(site_, kLogInformation, "CONFIGREFRESH:  Reloaded configuration file");
+  host_.engine->GetCurrentTime(&now);
+  template_sets_.DumpWhenDue(now);
+  policy_.KeepUpToDate(now);
 }
 
 Status CPINetflowMeter::Decode(const Datagram& datagram) {
@@ -149,21 +112,23 @@ Status CPINetflowMeter::Decode(const Datagram& datagram) {
 }
 
 void CPINetflowMeter::CountExportVolume(const Datagram& datagram) {
-  if (!policy_.fMeterNetflowSources) return;
-  datagram.engine->UpdateCounterKeyLen(COUNTERID_FLOWGEN, flow::kIpv4KeyLength,
-                                       datagram.source.address_key.text,
-                                       flow::exporters::kExportBytes, datagram.packet.size());
+  if (!policy_.Settings().fMeterNetflowSources) return;
+  host_.engine->UpdateCounterKeyLen(COUNTERID_FLOWGEN, flow::kIpv4KeyLength,
+                                    datagram.source.address_key.text, flow::exporters::kExportBytes,
+                                    datagram.packet.size());
+}
+
+Status CPINetflowMeter::OnChannelMessage(const IID& channel, unsigned int length, void* data) {
+  if (data == nullptr) return kStatusOk;
+  GiveUp(
+      template_sets_.OnChannelMessage(channel, {static_cast<const std::uint8_t*>(data), length}));
+  return kStatusOk;
 }
 
 void CPINetflowMeter::ProcRecord(IOmbrelStatsEngine* engine, const nf5_record* rec,
                                  const nf5_header* hdr, const ip_header* ip,
                                  const ext_fields* ext) {
-  metering_.ProcRecord(engine, site_, *rec, *hdr, *ip, *ext);
+  metering_.ProcRecord(engine, host_.site, *rec, *hdr, *ip, *ext);
 }
 
-void CPINetflowMeter::DebugDumpSamplingRates() { rates_.Dump(stdout); }
-
-void CPINetflowMeter::RateLearner::OnSamplingRate(std::uint32_t exporter, std::uint32_t rate) {
-  meter_->rates_.Learn(be32::FromHost(exporter).AsStored(), static_cast<std::int32_t>(rate));
-  meter_->SetSamplingRateKeyAttributes(meter_->engine_);
-}
+void CPINetflowMeter::DebugDumpSamplingRates() { rates_.DebugDumpSamplingRates(); }

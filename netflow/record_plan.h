@@ -4,48 +4,50 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
+#include <span>
 #include <vector>
 
 #include "netflow/elements.h"
 
 namespace flow {
 
-// How a step brings a field into the record. Numbers are widths in bits, on the wire and in the
-// record.
-enum class Move : std::uint8_t {
-  k8To8,
-  k16To16,
-  k16To32,
-  k32To32,
-  k32To64,
-  k64To64,
-  k64ToLow32,
-  k32Seconds,
-  k64Milliseconds,
-  kBytes6,
-  kBytes16,
-  kDecode,  // not that simple: by what the element means
+// The fields that a plan brings into the record as they come, by what is stored of them and their
+// length on the wire.
+struct Move {
+  FieldKind kind;
+  std::uint16_t length;
 };
+inline constexpr Move kMoves[] = {
+    {FieldKind::kNumber8, 1},      {FieldKind::kNumber16, 2}, {FieldKind::kNumber32, 2},
+    {FieldKind::kNumber32, 4},     {FieldKind::kNumber64, 4}, {FieldKind::kLow32, 4},
+    {FieldKind::kNumber64, 8},     {FieldKind::kLow32, 8},    {FieldKind::kSeconds, 4},
+    {FieldKind::kMilliseconds, 8}, {FieldKind::kBytes6, 6},   {FieldKind::kBytes16, 16},
+};
+inline constexpr std::size_t kNoMove = std::size(kMoves);  // all others: decoded field by field
 
 class RecordPlan {
  public:
-  struct Step {
-    std::uint16_t offset;  // of the field in the wire's record
+  // A field of the template.
+  struct Field {
+    std::uint16_t offset;  // in the wire's record
     std::uint16_t length;
+    std::uint16_t row;  // of its element
+  };
+  struct Step {
+    std::uint16_t offset;
+    std::uint16_t length;
+    std::uint16_t row;
     std::uint16_t target;  // of a move: offset in nf9_record
-    Decode decode;
-    Move move;
   };
 
-  // Add adds a step for the next field in template order; Finish ends the plan.
-  void Add(std::uint16_t offset, std::uint16_t length, Decode decode);
-  void Finish();
+  RecordPlan() = default;
+  explicit RecordPlan(std::span<const Field> fields);
 
-  // All steps, kind by kind in the order of Move; End is the number of those up to a kind.
-  [[nodiscard]] const std::vector<Step>& Steps() const noexcept { return steps_; }
-  [[nodiscard]] std::size_t End(Move move) const noexcept {
-    return ends_[static_cast<std::size_t>(move)];
-  }
+  // Steps are the fields that are not skipped, move by move in the order of kMoves, and then the
+  // others. End is the number of those up to a move, or of all.
+  [[nodiscard]] const Step* Steps() const noexcept { return steps_.data(); }
+  [[nodiscard]] std::size_t End(std::size_t move) const noexcept { return ends_[move]; }
 
   // Presence is what the moves add to a record's presence.
   [[nodiscard]] std::uint8_t Presence() const noexcept { return presence_; }
@@ -53,7 +55,7 @@ class RecordPlan {
  private:
   std::vector<Step> steps_;
   // A set has room for the specifiers of 16,383 fields.
-  std::array<std::uint16_t, static_cast<std::size_t>(Move::kDecode) + 1> ends_{};
+  std::array<std::uint16_t, std::size(kMoves) + 1> ends_{};
   std::uint8_t presence_ = 0;
 };
 

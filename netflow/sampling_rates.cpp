@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -52,7 +53,7 @@ std::int32_t SamplingRates::RateOf(std::uint32_t exporter) const noexcept {
   return last_rate_;
 }
 
-void SamplingRates::Publish(IOmbrelStatsEngine* engine) const {
+void SamplingRates::SetSamplingRateKeyAttributes(IOmbrelStatsEngine* engine) const {
   for (const auto& [exporter, rate] : SamplingRateTable) {
     const Ipv4Key key = MakeIpv4Key(ntohl(exporter));
     char value[24];
@@ -61,10 +62,10 @@ void SamplingRates::Publish(IOmbrelStatsEngine* engine) const {
   }
 }
 
-void SamplingRates::Dump(FILE* file) const {
+void SamplingRates::DebugDumpSamplingRates() const {
   for (const auto& [exporter, rate] : SamplingRateTable) {
-    std::fprintf(file, "---- Sampling Rates -----\n");
-    std::fprintf(file, " Router  %u   SamplingRate   %d\n", exporter, rate);
+    std::printf("---- Sampling Rates -----\n");
+    std::printf(" Router  %u   SamplingRate   %d\n", exporter, rate);
   }
 }
 

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <map>
 
 #include "flowhandlers/host_interfaces.h"
@@ -23,10 +22,11 @@ class SamplingRates {
   // RateOf is the exporter's rate, else the one configured for 0.0.0.0, else 0.
   [[nodiscard]] std::int32_t RateOf(std::uint32_t exporter) const noexcept;
 
-  // Publish sets each rate as a property of its exporter's key.
-  void Publish(IOmbrelStatsEngine* engine) const;
+  // SetSamplingRateKeyAttributes sets each rate as a property of its exporter's key.
+  void SetSamplingRateKeyAttributes(IOmbrelStatsEngine* engine) const;
 
-  void Dump(FILE* file) const;
+  // DebugDumpSamplingRates writes them to standard output.
+  void DebugDumpSamplingRates() const;
 
  private:
   std::map<std::uint32_t, std::int32_t> SamplingRateTable;  // by address as stored on the wire

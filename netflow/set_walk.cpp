@@ -40,7 +40,7 @@ bool CPINetflowMeter::Process_v10(const Datagram& datagram) {
   const Bytes packet = datagram.packet;
   const std::size_t message_length = LoadBe16(&packet[offsetof(ipfix_header, length)]);
   if (message_length > packet.size()) {
-    Log(site_, kLogInformation, "Truncated packet, IPFIX record len > captured PCAP len");
+    Log(host_.site, kLogInformation, "Truncated packet, IPFIX record len > captured PCAP len");
     return true;
   }
   // IPFIX has one clock, in seconds; it stands in for both of v9's.
@@ -56,7 +56,7 @@ bool CPINetflowMeter::Process_v10(const Datagram& datagram) {
       char text[96];
       std::snprintf(text, sizeof(text), "Truncated IPFIX, setheader len %d > avail packet len %ld",
                     static_cast<int>(length), static_cast<long>(rest.size()));
-      Log(site_, kLogWarning, text);
+      Log(host_.site, kLogWarning, text);
       return true;
     }
     GiveUp(v10_ProcessRecord(datagram, header, rest.first(length)));
@@ -74,11 +74,15 @@ void CPINetflowMeter::GiveUp(SetError why) {
 SetError CPINetflowMeter::v9_ProcessRecord(const Datagram& datagram, const nf9_header& header,
                                            Bytes set) {
   const std::uint16_t id = LoadBe16(set.data());
-  if (id >= flow::kFirstDataSet) return v9_ProcessDataFlowset(datagram, header, set);
-  if (id == flow::kV9TemplateSet) {
-    return v9_ProcessTemplateFlowset(datagram.source, set, TemplateRules::kV9, true);
+  if (id >= flow::kFirstDataSet) {
+    return data_sets_.v9_ProcessDataFlowset(datagram.source, header, set);
   }
-  if (id == flow::kV9OptionsTemplateSet) v9_ProcessTemplateOptions(datagram.source, set, true);
+  if (id == flow::kV9TemplateSet) {
+    return template_sets_.v9_ProcessTemplateFlowset(datagram.source, set, TemplateRules::kV9, true);
+  }
+  if (id == flow::kV9OptionsTemplateSet) {
+    template_sets_.v9_ProcessTemplateOptions(datagram.source, set, true);
+  }
   return SetError::kNone;
 }
 
@@ -86,10 +90,15 @@ SetError CPINetflowMeter::v10_ProcessRecord(const Datagram& datagram, const nf9_
                                             Bytes set) {
   const std::uint16_t id = LoadBe16(set.data());
   // A static template may describe sets with the id 1, which is free in IPFIX.
-  if (id >= flow::kFirstDataSet || id == 1) return v9_ProcessDataFlowset(datagram, header, set);
-  if (id == flow::kIpfixTemplateSet) {
-    return v9_ProcessTemplateFlowset(datagram.source, set, TemplateRules::kIpfix, true);
+  if (id >= flow::kFirstDataSet || id == 1) {
+    return data_sets_.v9_ProcessDataFlowset(datagram.source, header, set);
   }
-  if (id == flow::kIpfixOptionsTemplateSet) v10_ProcessTemplateOptions(datagram.source, set, true);
+  if (id == flow::kIpfixTemplateSet) {
+    return template_sets_.v9_ProcessTemplateFlowset(datagram.source, set, TemplateRules::kIpfix,
+                                                    true);
+  }
+  if (id == flow::kIpfixOptionsTemplateSet) {
+    template_sets_.v10_ProcessTemplateOptions(datagram.source, set, true);
+  }
   return SetError::kNone;
 }

@@ -1,6 +1,7 @@
 // A template: the fields of a data record, and the plan that is made of them when it is learnt.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -22,8 +23,10 @@ class Template {
 
   [[nodiscard]] const std::vector<nf9_field_t>& Fields() const noexcept { return fields_; }
 
-  // DecodeOfField is what is decoded of field i.
-  [[nodiscard]] Decode DecodeOfField(std::size_t i) const noexcept { return decodes_[i]; }
+  // PlaceOfField says where the value of field i goes.
+  [[nodiscard]] const FieldPlace& PlaceOfField(std::size_t i) const noexcept {
+    return PlaceAt(rows_[i]);
+  }
 
   // HasPlan tells whether all records have one length, and no more than fits a set: then a record
   // of RecordLength bytes is decoded by the plan alone.
@@ -41,7 +44,7 @@ class Template {
   bool has_plan_ = false;
   bool carries_direction_ = false;
   std::vector<nf9_field_t> fields_;
-  std::vector<Decode> decodes_;
+  std::vector<std::uint16_t> rows_;  // of the fields' elements
 };
 
 }  // namespace flow

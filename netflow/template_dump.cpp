@@ -1,10 +1,16 @@
-// The template store as text, for people who look into what an exporter has sent.
+// What has been learnt as text, for people who look into what an exporter has sent.
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "netflow/template_sets.h"
 #include "netflow/template_store.h"
+#include "plugin/site_log.h"
 #include "util/address_text.h"
 #include "util/ombrel_time.h"
 
@@ -29,7 +35,7 @@ std::vector<typename Map::key_type> SortedKeys(const Map& map) {
 
 }  // namespace
 
-int TemplateStore::Dump(FILE* file) const {
+int TemplateStore::DebugDumpTemplates(FILE* file) const {
   for (const ExporterKey key : SortedKeys(ExporterTemplates)) {
     DumpExporter(file, key, ExporterTemplates.at(key));
   }
@@ -51,6 +57,33 @@ void TemplateStore::DumpExporter(FILE* file, ExporterKey key, const Exporter& ex
                    GetFieldCode(field.type));
     }
   }
+}
+
+void TemplateSets::DumpTemplates() const {
+  if (host_.site == nullptr) return;
+  char* work_directory = nullptr;
+  host_.site->GetWorkDirectory(&work_directory);
+  const std::unique_ptr<char[]> directory(work_directory);
+  if (directory == nullptr) return;
+  long instance = 0;
+  host_.site->GetInstanceNumber(&instance);
+  const std::string path =
+      std::string(directory.get()) + "/TemplateDump-" + std::to_string(instance) + ".txt";
+  FILE* const file = std::fopen(path.c_str(), "w");
+  if (file == nullptr) {
+    Log(host_.site, kLogError,
+        std::string("Dump Template DB Error ") + std::strerror(errno) + " f=" + path);
+    return;
+  }
+  store_.DebugDumpTemplates(file);
+  std::fclose(file);
+}
+
+void TemplateSets::DumpWhenDue(std::uint64_t now) {
+  const int interval = policy_.TemplateDumpIntervalSeconds;
+  if (interval <= 0 || static_cast<std::int64_t>(now - last_dump_) <= interval) return;
+  DumpTemplates();
+  last_dump_ = now;
 }
 
 }  // namespace flow

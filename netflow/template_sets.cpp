@@ -1,25 +1,20 @@
-// Template sets: what is learnt of them, how they travel to the other meters of the host, and the
-// dump.
+#include "netflow/template_sets.h"
 
-#include <cerrno>
 #include <charconv>
-#include <cstdio>
-#include <cstring>
-#include <memory>
+#include <cstddef>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
-#include "netflow/netflow_meter.h"
+#include "flowhandlers/identifiers.h"
+#include "netflow/export_formats.h"
 #include "plugin/site_log.h"
 #include "util/address_text.h"
+#include "util/bytes.h"
 #include "util/ombrel_time.h"
 
-using flow::ExportSource;
-using flow::Log;
-using flow::SetError;
-using flow::TemplateRules;
-
+namespace flow {
 namespace {
 
 // A channel message: the first bytes of the IPv4 layer that carried the set, then the set.
@@ -33,109 +28,89 @@ std::uint16_t FirstTemplateId(std::span<const std::uint8_t> set) {
 
 }  // namespace
 
-SetError CPINetflowMeter::v9_ProcessTemplateFlowset(const ExportSource& source, Bytes set,
-                                                    TemplateRules rules, bool broadcast) {
-  const std::size_t exporters = templates_.ExporterCount();
+SetError TemplateSets::v9_ProcessTemplateFlowset(const ExportSource& source, Bytes set,
+                                                 TemplateRules rules, bool broadcast) {
+  const std::size_t exporters = store_.ExporterCount();
   const auto now = static_cast<std::uint32_t>(COmbrelTime::now_tv_sec());
   ByteCursor records(set.subspan(sizeof(set_header)));
   while (records.Remaining() > 0) {
-    const SetError error = templates_.LearnTemplate(source.key, rules, now, &records);
+    const SetError error =
+        store_.v9_ProcessTemplateFlowset_Single(source.key, rules, now, &records);
     if (error != SetError::kNone) {
-      Log(site_, kLogWarning, "template record will overflow ");
+      Log(host_.site, kLogWarning, "template record will overflow ");
       return error;
     }
   }
   if (broadcast) PostTemplateSet(source, set);
-  if (templates_.ExporterCount() != exporters) DumpTemplates();
+  if (store_.ExporterCount() != exporters) DumpTemplates();
   return SetError::kNone;
 }
 
-void CPINetflowMeter::v9_ProcessTemplateOptions(const ExportSource& source, Bytes set,
-                                                bool broadcast) {
-  if (templates_.LearnV9Options(source.key, set) && broadcast) PostTemplateSet(source, set);
+void TemplateSets::v9_ProcessTemplateOptions(const ExportSource& source, Bytes set,
+                                             bool broadcast) {
+  if (store_.LearnV9Options(source.key, set) && broadcast) PostTemplateSet(source, set);
 }
 
-void CPINetflowMeter::v10_ProcessTemplateOptions(const ExportSource& source, Bytes set,
-                                                 bool broadcast) {
-  if (templates_.LearnIpfixOptions(source.key, set) && broadcast) PostTemplateSet(source, set);
+void TemplateSets::v10_ProcessTemplateOptions(const ExportSource& source, Bytes set,
+                                              bool broadcast) {
+  if (store_.LearnIpfixOptions(source.key, set) && broadcast) PostTemplateSet(source, set);
 }
 
-void CPINetflowMeter::PostTemplateSet(const ExportSource& source, Bytes set) {
+void TemplateSets::PostTemplateSet(const ExportSource& source, Bytes set) const {
   std::vector<std::uint8_t> message(source.carrier.begin(), source.carrier.end());
   message.insert(message.end(), set.begin(), set.end());
-  engine_->PostChannelMessage(CHANNELID_NETFLOW_TEMPLATES, CLSID_PI_NETFLOWMETER,
-                              static_cast<std::uint32_t>(message.size()), message.data());
+  host_.engine->PostChannelMessage(CHANNELID_NETFLOW_TEMPLATES, CLSID_PI_NETFLOWMETER,
+                                   static_cast<std::uint32_t>(message.size()), message.data());
   LogTemplateMessage(" Broadcasted Flow Template ID ", FirstTemplateId(set), " from router ",
                      source.Address(), " to other filters");
 }
 
-void CPINetflowMeter::LogTemplateMessage(const char* what, std::uint16_t id, const char* from,
-                                         std::uint32_t exporter, const char* end) const {
+void TemplateSets::LogTemplateMessage(const char* what, std::uint16_t id, const char* from,
+                                      std::uint32_t exporter, const char* end) const {
   if (!policy_.fLogTemplateMessages) return;
   // Written by hand, as exporters decide how many of these there are.
   char text[160];
   char* out = text;
   const auto put = [&out](std::string_view part) { out += part.copy(out, part.size()); };
   put("[0x");
-  out = std::to_chars(out, text + sizeof(text), reinterpret_cast<std::uintptr_t>(this), 16).ptr;
+  out = std::to_chars(out, text + sizeof(text), reinterpret_cast<std::uintptr_t>(meter_), 16).ptr;
   put("]");
   put(what);
-  out = flow::PutDecimal(id, out);
+  out = PutDecimal(id, out);
   put(from);
-  out = flow::PutDottedIpv4(exporter, out);
+  out = PutDottedIpv4(exporter, out);
   put(end);
   *out = '\0';
-  Log(site_, kLogInformation, text);
+  Log(host_.site, kLogInformation, text);
 }
 
-Status CPINetflowMeter::OnChannelMessage(const IID& channel, unsigned int length, void* data) {
-  if (channel != CHANNELID_NETFLOW_TEMPLATES || data == nullptr || length < kShortestMessage) {
-    return kStatusOk;
+SetError TemplateSets::OnChannelMessage(const IID& channel, Bytes message) {
+  if (channel != CHANNELID_NETFLOW_TEMPLATES || message.size() < kShortestMessage) {
+    return SetError::kNone;
   }
-  const Bytes message(static_cast<const std::uint8_t*>(data), length);
   const ExportSource source(message);
-  Bytes set = message.subspan(kCarrierSize);
+  const Bytes set = message.subspan(kCarrierSize);
   const std::uint16_t id = LoadBe16(set.data());
   LogTemplateMessage(" Received a broadcast Template ID ", FirstTemplateId(set),
                      " originating router=", source.Address(), "");
   const std::size_t set_length = LoadBe16(&set[offsetof(set_header, length)]);
   const bool options_fit = set_length >= sizeof(set_header) && set_length <= set.size();
   switch (id) {
-    case flow::kV9TemplateSet:
-    case flow::kIpfixTemplateSet:
-      GiveUp(v9_ProcessTemplateFlowset(
-          source, set, id == flow::kIpfixTemplateSet ? TemplateRules::kIpfix : TemplateRules::kV9,
-          false));
-      break;
-    case flow::kV9OptionsTemplateSet:
+    case kV9TemplateSet:
+      return v9_ProcessTemplateFlowset(source, set, TemplateRules::kV9, false);
+    case kIpfixTemplateSet:
+      return v9_ProcessTemplateFlowset(source, set, TemplateRules::kIpfix, false);
+    case kV9OptionsTemplateSet:
       if (options_fit) v9_ProcessTemplateOptions(source, set.first(set_length), false);
       break;
-    case flow::kIpfixOptionsTemplateSet:
+    case kIpfixOptionsTemplateSet:
       if (options_fit) v10_ProcessTemplateOptions(source, set.first(set_length), false);
       break;
-    default:
-      Log(site_, kLogWarning,
+    default:  // hosts know the text, which has never named set 3
+      Log(host_.site, kLogWarning,
           "Unknown FlowSet ID on broadcast channel, 0 1 2 expected, found: " + std::to_string(id));
   }
-  return kStatusOk;
+  return SetError::kNone;
 }
 
-void CPINetflowMeter::DumpTemplates() const {
-  if (site_ == nullptr) return;
-  char* work_directory = nullptr;
-  site_->GetWorkDirectory(&work_directory);
-  const std::unique_ptr<char[]> directory(work_directory);
-  if (directory == nullptr) return;
-  long instance = 0;
-  site_->GetInstanceNumber(&instance);
-  const std::string path =
-      std::string(directory.get()) + "/TemplateDump-" + std::to_string(instance) + ".txt";
-  FILE* const file = std::fopen(path.c_str(), "w");
-  if (file == nullptr) {
-    Log(site_, kLogError,
-        std::string("Dump Template DB Error ") + std::strerror(errno) + " f=" + path);
-    return;
-  }
-  DebugDumpTemplates(file);
-  std::fclose(file);
-}
+}  // namespace flow

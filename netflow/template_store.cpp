@@ -57,8 +57,8 @@ const Template* TemplateStore::Find(ExporterKey exporter, std::uint32_t id, SetE
   return nullptr;
 }
 
-SetError TemplateStore::LearnTemplate(ExporterKey exporter, TemplateRules rules, std::uint32_t now,
-                                      ByteCursor* records) {
+SetError TemplateStore::v9_ProcessTemplateFlowset_Single(ExporterKey exporter, TemplateRules rules,
+                                                         std::uint32_t now, ByteCursor* records) {
   std::uint16_t id = 0;
   std::uint16_t count = 0;
   std::vector<nf9_field_t> fields;
@@ -106,7 +106,7 @@ bool TemplateStore::LearnIpfixOptions(ExporterKey exporter, std::span<const std:
   return is_whole;
 }
 
-void TemplateStore::LoadStaticTemplate(const XMLNode& element, IOmbrelContainer* site) {
+void TemplateStore::ProcessStaticTemplate(const XMLNode& element, IOmbrelContainer* site) {
   const char* const id_text = element.getAttribute("id");
   const char* const field_list = element.getChildNode("Fields").getText();
   if (id_text == nullptr || field_list == nullptr) {

@@ -27,10 +27,10 @@ class TemplateStore {
   // until a template is stored.
   [[nodiscard]] const Template* Find(ExporterKey exporter, std::uint32_t id, SetError* why) const;
 
-  // LearnTemplate reads one template record and stores it. A record that does not fit is refused
-  // whole. `now` is the wall clock in seconds.
-  SetError LearnTemplate(ExporterKey exporter, TemplateRules rules, std::uint32_t now,
-                         ByteCursor* records);
+  // v9_ProcessTemplateFlowset_Single reads one template record and stores it. A record that does
+  // not fit is refused whole. `now` is the wall clock in seconds.
+  SetError v9_ProcessTemplateFlowset_Single(ExporterKey exporter, TemplateRules rules,
+                                            std::uint32_t now, ByteCursor* records);
 
   // LearnV9Options and LearnIpfixOptions read the first options template of a set, given from its
   // set header to its end. True when it was stored with its fields, for the others to learn as
@@ -40,14 +40,14 @@ class TemplateStore {
 
   [[nodiscard]] std::size_t ExporterCount() const noexcept { return ExporterTemplates.size(); }
 
-  // LoadStaticTemplate takes a "Template" element of the policy. What is wrong with it goes to the
-  // site's log.
+  // ProcessStaticTemplate takes a "Template" element of the policy. What is wrong with it goes to
+  // the site's log.
   void ClearStaticTemplates() { StaticTemplateMap.clear(); }
-  void LoadStaticTemplate(const XMLNode& element, IOmbrelContainer* site);
+  void ProcessStaticTemplate(const XMLNode& element, IOmbrelContainer* site);
 
-  // Dump writes the learnt templates for people to read, in the order of exporters' keys and
-  // template ids, and flushes. Returns the flush's result.
-  int Dump(FILE* file) const;
+  // DebugDumpTemplates writes the learnt templates for people to read, in the order of exporters'
+  // keys and template ids, and flushes. Returns the flush's result.
+  int DebugDumpTemplates(FILE* file) const;
 
  private:
   // Hash tables: a data set of one template out of a million costs few cache misses.

@@ -135,6 +135,10 @@ TEST_F(DataRecords, Presence) {
       {"NoPorts", {kSrc, kDst, {7, 4}, {11, 4}, kBytes}, Data(Numbers({1, 2, 0, 0, 9})), {kNine}},
       {"TimesExchanged", {kSrc, kDst, kBytes, {22, 4}, {21, 4}}, Data(Numbers({1, 2, 9, 12500, 7000})),
        {std::string(kNine) + ", for 5500"}},
+      {"LastSwitchedOfOtherId", {kSrc, kDst, kBytes, {22, 4}, {323, 4}}, Data(Numbers({1, 2, 9, 7000, 12500})),
+       {std::string(kNine) + ", for 5500"}},
+      {"Milliseconds", {kSrc, kDst, kBytes, {152, 8}, {153, 8}}, Data(Numbers({1, 2, 9, 0, 7000, 0, 12999})),
+       {std::string(kNine) + ", for 5"}},
       {"SecondsWrap", {kSrc, kDst, kBytes, {150, 4}, {151, 4}},
        Data(Numbers({1, 2, 9, 4294967, 4294968})), {std::string(kNine) + ", for 4294966296"}},
   });
@@ -167,6 +171,7 @@ TEST_F(DataRecords, Counters) {
        {there + "7 bytes 0 packets"}, kNoOut},
       {"EnterpriseNotIgnored", fields({{1, 4}, {32769, 4}}), data({7, 9}),
        {there + "7 bytes 0 packets", back + "9 bytes 0 packets"}, kNoOut},
+      {"Permanent", fields({{85, 4}, {86, 4}}), data({7, 2}), {there + "7 bytes 2 packets"}},
       {"LargerDeltas", fields({{1, 4}, {232, 4}, {23, 8}, {231, 4}}), data({70, 7, 1, 8, 9}),
        {there + "70 bytes 0 packets", back + "9 bytes 0 packets"}},
       {"ListedExporter", fields({{1, 4}, {32769, 4}}), data({7, 9}), {there + "7 bytes 0 packets"},

@@ -65,11 +65,11 @@ class HostileDatagram : public testing::Test {
 // Datagrams that together hold every kind of set, field and record.
 std::vector<Bytes> Seeds() {
   Fields every_field;
-  for (std::uint32_t id = 0; id < 65536; ++id) {
-    const int length = GetDefaultLengthForAttribute(static_cast<int>(id));
-    if (DecodeOf(id) == Decode::kSkip) continue;
-    every_field.push_back(
-        {static_cast<std::uint16_t>(id), static_cast<std::uint16_t>(length < 0 ? 8 : length)});
+  for (const Element& element : Elements()) {
+    if (element.place.kind == FieldKind::kSkipped) continue;
+    const int length = element.default_length;
+    every_field.push_back({static_cast<std::uint16_t>(element.id),
+                           static_cast<std::uint16_t>(length < 0 ? 8 : length)});
   }
   Wire record;
   for (const Field& field : every_field) {

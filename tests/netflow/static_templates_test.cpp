@@ -52,7 +52,7 @@ TEST(StaticTemplates, Elements) {
     SCOPED_TRACE(row.name);
     RecordingHost host;
     TemplateStore store;
-    store.LoadStaticTemplate(XMLNode::parseString(row.xml, "Template"), host.Site());
+    store.ProcessStaticTemplate(XMLNode::parseString(row.xml, "Template"), host.Site());
     EXPECT_EQ(FieldsOf(store, 300), row.fields);
     EXPECT_EQ(host.TakeText(), row.log);
   }

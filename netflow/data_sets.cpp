@@ -1,0 +1,207 @@
+#include "netflow/data_sets.h"
+
+#include <cstddef>
+#include <cstring>
+#include <utility>
+
+#include "flowhandlers/session_keys.h"
+#include "netflow/field_decoder.h"
+#include "util/address_text.h"
+
+namespace flow {
+namespace {
+
+constexpr std::uint8_t kIngress = 0;
+constexpr std::uint8_t kEgress = 1;
+
+// What the source port of a record counts as that has a destination port alone.
+constexpr std::uint16_t kUnknownPort = 65535;
+
+// The parts of a record that tell source from destination change places.
+void Reverse(nf5_record* record, ext_fields* ext) {
+  std::swap(record->srcaddr, record->dstaddr);
+  std::swap(record->srcport, record->dstport);
+  std::swap(record->input, record->output);
+  std::swap(ext->in_ifindex, ext->out_ifindex);
+  std::swap(ext->src_as, ext->dst_as);
+  std::swap(ext->src_mac, ext->dst_mac);
+  std::swap(ext->src_addr6, ext->dst_addr6);
+  std::swap(ext->src_mask, ext->dst_mask);
+}
+
+nf5_record FlowRecordOf(const nf9_record& r) {
+  nf5_record record{};
+  record.srcaddr = be32::FromHost(r.src_addr);
+  record.dstaddr = be32::FromHost(r.dst_addr);
+  record.dPkts = be32::FromHost(static_cast<std::uint32_t>(r.packets));
+  record.dOctets = be32::FromHost(static_cast<std::uint32_t>(r.bytes));
+  record.First = be32::FromHost(r.first);
+  record.Last = be32::FromHost(r.last);
+  record.srcport = be16::FromHost(r.src_port);
+  record.dstport = be16::FromHost(r.dst_port);
+  record.tcp_flags = r.tcp_flags;
+  record.prot = r.protocol;
+  return record;
+}
+
+}  // namespace
+
+SetError DataSets::v9_ProcessDataFlowset(const ExportSource& source, const nf9_header& header,
+                                         std::span<const std::uint8_t> set) {
+  duplicates_.StartSet();
+  ByteCursor records(set.subspan(sizeof(set_header)));
+  if (records.Remaining() == 0) return SetError::kNone;
+  SetError error = SetError::kNone;
+  const Template* const fields = templates_.Find(source.key, LoadBe16(set.data()), &error);
+  if (fields == nullptr) return error;
+  const Set at_hand = {source, header, *fields};
+  while (records.Remaining() > 0) {
+    const std::size_t before = records.Remaining();
+    error = v9_ProcessDataFlowset_single(at_hand, &records);
+    if (error != SetError::kNone) return error;
+    if (records.Remaining() == before) break;  // a template of no length describes one record
+  }
+  duplicates_.EndSet(host_.site);
+  return SetError::kNone;
+}
+
+SetError DataSets::v9_ProcessDataFlowset_single(const Set& set, ByteCursor* records) {
+  StartRecord(set.source.Address(), &state_);
+  const SetError error = DecodeFields(set.fields, records);
+  if (error != SetError::kNone) return error;
+
+  nf9_record& record = state_.record;
+  if (record.dst_port != 0 && record.src_port == 0) record.src_port = kUnknownPort;
+  NameApplication();
+  NameInterface(set.source);
+  if (record.first > record.last) std::swap(record.first, record.last);
+  if (IsDuplicateEgress(set)) return SetError::kNone;
+  if (policy_.fMeterZeroFlows && record.bytes == 0) {
+    record.bytes = 1;
+    record.packets = 1;
+  }
+  if (record.src_addr == 0 && record.dst_addr == 0 && (state_.presence & kIpv6AddressSeen) != 0) {
+    record.ip_version = 6;
+  }
+  constexpr auto kBoth = kSourceAddressSeen | kDestinationAddressSeen;
+  if ((state_.presence & kBoth) == kBoth) CountNetflow9(set);
+  return SetError::kNone;
+}
+
+SetError DataSets::DecodeFields(const Template& fields, ByteCursor* records) {
+  std::span<const std::uint8_t> bytes;
+  if (fields.HasPlan() && records->Take(fields.RecordLength(), &bytes)) {
+    DecodeByPlan(fields.Plan(), bytes.data(), &state_);
+    return SetError::kNone;
+  }
+  // Field by field: what comes before an overflow has its effect.
+  for (std::size_t i = 0; i < fields.Fields().size(); ++i) {
+    std::uint32_t length = fields.Fields()[i].length;
+    const bool is_variable = length == kVariableLength && policy_.fAllowVariableStrings;
+    if (is_variable) {
+      if (!records->Take(1, &bytes)) return SetError::kVariableOverflow;
+      length = bytes[0];
+    }
+    if (!records->Take(length, &bytes)) {
+      return is_variable ? SetError::kVariableOverflow : SetError::kFieldOverflow;
+    }
+    DecodeField(fields.PlaceOfField(i), {bytes.data(), length, is_variable}, &state_);
+  }
+  return SetError::kNone;
+}
+
+// Gives the host the name of an application under the key of each classification engine that uses
+// its selector, and under the tag itself.
+void DataSets::NameApplication() const {
+  if (state_.AppNameText.Empty()) return;
+  const char* const name = state_.AppNameText.Text();
+  const char* const description = state_.AppDescText.Text();
+  for (const char* engine_id : {"1:", "3:", "6:", "13:"}) {
+    char key[32];
+    const std::size_t length = std::strlen(engine_id);
+    std::memcpy(key, engine_id, length);
+    *PutSignedDecimal(state_.AppSelectorId, key + length) = '\0';
+    host_.engine->SetKeyAttributes(COUNTERID_NBAR, key, name, description);
+  }
+  host_.engine->SetKeyAttributes(COUNTERID_NBAR, state_.context.AppTagText.Text(), name,
+                                 description);
+}
+
+// The description is what operators know an interface by.
+void DataSets::NameInterface(const ExportSource& source) const {
+  const nf9_record& record = state_.record;
+  if (record.if_name[0] == '\0') return;
+  char key[kInterfaceKeyLength + 1];
+  MakeIntfKey(source.address_key, record.in_ifindex, key);
+  host_.engine->SetKeyAttributes(COUNTERID_FLOWINTF, key, record.if_desc, record.if_desc);
+}
+
+bool DataSets::IsDuplicateEgress(const Set& set) {
+  if (!set.fields.CarriesDirection()) return false;  // all ingress: nothing to compare with
+  const nf9_record& record = state_.record;
+  if (record.direction == kEgress && policy_.fIgnoreAllEgress) {
+    duplicates_.CountDropped();
+    return true;
+  }
+  if (record.direction != kIngress && record.direction != kEgress) return false;
+  char key[kKeyBufferSize];
+  const Ipv4Key source = MakeIpv4Key(record.src_addr);
+  const Ipv4Key destination = MakeIpv4Key(record.dst_addr);
+  MakeSessionKey_Bi(metering_.KeyRules(),
+                    {record.protocol,
+                     {source.text, record.src_port, record.in_ifindex},
+                     {destination.text, record.dst_port, record.out_ifindex},
+                     set.source.address_key},
+                    key);
+  if (record.direction == kEgress) return duplicates_.IsDuplicate(key);
+  duplicates_.AddIngress(key);
+  return false;
+}
+
+void DataSets::CountNetflow9(const Set& set) {
+  const nf9_record& record = state_.record;
+  const ip_header& ip = set.source.ip;
+  const std::int32_t rate = state_.rates.RateOf(ip.source.AsStored());
+  nf5_record flow_record = FlowRecordOf(record);
+  nf5_header header{};
+  header.SysUptime = set.header.SysUptime;
+  header.unix_secs = set.header.unix_secs;
+  header.sampling_interval = be16::FromHost(static_cast<std::uint16_t>(rate));
+  SetExtFields();
+  if (static_cast<std::uint32_t>(record.bytes) != 0) {
+    metering_.ProcRecord(host_.engine, host_.site, flow_record, header, ip, ext_);
+  }
+  const auto reverse_bytes = static_cast<std::uint32_t>(record.rev_bytes);
+  if (reverse_bytes == 0 || policy_.IgnoreEgressRouterSet.Contains(record.exporter_addr)) return;
+  flow_record.dOctets = be32::FromHost(reverse_bytes);
+  flow_record.dPkts = be32::FromHost(static_cast<std::uint32_t>(record.rev_packets));
+  Reverse(&flow_record, &ext_);
+  metering_.ProcRecord(host_.engine, host_.site, flow_record, header, ip, ext_);
+}
+
+void DataSets::SetExtFields() {
+  const nf9_record& record = state_.record;
+  std::memset(&ext_, 0, offsetof(ext_fields, vendor_text32));
+  ext_.in_ifindex = record.in_ifindex;
+  ext_.out_ifindex = record.out_ifindex;
+  ext_.ip_version = record.ip_version;
+  ext_.src_mask = record.src_mask;
+  ext_.dst_mask = record.dst_mask;
+  ext_.ip_nexthop = record.ip_nexthop;
+  ext_.bgp_nexthop = record.bgp_nexthop;
+  ext_.src_as = record.src_as;
+  ext_.dst_as = record.dst_as;
+  ext_.direction = record.direction;
+  std::memcpy(ext_.src_mac, record.src_mac, sizeof(ext_.src_mac));
+  std::memcpy(ext_.dst_mac, record.dst_mac, sizeof(ext_.dst_mac));
+  if (record.ip_version == 6) {
+    std::memcpy(ext_.src_addr6, record.src_addr6, sizeof(ext_.src_addr6));
+    std::memcpy(ext_.dst_addr6, record.dst_addr6, sizeof(ext_.dst_addr6));
+  }
+  if (!state_.has_texts && !ext_has_texts_) return;
+  std::memcpy(ext_.vendor_text32, record.vendor_text32, sizeof(ext_.vendor_text32));
+  std::memcpy(ext_.vendor_text64, record.vendor_text64, sizeof(ext_.vendor_text64));
+  ext_has_texts_ = state_.has_texts;
+}
+
+}  // namespace flow

@@ -1,0 +1,66 @@
+// The data sets of NetFlow v9 and IPFIX: from the bytes of their records to the flow records that
+// are metered.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "config/netflow_policy.h"
+#include "metering/flow_record.h"
+#include "metering/record_metering.h"
+#include "netflow/decode_state.h"
+#include "netflow/duplicate_egress.h"
+#include "netflow/export_formats.h"
+#include "netflow/export_source.h"
+#include "netflow/host_links.h"
+#include "netflow/set_error.h"
+#include "netflow/template_store.h"
+#include "util/bytes.h"
+
+namespace flow {
+
+class DataSets {
+ public:
+  // All outlive it.
+  DataSets(const NetflowPolicy& policy, const HostLinks& host, const TemplateStore& templates,
+           RecordContext* context, SamplingRates* rates, RecordMetering* metering)
+      : policy_(policy),
+        host_(host),
+        templates_(templates),
+        metering_(*metering),
+        state_{.policy = policy, .host = host, .context = *context, .rates = *rates} {}
+
+  // v9_ProcessDataFlowset meters the records of a set, given from its header to its end.
+  SetError v9_ProcessDataFlowset(const ExportSource& source, const nf9_header& header,
+                                 std::span<const std::uint8_t> set);
+
+ private:
+  // The data set at hand: what all of its records share.
+  struct Set {
+    const ExportSource& source;
+    const nf9_header& header;
+    const Template& fields;
+  };
+
+  SetError v9_ProcessDataFlowset_single(const Set& set, ByteCursor* records);
+  SetError DecodeFields(const Template& fields, ByteCursor* records);
+  void NameApplication() const;
+  void NameInterface(const ExportSource& source) const;
+  bool IsDuplicateEgress(const Set& set);
+  void CountNetflow9(const Set& set);
+  void SetExtFields();
+
+  const NetflowPolicy& policy_;
+  const HostLinks& host_;
+  const TemplateStore& templates_;
+  RecordMetering& metering_;
+
+  // Both are kept from record to record, for few records have texts that have to be cleared.
+  DecodeState state_;
+  ext_fields ext_ = {};
+  bool ext_has_texts_ = false;
+
+  DuplicateEgress duplicates_;
+};
+
+}  // namespace flow

@@ -1,0 +1,42 @@
+// The data record at hand, with what decoding it asks and what it tells beside the record.
+#pragma once
+
+#include <cstdint>
+
+#include "config/netflow_policy.h"
+#include "metering/record_context.h"
+#include "netflow/data_record.h"
+#include "netflow/host_links.h"
+#include "netflow/sampling_rates.h"
+
+namespace flow {
+
+// What has been seen in a record.
+enum Presence : std::uint8_t {
+  kSourceAddressSeen = 1 << 0,
+  kDestinationAddressSeen = 1 << 1,
+  kSourcePortSeen = 1 << 2,
+  kDestinationPortSeen = 1 << 3,
+  kFirstSwitchedSeen = 1 << 4,
+  kInputInterfaceSeen = 1 << 5,
+  kOutputInterfaceSeen = 1 << 6,
+  kIpv6AddressSeen = 1 << 7,
+};
+
+struct DecodeState {
+  // Outlive it.
+  const NetflowPolicy& policy;
+  const HostLinks& host;
+  RecordContext& context;
+  SamplingRates& rates;
+
+  nf9_record record = {};
+  std::uint8_t presence = 0;
+  bool has_texts = false;  // of the record's own texts, one may not be empty
+
+  RecordText<128> AppNameText = {};
+  RecordText<128> AppDescText = {};
+  std::int64_t AppSelectorId = 0;  // not cleared between records
+};
+
+}  // namespace flow

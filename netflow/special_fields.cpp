@@ -1,0 +1,80 @@
+#include "netflow/special_fields.h"
+
+#include <charconv>
+
+#include "util/address_text.h"
+
+namespace flow {
+namespace {
+
+constexpr std::uint32_t kVendorEnterprise = 25461;  // whose elements 56701 and 56702 are decoded
+constexpr std::size_t kVendorAppIdLength = 32;
+constexpr std::size_t kVendorUserIdLength = 64;
+
+// Some firewalls tell how a flow ended but no TCP flags; SYN and RST close the flow.
+constexpr std::uint8_t kFlagsOfEndedFlow = 0x06;
+
+bool IsPrintable(FieldValue field) noexcept {
+  for (std::size_t i = 0; i < field.length && field.bytes[i] != 0; ++i) {
+    if (field.bytes[i] < 0x20 || field.bytes[i] > 0x7E) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+void DecodeFlowEndReason(FieldValue /*field*/, DecodeState* state) noexcept {
+  state->record.tcp_flags = kFlagsOfEndedFlow;
+}
+
+// Application ids (RFC 6759): a classification engine and a selector in 4 bytes, or 8 bytes of a
+// vendor's own.
+void DecodeApplicationId(FieldValue field, DecodeState* state) {
+  char text[32];
+  char* end = text;
+  if (field.length == 4) {
+    const std::uint32_t selector = LoadBe32(field.bytes) & 0xFFFFFF;
+    state->AppSelectorId = selector;
+    end = PutDecimal(field.bytes[0], end);
+    *end++ = ':';
+    end = PutDecimal(selector, end);
+  } else if (field.length == 8) {
+    const std::uint64_t selector = LoadBe64(field.bytes);
+    state->AppSelectorId = static_cast<std::int64_t>(selector);
+    end = std::to_chars(end, text + sizeof(text), selector, 16).ptr;
+  } else {
+    return;
+  }
+  state->context.AppTagText.Assign(text, static_cast<std::size_t>(end - text));
+}
+
+void DecodeIngressVrf(FieldValue field, DecodeState* state) {
+  const auto vrf = static_cast<std::int32_t>(GetVarInt(field.length, field.bytes));
+  char text[24] = "VRF:";
+  char* const end = PutSignedDecimal(vrf, text + 4);
+  state->context.VrfTagText.Assign(text, static_cast<std::size_t>(end - text));
+}
+
+void DecodeSamplingRate(FieldValue field, DecodeState* state) {
+  state->rates.Learn(be32::FromHost(state->record.exporter_addr).AsStored(),
+                     static_cast<std::int32_t>(GetVarInt(field.length, field.bytes)));
+  state->rates.SetSamplingRateKeyAttributes(state->host.engine);
+}
+
+void DecodeVendorAppId(FieldValue field, DecodeState* state) noexcept {
+  if (state->record.enterprise_id != kVendorEnterprise) return;
+  if (field.length == kVendorAppIdLength) StoreText(field, state->record.vendor_text32, state);
+}
+
+void DecodeVendorUserId(FieldValue field, DecodeState* state) noexcept {
+  if (state->record.enterprise_id != kVendorEnterprise) return;
+  if (field.length == kVendorUserIdLength && IsPrintable(field)) {
+    StoreText(field, state->record.vendor_text64, state);
+  }
+}
+
+void DecodeVariableText(FieldValue field, DecodeState* state) noexcept {
+  if (field.is_variable) StoreText(field, state->record.vendor_text64, state);
+}
+
+}  // namespace flow
