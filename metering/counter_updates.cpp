@@ -1,64 +1,12 @@
 // The counter updates of one record, one function for each kind of counter.
 
-#include <algorithm>
 #include <cstring>
-#include <string_view>
 
+#include "keys/network_keys.h"
 #include "metering/record_metering.h"
-#include "util/address_text.h"
 
 namespace flow {
 namespace {
-
-constexpr std::uint8_t kIcmp = 1;
-constexpr std::uint8_t kTcp = 6;
-constexpr std::uint8_t kUdp = 17;
-constexpr std::uint8_t kGre = 47;
-constexpr std::uint8_t kEsp = 50;
-constexpr std::uint8_t kIcmpv6 = 58;
-constexpr std::uint8_t kTcpSynAck = 0x12;
-constexpr std::uint16_t kFirstClientPort = 1024;
-
-// The AS number as the host's stored counters have always shown it: signed.
-int WriteAsKey(std::uint32_t as_number, char* out) {
-  const auto number = static_cast<std::int32_t>(as_number);
-  char* const end = number < 0 ? PutSignedDecimal(number, out) : PutShortDecimal(as_number, out);
-  *end = '\0';
-  return static_cast<int>(end - out);
-}
-
-int EndPrefixKey(std::uint8_t prefix_length, char* start, char* out) {
-  *out++ = '/';
-  out = PutOctet(prefix_length, out);
-  *out = '\0';
-  return static_cast<int>(out - start);
-}
-
-int WritePrefixKey4(std::uint32_t address, std::uint8_t prefix_length, char* out) {
-  if (prefix_length == 0) {
-    address = 0;
-  } else if (prefix_length < 32) {
-    address &= ~std::uint32_t{0} << (32 - prefix_length);
-  }
-  return EndPrefixKey(prefix_length, out, PutDottedIpv4(address, out));
-}
-
-// 64 bits in network order, the first `length` of them set; length is below 64.
-std::uint64_t Mask64(unsigned length) { return BigEndian(~(~std::uint64_t{0} >> length)); }
-
-int WritePrefixKey6(const std::uint8_t* address, std::uint8_t prefix_length, char* out) {
-  std::uint64_t halves[2];
-  std::memcpy(halves, address, sizeof(halves));
-  if (prefix_length < 64) {
-    halves[0] &= Mask64(prefix_length);
-    halves[1] = 0;
-  } else if (prefix_length < 128) {
-    halves[1] &= Mask64(prefix_length - 64U);
-  }
-  std::uint8_t prefix[16];
-  std::memcpy(prefix, halves, sizeof(prefix));
-  return EndPrefixKey(prefix_length, out, PutIpv6Text(prefix, out));
-}
 
 bool IsZeroMac(const std::uint8_t* mac) {
   static constexpr std::uint8_t kZero[6] = {};
@@ -69,8 +17,9 @@ bool IsZeroMac(const std::uint8_t* mac) {
 
 void RecordMetering::UpdateAsNumbers(const Record& r) {
   const auto update = [&](std::uint32_t as_number, int meter) {
-    const int length = WriteAsKey(as_number, key_);
-    r.engine->UpdateCounter2(COUNTERID_ASN, length, key_, asn::kBytes, r.bytes, meter, r.bytes);
+    const char* const end = MakeAsKey(as_number, key_);
+    r.engine->UpdateCounter2(COUNTERID_ASN, static_cast<int>(end - key_), key_, asn::kBytes,
+                             r.bytes, meter, r.bytes);
   };
   // Whose AS is at home by its network needs no AS counter, unless home is a matter of AS numbers.
   const bool all = policy_.fHomeASNumbers;
@@ -84,17 +33,17 @@ void RecordMetering::UpdateAsNumbers(const Record& r) {
 
 void RecordMetering::UpdatePrefixes(const Record& r) {
   const bool is_ipv6 = r.ext.ip_version == 6;
-  const GUID& group = is_ipv6 ? COUNTERID_PREFIX6 : COUNTERID_PREFIX4;
-  int length = is_ipv6 ? WritePrefixKey6(r.ext.src_addr6, r.ext.src_mask, key_)
-                       : WritePrefixKey4(r.source, r.ext.src_mask, key_);
-  r.engine->UpdateCounter3(group, length, key_, prefixes::kBytes, r.bytes, prefixes::kFlows, 1,
-                           r.source_as_home ? prefixes::kSourceHome : prefixes::kSourceNotHome,
-                           r.bytes);
-  length = is_ipv6 ? WritePrefixKey6(r.ext.dst_addr6, r.ext.dst_mask, second_key_)
-                   : WritePrefixKey4(r.destination, r.ext.dst_mask, second_key_);
-  r.engine->UpdateCounter3(
-      group, length, second_key_, prefixes::kBytes, r.bytes, prefixes::kFlows, 1,
-      r.destination_as_home ? prefixes::kDestinationHome : prefixes::kDestinationNotHome, r.bytes);
+  const auto update = [&](const char* end, int side_meter) {
+    r.engine->UpdateCounter3(is_ipv6 ? COUNTERID_PREFIX6 : COUNTERID_PREFIX4,
+                             static_cast<int>(end - key_), key_, prefixes::kBytes, r.bytes,
+                             prefixes::kFlows, 1, side_meter, r.bytes);
+  };
+  update(is_ipv6 ? MakePrefix6Key(r.ext.src_addr6, r.ext.src_mask, key_)
+                 : MakePrefix4Key(r.source, r.ext.src_mask, key_),
+         r.source_as_home ? prefixes::kSourceHome : prefixes::kSourceNotHome);
+  update(is_ipv6 ? MakePrefix6Key(r.ext.dst_addr6, r.ext.dst_mask, key_)
+                 : MakePrefix4Key(r.destination, r.ext.dst_mask, key_),
+         r.destination_as_home ? prefixes::kDestinationHome : prefixes::kDestinationNotHome);
 }
 
 void RecordMetering::UpdateNextHops(const Record& r) {
@@ -108,15 +57,9 @@ void RecordMetering::UpdateNextHops(const Record& r) {
   }
 }
 
-void RecordMetering::UpdateTotals(const Record& r) {
-  if (policy_.fMeterVRF && !context_.VrfTagText.Empty()) {
-    r.engine->UpdateCounter(COUNTERID_VRF, context_.VrfTagText.Text(), totals::kBytes, r.bytes);
-  }
-  r.engine->UpdateCounterHashed2(COUNTERID_AGGREGATES, kTotalBandwidth.hash, kTotalBandwidth.text,
-                                 totals::kBytes, r.bytes, totals::kPackets, r.packets);
-  MakeProtocolKey(r.rec.prot, key_);
-  r.engine->UpdateCounterKeyLen(COUNTERID_IPPROTOCOL, kProtocolKeyLength, key_, totals::kBytes,
-                                r.bytes);
+void RecordMetering::UpdateVrf(const Record& r) {
+  if (context_.VrfTagText.Empty()) return;
+  r.engine->UpdateCounter(COUNTERID_VRF, context_.VrfTagText.Text(), totals::kBytes, r.bytes);
 }
 
 void RecordMetering::UpdateEtherType(const Record& r) {
@@ -132,62 +75,28 @@ void RecordMetering::UpdateHosts(const Record& r) {
                              r.bytes, hosts::kBytesAsDestination, r.bytes);
     return;
   }
-  if (r.ext.ip_version != 4) return;
-  const std::uint64_t values[] = {r.bytes, r.bytes, r.bytes, r.packets};
-  r.engine->UpdateCounterMulti(COUNTERID_HOSTS, kIpv4KeyLength, r.source_key, 4,
-                               hosts::kSourceMeters[r.source_home], values);
-  r.engine->UpdateCounterMulti(COUNTERID_HOSTS, kIpv4KeyLength, r.destination_key, 4,
-                               hosts::kDestinationMeters[r.destination_home], values);
-  const AggregateKey& way = r.direction->aggregate;
-  r.engine->UpdateCounterHashed2(COUNTERID_AGGREGATES, way.hash, way.text, totals::kBytes, r.bytes,
-                                 totals::kPackets, r.packets);
+  if (r.ext.ip_version == 4) UpdateIpv4Hosts(r, r.source_key, r.destination_key);
 }
 
 void RecordMetering::UpdateApplications(const Record& r) {
-  const auto update = [&](std::string_view name) {
-    r.engine->UpdateCounterKeyLen(COUNTERID_APPS, static_cast<int>(name.size()), name.data(),
-                                  apps::kBytes, r.bytes);
-  };
-  switch (r.rec.prot) {
-    case 0:
-    case kTcp:
-    case kUdp:
-      return UpdatePortApplications(r);
-    case kIcmp:
-      return update("icmp");
-    case kGre:
-      return update("gre");
-    case kEsp:
-      return update("ipsec-esp");
-    case kIcmpv6:
-      if (r.ext.ip_version == 6) update("icmpv6");
-      return;
-    default:
-      return;
-  }
+  const std::uint8_t protocol = r.rec.prot;
+  // Exporters that leave the protocol out send ports all the same.
+  if (protocol == kTcp || protocol == kUdp || protocol == 0) return UpdatePortApplications(r);
+  if (protocol != kIcmpv6) return UpdateProtocolApplication(r, protocol);
+  if (r.ext.ip_version != 6) return;
+  r.engine->UpdateCounterKeyLen(COUNTERID_APPS, 6, "icmpv6", apps::kBytes, r.bytes);
 }
 
 void RecordMetering::UpdatePortApplications(const Record& r) {
-  if (!policy_.fMeterBothPorts) {
-    const int meter = r.direction->apps_meter;
-    MakePortKey(std::min(r.source_port, r.destination_port), key_);
-    r.engine->UpdateCounter2(COUNTERID_APPS, kPortKeyLength, key_, apps::kBytes, r.bytes, meter,
-                             r.bytes);
-    const auto& tag = context_.AppTagText;
-    if (policy_.fMeterNBAR && !tag.Empty()) {
-      r.engine->UpdateCounter2(COUNTERID_NBAR, static_cast<int>(tag.Size()), tag.Text(),
-                               apps::kBytes, r.bytes, meter, r.bytes);
-    }
-    return;
+  if (policy_.fMeterBothPorts) {
+    return UpdateServicePorts(r.engine, r.ports, apps::kBytes, r.bytes);
   }
-  const auto update = [&](std::uint16_t port) {
-    MakePortKey(port, key_);
-    r.engine->UpdateCounterKeyLen(COUNTERID_APPS, kPortKeyLength, key_, apps::kBytes, r.bytes);
-  };
-  const bool source_is_service = r.source_port < kFirstClientPort;
-  const bool destination_is_service = r.destination_port < kFirstClientPort;
-  if (source_is_service || !destination_is_service) update(r.source_port);
-  if (!source_is_service) update(r.destination_port);
+  UpdateSmallerPort(r, r.ports);
+  const auto& tag = context_.AppTagText;
+  if (policy_.fMeterNBAR && !tag.Empty()) {
+    r.engine->UpdateCounter2(COUNTERID_NBAR, static_cast<int>(tag.Size()), tag.Text(), apps::kBytes,
+                             r.bytes, r.direction->apps_meter, r.bytes);
+  }
 }
 
 void RecordMetering::UpdateSubnets(const Record& r) {
@@ -206,13 +115,9 @@ void RecordMetering::UpdateInterfaces(const Record& r) {
   char* const in_interface = key_;
   char* const out_interface = second_key_;
   MakeIntfKey(exporter_key_, r.ext.in_ifindex, in_interface);
-  r.engine->UpdateCounter3(COUNTERID_FLOWINTF, kInterfaceKeyLength, in_interface,
-                           interfaces::kBytes, r.bytes, interfaces::kReceived, r.bytes,
-                           interfaces::kFlows, 1);
+  UpdateInterface(r, in_interface, interfaces::kReceived);
   MakeIntfKey(exporter_key_, r.ext.out_ifindex, out_interface);
-  r.engine->UpdateCounter3(COUNTERID_FLOWINTF, kInterfaceKeyLength, out_interface,
-                           interfaces::kBytes, r.bytes, interfaces::kTransmitted, r.bytes,
-                           interfaces::kFlows, 1);
+  UpdateInterface(r, out_interface, interfaces::kTransmitted);
   if (policy_.fMeterLinkAS) UpdateLinkAs(r, in_interface, out_interface);
 }
 
@@ -220,7 +125,7 @@ void RecordMetering::UpdateLinkAs(const Record& r, const char* in_interface,
                                   const char* out_interface) {
   char link_key[kKeyBufferSize];
   const auto update = [&](std::uint32_t as_number, const char* interface_key, int meter) {
-    char* const out = link_key + WriteAsKey(as_number, link_key);
+    char* const out = MakeAsKey(as_number, link_key);
     *out = '\\';
     std::memcpy(out + 1, interface_key, kInterfaceKeyLength + 1);
     r.engine->UpdateCounter(COUNTERID_LINKAS, link_key, meter, r.bytes);
@@ -242,23 +147,15 @@ void RecordMetering::UpdateVendorTexts(const Record& r) {
 
 void RecordMetering::UpdateConnections(const Record& r) {
   if (r.rec.prot != kTcp || (r.rec.tcp_flags & kTcpSynAck) != kTcpSynAck) return;
-  if (policy_.fMeterTCPConnections) {
-    for (const std::uint32_t address : {r.source, r.destination}) {
-      OmbrelAPI::Long2IPHex(address, key_);
-      r.engine->UpdateCounterKeyLen(COUNTERID_HOSTS, kIpv4KeyLength, key_, hosts::kTcpConnections,
-                                    1);
-    }
+  if (policy_.fMeterTCPConnections) {  // an IPv6 one counts for 0.0.0.0, as hosts know it
+    UpdateHostConnections(r.engine, MakeIpv4Key(r.source).text, MakeIpv4Key(r.destination).text);
   }
   if (!policy_.fMeterAppConnections) return;
-  const auto update = [&](std::uint16_t port) {
-    MakePortKey(port, key_);
-    r.engine->UpdateCounterKeyLen(COUNTERID_APPS, kPortKeyLength, key_, apps::kConnections, 1);
-  };
-  if (policy_.fMeterBothPorts) {
-    update(r.source_port);
-    update(r.destination_port);
+  if (policy_.fMeterBothPorts) {  // really both, unlike the bytes and unlike the sFlow meter
+    UpdatePort(r.engine, r.ports.source, apps::kConnections, 1);
+    UpdatePort(r.engine, r.ports.destination, apps::kConnections, 1);
   } else {
-    update(std::min(r.source_port, r.destination_port));
+    UpdatePort(r.engine, r.ports.Smaller(), apps::kConnections, 1);
   }
 }
 

@@ -4,18 +4,13 @@
 #include "metering/record_metering.h"
 
 namespace flow {
-namespace {
-
-constexpr std::uint8_t kTcpSynOrRst = 0x06;
-
-}  // namespace
-
 FLOW_DIR_T RecordMetering::MakeFlowKey(const Record& r) {
   const SessionKeyRules rules = KeyRules();
-  const Conversation flow = {r.rec.prot,
-                             {r.source_key, r.source_port, r.ext.in_ifindex},
-                             {r.destination_key, r.destination_port, r.ext.out_ifindex},
-                             exporter_key_};
+  const Conversation flow = {
+      r.rec.prot,
+      {r.source_key, static_cast<std::uint16_t>(r.ports.source), r.ext.in_ifindex},
+      {r.destination_key, static_cast<std::uint16_t>(r.ports.destination), r.ext.out_ifindex},
+      exporter_key_};
   const bool both_ways = policy_.fMatchBiDirectionalFlows;
   switch (r.ext.ip_version) {
     case 4:

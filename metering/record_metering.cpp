@@ -41,16 +41,16 @@ bool AskIsHome(IOmbrelContainer* site, std::uint32_t address) {
 RecordMetering::Record::Record(IOmbrelStatsEngine* to, const nf5_record& record,
                                const nf5_header& header, const ext_fields& fields,
                                std::uint32_t layer2_bytes)
-    : engine(to),
+    : Metered{.engine = to,
+              .bytes = static_cast<std::uint32_t>(Sampled(header, record.dOctets) +
+                                                  Sampled(header, record.dPkts) * layer2_bytes),
+              .packets = Sampled(header, record.dPkts)},
       rec(record),
       hdr(header),
       ext(fields),
-      packets(Sampled(header, record.dPkts)),
-      bytes(static_cast<std::uint32_t>(Sampled(header, record.dOctets) + packets * layer2_bytes)),
       source(record.srcaddr.ToHost()),
       destination(record.dstaddr.ToHost()),
-      source_port(record.srcport.ToHost()),
-      destination_port(record.dstport.ToHost()) {}
+      ports{record.srcport.ToHost(), record.dstport.ToHost()} {}
 
 void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* site,
                                 const nf5_record& rec, const nf5_header& hdr, const ip_header& ip,
@@ -83,7 +83,8 @@ void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* si
     if (policy_.fMeterMasks) UpdatePrefixes(r);
     UpdateNextHops(r);
   }
-  UpdateTotals(r);
+  if (policy_.fMeterVRF) UpdateVrf(r);
+  UpdateTotals(r, rec.prot);
   const bool source_is_home = AskIsHome(site, r.source);
   r.host_direction = &DirectionOf(source_is_home, AskIsHome(site, r.destination));
   if (policy_.fMeterv4v6) UpdateEtherType(r);
@@ -123,19 +124,17 @@ void RecordMetering::LogCorrupt(IOmbrelContainer* site, const Record& r, std::ui
 }
 
 void RecordMetering::Classify(Record* r) const {
-  if (policy_.fHomeASNumbers) {
-    r->source_as_home = policy_.IsHomeAs(r->ext.src_as);
-    r->destination_as_home = policy_.IsHomeAs(r->ext.dst_as);
-    // Where one AS number is missing, the flow is taken to cross the border of the home AS.
-    r->source_home = r->ext.src_as == 0 ? !r->destination_as_home : r->source_as_home;
-    r->destination_home = r->ext.dst_as == 0 ? !r->source_home : r->destination_as_home;
-  } else {
-    r->source_home = home_networks_.Contains(r->source);
-    r->destination_home = home_networks_.Contains(r->destination);
+  if (!policy_.fHomeASNumbers) {
+    r->Classify(home_networks_.Contains(r->source), home_networks_.Contains(r->destination));
     r->source_as_home = r->source_home;
     r->destination_as_home = r->destination_home;
+    return;
   }
-  r->direction = &DirectionOf(r->source_home, r->destination_home);
+  r->source_as_home = policy_.IsHomeAs(r->ext.src_as);
+  r->destination_as_home = policy_.IsHomeAs(r->ext.dst_as);
+  // Where one AS number is missing, the flow is taken to cross the border of the home AS.
+  const bool source = r->ext.src_as == 0 ? !r->destination_as_home : r->source_as_home;
+  r->Classify(source, r->ext.dst_as == 0 ? !source : r->destination_as_home);
 }
 
 bool RecordMetering::PassesFilters(const Record& r) const {

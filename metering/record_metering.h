@@ -10,6 +10,7 @@
 #include "flowhandlers/counter_keys.h"
 #include "flowhandlers/host_interfaces.h"
 #include "flowhandlers/session_keys.h"
+#include "metering/common_updates.h"
 #include "metering/flow_record.h"
 #include "metering/record_context.h"
 
@@ -35,27 +36,20 @@ class RecordMetering {
 
  private:
   // A record with what is derived from it, all in host byte order.
-  struct Record {
+  struct Record : Metered {
     Record(IOmbrelStatsEngine* to, const nf5_record& record, const nf5_header& header,
            const ext_fields& fields, std::uint32_t layer2_bytes);
 
-    IOmbrelStatsEngine* engine;
     const nf5_record& rec;
     const nf5_header& hdr;
     const ext_fields& ext;
-    std::uint64_t packets;  // modulo 2^32, as are the bytes
-    std::uint64_t bytes;
     std::uint32_t source;
     std::uint32_t destination;
-    std::uint16_t source_port;
-    std::uint16_t destination_port;
+    Ports ports;
 
-    // What later steps find out.
-    bool source_home = false;
-    bool destination_home = false;
+    // What later steps find out, beside the direction by the home networks or AS numbers.
     bool source_as_home = false;  // as the AS number itself says, where home is a matter of those
     bool destination_as_home = false;
-    const Direction* direction = nullptr;       // by the home networks or AS numbers
     const Direction* host_direction = nullptr;  // by the host's own answer
     char source_key[kIpv6KeyLength + 1];        // of the host, by the IP version
     char destination_key[kIpv6KeyLength + 1];
@@ -74,7 +68,7 @@ class RecordMetering {
   void UpdateAsNumbers(const Record& r);
   void UpdatePrefixes(const Record& r);
   void UpdateNextHops(const Record& r);
-  void UpdateTotals(const Record& r);
+  void UpdateVrf(const Record& r);
   void UpdateEtherType(const Record& r);
   void UpdateHosts(const Record& r);
   void UpdateApplications(const Record& r);

@@ -40,17 +40,12 @@ class CPISFlowMeter : public CArboSitedComponent<CPISFlowMeter, IOmbrelSimpleCou
   // The updates of one sample, in the order in which MeterSFlow makes them.
   void MeterExporter(const Packet& packet);
   [[nodiscard]] bool PassesFilters(const Packet& packet) const;
-  void MeterTotals(const Packet& packet);
-  void MeterHosts(const Packet& packet);
   void MeterApplication(const Packet& packet);
   void MeterInterfaces(const Packet& packet);
   void MeterSession(const Packet& packet);
   void MeterTcp(const Packet& packet);  // after MeterSession, whose key it uses
   void MeterVlans(const Packet& packet);
   void MeterMacs(const Packet& packet);
-
-  void MeterPorts(const Packet& packet);
-  void UpdateService(std::uint32_t port, int meter, std::uint64_t value);
 
   // The session key, in key_, and the direction of the source within it.
   FLOW_DIR_T MakeFlowKey(const Packet& packet);
