@@ -1,7 +1,8 @@
-// Packets out of a capture file: pcap and pcapng.
+// Packets out of a capture file: pcap and pcapng, plain or compressed with gzip or zstd.
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <span>
 #include <string>
@@ -32,7 +33,7 @@ class CaptureReader {
   // rest of the file is damaged.
   bool Next(CapturedPacket* packet);
 
-  // Position is how much of the file was read, 0 to 1; 0 where that is not known.
+  // Position is how much of the file, as it is stored, was read, 0 to 1; 0 where that is not known.
   [[nodiscard]] double Position() const;
 
  private:
@@ -40,7 +41,13 @@ class CaptureReader {
     void operator()(pcap* capture) const;
   };
 
+  struct Inflated;
+
+  [[nodiscard]] std::string Trouble(const char* reason) const;
+
   std::string path_;
+  std::FILE* file_ = nullptr;
+  std::unique_ptr<Inflated> inflated_;  // null for a plain file; outlives the capture
   std::unique_ptr<pcap, Closer> capture_;
   int link_type_ = 0;
   double size_ = 0;

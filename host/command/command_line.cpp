@@ -249,7 +249,10 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
       ->add_option("--trace", replay.trace,
                    "Write every call of the library; - for standard output")
       ->type_name("FILE");
-  replay_app->add_option("CAPTURE", replay.captures, "pcap or pcapng files; - for standard input")
+  replay_app
+      ->add_option("CAPTURE", replay.captures,
+                   "pcap or pcapng files, plain or compressed with gzip or zstd; - for "
+                   "standard input")
       ->required()
       ->type_name("");
 

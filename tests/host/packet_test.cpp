@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pcap/dlt.h>
+#include <zlib.h>
+#include <zstd.h>
 
 #include "host/base/error.h"
 #include "host/capture/capture_reader.h"
@@ -139,6 +141,80 @@ TEST(CaptureReader, GivesWhatStandsBeforeTheDamage) {
   CapturedPacket packet;
   EXPECT_TRUE(reader.Next(&packet));
   EXPECT_THROW(reader.Next(&packet), HostError);
+}
+
+std::string Gzipped(const std::string& text) {
+  const TemporaryFolder folder;
+  const gzFile file = gzopen((folder / "gz").c_str(), "wb");
+  gzwrite(file, text.data(), static_cast<unsigned>(text.size()));
+  gzclose(file);
+  return ReadFile(folder / "gz");
+}
+
+std::string Zstandard(const std::string& text) {
+  std::string packed(ZSTD_compressBound(text.size()), '\0');
+  ZSTD_CCtx* const context = ZSTD_createCCtx();
+  ZSTD_CCtx_setParameter(context, ZSTD_c_checksumFlag, 1);
+  ZSTD_inBuffer from{text.data(), text.size(), 0};
+  ZSTD_outBuffer to{packed.data(), packed.size(), 0};
+  ZSTD_compressStream2(context, &to, &from, ZSTD_e_continue);  // so that no size stands in front
+  ZSTD_compressStream2(context, &to, &from, ZSTD_e_end);
+  ZSTD_freeCCtx(context);
+  packed.resize(to.pos);
+  return packed;
+}
+
+// How many packets a file gives, and what is said in the end.
+std::pair<int, std::string> PacketsOf(const std::string& bytes) {
+  const TemporaryFolder folder;
+  WriteFile(folder / "a", bytes);
+  int packets = 0;
+  try {
+    CaptureReader reader((folder / "a").string());
+    CapturedPacket packet;
+    while (reader.Next(&packet)) ++packets;
+  } catch (const HostError& error) {
+    return {packets, error.what()};
+  }
+  return {packets, ""};
+}
+
+TEST(CaptureReader, ReadsWhatIsCompressed) {
+  constexpr int kPackets = 5000;  // several buffers of every kind
+  const TemporaryFolder folder;
+  Capture{1, std::vector(kPackets, Ethernet(kUdp.Packet()))}.Write(folder / "a.pcap");
+  const std::string plain = ReadFile(folder / "a.pcap");
+  const std::string start = plain.substr(0, 1000);
+  const std::string rest = plain.substr(1000);
+  const auto all = testing::Pair(kPackets, "");
+  for (const auto& compress : {+[](const std::string& text) { return Gzipped(text); },
+                               +[](const std::string& text) { return Zstandard(text); }}) {
+    const std::string whole = compress(plain);
+    EXPECT_THAT(PacketsOf(whole), all);
+    EXPECT_THAT(PacketsOf(compress(start) + compress("") + compress(rest)), all);
+    const auto damaged = [&](std::size_t least, const std::string& why) {
+      return testing::Pair(
+          testing::AllOf(testing::Ge(static_cast<int>(least)), testing::Le(kPackets)),
+          testing::HasSubstr(why));
+    };
+    for (const std::size_t size : {whole.size() - 1, whole.size() / 2, std::size_t{5}}) {
+      EXPECT_THAT(PacketsOf(whole.substr(0, size)), damaged(0, "it ends in the middle")) << size;
+    }
+    std::string flipped = whole;
+    flipped.back() ^= 1;  // in a checksum
+    EXPECT_THAT(PacketsOf(flipped), damaged(kPackets / 2, ": damaged, read up to there: "));
+    EXPECT_THAT(PacketsOf(compress(start) + compress(rest).replace(20, 9, "different")),
+                damaged(10, ": damaged, read up to there: "));
+    EXPECT_THAT(PacketsOf(whole + "garbage"), damaged(kPackets, "damaged, read up to there"));
+    EXPECT_THAT(PacketsOf(compress("not a capture, but long enough for one")),
+                testing::Pair(0, testing::HasSubstr("not a readable capture: unknown file")));
+  }
+}
+
+TEST(CaptureReader, RefusesAWindowThatIsTooLarge) {
+  const Bytes frame = FromHex("28B52FFD 00 90 010000");  // 256 MiB
+  EXPECT_THAT(PacketsOf(std::string(frame.begin(), frame.end())),
+              testing::Pair(0, testing::HasSubstr("too much memory")));
 }
 
 }  // namespace
