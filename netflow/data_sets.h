@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <span>
+#include <utility>
 
 #include "config/netflow_policy.h"
 #include "metering/flow_record.h"
@@ -21,14 +22,16 @@ namespace flow {
 
 class DataSets {
  public:
-  // All outlive it.
+  // All that is pointed at outlives it.
   DataSets(const NetflowPolicy& policy, const HostLinks& host, const TemplateStore& templates,
-           RecordContext* context, SamplingRates* rates, RecordMetering* metering)
+           RecordContext* context, SamplingRates* rates, RecordMetering* metering,
+           DuplicateEgress duplicates = DuplicateEgress())
       : policy_(policy),
         host_(host),
         templates_(templates),
         metering_(*metering),
-        state_{.policy = policy, .host = host, .context = *context, .rates = *rates} {}
+        state_{.policy = policy, .host = host, .context = *context, .rates = *rates},
+        duplicates_(std::move(duplicates)) {}
 
   // v9_ProcessDataFlowset meters the records of a set, given from its header to its end.
   SetError v9_ProcessDataFlowset(const ExportSource& source, const nf9_header& header,

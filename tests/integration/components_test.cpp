@@ -93,6 +93,13 @@ TEST_F(Components, InitialisedTwiceTheyStandTwiceInTheTable) {
   EXPECT_EQ(Number<std::uint32_t>(package, at::GetComponentCount), 12u);
 }
 
+TEST_F(Components, StandInANewTableAfterTheEnd) {
+  reinterpret_cast<void (*)()>(library_.Symbol("SqPIFini"))();
+  Object* package = nullptr;
+  EXPECT_EQ(reinterpret_cast<int (*)(Object**)>(library_.Symbol("SqPIGetPackage"))(&package), 0);
+  EXPECT_EQ(Number<std::uint32_t>(package, at::GetComponentCount), 6u);
+}
+
 TEST_F(Components, OfferTheirInterfacesFromEveryPointer) {
   const std::set<Interface> handler = {kUnknown, kPlugin, kProtHandler, kAccessPointClient,
                                        kClassFactory};

@@ -6,6 +6,8 @@
 
 #include <utility>
 
+#include "netflow/data_sets.h"
+#include "tests/support/datagram_builders.h"
 #include "tests/support/recording_host.h"
 
 namespace flow::test {
@@ -37,6 +39,28 @@ TEST(DuplicateEgress, ReportsAtMostOnceAMinute) {
   EXPECT_EQ(report(duplicates, 0), "");
   EXPECT_EQ(report(duplicates, 3), "Log 8 Ignored duplicate v9 egress flow count= 3\n");
   EXPECT_EQ(report(duplicates, 3), "");
+}
+
+// At the end of the data set whose records they were.
+TEST(DuplicateEgress, IsReportedByItsDataSet) {
+  RecordingHost host;
+  IOmbrelContainer* const site = host.Site();
+  const HostLinks links = {.site = site, .engine = host.Engine()};
+  NetflowPolicy policy;
+  policy.fIgnoreAllEgress = true;
+  const HomeNetworks home;
+  RecordContext context;
+  SamplingRates rates;
+  RecordMetering metering(policy, home, context);
+  const ExportSource source(UdpHeaders({}, 0));
+  TemplateStore templates;
+  const Bytes specifiers = Wire().U16(256).U16(1).U16(61).U16(1).Get();
+  ByteCursor records(specifiers);
+  templates.v9_ProcessTemplateFlowset_Single(source.key, TemplateRules::kV9, 0, &records);
+  DataSets sets(policy, links, templates, &context, &rates, &metering,
+                DuplicateEgress(DuplicateEgress::Clock::now() - std::chrono::seconds(61)));
+  sets.v9_ProcessDataFlowset(source, {}, DataSet(256).Raw(Wire().U8(1).U8(1)).Build());
+  EXPECT_EQ(host.TakeText(), "Log 8 Ignored duplicate v9 egress flow count= 2\n");
 }
 
 // Also when the rounds begin again.

@@ -121,9 +121,9 @@ TEST_F(Intake, FixedRecords) {
 TEST_F(Intake, FixedRecordsHaveNoTexts) {
   host_.Policy("<MeterNetflowSources>false</MeterNetflowSources>" + kWholeFlows).Attach(meter_);
   host_.Forget();
-  Send(V9(Learn({{234, 4}, {95, 4}, {8, 4}, {12, 4}, {1, 4}}), Data(Numbers({7, 7, 1, 2, 9}))));
-  EXPECT_THAT(Said(), ElementsAre(HasSubstr("in VRF:7, tag 0:7")));
   for (const Bytes& datagram : {V1Packet().Record().Build(), V5Packet().Record().Build()}) {
+    Send(V9(Learn({{234, 4}, {95, 4}, {8, 4}, {12, 4}, {1, 4}}), Data(Numbers({7, 7, 1, 2, 9}))));
+    EXPECT_THAT(Said(), ElementsAre(HasSubstr("in VRF:7, tag 0:7")));
     Send(datagram);
     EXPECT_THAT(Said(), ElementsAre(AllOf(Not(HasSubstr("VRF")), Not(HasSubstr("tag")))));
   }

@@ -68,6 +68,15 @@ TEST(SetWalk, Sets) {
   }
 }
 
+// Not even one without records, which would go to the other meters.
+TEST_F(MeterTest, LastFourBytesOfV9BeginNoSet) {
+  Start();
+  Send(Packet().Add(Set(0)));
+  EXPECT_THAT(host_.Take("PostChannelMessage"), testing::SizeIs(1));
+  Send(Packet().Add(Set(0)).Add(Set(256)));
+  EXPECT_THAT(host_.Take("PostChannelMessage"), testing::SizeIs(2));
+}
+
 // The set with id 1 is an options template in v9 and data in IPFIX.
 TEST_F(MeterTest, SetWithIdOne) {
   Start("",

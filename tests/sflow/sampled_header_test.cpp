@@ -212,6 +212,7 @@ TEST(SampledHeader, LeavesEarlierFields) {
   EXPECT_EQ(after(EthernetIp4(), 2), kWhole);
   EXPECT_EQ(after(Frame(), 1), without_marks + Payload(54));
   EXPECT_EQ(after(Frame(), 15), without_marks + Payload(54));
+  EXPECT_EQ(after(EthernetIp4().Cut(47), 1), kWhole) << "without its flags";
   EXPECT_EQ(after(Frame(), 12),
             Ethernet(2048) + " ipv4Offset=14 hasIPv6=1" + Proto4(6) + kTcp + Payload(54));
   EXPECT_EQ(

@@ -290,6 +290,7 @@ TEST(SFlowMetering, HostsAtHomeAndAway) {
 }
 
 // The flow key of a packet, and the meters that it went to, "01" or "23" with the other direction.
+// The volume counts one way, whatever the direction.
 class SessionTest : public testing::TestWithParam<Row> {};
 
 TEST_P(SessionTest, Updates) {
@@ -300,6 +301,8 @@ TEST_P(SessionTest, Updates) {
     found.push_back(line.substr(30));
   }
   EXPECT_EQ(found, row.lines);
+  EXPECT_THAT(Calls(row.settings, Datagram(row.packet), "UpdateFlowVolume"),
+              ElementsAre(testing::EndsWith(" 6000 0 100 0")));
 }
 
 const std::string kSeparate = Off("MergeMultipleSources");
