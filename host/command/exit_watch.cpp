@@ -67,8 +67,12 @@ ExitWatch::ExitWatch(std::function<void()> on_exit) {
 }
 
 ExitWatch::~ExitWatch() {
-  const std::lock_guard lock(TheWatch().mutex);
-  TheWatch().on_exit = nullptr;
+  {
+    const std::lock_guard lock(TheWatch().mutex);
+    if (std::exchange(TheWatch().on_exit, nullptr)) return;
+  }
+  // Another thread is saying the last word. What it speaks of lasts until the process has ended.
+  for (;;) pause();
 }
 
 }  // namespace flow::host

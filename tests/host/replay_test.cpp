@@ -181,7 +181,7 @@ TEST_F(Replay, ReportsWhenThePluginEndsALane) {
   for (std::uint16_t port = 1; port <= 64; ++port) packets.push_back(On(Datagram('.', port)));
   for (std::uint16_t port = 1; port <= 64; ++port) packets.push_back(On(Datagram('B', port)));
   const ProgramResult result = Run(packets, {"--instances", "4", "--top", "0"});
-  EXPECT_EQ(result.status, 255);
+  EXPECT_EQ(result.status, 255) << result.err;
   EXPECT_THAT(result.err, HasSubstr("flowhost: the plug-in ended the process"));
   EXPECT_THAT(result.out, HasSubstr("  Flow records"));
 }
