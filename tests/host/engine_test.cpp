@@ -176,6 +176,11 @@ TEST(StatsStore, PrunesDownToTheLargestKeys) {
   std::uint64_t sum = hosts.pruned_sums[0];
   hosts.table.ForEach([&](std::string_view, const std::uint64_t* values) { sum += values[0]; });
   EXPECT_EQ(sum, (high + 1) * (high + 2) / 2) << "nothing is missing in the sums";
+
+  Host other;
+  other.store.Merge(host.store);
+  EXPECT_EQ(other.store.Group(kHosts).pruned_keys, hosts.pruned_keys);
+  EXPECT_EQ(other.store.Group(kHosts).pruned_sums, hosts.pruned_sums);
 }
 
 TEST(StatsEngine, CountsUpdatesOfMetersThatAreNotThere) {
@@ -205,6 +210,11 @@ TEST(StatsEngine, TellsTheTimeOfTheDatagram) {
   std::uint64_t seconds = 0;
   host.engine.GetCurrentTime(&seconds);
   EXPECT_EQ(seconds, 1'700'000'000U);
+  host.engine.SetAhead();
+  host.engine.GetCurrentTime(&seconds);
+  EXPECT_EQ(seconds, 1'700'003'601U);
+  host.engine.GetCurrentTime(&seconds);
+  EXPECT_EQ(seconds, 1'700'000'000U) << "ahead for one question";
 }
 
 TEST(Flows, AddUpOverManyRecords) {
@@ -218,8 +228,9 @@ TEST(Flows, AddUpOverManyRecords) {
     host.engine.UpdateFlowVolume(key, 10, 20, 1, 2);
   }
   host.engine.SetFlowTimes(kFlowGroup, "a", &middle, &late);
-  host.engine.SetFlowTimes(kFlowGroup, "b", &middle, &middle);
   host.engine.SetFlowTimes(kFlowGroup, "a", &early, &middle);
+  host.engine.SetFlowTimes(kFlowGroup, "b", &middle, &middle);
+  host.engine.SetFlowTimes(kFlowGroup, "a", &middle, &middle);
   host.engine.TagFlow(kFlowGroup, "a", "[dir]internal");
   host.engine.UpdateFlowCounterWithText(kFlowGroup, "a", 1, 7, "some text");
   host.engine.CloseFlow(kFlowGroup, "a");

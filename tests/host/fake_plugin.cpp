@@ -1,9 +1,12 @@
 // A plug-in small enough to know by heart: one protocol, one meter, one counter group. What the
 // meter does is chosen by the first letter of a datagram.
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <thread>
 
 #include "plugin/component.h"
 #include "plugin/module.h"
@@ -131,8 +134,16 @@ class FakeMeter : public CArboObjectRootEx<CArboSingleThreadModel>,
                                    message);
         return kStatusOk;
       }
+      case 'L':
+        engine->SetKeyAttributes(kHosts, "0A.00.00.01", "say \"hello\"", "");
+        CountOne(engine, length);
+        return kStatusOk;
       case 'R':
         return kStatusFailed;
+      case 'W':
+        WaitForGate();
+        CountOne(engine, length);
+        return kStatusOk;
       default:
         CountOne(engine, length);
         return kStatusOk;
@@ -140,6 +151,13 @@ class FakeMeter : public CArboObjectRootEx<CArboSingleThreadModel>,
   }
 
  private:
+  static void WaitForGate() {
+    const char* const gate = std::getenv("FAKE_PLUGIN_GATE");
+    while (gate != nullptr && !std::filesystem::exists(gate)) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  }
+
   static void CountOne(IOmbrelStatsEngine* engine, std::uint64_t bytes) {
     engine->MarkRecord();
     engine->UpdateCounter2(kHosts, 11, "0A.00.00.01", 0, bytes, 3, 1);

@@ -87,7 +87,7 @@ TEST_F(Replay, TakesFurtherPortsAndGroups) {
 
 TEST_F(Replay, WritesAllFormats) {
   const ProgramResult result =
-      Run({On(Datagram('.')), On(Datagram('.', 50001))},
+      Run({On(Datagram('L')), On(Datagram('.', 50001))},
           {"--json", (folder_ / "a.json").string(), "--csv", (folder_ / "csv").string(), "--sqlite",
            (folder_ / "a.db").string(), "--top", "0"});
   EXPECT_EQ(result.status, 0);
@@ -104,6 +104,9 @@ TEST_F(Replay, WritesAllFormats) {
   EXPECT_THAT(ReadFile(folder_ / "csv/hosts.csv"),
               HasSubstr("key,text,bytes,bytes_in,bytes_out,packets,"));
   EXPECT_THAT(ReadFile(folder_ / "csv/hosts.csv"), HasSubstr("\n0A.00.00.01,10.0.0.1,60,0,0,2,"));
+
+  EXPECT_THAT(ReadFile(folder_ / "csv/key_notes.csv"),
+              HasSubstr("\nhosts,0A.00.00.01,label,\"say \"\"hello\"\"\"\n"));
 
   EXPECT_EQ(Query(folder_ / "a.db", "SELECT text, bytes FROM hosts"), "10.0.0.1 60|");
   EXPECT_EQ(Query(folder_ / "a.db", "SELECT port, records FROM exporters"), "50000 1|50001 1|");
@@ -152,6 +155,19 @@ TEST_F(Replay, SpreadsExportersAndPassesMessagesToTheOthers) {
   EXPECT_EQ(heard, 2U);
 }
 
+TEST_F(Replay, CountsMessagesThatRepeatThemselves) {
+  const std::vector<Bytes> packets(3, On(Datagram('P')));
+  EXPECT_THAT(Run(packets, {"--instances", "2"}).err,
+              HasSubstr("Fake Meter 2: warning: a neighbour has spoken\n(and 2 times more)\n"));
+}
+
+TEST_F(Replay, LeadsExportersToTheLaneWithLeastToDo) {
+  const std::string heard =
+      Run({On(Datagram('P')), On(Datagram('P', 50001))}, {"--instances", "2"}).err;
+  EXPECT_THAT(heard, HasSubstr("Fake Meter 1: warning: a neighbour has spoken"));
+  EXPECT_THAT(heard, HasSubstr("Fake Meter 2: warning: a neighbour has spoken"));
+}
+
 TEST_F(Replay, ReportsWhatStandsBeforeTheDamage) {
   Capture{1, {On(Datagram('.')), On(Datagram('.'))}}.Write(folder_ / "b.pcap");
   const std::string whole = ReadFile(folder_ / "b.pcap");
@@ -198,7 +214,8 @@ TEST_F(Replay, ReportsWhenThePluginEndsTheProcessLater) {
 
 // Packets are a second apart, the first 20 seconds past the minute.
 TEST_F(Replay, ReportsByIntervals) {
-  const std::vector<Bytes> packets(45, On(Datagram('.')));
+  std::vector<Bytes> packets(45, On(Datagram('.')));
+  packets.front() = On(Datagram('L'));
   Query(folder_ / "a.db", "CREATE TABLE exporters (bucket, port)");  // as an older version made it
   const ProgramResult result = Run(packets, {"--interval", "30", "--top", "0", "--sqlite",
                                              (folder_ / "a.db").string(), "--instances", "2"});
@@ -218,6 +235,9 @@ TEST_F(Replay, ReportsByIntervals) {
   EXPECT_THAT(records, testing::ElementsAre("10", "30", "5", "45"));
   EXPECT_EQ(Query(folder_ / "a.db", "SELECT bucket, bytes FROM hosts ORDER BY bucket"),
             "1700000000 1200|1700000040 150|");
+  EXPECT_EQ(Query(folder_ / "a.db", "SELECT bucket, value FROM key_notes ORDER BY bucket"),
+            "1700000000 say \"hello\"|1700000040 say \"hello\"|")
+      << "a name is told once, and holds in later intervals";
   EXPECT_EQ(Query(folder_ / "a.db", "SELECT port, records FROM exporters"), "50000 40|50000 5|");
 }
 

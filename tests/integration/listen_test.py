@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""listen_test.py FLOWHOST PLUGIN FLOWGEN SAMPLES: a collector on loopback, with real and made exporters
+"""listen_test.py FLOWHOST PLUGIN FLOWGEN SAMPLES FAKE_PLUGIN: a collector on loopback, with real and made exporters
 that send at once, while its policy and its home AS feed are edited; then the same collector restarted.
 
 Exit status: 0 as it should be, 1 not, 77 no softflowd here.
@@ -40,14 +40,15 @@ def free_port():
 class Collector:
     """a running flowhost listen; what it says is kept in a file"""
 
-    def __init__(self, folder, *options):
+    def __init__(self, folder, *options, plugin=None, protocols=("netflow", "sflow"), environment=()):
         self.log = folder / "log"
-        self.netflow, self.sflow = free_port(), free_port()
+        self.ports = {protocol: free_port() for protocol in protocols}
+        ports = [word for protocol, port in self.ports.items() for word in ("--port", f"{protocol}={port}")]
         self.process = subprocess.Popen(
-            [FLOWHOST, "listen", "--plugin", PLUGIN, "--config", folder / "policies", "--data", folder / "feeds",
-             "--bind", "127.0.0.1", "--port", f"netflow={self.netflow}", "--port", f"sflow={self.sflow}",
-             "--log-level", "information", "--json", folder / "out.json", "--top", "3", "--group", "totals", *options],
-            stdout=(folder / "summary").open("w"), stderr=self.log.open("w"))
+            [FLOWHOST, "listen", "--plugin", plugin or PLUGIN, "--config", folder / "policies", "--data",
+             folder / "feeds", "--bind", "127.0.0.1", *ports, "--log-level", "information", "--json",
+             folder / "out.json", "--top", "3", "--group", "totals", *options],
+            stdout=(folder / "summary").open("w"), stderr=self.log.open("w"), env=dict(os.environ, **dict(environment)))
         self.json, self.summary = folder / "out.json", folder / "summary"
         atexit.register(self.process.kill)  # where the test ends before it
         self.wait_for("listening on 127.0.0.1")
@@ -81,8 +82,8 @@ class Exporters:
         if not self.runs or self.runs[-1].poll() is not None:
             self.runs.append(subprocess.Popen(
                 [FLOWGEN, "--format", "mixed", "--records", "4000", "--hosts", "500", "--exporters", "8", "--seed",
-                 str(len(self.runs)), "--send", f"127.0.0.1:{self.collector.netflow}", "--sflow-port",
-                 str(self.collector.sflow), "--rate", "200"], stdout=subprocess.PIPE, text=True))
+                 str(len(self.runs)), "--send", f"127.0.0.1:{self.collector.ports['netflow']}", "--sflow-port",
+                 str(self.collector.ports["sflow"]), "--rate", "200"], stdout=subprocess.PIPE, text=True))
 
     def claims(self):
         """what each says that it has sent, when it has"""
@@ -136,7 +137,7 @@ def run_live(folder):
     collector.wait_for("incoming_1_homeas", 2)
 
     made = Exporters(collector)
-    real = start_softflowd(folder, collector.netflow)
+    real = start_softflowd(folder, collector.ports["netflow"])
     # Each meter takes the policy that it finds with its first datagram for the one that it has read.
     for number in (1, 2):
         collector.wait_for(f"Meter {number}: .*Broadcasted", meanwhile=made.keep_on)
@@ -187,7 +188,7 @@ def run_restarted(folder):
             archive = folder / "state" / "templates"
             archive.write_bytes(archive.read_bytes()[:-30])
         collector = Collector(folder, "--state", folder / "state", "--instances", str(1 + number % 2))
-        exporter.sendto(datagrams[min(number, 1)], ("127.0.0.1", collector.netflow))
+        exporter.sendto(datagrams[min(number, 1)], ("127.0.0.1", collector.ports["netflow"]))
         # It is metered before the end, whenever that comes.
         status, report = collector.end()
         expect(f"{state}: exit status", status, 0)
@@ -210,16 +211,38 @@ def run_port_taken(folder):
         expect("exit status with a port taken", status, 1)
 
 
+def run_flooded(folder):
+    """every datagram is metered or told as lost, once"""
+    gate = folder / "gate"
+    collector = Collector(folder, "--interval", "3600", plugin=FAKE_PLUGIN, protocols=("fake",),
+                          environment={"FAKE_PLUGIN_GATE": str(gate)})
+    here = ("127.0.0.1", collector.ports["fake"])
+    datagrams, queued = 1600, 1024  # of this size in a queue
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as exporter:
+        exporter.sendto(b"\0\5" + bytes(27) + b"W", here)
+        for number in range(datagrams - 1):
+            exporter.sendto(b"\0\5" + bytes(65000) + b".", here)
+            if number % 8 == 0:
+                time.sleep(0.004)
+    collector.signal(signal.SIGUSR1)
+    gate.touch()
+    status, report = collector.end()
+    lost = report["lost_datagrams"]
+    expect("exit status of the flooded", status, 0)
+    expect("metered and lost", report["exporters"][0]["datagrams"] + lost["kernel"] + lost["queue"], datagrams)
+    expect("a full queue", lost["queue"] > 0 or lost["kernel"] + queued + 32 > datagrams, True)
+
+
 def main():
     if shutil.which("softflowd", path=os.environ["PATH"] + ":/usr/sbin") is None:
         sys.exit(77)
-    for scenario in (run_live, run_restarted, run_port_taken):
+    for scenario in (run_live, run_restarted, run_port_taken, run_flooded):
         with tempfile.TemporaryDirectory() as folder:
             scenario(pathlib.Path(folder))
-    print("\n".join(failures) or "live totals, reload, feed, restart and a taken port are as they should be")
+    print("\n".join(failures) or "live totals, reload, feed, restart, a taken port and a flood are as they should be")
     sys.exit(bool(failures))
 
 
 FLOWHOST, PLUGIN, FLOWGEN = sys.argv[1:4]
-SAMPLES = pathlib.Path(sys.argv[4])
+SAMPLES, FAKE_PLUGIN = map(pathlib.Path, sys.argv[4:])
 main()
