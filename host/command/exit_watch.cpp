@@ -24,6 +24,9 @@ Watch& TheWatch() {
 }
 
 void RunOnExit() {
+  // Handlers stand in blocks, and another thread frees this one's when it was the last in there. A
+  // new handler has the C library look at the list afresh, instead of at what it remembers.
+  std::atexit([] {});
   Watch& watch = TheWatch();
   watch.in_charge = std::this_thread::get_id();
   std::function<void()> on_exit;
