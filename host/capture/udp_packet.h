@@ -1,4 +1,4 @@
-// From a captured packet to a UDP datagram over IPv4, or the reason why it is none.
+// From a captured packet to a UDP datagram, or the reason why it is none to be metered.
 #pragma once
 
 #include <cstdint>
@@ -16,13 +16,15 @@ enum class PacketKind : std::uint8_t {
   kIcmp,
   kOtherProtocol,
   kFragment,
-  kIpv6,
   kArp,
   kOtherEthertype,
   kCutShort,
   kMalformed,
+  // These are UDP; the intake refuses them.
+  kReservedExporter,  // would be taken for an exporter over IPv6
+  kSpareExporter,     // over IPv6, and there are too many of those
 };
-inline constexpr std::size_t kPacketKinds = 10;
+inline constexpr std::size_t kPacketKinds = 11;
 
 // KindText is the kind as it reads after a number, as in "12 TCP"; KindId its name in files.
 std::string_view KindText(PacketKind kind);
@@ -31,7 +33,7 @@ std::string_view KindId(PacketKind kind);
 // A UDP datagram.
 struct UdpPacket {
   Timestamp time = 0;
-  std::span<const std::uint8_t> ip;  // the IPv4 packet, header first, without link-layer padding
+  std::span<const std::uint8_t> ip;  // the IP packet, header first, without link-layer padding
   std::size_t udp_offset = 0;        // of the UDP header within ip
   std::size_t payload_length = 0;    // bytes behind the UDP header
   Endpoint source;

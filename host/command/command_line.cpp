@@ -188,13 +188,16 @@ void AddListenOptions(CLI::App* app, ListenOptions* options) {
                   "How long time buckets stay in the SQLite database (default: 7; 0 for ever)")
       ->type_name("N")
       ->check(CLI::Range(0, 36500));
-  app->add_option("--bind", options->bind, "IPv4 address to listen on (default: all)")
-      ->type_name("ADDRESS");
+  app->add_option("--bind", options->bind,
+                  "IPv4 or IPv6 address to listen on; repeatable (default: all)")
+      ->type_name("ADDRESS")
+      ->allow_extra_args(false);
   app->add_option("--interval", options->interval, "Seconds between summaries (default: 60)")
       ->type_name("SECONDS")
       ->check(CLI::Range(1, 86400));
   app->add_option("--state", options->state_directory,
-                  "Directory in which templates are kept across restarts (default: they are not)")
+                  "Directory in which templates, and which exporters over IPv6 there are, are kept "
+                  "across restarts (default: they are not)")
       ->type_name("DIR");
   app->add_option("--receive-buffer", options->receive_buffer,
                   "Bytes per socket that the kernel is asked to hold (default: 16 MiB)")

@@ -39,19 +39,25 @@ Timestamp Now() {
 
 std::int64_t NowSeconds() { return Now() / kMicrosPerSecond; }
 
-IpAddress AddressFrom(const std::string& text) {
-  const auto address = IpAddress::Parse(text);
-  if (!address || address->family() != Family::kIpv4) {
-    throw UsageError(fmt::format("--bind: {} is no IPv4 address", text));
+// Without any, those that stand for all addresses of a family; a machine may do without IPv6.
+std::vector<IpAddress> AddressesFrom(const std::vector<std::string>& texts) {
+  std::vector<IpAddress> addresses;
+  for (const std::string& text : texts) {
+    const auto address = IpAddress::Parse(text);
+    if (!address) throw UsageError(fmt::format("--bind: {} is no address", text));
+    addresses.push_back(*address);
   }
-  return *address;
+  if (!addresses.empty()) return addresses;
+  addresses.emplace_back();
+  if (HasIpv6()) addresses.push_back(*IpAddress::Parse("::"));
+  return addresses;
 }
 
 class Listen {
  public:
   explicit Listen(const ListenOptions& options)
       : options_(options),
-        address_(AddressFrom(options.bind)),
+        addresses_(AddressesFrom(options.bind)),
         console_(options.meter.log_level),
         setup_(options.meter, "", console_),
         output_(options.output),
@@ -80,6 +86,7 @@ class Listen {
   };
 
   void OpenSockets();
+  bool OpenSocket(const Endpoint& here, const IID& protocol);
   void RestoreTemplates();
   void Step();
   void Receive(Port* port, int most_batches);
@@ -94,7 +101,7 @@ class Listen {
   void PluginEndedProcess();
 
   const ListenOptions& options_;
-  IpAddress address_;
+  std::vector<IpAddress> addresses_;
   Signals signals_;  // before any thread
   Console console_;
   MeterSetup setup_;
@@ -112,32 +119,41 @@ class Listen {
   bool wants_summary_ = false;
   std::atomic<bool> failed_ = false;
   bool ending_ = false;
-  RunReport report_{RunKind::kPeriodic, setup_.catalog().groups(), output_, console_};
+  RunReport report_{RunKind::kPeriodic, setup_.catalog().groups(), setup_.stand_ins(), output_,
+                    console_};
   Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {
     SaveTemplates();
     report_.Take(tick, std::move(harvests), 0);
   }};
 };
 
+bool Listen::OpenSocket(const Endpoint& here, const IID& protocol) {
+  try {
+    sockets_.push_back({std::make_unique<UdpSocket>(here, options_.receive_buffer), &protocol});
+    return true;
+  } catch (const HostError& error) {
+    failed_ = true;
+    console_.Error(error.what());
+    return false;
+  }
+}
+
 void Listen::OpenSockets() {
-  std::vector<std::string> names;
-  std::size_t smallest = options_.receive_buffer;
-  for (const ProtocolPort& wanted :
-       PortsToListenOn(setup_.components(), options_.meter.extra_ports)) {
-    try {
-      auto socket =
-          std::make_unique<UdpSocket>(Endpoint{address_, wanted.port}, options_.receive_buffer);
-      smallest = std::min(smallest, socket->receive_buffer());
-      names.push_back(fmt::format("{} ({})", wanted.port, wanted.handler->handler->name));
-      sockets_.push_back({std::move(socket), &wanted.handler->handler->protocol});
-    } catch (const HostError& error) {
-      failed_ = true;
-      console_.Error(error.what());
+  const auto wanted = PortsToListenOn(setup_.components(), options_.meter.extra_ports);
+  for (const IpAddress& address : addresses_) {
+    std::vector<std::string> names;
+    for (const ProtocolPort& port : wanted) {
+      const auto& handler = *port.handler->handler;
+      if (!OpenSocket({address, port.port}, handler.protocol)) continue;
+      names.push_back(fmt::format("{} ({})", port.port, handler.name));
     }
+    if (names.empty()) continue;
+    console_.Notice(
+        fmt::format("listening on {}, UDP ports {}", address.Text(), fmt::join(names, ", ")));
   }
   if (sockets_.empty()) throw HostError("there is no port to listen on");
-  console_.Notice(
-      fmt::format("listening on {}, UDP ports {}", address_.Text(), fmt::join(names, ", ")));
+  std::size_t smallest = options_.receive_buffer;
+  for (const Port& port : sockets_) smallest = std::min(smallest, port.socket->receive_buffer());
   if (smallest < options_.receive_buffer) {
     console_.Notice(
         fmt::format("the kernel grants sockets {} of the {} wanted for bursts; raise "
@@ -149,8 +165,14 @@ void Listen::OpenSockets() {
 void Listen::RestoreTemplates() {
   if (!archive_) return;
   std::string trouble;
+  setup_.stand_ins().KeepIn(options_.state_directory, NowSeconds(), &trouble);
+  if (!trouble.empty()) console_.Error(std::exchange(trouble, ""));
   archive_->Load(NowSeconds(), &trouble);
   if (!trouble.empty()) console_.Error(trouble);
+  // A stand-in of nobody will be another exporter's.
+  archive_->Forget([this](const IpAddress& exporter) {
+    return StandIns::IsOne(exporter) && setup_.stand_ins().RealOf(exporter) == exporter;
+  });
   const auto messages = archive_->Messages();
   for (const auto& message : messages) {
     setup_.channels().Deliver(0, CHANNELID_NETFLOW_TEMPLATES, *message);
@@ -281,6 +303,7 @@ void Listen::SaveTemplates() {
     console_.Notice("there are more, or larger, templates than are kept across restarts");
   }
   try {
+    setup_.stand_ins().Save();
     archive_->Save(NowSeconds());
   } catch (const HostError& error) {
     failed_ = true;

@@ -71,7 +71,7 @@ void MeterSetup::Start(LaneMode mode) {
   const LaneParts parts{library_.package(), components_, catalog_.groups(),          site_settings_,
                         channels_,          console_,    trace_ ? &*trace_ : nullptr};
   lanes_.emplace(parts, options_.instances, trace_ ? LaneMode::kInline : mode);
-  intake_.emplace(ports_, *lanes_);
+  intake_.emplace(ports_, *lanes_, stand_ins_);
 }
 
 std::vector<std::string> MeterSetup::GroupIds(const std::vector<std::string>& names) const {

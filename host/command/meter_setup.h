@@ -39,6 +39,7 @@ class MeterSetup {
   [[nodiscard]] const SiteSettings& site_settings() const { return site_settings_; }
   [[nodiscard]] const std::string& plugin_path() const { return library_.path(); }
   ChannelHub& channels() { return channels_; }
+  StandIns& stand_ins() { return stand_ins_; }
   Lanes& lanes() { return *lanes_; }
   Intake& intake() { return *intake_; }
 
@@ -55,6 +56,7 @@ class MeterSetup {
   PortMap ports_;
   SiteSettings site_settings_;
   ChannelHub channels_;
+  StandIns stand_ins_;
   std::optional<Lanes> lanes_;
   std::optional<Intake> intake_;
 };

@@ -36,7 +36,7 @@ struct ReplayOptions {
 struct ListenOptions {
   MeterOptions meter;
   OutputOptions output;
-  std::string bind = "0.0.0.0";
+  std::vector<std::string> bind;          // addresses; empty for all of both families
   std::uint32_t interval = 60;            // seconds
   std::string state_directory;            // empty for none
   std::size_t receive_buffer = 16 << 20;  // bytes wanted of the kernel, per socket

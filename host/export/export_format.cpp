@@ -69,6 +69,11 @@ std::size_t RecordLength(Bytes bytes, const TemplateShape& shape) {
   return at;
 }
 
+bool HasShim(Bytes datagram) {
+  return datagram.size() >= kShim && std::memcmp(datagram.data(), "OMBR", 4) == 0 &&
+         std::memcmp(datagram.data() + 8, "LNSM", 4) == 0;
+}
+
 }  // namespace
 
 std::string ExportVersion::Text() const {
@@ -91,10 +96,19 @@ ExportVersion VersionOf(Bytes datagram) {
 }
 
 Bytes WithoutShim(Bytes datagram, const IpAddress& exporter) {
-  const bool has_shim = datagram.size() >= kShim && std::memcmp(datagram.data(), "OMBR", 4) == 0 &&
-                        std::memcmp(datagram.data() + 8, "LNSM", 4) == 0 &&
-                        IpAddress::Ipv4(Be32(datagram.data() + 4)) == exporter;
+  const bool has_shim = HasShim(datagram) && IpAddress::Ipv4(Be32(datagram.data() + 4)) == exporter;
   return has_shim ? datagram.subspan(kShim) : datagram;
+}
+
+std::optional<IpAddress> NamedExporter(Bytes datagram) {
+  if (HasShim(datagram)) return IpAddress::Ipv4(Be32(datagram.data() + 4));
+  constexpr std::size_t kAgentAt = 8;  // behind the version and the type of the address
+  constexpr std::uint32_t kIpv4 = 1;
+  if (datagram.size() < kAgentAt + 4 || !VersionOf(datagram).sflow ||
+      Be32(datagram.data() + 4) != kIpv4) {
+    return std::nullopt;
+  }
+  return IpAddress::Ipv4(Be32(datagram.data() + kAgentAt));
 }
 
 bool IsCutShort(Bytes datagram) {

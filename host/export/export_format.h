@@ -39,6 +39,10 @@ ExportVersion VersionOf(std::span<const std::uint8_t> datagram);
 std::span<const std::uint8_t> WithoutShim(std::span<const std::uint8_t> datagram,
                                           const IpAddress& exporter);
 
+// NamedExporter gives the IPv4 address that a datagram itself calls its exporter: in a forwarder's
+// header, or as an sFlow agent.
+std::optional<IpAddress> NamedExporter(std::span<const std::uint8_t> datagram);
+
 // IsCutShort tells whether the datagram is shorter than its header says: more v1 or v5 records than
 // fit, or an IPFIX message length past the end.
 bool IsCutShort(std::span<const std::uint8_t> datagram);

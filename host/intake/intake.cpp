@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <numeric>
 
+#include "host/capture/made_headers.h"
+#include "host/export/export_format.h"
+
 namespace flow::host {
 
 std::uint64_t IntakeCounts::Packets() const {
@@ -25,21 +28,39 @@ void IntakeCounts::Add(const IntakeCounts& other) {
 void Intake::Take(int link_type, const CapturedPacket& packet) {
   NoteTime(packet.time);
   UdpPacket udp;
-  const PacketKind kind = Dissect(link_type, packet, &udp);
-  ++counts_.packets[static_cast<std::size_t>(kind)];
-  if (kind != PacketKind::kUdp) return;
-  const IID* const protocol = ports_.ProtocolOf(udp.destination.port);
-  if (protocol == nullptr) {
-    ++counts_.unclaimed_ports[udp.destination.port];
-  } else {
-    lanes_.Take(*protocol, udp);
+  PacketKind kind = Dissect(link_type, packet, &udp);
+  if (kind == PacketKind::kUdp) {
+    const IID* const protocol = ports_.ProtocolOf(udp.destination.port);
+    if (protocol == nullptr) {
+      ++counts_.unclaimed_ports[udp.destination.port];
+    } else {
+      kind = Hand(*protocol, udp);
+    }
   }
+  ++counts_.packets[static_cast<std::size_t>(kind)];
 }
 
 void Intake::Take(const IID& protocol, const UdpPacket& datagram) {
   NoteTime(datagram.time);
-  ++counts_.packets[static_cast<std::size_t>(PacketKind::kUdp)];
-  lanes_.Take(protocol, datagram);
+  ++counts_.packets[static_cast<std::size_t>(Hand(protocol, datagram))];
+}
+
+// Hand gives a datagram to its lane, or tells as what it is to be counted instead. The plug-in
+// knows exporters by an IPv4 address, that of the packet or one that the datagram names; nobody is
+// to pass for an exporter over IPv6.
+PacketKind Intake::Hand(const IID& protocol, const UdpPacket& datagram) {
+  const auto named = NamedExporter(datagram.Payload());
+  if (StandIns::IsOne(datagram.source.address) || (named && StandIns::IsOne(*named))) {
+    return PacketKind::kReservedExporter;
+  }
+  if (datagram.source.address.family() == Family::kIpv4) {
+    lanes_.Take(protocol, datagram);
+    return PacketKind::kUdp;
+  }
+  const auto stand_in = stand_ins_.Of(datagram.source.address, datagram.time / kMicrosPerSecond);
+  if (!stand_in) return PacketKind::kSpareExporter;
+  lanes_.Take(protocol, OverIpv4(datagram, *stand_in, &made_));
+  return PacketKind::kUdp;
 }
 
 void Intake::NoteTime(Timestamp time) {

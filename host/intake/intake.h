@@ -5,10 +5,12 @@
 #include <array>
 #include <map>
 #include <utility>
+#include <vector>
 
 #include "host/capture/udp_packet.h"
 #include "host/intake/lanes.h"
 #include "host/intake/port_map.h"
+#include "host/intake/stand_ins.h"
 
 namespace flow::host {
 
@@ -26,8 +28,9 @@ struct IntakeCounts {
 
 class Intake {
  public:
-  // Both outlive the intake.
-  Intake(const PortMap& ports, Lanes& lanes) : ports_(ports), lanes_(lanes) {}
+  // All outlive the intake.
+  Intake(const PortMap& ports, Lanes& lanes, StandIns& stand_ins)
+      : ports_(ports), lanes_(lanes), stand_ins_(stand_ins) {}
 
   // Take takes a packet of a capture, or a datagram of a protocol's socket.
   void Take(int link_type, const CapturedPacket& packet);
@@ -40,9 +43,12 @@ class Intake {
 
  private:
   void NoteTime(Timestamp time);
+  PacketKind Hand(const IID& protocol, const UdpPacket& datagram);
 
   const PortMap& ports_;
   Lanes& lanes_;
+  StandIns& stand_ins_;
+  std::vector<std::uint8_t> made_;  // a datagram over IPv6 as the plug-in is given it
   IntakeCounts counts_;
 };
 

@@ -12,7 +12,7 @@ namespace flow::host {
 
 class PacketBatch {
  public:
-  // An IPv4 packet always fits into an empty batch.
+  // An IP packet always fits into an empty batch.
   static constexpr std::size_t kCapacity = std::size_t{256} << 10;
 
   struct Entry {

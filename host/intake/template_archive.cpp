@@ -12,7 +12,6 @@
 #include <charconv>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <utility>
 
 #include "host/base/error.h"
@@ -21,51 +20,20 @@
 namespace flow::host {
 namespace {
 
-// The file is text: the first line names the format, the last one says how many stand between, each
-// the time and the message in hex digits.
-constexpr std::string_view kFirstLine = "flowhost templates 1";
-constexpr std::string_view kLastLine = "end ";
-
-void SyncAndClose(int descriptor, bool* failed) {
-  if (fsync(descriptor) != 0) *failed = true;
-  if (close(descriptor) != 0) *failed = true;
-}
-
-bool WriteAll(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(descriptor, text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    text.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-// The new file takes the old one's place only once it is on the disk, and so does its name.
-bool ReplaceFile(const std::string& path, std::string_view text) {
-  const std::string part = path + ".part";
-  const int file = open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (file < 0) return false;
-  bool failed = !WriteAll(file, text);
-  SyncAndClose(file, &failed);
-  if (failed || std::rename(part.c_str(), path.c_str()) != 0) return false;
-  const std::string directory = std::filesystem::path(path).parent_path().string();
-  const int folder = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (folder >= 0) SyncAndClose(folder, &failed);
-  return !failed;
-}
+// A line is the time and the message in hex digits.
+constexpr std::string_view kFormat = "flowhost templates 1";
 
 }  // namespace
 
 TemplateArchive::TemplateArchive(const std::string& directory)
-    : path_((std::filesystem::path(directory) / "templates").string()) {}
+    : file_(directory, "templates", kFormat) {}
 
 TemplateArchive::~TemplateArchive() {
   if (lock_ >= 0) close(lock_);
 }
 
 void TemplateArchive::Open() {
-  const std::filesystem::path directory = std::filesystem::path(path_).parent_path();
+  const std::filesystem::path directory = std::filesystem::path(path()).parent_path();
   std::error_code error;
   std::filesystem::create_directories(directory, error);
   const std::string lock_path = (directory / "lock").string();
@@ -142,31 +110,30 @@ void TemplateArchive::DropOld(std::int64_t now) {
   });
 }
 
-std::string TemplateArchive::Text() const {
-  std::string text = std::string(kFirstLine) + "\n";
-  const std::vector<Entry> entries = Newest();
-  for (const Entry& entry : entries) {
+std::vector<std::string> TemplateArchive::Lines() const {
+  std::vector<std::string> lines;
+  for (const Entry& entry : Newest()) {
     const std::string_view bytes(reinterpret_cast<const char*>(entry.message->data()),
                                  entry.message->size());
-    text +=
-        fmt::format("{} {}\n", entry.time, absl::BytesToHexString({bytes.data(), bytes.size()}));
+    lines.push_back(
+        fmt::format("{} {}", entry.time, absl::BytesToHexString({bytes.data(), bytes.size()})));
   }
-  return text + fmt::format("{}{}\n", kLastLine, entries.size());
+  return lines;
 }
 
 void TemplateArchive::Save(std::int64_t now) {
-  std::string text;
+  std::vector<std::string> lines;
   {
     const std::lock_guard lock(mutex_);
     if (!std::exchange(has_news_, false)) return;
     DropOld(now);
-    text = Text();
+    lines = Lines();
   }
-  if (ReplaceFile(path_, text)) return;
+  if (file_.Save(lines)) return;
   const int reason = errno;
   const std::lock_guard lock(mutex_);
   has_news_ = true;
-  throw HostError(fmt::format("templates cannot be kept in {}: {}", path_, std::strerror(reason)));
+  throw HostError(fmt::format("templates cannot be kept in {}: {}", path(), std::strerror(reason)));
 }
 
 bool TemplateArchive::ReadLine(const std::string& line, std::int64_t now) {
@@ -184,24 +151,19 @@ bool TemplateArchive::ReadLine(const std::string& line, std::int64_t now) {
 }
 
 void TemplateArchive::Load(std::int64_t now, std::string* trouble) {
-  std::error_code error;
-  if (!std::filesystem::exists(path_, error)) return;
-  std::ifstream file(path_);
   const std::lock_guard lock(mutex_);
-  std::string line;
-  std::size_t messages = 0;
-  bool whole = false;
-  if (std::getline(file, line) && line == kFirstLine) {
-    while (std::getline(file, line) && ReadLine(line, now)) ++messages;
-    whole = line == fmt::format("{}{}", kLastLine, messages);
-  }
-  has_news_ = !whole;
-  if (whole) return;
-  const std::string aside = fmt::format("{}.damaged-{}", path_, now);
-  const bool moved = std::rename(path_.c_str(), aside.c_str()) == 0;
-  *trouble =
-      fmt::format("{} is damaged{}; {} template messages in front of the damage are used", path_,
-                  moved ? fmt::format(" and now stands aside as {}", aside) : "", messages);
+  const auto take = [&](const std::string& line) { return ReadLine(line, now); };
+  has_news_ = !file_.Load(now, take, trouble) && !trouble->empty();
+}
+
+void TemplateArchive::Forget(const std::function<bool(const IpAddress&)>& is_gone) {
+  const std::lock_guard lock(mutex_);
+  absl::erase_if(templates_, [&](const auto& entry) {
+    if (!is_gone(entry.first.exporter.address)) return false;
+    bytes_ -= entry.second.message->size();
+    has_news_ = true;
+    return true;
+  });
 }
 
 }  // namespace flow::host

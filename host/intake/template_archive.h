@@ -6,6 +6,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "host/base/endpoint.h"
+#include "host/intake/state_file.h"
 
 namespace flow::host {
 
@@ -52,11 +54,14 @@ class TemplateArchive {
   [[nodiscard]] std::vector<std::shared_ptr<const Message>> Messages() const;
   [[nodiscard]] std::size_t templates() const;
 
-  // Save writes the file when there is something new since the last time: a new file, synced to the
-  // disk, takes the old one's place. HostError when that fails.
+  // Forget drops the templates of exporters.
+  void Forget(const std::function<bool(const IpAddress& exporter)>& is_gone);
+
+  // Save writes the file when there is something new since the last time. HostError when that
+  // fails.
   void Save(std::int64_t now);
 
-  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] const std::string& path() const { return file_.path(); }
 
  private:
   struct Key {
@@ -79,9 +84,9 @@ class TemplateArchive {
   bool ReadLine(const std::string& line, std::int64_t now);
   void DropOld(std::int64_t now);
   [[nodiscard]] std::vector<Entry> Newest() const;
-  [[nodiscard]] std::string Text() const;
+  [[nodiscard]] std::vector<std::string> Lines() const;
 
-  std::string path_;
+  StateFile file_;
   mutable std::mutex mutex_;
   absl::flat_hash_map<Key, Entry> templates_;
   std::size_t bytes_ = 0;  // of the messages, once for each template

@@ -6,33 +6,61 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 
 #include "host/base/error.h"
+#include "host/capture/made_headers.h"
 
 namespace flow::host {
 namespace {
 
-constexpr std::size_t kIpHeader = 20;
+// A name for the socket calls.
+struct SocketName {
+  explicit SocketName(const Endpoint& endpoint) {
+    if (endpoint.address.family() == Family::kIpv4) {
+      auto& name = reinterpret_cast<sockaddr_in&>(storage);
+      name.sin_family = AF_INET;
+      name.sin_port = htons(endpoint.port);
+      name.sin_addr.s_addr = htonl(endpoint.address.AsIpv4());
+      size = sizeof(name);
+    } else {
+      auto& name = reinterpret_cast<sockaddr_in6&>(storage);
+      name.sin6_family = AF_INET6;
+      name.sin6_port = htons(endpoint.port);
+      std::ranges::copy(endpoint.address.bytes(), name.sin6_addr.s6_addr);
+      size = sizeof(name);
+    }
+  }
 
-void PutBe16(std::size_t value, std::uint8_t* out) {
-  out[0] = static_cast<std::uint8_t>(value >> 8);
-  out[1] = static_cast<std::uint8_t>(value);
+  sockaddr_storage storage{};
+  socklen_t size = 0;
+};
+
+Endpoint EndpointOf(const sockaddr_storage& storage) {
+  if (storage.ss_family == AF_INET6) {
+    const auto& name = reinterpret_cast<const sockaddr_in6&>(storage);
+    return {IpAddress::Ipv6(std::span<const std::uint8_t, 16>(name.sin6_addr.s6_addr)),
+            ntohs(name.sin6_port)};
+  }
+  const auto& name = reinterpret_cast<const sockaddr_in&>(storage);
+  return {IpAddress::Ipv4(ntohl(name.sin_addr.s_addr)), ntohs(name.sin_port)};
 }
 
-// The headers as on the wire, without checksums.
-void PutHeaders(const UdpPacket& packet, std::uint8_t* out) {
-  std::memset(out, 0, kIpHeader + 8);
-  out[0] = 0x45;
-  PutBe16(packet.ip.size(), out + 2);
-  out[8] = 64;
-  out[9] = IPPROTO_UDP;
-  std::ranges::copy(packet.source.address.bytes(), out + 12);
-  std::ranges::copy(packet.destination.address.bytes(), out + 16);
-  PutBe16(packet.source.port, out + 20);
-  PutBe16(packet.destination.port, out + 22);
-  PutBe16(packet.payload_length + 8, out + 24);
+// A socket of IPv6 takes that alone: exporters of IPv4 have sockets of their own.
+bool Bind(int descriptor, const Endpoint& here) {
+  const int only = 1;
+  const SocketName name(here);
+  return descriptor >= 0 &&
+         (here.address.family() == Family::kIpv4 ||
+          setsockopt(descriptor, IPPROTO_IPV6, IPV6_V6ONLY, &only, sizeof(only)) == 0) &&
+         bind(descriptor, reinterpret_cast<const sockaddr*>(&name.storage), name.size) == 0;
+}
+
+int NewSocket(Family family) {
+  return socket(family == Family::kIpv4 ? AF_INET : AF_INET6,
+                SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
 }
 
 // The kernel doubles what it is asked for, for its own needs, and tells the doubled value.
@@ -55,7 +83,7 @@ ReceiveBuffers::ReceiveBuffers()
       messages_(kDatagrams),
       senders_(kDatagrams) {
   for (std::size_t i = 0; i < kDatagrams; ++i) {
-    places_[i] = {slots_.get() + i * kSlot + kHeaders, kSlot - kHeaders};
+    places_[i] = {slots_.get() + i * kSlot + kMadeHeaders, kSlot - kMadeHeaders};
     messages_[i] = {};
     messages_[i].msg_hdr.msg_iov = &places_[i];
     messages_[i].msg_hdr.msg_iovlen = 1;
@@ -63,14 +91,16 @@ ReceiveBuffers::ReceiveBuffers()
   }
 }
 
+bool HasIpv6() {
+  const int descriptor = NewSocket(Family::kIpv6);
+  const bool has = Bind(descriptor, {IpAddress::Ipv6(std::array<std::uint8_t, 16>{}), 0});
+  if (descriptor >= 0) close(descriptor);
+  return has;
+}
+
 UdpSocket::UdpSocket(const Endpoint& here, std::size_t receive_buffer)
-    : here_(here), descriptor_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-  sockaddr_in name{};
-  name.sin_family = AF_INET;
-  name.sin_port = htons(here.port);
-  name.sin_addr.s_addr = htonl(here.address.AsIpv4());
-  if (descriptor_ < 0 ||
-      bind(descriptor_, reinterpret_cast<const sockaddr*>(&name), sizeof(name)) != 0) {
+    : here_(here), descriptor_(NewSocket(here.address.family())) {
+  if (!Bind(descriptor_, here)) {
     const int reason = errno;
     if (descriptor_ >= 0) close(descriptor_);
     throw HostError(
@@ -93,16 +123,15 @@ std::size_t UdpSocket::Receive(ReceiveBuffers* buffers, Timestamp now,
     throw HostError(fmt::format("UDP port {} has failed: {}", here_.port, std::strerror(errno)));
   }
   for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {
-    const auto& sender = reinterpret_cast<const sockaddr_in&>(buffers->senders_[i]);
     std::uint8_t* const start = buffers->slots_.get() + i * ReceiveBuffers::kSlot;
     UdpPacket packet;
     packet.time = now;
     packet.payload_length = buffers->messages_[i].msg_len;
-    packet.ip = {start, ReceiveBuffers::kHeaders + packet.payload_length};
-    packet.udp_offset = kIpHeader;
-    packet.source = {IpAddress::Ipv4(ntohl(sender.sin_addr.s_addr)), ntohs(sender.sin_port)};
+    packet.ip = {start, kMadeHeaders + packet.payload_length};
+    packet.udp_offset = kMadeUdpOffset;
+    packet.source = EndpointOf(buffers->senders_[i]);
     packet.destination = here_;
-    PutHeaders(packet, start);
+    if (here_.address.family() == Family::kIpv4) PutMadeHeaders(packet, start);
     visit(packet);
   }
   return static_cast<std::size_t>(count);

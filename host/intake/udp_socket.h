@@ -24,14 +24,17 @@ class ReceiveBuffers {
   friend class UdpSocket;
 
   // An IPv4 header and a UDP header are made in front of each payload, as if it had been captured.
-  static constexpr std::size_t kHeaders = 28;
-  static constexpr std::size_t kSlot = std::size_t{1} << 16;
+  // Behind them there is room for any datagram, over IPv6, too.
+  static constexpr std::size_t kSlot = (std::size_t{1} << 16) + 64;
 
   std::unique_ptr<std::uint8_t[]> slots_;
   std::vector<iovec> places_;
   std::vector<mmsghdr> messages_;
   std::vector<sockaddr_storage> senders_;
 };
+
+// HasIpv6 tells whether this machine speaks IPv6.
+bool HasIpv6();
 
 class UdpSocket {
  public:
@@ -43,7 +46,8 @@ class UdpSocket {
   UdpSocket& operator=(const UdpSocket&) = delete;
 
   // Receive takes at most a batch of what waits, without waiting, and calls visit for each; the
-  // packet is valid during the call. The number of datagrams; HostError when the socket is broken.
+  // packet is valid during the call; over IPv6 it has no headers, but room for kMadeHeaders. The
+  // number of datagrams; HostError when the socket is broken.
   std::size_t Receive(ReceiveBuffers* buffers, Timestamp now,
                       const std::function<void(const UdpPacket&)>& visit);
 

@@ -1,7 +1,9 @@
 #include "host/names/key_text.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <optional>
@@ -19,6 +21,7 @@ using Text = std::optional<std::string>;  // nothing: the key has not the form
 constexpr std::size_t kIpv4Length = 11;  // C0.A8.01.0A
 constexpr std::size_t kIpv6Length = 32;
 constexpr std::size_t kInterfaceLength = 20;  // C0.A8.01.01_0000000A
+constexpr std::size_t kInterface6Length = kInterfaceLength - kIpv4Length + kIpv6Length;
 
 template <class Number>
 std::optional<Number> Parse(std::string_view digits, int base) {
@@ -89,10 +92,17 @@ std::string ProtocolText(std::uint32_t protocol) {
   return name.empty() ? fmt::format("protocol {}", protocol) : std::string(name);
 }
 
-Text Ipv4Key(std::string_view key) {
+std::optional<IpAddress> Ipv4Of(std::string_view key) {
   KeyReader reader(key);
   const IpAddress address = reader.TakeIpv4();
-  return Checked(reader, address.Text());
+  if (reader.spoilt() || !reader.AtEnd()) return std::nullopt;
+  return address;
+}
+
+Text Ipv4Key(std::string_view key) {
+  const auto address = Ipv4Of(key);
+  if (!address) return std::nullopt;
+  return address->Text();
 }
 
 Text Ipv6Key(std::string_view key) {
@@ -103,7 +113,8 @@ Text Ipv6Key(std::string_view key) {
 
 Text InterfaceKey(std::string_view key) {
   KeyReader reader(key);
-  const IpAddress exporter = reader.TakeIpv4();
+  const bool ipv6 = key.size() == kInterface6Length;
+  const IpAddress exporter = ipv6 ? reader.TakeIpv6() : reader.TakeIpv4();
   reader.Expect("_");
   const std::uint32_t index = reader.TakeHex(8);
   return Checked(reader, fmt::format("{} if {}", exporter.Text(), index));
@@ -201,8 +212,9 @@ std::string SideText(const Endpoint& side, const Endpoint& other) {
 // exporters are merged. A merged one may be written with short interfaces.
 std::string TakeExporter(KeyReader* reader, std::size_t length) {
   const bool is_short = length == 21;
+  const bool ipv6 = length == 50;
   const std::size_t digits = is_short ? 4 : 8;
-  const IpAddress exporter = reader->TakeIpv4();
+  const IpAddress exporter = ipv6 ? reader->TakeIpv6() : reader->TakeIpv4();
   reader->Expect("_");
   const std::uint32_t first = reader->TakeHex(digits);
   reader->Expect("_");
@@ -211,11 +223,14 @@ std::string TakeExporter(KeyReader* reader, std::size_t length) {
   return fmt::format(" at {} if {}/{}", exporter.Text(), first, second);
 }
 
+bool IsIpv6Session(std::string_view key) { return key.substr(2, 2) == "D:"; }
+std::size_t SessionExporterAt(std::string_view key) { return IsIpv6Session(key) ? 84 : 42; }
+
 Text SessionKey(std::string_view key) {
   constexpr std::size_t kShortest = 63;
   if (key.size() < kShortest) return std::nullopt;
-  const bool ipv6 = key.substr(2, 2) == "D:";
-  const std::size_t before_exporter = ipv6 ? 84 : 42;
+  const bool ipv6 = IsIpv6Session(key);
+  const std::size_t before_exporter = SessionExporterAt(key);
   KeyReader reader(key);
   const std::uint32_t protocol = reader.TakeHex(2);
   reader.Expect(ipv6 ? "D:" : "C:");
@@ -231,6 +246,7 @@ Text GuessedKey(std::string_view key) {
     case kIpv4Length:
       return Ipv4Key(key);
     case kInterfaceLength:
+    case kInterface6Length:
       return InterfaceKey(key);
     case kIpv6Length:
       return Ipv6Key(key);
@@ -251,7 +267,34 @@ constexpr KeyText kKeyTexts[] = {
 };
 static_assert(std::size(kKeyTexts) == static_cast<std::size_t>(KeyKind::kMacPair) + 1);
 
+// Where the exporter stands in a key; behind its end for a key without one.
+std::size_t ExporterAt(KeyKind kind, std::string_view key) {
+  switch (kind) {
+    case KeyKind::kGuess:
+      return key.size() == kIpv4Length || key.size() == kInterfaceLength ? 0 : key.size();
+    case KeyKind::kInterface:
+      return 0;
+    case KeyKind::kSession:
+      return SessionExporterAt(key);
+    case KeyKind::kAsInterface:
+      return std::min(key.find('\\'), key.size() - 1) + 1;
+    default:
+      return key.size();
+  }
+}
+
 }  // namespace
+
+std::string RealKey(const StandIns& stand_ins, KeyKind kind, std::string_view key) {
+  const std::size_t at = ExporterAt(kind, key);
+  if (key.size() < at + kIpv4Length || key[at] != 'F') return std::string(key);
+  const auto stand_in = Ipv4Of(key.substr(at, kIpv4Length));
+  if (!stand_in) return std::string(key);
+  const IpAddress real = stand_ins.RealOf(*stand_in);
+  if (real.family() == Family::kIpv4) return std::string(key);
+  return fmt::format("{}{:02X}{}", key.substr(0, at), fmt::join(real.bytes(), ""),
+                     key.substr(at + kIpv4Length));
+}
 
 std::string ReadableKey(KeyKind kind, std::string_view key) {
   Text text = kKeyTexts[static_cast<std::size_t>(kind)](key);

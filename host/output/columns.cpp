@@ -19,7 +19,7 @@ bool HasSamples(const Report&, const Exporter& row) { return row.key.version.sfl
 bool WasRefused(const Report&, const Exporter& row) { return row.counts.Refused() > 0; }
 bool HasLost(const Report&, const Exporter& row) { return row.counts.gaps.Lost() > 0; }
 bool IsSampled(const Report& report, const Exporter& row) {
-  return !SamplingRate(report.store, row.key.endpoint.address).empty();
+  return !SamplingRate(report, row.key.endpoint.address).empty();
 }
 
 bool HasReverse(const Report&, const Exporter& row) { return row.counts.books.reverse > 0; }
@@ -115,7 +115,7 @@ constexpr ExporterColumn kExporterColumns[] = {
      HasNumbers},
     {"sampling_rate", "", "Sampling", ColumnKind::kRate,
      [](const Report& report, const Exporter& row) -> Cell {
-       return SamplingRate(report.store, row.key.endpoint.address);
+       return SamplingRate(report, row.key.endpoint.address);
      },
      IsSampled},
 };

@@ -76,8 +76,9 @@ Json ExportersOf(const Report& report) {
   return exporters;
 }
 
-Json KeyOf(const GroupCounters& group, std::string_view key) {
-  Json entry{{"key", key}, {"text", ReadableKey(group.info.key_kind, key)}};
+Json EntryOf(const Report& report, const GroupCounters& group, std::string_view key) {
+  const std::string shown = KeyOf(report, group, key);
+  Json entry{{"key", shown}, {"text", ReadableKey(group.info.key_kind, shown)}};
   const auto notes = group.notes.find(key);
   if (notes == group.notes.end()) return entry;
   if (!notes->second.label.empty()) entry["label"] = notes->second.label;
@@ -110,7 +111,7 @@ void WriteGroup(const Report& report, const GroupCounters& group, OutputFile* ou
   out->Write(text + ",\"keys\":[");
   const char* separator = "\n";
   for (const KeyRow& row : RankKeys(group, group.table.size()).rows) {
-    Json entry = KeyOf(group, row.key);
+    Json entry = EntryOf(report, group, row.key);
     for (const MeterInfo& meter : group.info.meters) entry[meter.id] = row.values[meter.index];
     if (is_flows) AddColumns(FlowColumns(), report, StatsStore::Flow(row.values), &entry);
     out->Write(std::exchange(separator, ",\n") + Dump(entry));

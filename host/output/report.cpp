@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <tuple>
 
+#include "host/names/key_text.h"
+
 namespace flow::host {
 
 bool ReportOptions::Wants(const GroupInfo& group) const {
@@ -35,9 +37,23 @@ Ranking RankKeys(const GroupCounters& group, std::size_t top) {
   return ranking;
 }
 
-std::string SamplingRate(const StatsStore& store, const IpAddress& exporter) {
-  const std::string key = fmt::format("{:02X}", fmt::join(exporter.bytes(), "."));
-  for (const auto& group : store.groups()) {
+std::vector<ExporterTable::Row> RealExporters(const Period& period, const StandIns& stand_ins) {
+  std::vector<ExporterTable::Row> rows = period.exporters().Rows();
+  for (ExporterTable::Row& row : rows) {
+    row.key.endpoint.address = stand_ins.RealOf(row.key.endpoint.address);
+  }
+  std::ranges::sort(rows, {}, &ExporterTable::Row::key);
+  return rows;
+}
+
+std::string KeyOf(const Report& report, const GroupCounters& group, std::string_view key) {
+  return RealKey(report.stand_ins, group.info.key_kind, key);
+}
+
+std::string SamplingRate(const Report& report, const IpAddress& exporter) {
+  const IpAddress known = report.stand_ins.Find(exporter);
+  const std::string key = fmt::format("{:02X}", fmt::join(known.bytes(), "."));
+  for (const auto& group : report.store.groups()) {
     if (!(group->info.guid == kExporterGroup)) continue;
     const auto notes = group->notes.find(key);
     if (notes == group->notes.end()) return "";

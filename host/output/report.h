@@ -24,8 +24,9 @@ struct Report {
   const IntakeCounts& intake;
   const Losses& losses;
   const StatsStore& store;
-  std::vector<ExporterTable::Row> exporters;
-  double seconds = 0;  // that the run took
+  const StandIns& stand_ins;
+  std::vector<ExporterTable::Row> exporters;  // by their real addresses
+  double seconds = 0;                         // that the run took
 };
 
 struct ReportOptions {
@@ -53,8 +54,14 @@ struct Ranking {
 };
 Ranking RankKeys(const GroupCounters& group, std::size_t top);
 
+// RealExporters gives a period's exporters by their real addresses.
+std::vector<ExporterTable::Row> RealExporters(const Period& period, const StandIns& stand_ins);
+
 // The sampling rate that was published for an exporter, or "".
-std::string SamplingRate(const StatsStore& store, const IpAddress& exporter);
+std::string SamplingRate(const Report& report, const IpAddress& exporter);
+
+// A key of a group as it is shown and written: with the real address of its exporter.
+std::string KeyOf(const Report& report, const GroupCounters& group, std::string_view key);
 
 // How long a flow lasted, milliseconds.
 std::int64_t FlowDuration(const FlowTotals& flow);

@@ -22,10 +22,11 @@ std::string TitleOf(const char* what, Timestamp from, Timestamp to) {
 
 }  // namespace
 
-RunReport::RunReport(RunKind kind, std::span<const GroupInfo> groups, const OutputOptions& options,
-                     Console& console)
+RunReport::RunReport(RunKind kind, std::span<const GroupInfo> groups, const StandIns& stand_ins,
+                     const OutputOptions& options, Console& console)
     : kind_(kind),
       groups_(groups),
+      stand_ins_(stand_ins),
       options_(options),
       console_(console),
       interval_(groups),
@@ -97,8 +98,7 @@ void RunReport::EndBuckets(const Tick& tick) {
   if (ended.empty()) return;
   bool written = true;
   if (!options.group_ids.empty()) {
-    const Report report{
-        {}, "", bucket_.intake(), bucket_.losses(), bucket_.store(), bucket_.exporters().Rows(), 0};
+    const Report report = ReportOn(bucket_);
     const TimeBucket bucket{bucket_.from / kMicrosPerSecond, options_.keep_days};
     for (const Destination& to : options_.destinations) {
       if (to.kind->append == nullptr) continue;
@@ -114,9 +114,22 @@ void RunReport::EndBuckets(const Tick& tick) {
   }
 }
 
+Report RunReport::ReportOn(const Period& period) const {
+  return {{},
+          "",
+          period.intake(),
+          period.losses(),
+          period.store(),
+          stand_ins_,
+          RealExporters(period, stand_ins_),
+          0};
+}
+
 void RunReport::Show(const Period& period, std::string title, double seconds) {
-  const Report report{captures_,      std::move(title),          period.intake(), period.losses(),
-                      period.store(), period.exporters().Rows(), seconds};
+  Report report = ReportOn(period);
+  report.captures = captures_;
+  report.title = std::move(title);
+  report.seconds = seconds;
   if (kind_ == RunKind::kWhole && report.exporters.empty() && report.intake.Unclaimed() > 0) {
     console_.Notice("no export datagram was found; exporters that use another port need --port");
   }

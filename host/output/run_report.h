@@ -23,8 +23,8 @@ enum class RunKind {
 class RunReport {
  public:
   // options' groups are ids. All outlive the report.
-  RunReport(RunKind kind, std::span<const GroupInfo> groups, const OutputOptions& options,
-            Console& console);
+  RunReport(RunKind kind, std::span<const GroupInfo> groups, const StandIns& stand_ins,
+            const OutputOptions& options, Console& console);
 
   // Captures that were read; for the report of the whole.
   std::vector<CaptureResult>& captures() { return captures_; }
@@ -40,6 +40,7 @@ class RunReport {
   void TakeBucket(const Tick& tick, const std::vector<Harvest>& harvests);
   void EndBuckets(const Tick& tick);
   void End(double seconds);
+  [[nodiscard]] Report ReportOn(const Period& period) const;
   void Show(const Period& period, std::string title, double seconds);
   // False when it failed, which is told.
   template <class Writer>
@@ -47,6 +48,7 @@ class RunReport {
 
   RunKind kind_;
   std::span<const GroupInfo> groups_;
+  const StandIns& stand_ins_;
   const OutputOptions& options_;
   Console& console_;
   std::vector<CaptureResult> captures_;

@@ -60,7 +60,8 @@ void WriteGroup(const Report& report, const GroupCounters& group, bool only_top_
   sink->Begin(group.info.id, columns);
   std::vector<Cell> cells;
   for (const KeyRow& row : RankKeys(group, top).rows) {
-    cells.assign({std::string(row.key), ReadableKey(group.info.key_kind, row.key)});
+    const std::string key = KeyOf(report, group, row.key);
+    cells.assign({key, ReadableKey(group.info.key_kind, key)});
     for (const MeterInfo& meter : group.info.meters) cells.emplace_back(row.values[meter.index]);
     if (is_flows) AddCells(FlowColumns(), report, StatsStore::Flow(row.values), &cells);
     sink->Row(cells);
@@ -75,9 +76,10 @@ void WriteNotes(const Report& report, const ReportOptions& options, SheetSink* s
   for (const auto& group : report.store.groups()) {
     if (!options.Wants(group->info)) continue;
     for (const auto& entry : group->notes) {
+      const std::string key = KeyOf(report, *group, entry.first);
       const KeyNotes& notes = entry.second;
       const auto write = [&](const std::string& name, const std::string& value) {
-        const Cell cells[] = {group->info.id, entry.first, name, value};
+        const Cell cells[] = {group->info.id, key, name, value};
         if (!value.empty()) sink->Row(cells);
       };
       write("label", notes.label);

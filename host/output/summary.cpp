@@ -137,8 +137,9 @@ void SummaryPrinter::AddCells(const std::vector<const Column<Row>*>& columns, co
 }
 
 std::string SummaryPrinter::KeyText(const GroupCounters& group, std::string_view key) const {
-  if (options_.raw_keys) return Printable(key);
-  std::string text = ReadableKey(group.info.key_kind, key);
+  const std::string shown = KeyOf(report_, group, key);
+  if (options_.raw_keys) return Printable(shown);
+  std::string text = ReadableKey(group.info.key_kind, shown);
   const auto notes = group.notes.find(key);
   if (notes == group.notes.end()) return text;
   if (!notes->second.label.empty()) text += fmt::format(" [{}]", Printable(notes->second.label));

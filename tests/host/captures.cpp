@@ -56,7 +56,26 @@ Bytes Udp::Packet() const {
   return packet + payload;
 }
 
-Bytes Ethernet(const Bytes& packet) { return FromHex("020000000001 020000000002 0800") + packet; }
+Bytes Udp6::Packet() const {
+  const Bytes behind = FromHex(extensions);
+  const std::size_t udp_length = 8 + payload.size();
+  Bytes packet = FromHex("60000000");
+  Put(&packet, behind.size() + udp_length + static_cast<std::size_t>(length_off), 2);
+  Put(&packet, first_header, 1);
+  packet = packet +
+           FromHex("40 20010DB8000000000000000000000001 20010DB8000000000000000000000002") + behind;
+  Put(&packet, 50000, 2);
+  Put(&packet, port, 2);
+  Put(&packet, udp_length, 2);
+  Put(&packet, 0, 2);
+  return packet + payload;
+}
+
+Bytes Ethernet(const Bytes& packet) {
+  const bool ipv6 = !packet.empty() && packet[0] >> 4 == 6;
+  return FromHex(ipv6 ? "020000000001 020000000002 86DD" : "020000000001 020000000002 0800") +
+         packet;
+}
 
 TemporaryFolder::TemporaryFolder() {
   std::string name = (std::filesystem::temp_directory_path() / "flowhost-test-XXXXXX").string();

@@ -27,7 +27,18 @@ struct Udp {
   [[nodiscard]] Bytes Packet() const;
 };
 
-// Packet as seen on Ethernet.
+// An IPv6 packet of UDP from [2001:db8::1]:50000 to [2001:db8::2]:port.
+struct Udp6 {
+  Bytes payload;
+  std::uint16_t port = 7777;
+  std::uint8_t first_header = 17;  // what the fixed header says comes behind it
+  std::string extensions = {};     // hex
+  int length_off = 0;              // added to the payload length in the fixed header
+
+  [[nodiscard]] Bytes Packet() const;
+};
+
+// Packet as seen on Ethernet; its first byte tells the version.
 Bytes Ethernet(const Bytes& packet);
 
 // A folder that is gone when it goes out of scope.

@@ -15,6 +15,7 @@ namespace flow::host::test {
 namespace {
 
 const Udp kUdp{Text("hello"), 2055};
+const Udp6 kUdp6{Text("hello"), 2055};
 
 Bytes With(Bytes packet, std::size_t at, std::uint8_t value) {
   packet[at] = value;
@@ -43,9 +44,9 @@ TEST_P(Packets, AreWhatTheyAre) {
   ASSERT_EQ(KindText(Dissect(reader.LinkType(), packet, &udp)), KindText(GetParam().kind));
   if (GetParam().kind != PacketKind::kUdp) return;
   EXPECT_EQ(udp.time, 1'700'000'000 * kMicrosPerSecond);
-  EXPECT_EQ(udp.source.Text(), "10.0.0.1:50000");
-  EXPECT_EQ(udp.destination.Text(), "10.0.0.2:2055");
-  EXPECT_EQ(udp.ip[0] >> 4, 4);
+  const bool ipv6 = udp.ip[0] >> 4 == 6;
+  EXPECT_EQ(udp.source.Text(), ipv6 ? "[2001:db8::1]:50000" : "10.0.0.1:50000");
+  EXPECT_EQ(udp.destination.Text(), ipv6 ? "[2001:db8::2]:2055" : "10.0.0.2:2055");
   EXPECT_EQ(Bytes(udp.Payload().begin(), udp.Payload().end()), Text("hello"));
 }
 
@@ -64,10 +65,13 @@ INSTANTIATE_TEST_SUITE_P(
         {"Cooked2", DLT_LINUX_SLL2,
          FromHex("0800 0000 00000002 0001 00 06 0200000000010000") + kUdp.Packet()},
         {"Raw", kLinkTypeRaw, kUdp.Packet()},
-        {"RawIpv6", kLinkTypeRaw, FromHex("60000000 0000 1140"), PacketKind::kIpv6},
+        {"RawIpv6", kLinkTypeRaw, kUdp6.Packet()},
+        {"EthernetIpv6", DLT_EN10MB, Ethernet(kUdp6.Packet())},
+        {"Cooked2Ipv6", DLT_LINUX_SLL2,
+         FromHex("86DD 0000 00000002 0001 00 06 0200000000010000") + kUdp6.Packet()},
         {"NullLittleEndian", DLT_NULL, FromHex("02000000") + kUdp.Packet()},
         {"NullBigEndian", DLT_NULL, FromHex("00000002") + kUdp.Packet()},
-        {"NullIpv6OfMacOs", DLT_NULL, FromHex("1E000000 60000000"), PacketKind::kIpv6},
+        {"NullIpv6OfMacOs", DLT_NULL, FromHex("1E000000") + kUdp6.Packet()},
         {"Loop", DLT_LOOP, FromHex("00000002") + kUdp.Packet()},
         {"Arp", DLT_EN10MB, FromHex("FFFFFFFFFFFF 020000000002 0806 0001"), PacketKind::kArp},
         {"SpanningTree", DLT_EN10MB, FromHex("0180C2000000 020000000002 0026 424203"),
@@ -98,6 +102,66 @@ INSTANTIATE_TEST_SUITE_P(
          Udp{.payload = Text("hello"), .udp_length_off = -6}.Packet(), PacketKind::kMalformed},
     }),
     [](const auto& row) { return std::string(row.param.name); });
+
+constexpr char kEightBytes[] = "11 00 000000000000";
+INSTANTIATE_TEST_SUITE_P(
+    Ipv6, Packets,
+    testing::ValuesIn<Case>({
+        {"Padded", kLinkTypeRaw, kUdp6.Packet() + FromHex("000000")},
+        {"EveryExtension", kLinkTypeRaw,
+         Udp6{Text("hello"), 2055, 0,
+              "2B 01 0000000000000000000000000000"                  // hop-by-hop
+              "3C 00 000000000000"                                  // routing
+              "33 00 000000000000"                                  // destination
+              "2C 04 00000000000000000000000000000000000000000000"  // authentication
+              "8B 00 0000 00000000"                                 // a fragment that is the whole
+              "11 00 000000000000"}                                 // host identity
+             .Packet()},
+        {"FirstFragment", kLinkTypeRaw,
+         Udp6{Text("hello"), 2055, 44, "11 00 0001 00000007"}.Packet(), PacketKind::kFragment},
+        {"LaterFragment", kLinkTypeRaw,
+         Udp6{Text("hello"), 2055, 44, "11 00 0008 00000007"}.Packet(), PacketKind::kFragment},
+        {"Tcp", kLinkTypeRaw, Udp6{Text("hello"), 2055, 6}.Packet(), PacketKind::kTcp},
+        {"Icmpv6BehindOptions", kLinkTypeRaw,
+         Udp6{Text("hello"), 2055, 0, "3A 00 050200000000"}.Packet(), PacketKind::kIcmp},
+        {"Esp", kLinkTypeRaw, Udp6{Text("hello"), 2055, 50}.Packet(), PacketKind::kOtherProtocol},
+        {"NothingBehind", kLinkTypeRaw, Udp6{Text("hello"), 2055, 59}.Packet(),
+         PacketKind::kOtherProtocol},
+        {"Version5", DLT_EN10MB, With(Ethernet(kUdp6.Packet()), 14, 0x50), PacketKind::kMalformed},
+        {"LengthPastEnd", kLinkTypeRaw, Udp6{.payload = Text("hello"), .length_off = 1}.Packet(),
+         PacketKind::kMalformed},
+        {"UdpPastLength", kLinkTypeRaw, Udp6{.payload = Text("hello"), .length_off = -1}.Packet(),
+         PacketKind::kMalformed},
+        {"LengthZero", kLinkTypeRaw, Udp6{.payload = Text("hello"), .length_off = -13}.Packet(),
+         PacketKind::kMalformed},
+        {"ExtensionPastLength", kLinkTypeRaw,
+         Udp6{.payload = {}, .first_header = 60, .extensions = "11 03 000000000000"}.Packet(),
+         PacketKind::kMalformed},
+        {"ExtensionsWithoutEnd", kLinkTypeRaw,
+         Udp6{.payload = {},
+              .first_header = 60,
+              .extensions = "3C 00 000000000000 3C 00 000000000000",
+              .length_off = -8}
+             .Packet(),
+         PacketKind::kMalformed},
+        {"FixedHeaderCut", kLinkTypeRaw, FromHex("60000000 0000 1140"), PacketKind::kMalformed},
+    }),
+    [](const auto& row) { return std::string(row.param.name); });
+
+// A packet that ends early is never read past its end, and none of its ends makes it a datagram.
+TEST(Ipv6, IsWalkedWithinItsBytes) {
+  const Bytes whole = Udp6{Text("hello"), 2055, 0,
+                           std::string("2C 00 000000000000 3C 00 0000 00000000") + kEightBytes}
+                          .Packet();
+  for (std::size_t size = 0; size <= whole.size(); ++size) {
+    const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+    UdpPacket udp;
+    const CapturedPacket packet{0, cut, static_cast<std::uint32_t>(whole.size())};
+    EXPECT_EQ(Dissect(DLT_IPV6, packet, &udp),
+              size < whole.size() ? PacketKind::kCutShort : PacketKind::kUdp)
+        << size;
+  }
+}
 
 TEST(CaptureReader, TellsCutPacketsFromBadOnes) {
   const TemporaryFolder folder;

@@ -85,6 +85,27 @@ TEST_F(Replay, TakesFurtherPortsAndGroups) {
   EXPECT_THAT(result.out, Not(HasSubstr("Fakes")));
 }
 
+// The plug-in sees 240.0.0.1; nobody else may call himself that.
+TEST_F(Replay, TakesExportersOverIpv6) {
+  const Bytes payload = Datagram('.').payload;
+  Udp disguised = Datagram('.');
+  disguised.source = 0xF0000001;
+  const Bytes shim = Text("OMBR") + FromHex("F0000001") + Text("LNSM");
+  const Bytes agent = FromHex("00000005 00000001 F0000001");
+  const ProgramResult result =
+      Run({On(Datagram('.')), Ethernet(Udp6{payload}.Packet()), On(disguised),
+           On({.payload = shim + payload}), On({.payload = agent + payload}),
+           Ethernet(Udp6{.payload = payload, .port = 9996}.Packet())},
+          {"--json", "-"});
+  EXPECT_EQ(result.status, 0);
+  const json document = json::parse(result.out);
+  EXPECT_EQ(document["records"], 2);
+  EXPECT_EQ(document["exporters"][0]["address"], "10.0.0.1");
+  EXPECT_EQ(document["exporters"][1]["address"], "2001:db8::1");
+  EXPECT_EQ(document["packets"]["other"]["reserved_exporter"], 3);
+  EXPECT_EQ(document["packets"]["udp_unclaimed"], 1);
+}
+
 TEST_F(Replay, WritesAllFormats) {
   const ProgramResult result =
       Run({On(Datagram('L')), On(Datagram('.', 50001))},

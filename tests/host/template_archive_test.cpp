@@ -97,6 +97,17 @@ TEST_F(Archive, SetsADamagedFileAside) {
   }
 }
 
+TEST_F(Archive, ForgetsWhoIsGone) {
+  Bytes other = Message({0});
+  other[12] = 0xF0;  // of the exporter's address
+  archive_.Note(Message({0}), kNow);
+  archive_.Note(other, kNow);
+  archive_.Save(kNow);
+  archive_.Forget([](const IpAddress& exporter) { return exporter.Text() == "240.0.2.1"; });
+  archive_.Save(kNow);
+  EXPECT_THAT(Reload(), ElementsAre(Message({0})));
+}
+
 TEST_F(Archive, BelongsToOneProcess) {
   EXPECT_THROW(TemplateArchive(Directory()).Open(), HostError);
 }

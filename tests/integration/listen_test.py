@@ -12,6 +12,7 @@ import re
 import shutil
 import signal
 import socket
+import sqlite3
 import struct
 import subprocess
 import sys
@@ -200,6 +201,47 @@ def run_restarted(folder):
         expect(f"{state}: restored", " restored from " in said, state == "kept")
 
 
+def run_over_ipv6(folder):
+    """an exporter keeps its templates over restarts, and is never shown as what stands for it"""
+    capture = folder / "ipfix.pcap"
+    subprocess.run([FLOWGEN, "--format", "ipfix", "--records", "60", "--hosts", "10", "--write", capture], check=True,
+                   stdout=subprocess.DEVNULL)
+    datagrams = list(payloads(capture))
+    exporter = socket.socket(socket.AF_INET6, socket.SOCK_DGRAM)
+    try:
+        exporter.bind(("::1", 0))
+    except OSError:
+        print("no IPv6 here")
+        return
+    (folder / "policies").mkdir()
+    (folder / "policies" / "NetflowCounterPolicy.xml").write_text(
+        "<OmbrelPluginConfiguration><Policy><MergeMultipleSources>false</MergeMultipleSources></Policy>"
+        "</OmbrelPluginConfiguration>")
+    for number, state in enumerate(("new", "kept", "damaged")):
+        if state == "damaged":
+            (folder / "state" / "stand-ins").write_text("nonsense")
+        collector = Collector(folder, "--bind", "::1", "--state", folder / "state", "--group", "flowgens", "--group",
+                              "flowintfs", "--group", "flows", "--csv", folder / "csv", "--sqlite", folder / "flows.db")
+        collector.wait_for("listening on ::1")
+        exporter.sendto(datagrams[min(number, 1)], ("::1", collector.ports["netflow"]))
+        status, report = collector.end()
+        expect(f"{state}: exit status", status, 0)
+        seen = report["exporters"][0]
+        expect(f"{state}: exporter", (seen["address"], seen["port"]), ("::1", exporter.getsockname()[1]))
+        expect(f"{state}: records", (seen["records"] > 0, seen["sets_without_template"]),
+               (False, 1) if state == "damaged" else (True, 0))
+        written = [report_file.read_text() for report_file in (folder / "csv").iterdir()]
+        written += [collector.summary.read_text(), json.dumps(report),
+                    "\n".join(sqlite3.connect(folder / "flows.db").iterdump())]
+        expect(f"{state}: shown", [text for text in written if "240.0.0.1" in text or "F0.00.00.01" in text], [])
+        if state == "damaged":
+            expect("told", "stand-ins is damaged and now stands aside" in collector.log.read_text(), True)
+            continue
+        for group, text in (("flowgens", r"^::1$"), ("flowintfs", r"^::1 if \d+$"), ("flows", r" at ::1 if \d+/\d+$")):
+            keys = next(g["keys"] for g in report["groups"] if g["id"] == group)
+            expect(f"{state}: {group}", [k["text"] for k in keys if not re.search(text, k["text"])], [])
+
+
 def run_port_taken(folder):
     """the other ports carry on"""
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as taken:
@@ -236,10 +278,11 @@ def run_flooded(folder):
 def main():
     if shutil.which("softflowd", path=os.environ["PATH"] + ":/usr/sbin") is None:
         sys.exit(77)
-    for scenario in (run_live, run_restarted, run_port_taken, run_flooded):
+    for scenario in (run_live, run_restarted, run_over_ipv6, run_port_taken, run_flooded):
         with tempfile.TemporaryDirectory() as folder:
             scenario(pathlib.Path(folder))
-    print("\n".join(failures) or "live totals, reload, feed, restart, a taken port and a flood are as they should be")
+    print("\n".join(failures) or
+          "live totals, reload, feed, restart, IPv6, a taken port and a flood are as they should be")
     sys.exit(bool(failures))
 
 
