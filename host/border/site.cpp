@@ -69,7 +69,7 @@ Status Site::IsHomeAddress(std::uint32_t address, bool* result) {
 
 Status Site::GetHomeNetworks(int* count, std::uint32_t** addresses, std::uint32_t** masks) {
   if (trace_ != nullptr) trace_->Call("GetHomeNetworks");
-  const std::vector<Network>& networks = settings_.home.networks();
+  const std::vector<Network>& networks = settings_.home.ipv4_networks();
   *count = static_cast<int>(networks.size());
   *addresses = new std::uint32_t[networks.size()];
   *masks = new std::uint32_t[networks.size()];

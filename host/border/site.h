@@ -21,7 +21,7 @@ struct SiteSettings {
   // Where default policies are written for those that are missing; empty for the directory of the
   // policies.
   std::filesystem::path defaults_directory;
-  HomeRanges home = HomeRanges::Private();
+  HomeRanges home = HomeRanges::OrPrivate({});
 };
 
 // One component's site. It outlives the component; everything it is made of outlives it.

@@ -76,7 +76,8 @@ constexpr LogLevel kLogLevels[] = {{"error", kLogError},
 Network NetworkFrom(const std::string& text) {
   Network network;
   if (!ParseNetwork(text, &network)) {
-    throw CLI::ValidationError("--home", text + " is no IPv4 network such as 10.0.0.0/8");
+    throw CLI::ValidationError("--home",
+                               text + " is no network such as 10.0.0.0/8 or 2001:db8::/32");
   }
   return network;
 }
@@ -133,7 +134,9 @@ void AddMeterOptions(CLI::App* app, MeterOptions* options, const char* port_help
          [options](const std::vector<std::string>& texts) {
            for (const std::string& text : texts) options->home.push_back(NetworkFrom(text));
          },
-         "A home network; repeatable (default: 10.0.0.0/8, 172.16.0.0/12, 192.168.0.0/16)")
+         "A home network of IPv4 or IPv6; repeatable (default for each of the two: 10.0.0.0/8, "
+         "172.16.0.0/12 and 192.168.0.0/16; fc00::/7). Those of IPv6 decide the totals by "
+         "direction, nothing else")
       ->type_name("CIDR")
       ->allow_extra_args(false);
   app->add_option_function<std::vector<std::string>>(

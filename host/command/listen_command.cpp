@@ -119,7 +119,11 @@ class Listen {
   bool wants_summary_ = false;
   std::atomic<bool> failed_ = false;
   bool ending_ = false;
-  RunReport report_{RunKind::kPeriodic, setup_.catalog().groups(), setup_.stand_ins(), output_,
+  RunReport report_{RunKind::kPeriodic,
+                    setup_.catalog().groups(),
+                    setup_.site_settings().home,
+                    setup_.stand_ins(),
+                    output_,
                     console_};
   Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {
     SaveTemplates();

@@ -30,7 +30,7 @@ SiteSettings SettingsFrom(const MeterOptions& options) {
   settings.config_directory = given_or(options.config_directory, DefaultConfigDirectory());
   settings.data_directory = given_or(options.data_directory, settings.config_directory);
   settings.work_directory = options.work_directory;
-  if (!options.home.empty()) settings.home = HomeRanges(options.home);
+  settings.home = HomeRanges::OrPrivate(options.home);
   return settings;
 }
 

@@ -18,7 +18,7 @@ struct MeterOptions {
   std::string config_directory;  // policies
   std::string data_directory;    // feeds; the config directory by default
   std::string work_directory;    // template dumps; none by default
-  std::vector<Network> home;     // empty for the private ranges
+  std::vector<Network> home;     // of a family without any, the private ranges
   std::vector<ExtraPort> extra_ports;
   int instances = 1;
   int log_level = kLogWarning;

@@ -97,7 +97,11 @@ class Replay {
   OutputOptions output_;
   Schedule schedule_;
   RunReport report_{options_.interval == 0 ? RunKind::kWhole : RunKind::kPeriodic,
-                    setup_.catalog().groups(), setup_.stand_ins(), output_, console_};
+                    setup_.catalog().groups(),
+                    setup_.site_settings().home,
+                    setup_.stand_ins(),
+                    output_,
+                    console_};
   Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {
     report_.Take(tick, std::move(harvests), progress_.Seconds());
   }};

@@ -63,6 +63,22 @@ std::string SamplingRate(const Report& report, const IpAddress& exporter) {
   return "";
 }
 
+Traffic TrafficOf(const Report& report) {
+  Traffic traffic;
+  for (const auto& group : report.store.groups()) {
+    if (group->info.key_kind != KeyKind::kTotals) continue;
+    group->table.ForEach([&](std::string_view key, const std::uint64_t* values) {
+      if (key == "TOTALBW") {
+        traffic.bytes += values[0];
+        traffic.packets += values[1];
+      } else {
+        traffic.directed_bytes += values[0];
+      }
+    });
+  }
+  return traffic;
+}
+
 std::int64_t FlowDuration(const FlowTotals& flow) {
   if (flow.has_times == 0 && flow.duration_ms != 0) return flow.duration_ms;
   return std::max<std::int64_t>(flow.last_ms - flow.first_ms, 0);

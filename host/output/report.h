@@ -63,6 +63,14 @@ std::string SamplingRate(const Report& report, const IpAddress& exporter);
 // A key of a group as it is shown and written: with the real address of its exporter.
 std::string KeyOf(const Report& report, const GroupCounters& group, std::string_view key);
 
+// What all records add up to, to the last byte, and how much of it goes in one of the directions.
+struct Traffic {
+  std::uint64_t bytes = 0;
+  std::uint64_t packets = 0;
+  std::uint64_t directed_bytes = 0;
+};
+Traffic TrafficOf(const Report& report);
+
 // How long a flow lasted, milliseconds.
 std::int64_t FlowDuration(const FlowTotals& flow);
 

@@ -9,6 +9,7 @@
 #include "host/base/error.h"
 #include "host/base/number_text.h"
 #include "host/output/summary.h"
+#include "host/period/ipv6_directions.h"
 
 namespace flow::host {
 namespace {
@@ -22,10 +23,11 @@ std::string TitleOf(const char* what, Timestamp from, Timestamp to) {
 
 }  // namespace
 
-RunReport::RunReport(RunKind kind, std::span<const GroupInfo> groups, const StandIns& stand_ins,
-                     const OutputOptions& options, Console& console)
+RunReport::RunReport(RunKind kind, std::span<const GroupInfo> groups, const HomeRanges& home,
+                     const StandIns& stand_ins, const OutputOptions& options, Console& console)
     : kind_(kind),
       groups_(groups),
+      home_(home),
       stand_ins_(stand_ins),
       options_(options),
       console_(console),
@@ -48,6 +50,7 @@ void RunReport::Take(const Tick& tick, std::vector<Harvest> harvests, double sec
 
 void RunReport::Add(const Tick& tick, std::vector<Harvest> harvests, double seconds) {
   const bool periodic = kind_ == RunKind::kPeriodic;
+  for (const Harvest& harvest : harvests) AddIpv6Directions(home_, harvest.store.get());
   if (has_buckets_) TakeBucket(tick, harvests);
   if (interval_.from == 0) interval_.from = tick.from;
   interval_.to = tick.to;

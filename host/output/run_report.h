@@ -23,8 +23,8 @@ enum class RunKind {
 class RunReport {
  public:
   // options' groups are ids. All outlive the report.
-  RunReport(RunKind kind, std::span<const GroupInfo> groups, const StandIns& stand_ins,
-            const OutputOptions& options, Console& console);
+  RunReport(RunKind kind, std::span<const GroupInfo> groups, const HomeRanges& home,
+            const StandIns& stand_ins, const OutputOptions& options, Console& console);
 
   // Captures that were read; for the report of the whole.
   std::vector<CaptureResult>& captures() { return captures_; }
@@ -48,6 +48,7 @@ class RunReport {
 
   RunKind kind_;
   std::span<const GroupInfo> groups_;
+  const HomeRanges& home_;
   const StandIns& stand_ins_;
   const OutputOptions& options_;
   Console& console_;

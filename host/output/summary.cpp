@@ -28,7 +28,7 @@ std::string Counted(std::uint64_t sum, const std::vector<std::string>& parts) {
 class SummaryPrinter {
  public:
   SummaryPrinter(const Report& report, const ReportOptions& options, std::FILE* out)
-      : report_(report), options_(options), out_(out) {}
+      : report_(report), options_(options), traffic_(TrafficOf(report)), out_(out) {}
 
   void Print() {
     PrintCaptures();
@@ -74,6 +74,7 @@ class SummaryPrinter {
 
   const Report& report_;
   const ReportOptions& options_;
+  Traffic traffic_;
   std::FILE* out_;
 };
 
@@ -258,15 +259,16 @@ void SummaryPrinter::PrintLost() {
   }
 }
 
-// What the records add up to, to the last byte: the number to compare with the exporter's own.
+// The number to compare with the exporters' own.
 void SummaryPrinter::PrintTraffic() {
-  for (const auto& group : report_.store.groups()) {
-    if (group->info.key_kind != KeyKind::kTotals) continue;
-    const std::uint64_t* const all = group->table.Find("TOTALBW");
-    if (all == nullptr) return;
-    Line("Traffic", fmt::format("{} bytes ({}) in {} packets", Thousands(all[0]), SiBytes(all[0]),
-                                Thousands(all[1])));
-  }
+  if (traffic_.packets == 0 && traffic_.bytes == 0) return;
+  Line("Traffic", fmt::format("{} bytes ({}) in {} packets, all flow records added up",
+                              Thousands(traffic_.bytes), SiBytes(traffic_.bytes),
+                              Thousands(traffic_.packets)));
+  // What has no addresses, or is of IPv4 and not metered by host, goes nowhere.
+  if (traffic_.directed_bytes >= traffic_.bytes) return;
+  Line("No direction", fmt::format("{} bytes of it, whose addresses are not metered",
+                                   Thousands(traffic_.bytes - traffic_.directed_bytes)));
 }
 
 // The busiest ports that no protocol claims, as in "9996, 53, ...".
@@ -328,6 +330,13 @@ void SummaryPrinter::PrintExporters() {
   table.Print(out_);
 }
 
+bool RanksByBytes(const GroupInfo& group) {
+  return std::ranges::all_of(group.ranking, [&](int index) {
+    const auto meter = std::ranges::find(group.meters, index, &MeterInfo::index);
+    return meter != group.meters.end() && meter->unit == Unit::kBytes;
+  });
+}
+
 void SummaryPrinter::PrintGroup(const GroupCounters& group) {
   // The directions are few, and parts of the total beside them: all are shown, without shares.
   const bool totals = group.info.key_kind == KeyKind::kTotals;
@@ -343,6 +352,9 @@ void SummaryPrinter::PrintGroup(const GroupCounters& group) {
     if (is_flows) flows.push_back(StatsStore::Flow(row.values));
   }
   const auto columns = Telling<FlowTotals>(FlowColumns(), flows);
+  // A share is one of all traffic, whatever the group leaves out or counts for two keys.
+  const std::uint64_t whole =
+      RanksByBytes(group.info) && traffic_.bytes > 0 ? traffic_.bytes : ranking.rank_sum;
   TextTable table;
   table.AddColumn(group.info.key_title, Align::kLeft);
   if (!totals) table.AddColumn("Share", Align::kRight);
@@ -351,7 +363,7 @@ void SummaryPrinter::PrintGroup(const GroupCounters& group) {
   for (std::size_t i = 0; i < ranking.rows.size(); ++i) {
     const KeyRow& row = ranking.rows[i];
     std::vector<std::string> cells{KeyText(group, row.key)};
-    if (!totals) cells.push_back(Percent(row.rank, ranking.rank_sum));
+    if (!totals) cells.push_back(Percent(row.rank, whole));
     for (const MeterInfo* meter : meters) {
       cells.push_back(Value(meter->unit, row.values[meter->index]));
     }

@@ -19,30 +19,44 @@ struct Network {
   [[nodiscard]] std::uint32_t Ipv4Mask() const;
 };
 
-// ParseNetwork reads an IPv4 network, "10.0.0.0/8", or a single address. False for anything else.
+// ParseNetwork reads a network, "10.0.0.0/8" or "2001:db8::/32", or a single address. False for
+// anything else.
 bool ParseNetwork(std::string_view text, Network* out);
 
 class HomeRanges {
  public:
-  // The private ranges of RFC 1918.
-  static HomeRanges Private();
+  // The networks given; of a family of which there is none, the private ranges (RFC 1918, RFC
+  // 4193).
+  static HomeRanges OrPrivate(std::vector<Network> networks);
 
-  explicit HomeRanges(std::vector<Network> networks);
+  explicit HomeRanges(const std::vector<Network>& networks);
 
-  [[nodiscard]] const std::vector<Network>& networks() const { return networks_; }
+  // Those of IPv4, which are all that a plug-in can ask for.
+  [[nodiscard]] const std::vector<Network>& ipv4_networks() const { return ipv4_networks_; }
 
-  // Contains asks for an IPv4 address in host byte order, as meters do twice per record; its cost
-  // grows with the logarithm of the number of networks.
+  // Contains asks for an IPv4 address in host byte order, as meters do twice per record, or for one
+  // of IPv6; its cost grows with the logarithm of the number of networks.
   [[nodiscard]] bool Contains(std::uint32_t ipv4) const;
+  [[nodiscard]] bool Contains(const IpAddress& ipv6) const;
 
  private:
-  struct Range {  // of IPv4 addresses
-    std::uint32_t first;
-    std::uint32_t last;
+  template <class Address>
+  struct Range {
+    Address first;
+    Address last;
   };
+  // Ascending, none touching another.
+  template <class Address>
+  using Ranges = std::vector<Range<Address>>;
 
-  std::vector<Network> networks_;
-  std::vector<Range> ranges_;  // ascending, none touching another
+  template <class Address>
+  static Ranges<Address> Joined(Ranges<Address> ranges);
+  template <class Address>
+  static bool Holds(const Ranges<Address>& ranges, const Address& address);
+
+  std::vector<Network> ipv4_networks_;
+  Ranges<std::uint32_t> ipv4_;
+  Ranges<IpAddress> ipv6_;
 };
 
 }  // namespace flow::host

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "host/names/group_catalog.h"
+#include "host/period/ipv6_directions.h"
 
 namespace flow::host {
 namespace {
@@ -290,6 +291,48 @@ TEST(Flows, MergeWithTheirTimesTagsAndTexts) {
   EXPECT_EQ(a.store.TextOf(a.Flow("a").tag), "tag");
   EXPECT_EQ(a.Flow("a").bytes[0], 3U);
   EXPECT_EQ(a.store.TextOf(a.Flow("other").tag), "first text of this shard");
+}
+
+// The sides of a session by the first digits of their addresses.
+std::string Session6(const std::string& a, const std::string& b) {
+  const std::string rest = "000000000000000000000000";
+  return "06D:" + a + rest + ":p-C738_" + b + rest + ":p-0050_00.00.00.00_00000000_00000000";
+}
+
+TEST(Ipv6Directions, AddUpEveryFlow) {
+  constexpr GUID kTotals = MakeGuid("393B5EBC-AB41-4387-8F31-8077DB917336");
+  Host host;
+  const auto flow = [&](const std::string& key, std::uint64_t unit, bool has_volume = true) {
+    for (int meter = 0; meter < 4; ++meter) {
+      host.engine.UpdateFlowCounter(kFlowGroup, key.c_str(), meter,
+                                    unit * static_cast<std::uint64_t>(meter + 1));
+    }
+    if (has_volume) host.engine.UpdateFlowVolume(key.c_str(), unit, 0, 1, 0);
+  };
+  const std::string home = "20010DB8";
+  const std::string outside = "20010DB9";
+  flow(Session6(home, outside), 1);  // forward 1 byte, reverse 2, in 3 and 4 packets
+  flow(Session6(outside, home), 10);
+  flow(Session6(home, home), 100);
+  flow(Session6(outside, outside), 1000);
+  flow(Session6(home, home), 1);
+  flow(Session6(home, outside) + "events", 7, false);
+  flow("06C:0A.00.00.01:p-C738_0A.00.00.02:p-0050_00.00.00.00_00000000_00000000", 7);
+  flow(Session6(home, "2001\tDB8"), 7);
+  flow("06D:", 7);
+  flow("", 7);
+  host.engine.UpdateCounter(kTotals, "DIR_TRANSIT", 0, 5);
+  host.engine.Flush();
+  Network network;
+  ASSERT_TRUE(ParseNetwork("2001:db8::/32", &network));
+  AddIpv6Directions(HomeRanges({network}), &host.store);
+  const auto volume = [&](const std::string& key) {
+    return std::pair(host.Value(kTotals, key, 0), host.Value(kTotals, key, 1));
+  };
+  EXPECT_EQ(volume("DIR_OUTOFHOME"), std::pair(1UL + 20, 3UL + 40));
+  EXPECT_EQ(volume("DIR_INTOHOME"), std::pair(2UL + 10, 4UL + 30));
+  EXPECT_EQ(volume("DIR_WITHINHOME"), std::pair(303UL, 707UL));
+  EXPECT_EQ(volume("DIR_TRANSIT"), std::pair(3005UL, 7000UL));
 }
 
 }  // namespace

@@ -34,13 +34,41 @@ TEST(HomeRanges, CanBeEverythingOrNothing) {
   EXPECT_FALSE(Home({}).Contains(0));
 }
 
+TEST(HomeRanges, HoldAddressesOfIpv6) {
+  const HomeRanges home =
+      Home({"2001:db8::/33", "2001:db8:8000::/33", "fe80::1", "2001:db8:1::/48", "10.0.0.0/8"});
+  for (const char* inside : {"2001:db8::", "2001:db8:ffff:ffff:ffff:ffff:ffff:ffff", "fe80::1"}) {
+    EXPECT_TRUE(home.Contains(*IpAddress::Parse(inside))) << inside;
+  }
+  for (const char* outside : {"2001:db7:ffff:ffff:ffff:ffff:ffff:ffff",
+                              "2001:db9::", "fe80::", "fe80::2", "::", "a00:1::"}) {
+    EXPECT_FALSE(home.Contains(*IpAddress::Parse(outside))) << outside;
+  }
+  EXPECT_TRUE(home.Contains(0x0A000001));
+  EXPECT_TRUE(Home({"::/0"}).Contains(*IpAddress::Parse("ffff:ffff::")));
+}
+
+TEST(HomeRanges, ArePrivateForAFamilyWithoutAny) {
+  const auto contents = [](const std::vector<std::string>& texts) {
+    std::vector<Network> networks(texts.size());
+    for (std::size_t i = 0; i < texts.size(); ++i) ParseNetwork(texts[i], &networks[i]);
+    const HomeRanges home = HomeRanges::OrPrivate(networks);
+    return std::pair(home.Contains(0xC0A80001), home.Contains(*IpAddress::Parse("fd00::1")));
+  };
+  EXPECT_EQ(contents({}), std::pair(true, true));
+  EXPECT_EQ(contents({"203.0.113.0/24"}), std::pair(false, true));
+  EXPECT_EQ(contents({"2001:db8::/32"}), std::pair(true, false));
+}
+
 TEST(Networks, AreCutToTheirMask) {
   Network network;
   ASSERT_TRUE(ParseNetwork("10.1.2.3/8", &network));
   EXPECT_EQ(network.address.Text(), "10.0.0.0");
   EXPECT_EQ(network.Ipv4Mask(), 0xFF000000U);
+  ASSERT_TRUE(ParseNetwork("2001:db8:ffff::1/33", &network));
+  EXPECT_EQ(network.address.Text(), "2001:db8:8000::");
   for (const char* text : {"", "/8", "10.0.0.0/", "10.0.0.0/-1", "10.0.0.0/8x", "10.0.0.0/33",
-                           "10.0.0", "10.0.0.256", "::/0"}) {
+                           "10.0.0", "10.0.0.256", "::/129", "::/", "2001:db8/32"}) {
     EXPECT_FALSE(ParseNetwork(text, &network)) << text;
   }
 }

@@ -13,6 +13,7 @@ import subprocess
 import sys
 import tempfile
 
+HOME6 = "2001:db8:3::"  # of IPv4, nothing is at home
 SIGMA = 196  # percent, for 95 of 100 samples; a sample that is in the tree either passes or does not
 
 
@@ -25,7 +26,8 @@ def claims(text):
 
 def replay(flowhost, plugin, capture, folder):
     out = subprocess.run([flowhost, "replay", "--plugin", plugin, "--config", folder, "--json", "-", "--top", "0",
-                          capture], capture_output=True, text=True, check=True)
+                          "--home", f"{HOME6}/48", "--home", "240.0.0.0/8", capture], capture_output=True, text=True,
+                         check=True)
     return json.loads(out.stdout[out.stdout.index("{"):])
 
 
@@ -33,6 +35,22 @@ def totals(report):
     group = next(g for g in report["groups"] if g["id"] == "totals")
     row = next(k for k in group["keys"] if k["key"] == "TOTALBW")
     return {"packets": row["packets"], "bytes": row["bytes"]}
+
+
+def keys_of(report, group_id):
+    return next((g["keys"] for g in report["groups"] if g["id"] == group_id), [])
+
+
+def check_directions(report):
+    """the directions add up to all traffic, and what goes into home is what its hosts receive"""
+    rows = {k["text"]: k for k in keys_of(report, "totals")}
+    seen = {what: [sum(row[what] for text, row in rows.items() if text != "all")] for what in ("bytes", "packets")}
+    expected = {what: [rows["all"][what]] for what in seen}
+    hosts = [k for k in keys_of(report, "hosts6") if k["text"].startswith(HOME6[:-1])]
+    for way, meter in (("into home", "bytes_in"), ("out of home", "bytes_out")):
+        seen[way] = sum(rows[text]["bytes"] for text in (way, "within home") if text in rows)
+        expected[way] = sum(host[meter] for host in hosts)
+    return [f"directions: {what} {seen[what]}, not {expected[what]}" for what in seen if seen[what] != expected[what]]
 
 
 def check_claims(name, report, text):
@@ -110,7 +128,8 @@ def main():
         for capture in sorted(pathlib.Path(samples).glob("*.pcap")):
             report = replay(flowhost, plugin, str(capture), folder)
             wrong = (check_tshark(capture.stem, report, str(capture)) if with_tshark else
-                     check_claims(capture.stem, report, capture.with_suffix(".txt").read_text()))
+                     check_claims(capture.stem, report, capture.with_suffix(".txt").read_text()) +
+                     check_directions(report))
             compared += 1
             for line in wrong:
                 failed += 1
