@@ -43,6 +43,11 @@ struct NetflowPolicy {
   bool fHomeASNumbers = false;
   FlatSet<std::uint32_t> HomeASSet;
 
+  // Counted is what counts of an exported number.
+  [[nodiscard]] std::uint64_t Counted(std::uint64_t number) const noexcept {
+    return fCount64Bit ? number : static_cast<std::uint32_t>(number);
+  }
+
   [[nodiscard]] bool IsHomeAs(std::uint32_t as_number) const noexcept {
     return HomeASSet.Contains(as_number);
   }

@@ -35,6 +35,14 @@ std::string EverythingOn() {
     const std::string key(setting.key);
     settings += "<" + key + ">true</" + key + ">";
   }
+  for (const PolicySetting& setting : kSFlowSettings) {
+    if (setting.kind != SettingKind::kSwitch ||
+        settings.find("<" + std::string(setting.key) + ">") != std::string::npos) {
+      continue;
+    }
+    const std::string key(setting.key);
+    settings += "<" + key + ">true</" + key + ">";
+  }
   return settings;
 }
 constexpr char kBothPortsOff[] =
@@ -95,6 +103,7 @@ test::RecordingHost& ChoosePolicy(std::uint8_t number) {
   }
   if (wanted != chosen) {
     host.Policy(kPolicies[wanted].settings, kPolicies[wanted].beside);
+    host.AnyValue(wanted == 1);
     chosen = wanted;
   }
   return host;

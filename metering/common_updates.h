@@ -77,6 +77,18 @@ struct Ports {
   UpdateWay(m, m.direction->aggregate);
 }
 
+[[gnu::always_inline]] inline void UpdateIpv6Hosts(const Metered& m, const char* source_key,
+                                                   const char* destination_key) {
+  m.engine->UpdateCounter2(COUNTERID_HOSTS6, kIpv6KeyLength, source_key, hosts::kBytes, m.bytes,
+                           hosts::kBytesAsSource, m.bytes);
+  m.engine->UpdateCounter2(COUNTERID_HOSTS6, kIpv6KeyLength, destination_key, hosts::kBytes,
+                           m.bytes, hosts::kBytesAsDestination, m.bytes);
+}
+
+inline void UpdateIcmpv6(const Metered& m) {
+  m.engine->UpdateCounterKeyLen(COUNTERID_APPS, 6, "icmpv6", apps::kBytes, m.bytes);
+}
+
 // The application of a protocol without ports, where it has one.
 [[gnu::always_inline]] inline void UpdateProtocolApplication(const Metered& m,
                                                              std::uint32_t protocol) {
@@ -123,11 +135,11 @@ struct Ports {
                            m.direction->apps_meter, m.bytes);
 }
 
-// An interface by its key, kInterfaceKeyLength characters, with the meter of its side.
-[[gnu::always_inline]] inline void UpdateInterface(const Metered& m, const char* key,
+// An interface by its key, with the meter of its side.
+[[gnu::always_inline]] inline void UpdateInterface(const Metered& m, std::string_view key,
                                                    int side_meter) {
-  m.engine->UpdateCounter3(COUNTERID_FLOWINTF, kInterfaceKeyLength, key, interfaces::kBytes,
-                           m.bytes, side_meter, m.bytes, interfaces::kFlows, 1);
+  m.engine->UpdateCounter3(COUNTERID_FLOWINTF, static_cast<int>(key.size()), key.data(),
+                           interfaces::kBytes, m.bytes, side_meter, m.bytes, interfaces::kFlows, 1);
 }
 
 // A TCP connection of each host.

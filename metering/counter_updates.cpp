@@ -68,13 +68,7 @@ void RecordMetering::UpdateEtherType(const Record& r) {
 }
 
 void RecordMetering::UpdateHosts(const Record& r) {
-  if (r.ext.ip_version == 6) {
-    r.engine->UpdateCounter2(COUNTERID_HOSTS6, kIpv6KeyLength, r.source_key, hosts::kBytes, r.bytes,
-                             hosts::kBytesAsSource, r.bytes);
-    r.engine->UpdateCounter2(COUNTERID_HOSTS6, kIpv6KeyLength, r.destination_key, hosts::kBytes,
-                             r.bytes, hosts::kBytesAsDestination, r.bytes);
-    return;
-  }
+  if (r.ext.ip_version == 6) UpdateIpv6Hosts(r, r.source_key, r.destination_key);
   if (r.ext.ip_version == 4) UpdateIpv4Hosts(r, r.source_key, r.destination_key);
 }
 
@@ -84,7 +78,7 @@ void RecordMetering::UpdateApplications(const Record& r) {
   if (protocol == kTcp || protocol == kUdp || protocol == 0) return UpdatePortApplications(r);
   if (protocol != kIcmpv6) return UpdateProtocolApplication(r, protocol);
   if (r.ext.ip_version != 6) return;
-  r.engine->UpdateCounterKeyLen(COUNTERID_APPS, 6, "icmpv6", apps::kBytes, r.bytes);
+  UpdateIcmpv6(r);
 }
 
 void RecordMetering::UpdatePortApplications(const Record& r) {
@@ -115,9 +109,9 @@ void RecordMetering::UpdateInterfaces(const Record& r) {
   char* const in_interface = key_;
   char* const out_interface = second_key_;
   MakeIntfKey(exporter_key_, r.ext.in_ifindex, in_interface);
-  UpdateInterface(r, in_interface, interfaces::kReceived);
+  UpdateInterface(r, {in_interface, kInterfaceKeyLength}, interfaces::kReceived);
   MakeIntfKey(exporter_key_, r.ext.out_ifindex, out_interface);
-  UpdateInterface(r, out_interface, interfaces::kTransmitted);
+  UpdateInterface(r, {out_interface, kInterfaceKeyLength}, interfaces::kTransmitted);
   if (policy_.fMeterLinkAS) UpdateLinkAs(r, in_interface, out_interface);
 }
 

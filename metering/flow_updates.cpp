@@ -60,6 +60,7 @@ void RecordMetering::UpdateFlowVolume(const Record& r, FLOW_DIR_T direction) {
 }
 
 void RecordMetering::SetFlowTimes(const Record& r) {
+  if (addenda_ != nullptr && addenda_->has_times) return SetExactTimes(r.engine);
   const std::uint32_t first = r.rec.First.ToHost();
   const std::uint32_t last = r.rec.Last.ToHost();
   if (policy_.fUseRouterTimestamps) {
@@ -69,6 +70,18 @@ void RecordMetering::SetFlowTimes(const Record& r) {
     r.engine->SetFlowTimes(COUNTERID_FLOWS, key_, &start, &end);
   } else if (first != 0) {
     r.engine->SetFlowDuration(COUNTERID_FLOWS, key_, last - first);
+  }
+}
+
+void RecordMetering::SetExactTimes(IOmbrelStatsEngine* engine) {
+  const TimePair& start = addenda_->start;
+  const TimePair& end = addenda_->end;
+  if (policy_.fUseRouterTimestamps) {
+    engine->SetFlowTimes(COUNTERID_FLOWS, key_, &start, &end);
+  } else {
+    const std::int64_t milliseconds =
+        (end.seconds - start.seconds) * 1000 + end.milliseconds - start.milliseconds;
+    engine->SetFlowDuration(COUNTERID_FLOWS, key_, static_cast<std::uint32_t>(milliseconds));
   }
 }
 

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "metering/left_out_words.h"
 #include "plugin/site_log.h"
 
 namespace flow {
@@ -25,11 +26,6 @@ bool IsFarFrom(std::uint32_t uptime, std::uint32_t time) {
   return std::abs(distance) > kFarthestUptime;
 }
 
-// The number that an exported one stands for, modulo 2^32.
-std::uint32_t Sampled(const nf5_header& header, be32 number) {
-  return SamplingMultiplier(header) * number.ToHost();
-}
-
 bool AskIsHome(IOmbrelContainer* site, std::uint32_t address) {
   bool is_home = false;
   if (site != nullptr) site->IsHomeAddress(address, &is_home);
@@ -40,11 +36,8 @@ bool AskIsHome(IOmbrelContainer* site, std::uint32_t address) {
 
 RecordMetering::Record::Record(IOmbrelStatsEngine* to, const nf5_record& record,
                                const nf5_header& header, const ext_fields& fields,
-                               std::uint32_t layer2_bytes)
-    : Metered{.engine = to,
-              .bytes = static_cast<std::uint32_t>(Sampled(header, record.dOctets) +
-                                                  Sampled(header, record.dPkts) * layer2_bytes),
-              .packets = Sampled(header, record.dPkts)},
+                               const Amounts& amounts)
+    : Metered{.engine = to, .bytes = amounts.bytes, .packets = amounts.packets},
       rec(record),
       hdr(header),
       ext(fields),
@@ -55,7 +48,8 @@ RecordMetering::Record::Record(IOmbrelStatsEngine* to, const nf5_record& record,
 void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* site,
                                 const nf5_record& rec, const nf5_header& hdr, const ip_header& ip,
                                 const ext_fields& ext) {
-  Record r(engine, rec, hdr, ext, static_cast<std::uint32_t>(policy_.AddL2AccountingBytes));
+  UseExporter(ip.source.ToHost());
+  Record r(engine, rec, hdr, ext, AmountsOf(rec, hdr));
   if (policy_.fCheckPacketsForCorruption) {
     std::uint32_t first = rec.First.ToHost();
     std::uint32_t last = rec.Last.ToHost();
@@ -65,17 +59,16 @@ void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* si
     }
     if (IsCorrupt(r, first, last)) {
       LogCorrupt(site, r, first, last);
-      return;
+      return TellLeftOut(engine, left_out::kCorrupt);
     }
   }
   engine->MarkRecord();
   Classify(&r);
-  UseExporter(ip.source.ToHost());
   if (policy_.fMeterNetflowSources) {
     engine->UpdateCounter2(COUNTERID_FLOWGEN, kIpv4KeyLength, exporter_key_.text,
                            exporters::kRecords, 1, exporters::kBytes, r.bytes);
   }
-  if (!PassesFilters(r)) return;
+  if (!PassesFilters(r)) return TellLeftOut(engine, left_out::kFiltered);
   MakeHostKeys(&r);
 
   if (policy_.fMeterASN) UpdateAsNumbers(r);
@@ -98,6 +91,27 @@ void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* si
   UpdateVendorTexts(r);
   UpdateConnections(r);
   if (policy_.fMeterMAC) UpdateMacAddresses(r);
+}
+
+// What a record counts for, sampling applied.
+RecordMetering::Amounts RecordMetering::AmountsOf(const nf5_record& rec,
+                                                  const nf5_header& hdr) const {
+  std::uint64_t rate = SamplingMultiplier(hdr);
+  std::uint64_t bytes = rec.dOctets.ToHost();
+  std::uint64_t packets = rec.dPkts.ToHost();
+  if (addenda_ != nullptr) [[unlikely]] {
+    rate = addenda_->sampling_rate;
+    bytes = addenda_->bytes;
+    packets = addenda_->packets;
+  }
+  bytes = rate * (bytes + packets * static_cast<std::uint64_t>(policy_.AddL2AccountingBytes));
+  packets = rate * packets;
+  return {policy_.Counted(bytes), policy_.Counted(packets)};
+}
+
+void RecordMetering::TellLeftOut(IOmbrelStatsEngine* engine, int reason) {
+  if (!policy_.fCountLeftOut) return;
+  flow::TellLeftOut(engine, kIpv4KeyLength, exporter_key_.text, reason);
 }
 
 void RecordMetering::UseExporter(std::uint32_t address) {

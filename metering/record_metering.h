@@ -12,6 +12,7 @@
 #include "flowhandlers/session_keys.h"
 #include "metering/common_updates.h"
 #include "metering/flow_record.h"
+#include "metering/record_addenda.h"
 #include "metering/record_context.h"
 
 namespace flow {
@@ -28,6 +29,9 @@ class RecordMetering {
   void ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* site, const nf5_record& rec,
                   const nf5_header& hdr, const ip_header& ip, const ext_fields& ext);
 
+  // Use gives what is known beyond the records that are metered next; null when they say all.
+  void Use(const RecordAddenda* addenda) noexcept { addenda_ = addenda; }
+
   // KeyRules are the policy's rules for session keys.
   [[nodiscard]] SessionKeyRules KeyRules() const noexcept {
     return {.merge = {policy_.fMergeHTTP, policy_.fMergeHTTPS, policy_.fMergeDNS},
@@ -35,10 +39,16 @@ class RecordMetering {
   }
 
  private:
+  // What a record counts for, sampling applied.
+  struct Amounts {
+    std::uint64_t bytes;
+    std::uint64_t packets;
+  };
+
   // A record with what is derived from it, all in host byte order.
   struct Record : Metered {
     Record(IOmbrelStatsEngine* to, const nf5_record& record, const nf5_header& header,
-           const ext_fields& fields, std::uint32_t layer2_bytes);
+           const ext_fields& fields, const Amounts& amounts);
 
     const nf5_record& rec;
     const nf5_header& hdr;
@@ -56,7 +66,9 @@ class RecordMetering {
   };
 
   // Intake.
+  [[nodiscard]] Amounts AmountsOf(const nf5_record& rec, const nf5_header& hdr) const;
   void UseExporter(std::uint32_t address);
+  [[gnu::cold]] void TellLeftOut(IOmbrelStatsEngine* engine, int reason);
   [[nodiscard]] bool IsCorrupt(const Record& r, std::uint32_t first, std::uint32_t last) const;
   [[gnu::cold]] void LogCorrupt(IOmbrelContainer* site, const Record& r, std::uint32_t first,
                                 std::uint32_t last) const;
@@ -85,10 +97,12 @@ class RecordMetering {
   void TrackFlow(const Record& r);
   void UpdateFlowVolume(const Record& r, FLOW_DIR_T direction);
   void SetFlowTimes(const Record& r);
+  void SetExactTimes(IOmbrelStatsEngine* engine);
 
   const NetflowPolicy& policy_;
   const HomeNetworks& home_networks_;
   const RecordContext& context_;
+  const RecordAddenda* addenda_ = nullptr;
 
   // The exporter of the last record and its key: the same for all records of a datagram.
   std::uint32_t exporter_ = 0;

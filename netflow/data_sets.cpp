@@ -1,10 +1,12 @@
 #include "netflow/data_sets.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <utility>
 
 #include "flowhandlers/session_keys.h"
+#include "metering/left_out_words.h"
 #include "netflow/field_decoder.h"
 #include "util/address_text.h"
 
@@ -52,9 +54,11 @@ SetError DataSets::v9_ProcessDataFlowset(const ExportSource& source, const nf9_h
   ByteCursor records(set.subspan(sizeof(set_header)));
   if (records.Remaining() == 0) return SetError::kNone;
   SetError error = SetError::kNone;
-  const Template* const fields = templates_.Find(source.key, LoadBe16(set.data()), &error);
+  const Template* const fields = templates_.Find(source, LoadBe16(set.data()), &error);
   if (fields == nullptr) return error;
   const Set at_hand = {source, header, *fields};
+  metering_.Use(policy_.fCount64Bit || policy_.fExactTimes ? &addenda_ : nullptr);
+  state_.domain = source.domain;
   while (records.Remaining() > 0) {
     const std::size_t before = records.Remaining();
     error = v9_ProcessDataFlowset_single(at_hand, &records);
@@ -67,6 +71,7 @@ SetError DataSets::v9_ProcessDataFlowset(const ExportSource& source, const nf9_h
 
 SetError DataSets::v9_ProcessDataFlowset_single(const Set& set, ByteCursor* records) {
   StartRecord(set.source.Address(), &state_);
+  if (policy_.fExactTimes) times_.Clear();
   const SetError error = DecodeFields(set.fields, records);
   if (error != SetError::kNone) return error;
 
@@ -75,8 +80,11 @@ SetError DataSets::v9_ProcessDataFlowset_single(const Set& set, ByteCursor* reco
   NameApplication();
   NameInterface(set.source);
   if (record.first > record.last) std::swap(record.first, record.last);
-  if (IsDuplicateEgress(set)) return SetError::kNone;
-  if (policy_.fMeterZeroFlows && record.bytes == 0) {
+  if (IsDuplicateEgress(set)) {
+    TellLeftOut(set, left_out::kDuplicateEgress);
+    return SetError::kNone;
+  }
+  if (policy_.fMeterZeroFlows && policy_.Counted(record.bytes) == 0) {
     record.bytes = 1;
     record.packets = 1;
   }
@@ -84,14 +92,24 @@ SetError DataSets::v9_ProcessDataFlowset_single(const Set& set, ByteCursor* reco
     record.ip_version = 6;
   }
   constexpr auto kBoth = kSourceAddressSeen | kDestinationAddressSeen;
-  if ((state_.presence & kBoth) == kBoth) CountNetflow9(set);
+  if ((state_.presence & kBoth) == kBoth) {
+    CountNetflow9(set);
+  } else {
+    TellLeftOut(set, left_out::kNoAddresses);
+  }
   return SetError::kNone;
+}
+
+void DataSets::TellLeftOut(const Set& set, int reason) const {
+  if (!policy_.fCountLeftOut) return;
+  flow::TellLeftOut(host_.engine, kIpv4KeyLength, set.source.address_key.text, reason);
 }
 
 SetError DataSets::DecodeFields(const Template& fields, ByteCursor* records) {
   std::span<const std::uint8_t> bytes;
   if (fields.HasPlan() && records->Take(fields.RecordLength(), &bytes)) {
     DecodeByPlan(fields.Plan(), bytes.data(), &state_);
+    if (policy_.fExactTimes) TakeTimes(fields, bytes.data());
     return SetError::kNone;
   }
   // Field by field: what comes before an overflow has its effect.
@@ -106,8 +124,16 @@ SetError DataSets::DecodeFields(const Template& fields, ByteCursor* records) {
       return is_variable ? SetError::kVariableOverflow : SetError::kFieldOverflow;
     }
     DecodeField(fields.PlaceOfField(i), {bytes.data(), length, is_variable}, &state_);
+    const std::uint32_t type = fields.Fields()[i].type;
+    if (policy_.fExactTimes && IsExactTime(type)) times_.Take(type, bytes.data(), length);
   }
   return SetError::kNone;
+}
+
+void DataSets::TakeTimes(const Template& fields, const std::uint8_t* record) {
+  for (const Template::TimeField& time : fields.TimeFields()) {
+    times_.Take(time.type, record + time.offset, time.length);
+  }
 }
 
 // Gives the host the name of an application under the key of each classification engine that uses
@@ -143,6 +169,7 @@ bool DataSets::IsDuplicateEgress(const Set& set) {
     duplicates_.CountDropped();
     return true;
   }
+  if (policy_.fKeepEgressRecords) return false;
   if (record.direction != kIngress && record.direction != kEgress) return false;
   char key[kKeyBufferSize];
   const Ipv4Key source = MakeIpv4Key(record.src_addr);
@@ -161,22 +188,41 @@ bool DataSets::IsDuplicateEgress(const Set& set) {
 void DataSets::CountNetflow9(const Set& set) {
   const nf9_record& record = state_.record;
   const ip_header& ip = set.source.ip;
-  const std::int32_t rate = state_.rates.RateOf(ip.source.AsStored());
+  const std::uint32_t exporter = ip.source.AsStored();
+  const std::int32_t rate = state_.domain ? state_.rates.RateInDomain(exporter, *state_.domain)
+                                          : state_.rates.RateOf(exporter);
   nf5_record flow_record = FlowRecordOf(record);
   nf5_header header{};
   header.SysUptime = set.header.SysUptime;
   header.unix_secs = set.header.unix_secs;
   header.sampling_interval = be16::FromHost(static_cast<std::uint16_t>(rate));
   SetExtFields();
-  if (static_cast<std::uint32_t>(record.bytes) != 0) {
+  if (policy_.fCount64Bit || policy_.fExactTimes) SetAddenda(static_cast<std::uint32_t>(rate));
+  const bool has_forward = policy_.Counted(record.bytes) != 0;
+  if (has_forward) {
     metering_.ProcRecord(host_.engine, host_.site, flow_record, header, ip, ext_);
   }
-  const auto reverse_bytes = static_cast<std::uint32_t>(record.rev_bytes);
-  if (reverse_bytes == 0 || policy_.IgnoreEgressRouterSet.Contains(record.exporter_addr)) return;
-  flow_record.dOctets = be32::FromHost(reverse_bytes);
+  if (policy_.Counted(record.rev_bytes) == 0 ||
+      policy_.IgnoreEgressRouterSet.Contains(record.exporter_addr)) {
+    if (!has_forward) TellLeftOut(set, left_out::kZeroBytes);
+    return;
+  }
+  if (has_forward) TellLeftOut(set, left_out::kReverse);
+  flow_record.dOctets = be32::FromHost(static_cast<std::uint32_t>(record.rev_bytes));
   flow_record.dPkts = be32::FromHost(static_cast<std::uint32_t>(record.rev_packets));
+  addenda_.bytes = record.rev_bytes;
+  addenda_.packets = record.rev_packets;
   Reverse(&flow_record, &ext_);
   metering_.ProcRecord(host_.engine, host_.site, flow_record, header, ip, ext_);
+}
+
+// What stands beside the records of the flow.
+void DataSets::SetAddenda(std::uint32_t rate) {
+  const std::uint32_t used = policy_.fCount64Bit ? rate : rate & 0x3FFF;  // as a v5 header has it
+  addenda_ = {.bytes = state_.record.bytes,
+              .packets = state_.record.packets,
+              .sampling_rate = std::max(used, 1U)};
+  if (policy_.fExactTimes) times_.Tell(&addenda_);
 }
 
 void DataSets::SetExtFields() {

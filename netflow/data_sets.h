@@ -11,6 +11,7 @@
 #include "metering/record_metering.h"
 #include "netflow/decode_state.h"
 #include "netflow/duplicate_egress.h"
+#include "netflow/exact_times.h"
 #include "netflow/export_formats.h"
 #include "netflow/export_source.h"
 #include "netflow/host_links.h"
@@ -51,6 +52,9 @@ class DataSets {
   void NameInterface(const ExportSource& source) const;
   bool IsDuplicateEgress(const Set& set);
   void CountNetflow9(const Set& set);
+  [[gnu::noinline]] void SetAddenda(std::uint32_t rate);
+  [[gnu::cold, gnu::noinline]] void TellLeftOut(const Set& set, int reason) const;
+  [[gnu::noinline]] void TakeTimes(const Template& fields, const std::uint8_t* record);
   void SetExtFields();
 
   const NetflowPolicy& policy_;
@@ -63,6 +67,8 @@ class DataSets {
   ext_fields ext_ = {};
   bool ext_has_texts_ = false;
 
+  RecordAddenda addenda_;
+  ExactTimes times_;  // of the record at hand, with the switch of that name
   DuplicateEgress duplicates_;
 };
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "config/netflow_policy.h"
 #include "metering/record_context.h"
@@ -29,6 +30,8 @@ struct DecodeState {
   const HostLinks& host;
   RecordContext& context;
   SamplingRates& rates;
+
+  std::optional<std::uint32_t> domain = std::nullopt;  // of the data set, as in ExportSource
 
   nf9_record record = {};
   std::uint8_t presence = 0;

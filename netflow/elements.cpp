@@ -27,7 +27,6 @@ consteval FieldKind KindOf() {
 // Kinds that store a number in another form than it came in.
 template <class Member>
 consteval bool Suits(FieldKind kind) {
-  if (kind == FieldKind::kLow32) return std::is_same_v<Member, std::uint64_t>;
   if (kind == FieldKind::kSeconds || kind == FieldKind::kMilliseconds) {
     return std::is_same_v<Member, std::uint32_t>;
   }
@@ -61,8 +60,8 @@ consteval FieldPlace Special(SpecialDecoder decode, std::size_t offset = 0) {
 // clang-format off
 constexpr Element kElements[] = {
     {0, kNone, kUnknown},  // stands for all that are not here
-    {1, 4, "IN_BYTES", AS(kLow32, bytes)},
-    {2, 4, "IN_PKTS", AS(kLow32, packets)},
+    {1, 4, "IN_BYTES", TO(bytes)},
+    {2, 4, "IN_PKTS", TO(packets)},
     {3, 4, "FLOWS"},
     {4, 1, "PROTOCOL", TO(protocol)},
     {5, 1, "SRC_TOS"},
@@ -145,8 +144,8 @@ constexpr Element kElements[] = {
     {82, kNone, "IF_NAME", BY(DecodeText, if_name)},
     {83, kNone, "IF_DESC", BY(DecodeText, if_desc)},
     {84, kNone, "SAMPLER_NAME"},
-    {85, kNone, "IN_PERMANENT_BYTES", AS(kLow32, bytes)},
-    {86, kNone, "IN_PERMANENT_PKTS", AS(kLow32, packets)},
+    {85, kNone, "IN_PERMANENT_BYTES", TO(bytes)},
+    {86, kNone, "IN_PERMANENT_PKTS", TO(packets)},
     {87, kNone, "Vendor_Proprietary_87"},
     {88, kNone, "FRAGMENT_OFFSET"},
     {89, kNone, "FORWARDING_STATUS"},

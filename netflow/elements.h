@@ -28,7 +28,6 @@ enum class FieldKind : std::uint8_t {
   kNumber16,
   kNumber32,
   kNumber64,
-  kLow32,         // of 64 bits in the record, the low 32; the upper ones become 0
   kSeconds,       // times 1000, 32 bits
   kMilliseconds,  // divided by 1000, 32 bits
   kBytes6,        // as they are, and nothing of a field of another length

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <span>
 
 #include "flowhandlers/counter_keys.h"
@@ -32,6 +33,9 @@ struct ExportSource {
   // The IPv4 header and what follows it, the first 24 bytes: with these a template set travels to
   // the other meters. Bytes that the layer does not have are 0.
   std::array<std::uint8_t, 24> carrier;
+  // Whose templates and rates these are, where the policy keeps them by domain: v9's source id,
+  // IPFIX' observation domain. Unknown in messages of meters that do not tell it.
+  std::optional<std::uint32_t> domain = std::nullopt;
 
   // The layer has at least 20 bytes.
   explicit ExportSource(std::span<const std::uint8_t> ip_layer) noexcept;

@@ -40,8 +40,6 @@ bool StoreBytes(const std::uint8_t* value, std::size_t length, std::uint8_t* tar
       return StoreAs<std::uint32_t>(GetVarInt(length, value), target);
     case FieldKind::kNumber64:
       return StoreAs<std::uint64_t>(GetVarInt(length, value), target);
-    case FieldKind::kLow32:
-      return StoreAs<std::uint64_t>(static_cast<std::uint32_t>(GetVarInt(length, value)), target);
     case FieldKind::kSeconds:
       return StoreAs<std::uint32_t>(GetVarInt(length, value) * 1000, target);
     case FieldKind::kMilliseconds:

@@ -87,8 +87,9 @@ bool CPINetflowMeter::Process_v5(const Datagram& datagram) {
   return false;
 }
 
-// Records of these formats carry no texts, whatever was decoded before.
+// Records of these formats carry no texts and say all in their fields, whatever was decoded before.
 void CPINetflowMeter::ClearRecordTexts() {
+  metering_.Use(nullptr);
   context_.AppTagText.Clear();
   context_.VrfTagText.Clear();
 }

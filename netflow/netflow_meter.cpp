@@ -3,6 +3,7 @@
 #include "netflow/netflow_meter.h"
 
 #include <cstring>
+#include <optional>
 
 #include "netflow/netflow_handler.h"
 #include "plugin/site_log.h"
@@ -47,6 +48,18 @@ std::span<const std::uint8_t> IpLayerOf(IOmbrelProtData* data) {
   return layer.size() < sizeof(ip_header) ? std::span<const std::uint8_t>() : layer;
 }
 
+// The observation domain that the header of a v9 packet or an IPFIX message names.
+std::optional<std::uint32_t> DomainOf(std::span<const std::uint8_t> packet) {
+  switch (LoadBe16(packet.data())) {
+    case flow::kVersionNetflow9:
+      return LoadBe32(&packet[offsetof(nf9_header, source_id)]);
+    case flow::kVersionIpfix:
+      return LoadBe32(&packet[offsetof(ipfix_header, observation_domain)]);
+    default:
+      return std::nullopt;
+  }
+}
+
 }  // namespace
 
 Status CPINetflowMeter::AttachSite(IOmbrelContainer* site) {
@@ -79,7 +92,9 @@ Status CPINetflowMeter::Count(IOmbrelStatsEngine* engine, IOmbrelProtData* data)
   }
   ++datagrams_counted_;
   DoPeriodicWork();
-  return Decode({flow::ExportSource(ip_layer), packet});
+  flow::ExportSource source(ip_layer);
+  if (policy_.Settings().fTemplatesPerDomain) source.domain = DomainOf(packet);
+  return Decode({source, packet});
 }
 
 Status CPINetflowMeter::Reject(const char* reason) {

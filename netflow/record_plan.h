@@ -19,10 +19,10 @@ struct Move {
   std::uint16_t length;
 };
 inline constexpr Move kMoves[] = {
-    {FieldKind::kNumber8, 1},      {FieldKind::kNumber16, 2}, {FieldKind::kNumber32, 2},
-    {FieldKind::kNumber32, 4},     {FieldKind::kNumber64, 4}, {FieldKind::kLow32, 4},
-    {FieldKind::kNumber64, 8},     {FieldKind::kLow32, 8},    {FieldKind::kSeconds, 4},
-    {FieldKind::kMilliseconds, 8}, {FieldKind::kBytes6, 6},   {FieldKind::kBytes16, 16},
+    {FieldKind::kNumber8, 1},  {FieldKind::kNumber16, 2},     {FieldKind::kNumber32, 2},
+    {FieldKind::kNumber32, 4}, {FieldKind::kNumber64, 4},     {FieldKind::kNumber64, 8},
+    {FieldKind::kSeconds, 4},  {FieldKind::kMilliseconds, 8}, {FieldKind::kBytes6, 6},
+    {FieldKind::kBytes16, 16},
 };
 inline constexpr std::size_t kNoMove = std::size(kMoves);  // all others: decoded field by field
 

@@ -15,6 +15,7 @@ namespace flow {
 
 void SamplingRates::Load(const XMLNode& element, IOmbrelContainer* site) {
   SamplingRateTable.clear();
+  domain_rates_.clear();
   has_last_ = false;
   int next = 0;
   for (XMLNode child = element.getChildNode("Rate", &next); !child.isEmpty();
@@ -55,11 +56,22 @@ std::int32_t SamplingRates::RateOf(std::uint32_t exporter) const noexcept {
 
 void SamplingRates::SetSamplingRateKeyAttributes(IOmbrelStatsEngine* engine) const {
   for (const auto& [exporter, rate] : SamplingRateTable) {
-    const Ipv4Key key = MakeIpv4Key(ntohl(exporter));
-    char value[24];
-    *PutSignedDecimal(rate, value) = '\0';
-    engine->SetKeyProperty(COUNTERID_FLOWGEN, key.text, "netflow.sampling_rate", value);
+    SetSamplingRateKeyAttribute(engine, exporter, rate);
   }
+}
+
+void SamplingRates::SetSamplingRateKeyAttribute(IOmbrelStatsEngine* engine, std::uint32_t exporter,
+                                                std::int32_t rate) {
+  const Ipv4Key key = MakeIpv4Key(ntohl(exporter));
+  char value[24];
+  *PutSignedDecimal(rate, value) = '\0';
+  engine->SetKeyProperty(COUNTERID_FLOWGEN, key.text, "netflow.sampling_rate", value);
+}
+
+std::int32_t SamplingRates::RateInDomain(std::uint32_t exporter,
+                                         std::uint32_t domain) const noexcept {
+  const auto found = domain_rates_.find({exporter, domain});
+  return found != domain_rates_.end() ? found->second : RateOf(exporter);
 }
 
 void SamplingRates::DebugDumpSamplingRates() const {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <utility>
 
 #include "flowhandlers/host_interfaces.h"
 #include "util/xmlParser.h"
@@ -16,11 +17,22 @@ class SamplingRates {
   // The first rate of an exporter stays. What is wrong goes to the site's log.
   void Load(const XMLNode& element, IOmbrelContainer* site);
 
-  // Learn sets the rate of an exporter, named by its address as stored on the wire.
+  // Learn sets the rate of an exporter, named by its address as stored on the wire; LearnInDomain
+  // that of one of its observation domains alone.
   void Learn(std::uint32_t exporter, std::int32_t rate);
+  void LearnInDomain(std::uint32_t exporter, std::uint32_t domain, std::int32_t rate) {
+    domain_rates_[{exporter, domain}] = rate;
+  }
 
-  // RateOf is the exporter's rate, else the one configured for 0.0.0.0, else 0.
+  // RateOf is the exporter's rate, else the one configured for 0.0.0.0, else 0. RateInDomain is the
+  // domain's own rate where it has told one.
   [[nodiscard]] std::int32_t RateOf(std::uint32_t exporter) const noexcept;
+  [[nodiscard, gnu::noinline]] std::int32_t RateInDomain(std::uint32_t exporter,
+                                                         std::uint32_t domain) const noexcept;
+
+  // SetSamplingRateKeyAttribute sets one rate as a property of its exporter's key.
+  static void SetSamplingRateKeyAttribute(IOmbrelStatsEngine* engine, std::uint32_t exporter,
+                                          std::int32_t rate);
 
   // SetSamplingRateKeyAttributes sets each rate as a property of its exporter's key.
   void SetSamplingRateKeyAttributes(IOmbrelStatsEngine* engine) const;
@@ -30,6 +42,8 @@ class SamplingRates {
 
  private:
   std::map<std::uint32_t, std::int32_t> SamplingRateTable;  // by address as stored on the wire
+
+  std::map<std::pair<std::uint32_t, std::uint32_t>, std::int32_t> domain_rates_;
 
   // The last answer: one exporter sends many records in a row.
   mutable std::uint32_t last_exporter_ = 0;

@@ -56,8 +56,13 @@ void DecodeIngressVrf(FieldValue field, DecodeState* state) {
 }
 
 void DecodeSamplingRate(FieldValue field, DecodeState* state) {
-  state->rates.Learn(be32::FromHost(state->record.exporter_addr).AsStored(),
-                     static_cast<std::int32_t>(GetVarInt(field.length, field.bytes)));
+  const std::uint32_t exporter = be32::FromHost(state->record.exporter_addr).AsStored();
+  const auto rate = static_cast<std::int32_t>(GetVarInt(field.length, field.bytes));
+  if (state->domain) {
+    state->rates.LearnInDomain(exporter, *state->domain, rate);
+    return SamplingRates::SetSamplingRateKeyAttribute(state->host.engine, exporter, rate);
+  }
+  state->rates.Learn(exporter, rate);
   state->rates.SetSamplingRateKeyAttributes(state->host.engine);
 }
 

@@ -35,8 +35,8 @@ void DecodeOutCount(FieldValue field, DecodeState* state) noexcept {
 template <auto kMember>
 void DecodeLargestCount(FieldValue field, DecodeState* state) noexcept {
   auto& count = state->record.*kMember;
-  count = std::max(static_cast<std::uint32_t>(count),
-                   static_cast<std::uint32_t>(GetVarInt(field.length, field.bytes)));
+  const NetflowPolicy& policy = state->policy;
+  count = std::max(policy.Counted(count), policy.Counted(GetVarInt(field.length, field.bytes)));
 }
 
 template <auto kMember>

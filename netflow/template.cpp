@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "netflow/data_record.h"
+#include "netflow/exact_times.h"
 #include "netflow/export_formats.h"
 
 namespace flow {
@@ -23,8 +24,13 @@ Template::Template(std::vector<nf9_field_t> fields) : fields_(std::move(fields))
     if (!has_plan_) continue;
     planned.push_back(
         {static_cast<std::uint16_t>(length), static_cast<std::uint16_t>(field.length), row});
+    if (IsExactTime(field.type)) {
+      times_.push_back({static_cast<std::uint16_t>(length),
+                        static_cast<std::uint16_t>(field.length), field.type});
+    }
     length += field.length;
   }
+  times_.shrink_to_fit();
   record_length_ = static_cast<std::uint32_t>(length);
   if (has_plan_) plan_ = RecordPlan(planned);
 }

@@ -34,6 +34,14 @@ class Template {
   [[nodiscard]] std::uint32_t RecordLength() const noexcept { return record_length_; }
   [[nodiscard]] const RecordPlan& Plan() const noexcept { return plan_; }
 
+  // The fields with absolute times, where they lie in a record that has a plan.
+  struct TimeField {
+    std::uint16_t offset;
+    std::uint16_t length;
+    std::uint32_t type;
+  };
+  [[nodiscard]] const std::vector<TimeField>& TimeFields() const noexcept { return times_; }
+
   // CarriesDirection tells whether its records say if they are ingress or egress.
   [[nodiscard]] bool CarriesDirection() const noexcept { return carries_direction_; }
 
@@ -44,6 +52,7 @@ class Template {
   bool has_plan_ = false;
   bool carries_direction_ = false;
   std::vector<nf9_field_t> fields_;
+  std::vector<TimeField> times_;
   std::vector<std::uint16_t> rows_;  // of the fields' elements
 };
 

@@ -37,16 +37,22 @@ std::vector<typename Map::key_type> SortedKeys(const Map& map) {
 
 int TemplateStore::DebugDumpTemplates(FILE* file) const {
   for (const ExporterKey key : SortedKeys(ExporterTemplates)) {
-    DumpExporter(file, key, ExporterTemplates.at(key));
+    DumpExporter(file, key, "", ExporterTemplates.at(key));
+  }
+  for (const Domain& domain : SortedKeys(domains_)) {
+    DumpExporter(file, domain.first, " Domain " + std::to_string(domain.second),
+                 domains_.at(domain));
   }
   return std::fflush(file);
 }
 
-void TemplateStore::DumpExporter(FILE* file, ExporterKey key, const Exporter& exporter) {
+void TemplateStore::DumpExporter(FILE* file, ExporterKey key, const std::string& domain,
+                                 const Exporter& exporter) {
   char address[kIpv4TextSize];
   *PutDottedIpv4(AddressOf(key), address) = '\0';
   std::fprintf(file, "Dumped at %s\n", COmbrelTime::Now().to_s().c_str());
-  std::fprintf(file, "---- Templates for Router %s Port %d -----\n", address, PortOf(key));
+  std::fprintf(file, "---- Templates for Router %s Port %d%s -----\n", address, PortOf(key),
+               domain.c_str());
   const std::string receipt = ReceiptText(exporter.has_receipt_time, exporter.receipt_time);
   for (const std::uint32_t id : SortedKeys(exporter.templates)) {
     std::fprintf(file, "  ---- Received at %s -----\n", receipt.c_str());

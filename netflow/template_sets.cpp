@@ -34,8 +34,7 @@ SetError TemplateSets::v9_ProcessTemplateFlowset(const ExportSource& source, Byt
   const auto now = static_cast<std::uint32_t>(COmbrelTime::now_tv_sec());
   ByteCursor records(set.subspan(sizeof(set_header)));
   while (records.Remaining() > 0) {
-    const SetError error =
-        store_.v9_ProcessTemplateFlowset_Single(source.key, rules, now, &records);
+    const SetError error = store_.v9_ProcessTemplateFlowset_Single(source, rules, now, &records);
     if (error != SetError::kNone) {
       Log(host_.site, kLogWarning, "template record will overflow ");
       return error;
@@ -48,19 +47,25 @@ SetError TemplateSets::v9_ProcessTemplateFlowset(const ExportSource& source, Byt
 
 void TemplateSets::v9_ProcessTemplateOptions(const ExportSource& source, Bytes set,
                                              bool broadcast) {
-  if (store_.LearnV9Options(source.key, set) && broadcast) PostTemplateSet(source, set);
+  if (store_.LearnV9Options(source, set) && broadcast) PostTemplateSet(source, set);
 }
 
 void TemplateSets::v10_ProcessTemplateOptions(const ExportSource& source, Bytes set,
                                               bool broadcast) {
-  if (store_.LearnIpfixOptions(source.key, set) && broadcast) PostTemplateSet(source, set);
+  if (store_.LearnIpfixOptions(source, set) && broadcast) PostTemplateSet(source, set);
 }
 
 void TemplateSets::PostTemplateSet(const ExportSource& source, Bytes set) const {
-  std::vector<std::uint8_t> message(source.carrier.begin(), source.carrier.end());
+  std::vector<std::uint8_t> message;
+  if (source.domain) {
+    const be32 domain = be32::FromHost(*source.domain);
+    message.assign(std::begin(domain.bytes), std::end(domain.bytes));
+  }
+  message.insert(message.end(), source.carrier.begin(), source.carrier.end());
   message.insert(message.end(), set.begin(), set.end());
-  host_.engine->PostChannelMessage(CHANNELID_NETFLOW_TEMPLATES, CLSID_PI_NETFLOWMETER,
-                                   static_cast<std::uint32_t>(message.size()), message.data());
+  host_.engine->PostChannelMessage(
+      source.domain ? CHANNELID_NETFLOW_DOMAIN_TEMPLATES : CHANNELID_NETFLOW_TEMPLATES,
+      CLSID_PI_NETFLOWMETER, static_cast<std::uint32_t>(message.size()), message.data());
   LogTemplateMessage(" Broadcasted Flow Template ID ", FirstTemplateId(set), " from router ",
                      source.Address(), " to other filters");
 }
@@ -85,10 +90,14 @@ void TemplateSets::LogTemplateMessage(const char* what, std::uint16_t id, const 
 }
 
 SetError TemplateSets::OnChannelMessage(const IID& channel, Bytes message) {
-  if (channel != CHANNELID_NETFLOW_TEMPLATES || message.size() < kShortestMessage) {
-    return SetError::kNone;
-  }
-  const ExportSource source(message);
+  const bool has_domain = channel == CHANNELID_NETFLOW_DOMAIN_TEMPLATES;
+  if (!has_domain && channel != CHANNELID_NETFLOW_TEMPLATES) return SetError::kNone;
+  const std::size_t carrier_at = has_domain ? sizeof(be32) : 0;
+  if (message.size() < carrier_at + kShortestMessage) return SetError::kNone;
+  const std::uint32_t domain = LoadBe32(message.data());  // where there is one
+  message = message.subspan(carrier_at);
+  ExportSource source(message);
+  if (has_domain && policy_.fTemplatesPerDomain) source.domain = domain;
   const Bytes set = message.subspan(kCarrierSize);
   const std::uint16_t id = LoadBe16(set.data());
   LogTemplateMessage(" Received a broadcast Template ID ", FirstTemplateId(set),

@@ -47,8 +47,10 @@ constexpr std::size_t SpecifiersIn(std::size_t bytes) {
 
 }  // namespace
 
-const Template* TemplateStore::Find(ExporterKey exporter, std::uint32_t id, SetError* why) const {
-  const auto learnt = ExporterTemplates.find(exporter);
+const Template* TemplateStore::Find(const ExportSource& source, std::uint32_t id,
+                                    SetError* why) const {
+  if (source.domain) return FindInDomain(source, id, why);
+  const auto learnt = ExporterTemplates.find(source.key);
   const bool is_known = learnt != ExporterTemplates.end();
   const TemplateMap& templates = is_known ? learnt->second.templates : StaticTemplateMap;
   const auto found = templates.find(id);
@@ -57,8 +59,31 @@ const Template* TemplateStore::Find(ExporterKey exporter, std::uint32_t id, SetE
   return nullptr;
 }
 
-SetError TemplateStore::v9_ProcessTemplateFlowset_Single(ExporterKey exporter, TemplateRules rules,
-                                                         std::uint32_t now, ByteCursor* records) {
+// What is known of the exporter alone stands in for what its domain has not sent.
+const Template* TemplateStore::FindInDomain(const ExportSource& source, std::uint32_t id,
+                                            SetError* why) const {
+  const auto domain = domains_.find({source.key, *source.domain});
+  const auto exporter = ExporterTemplates.find(source.key);
+  const TemplateMap* const maps[] = {
+      domain == domains_.end() ? nullptr : &domain->second.templates,
+      exporter == ExporterTemplates.end() ? nullptr : &exporter->second.templates};
+  const bool is_known = maps[0] != nullptr || maps[1] != nullptr;
+  for (const TemplateMap* map : {maps[0], maps[1], is_known ? nullptr : &StaticTemplateMap}) {
+    if (map == nullptr) continue;
+    const auto found = map->find(id);
+    if (found != map->end()) return &found->second;
+  }
+  *why = is_known ? SetError::kUnknownTemplate : SetError::kUnknownExporter;
+  return nullptr;
+}
+
+TemplateStore::Exporter& TemplateStore::ExporterOf(const ExportSource& source) {
+  return source.domain ? domains_[{source.key, *source.domain}] : ExporterTemplates[source.key];
+}
+
+SetError TemplateStore::v9_ProcessTemplateFlowset_Single(const ExportSource& source,
+                                                         TemplateRules rules, std::uint32_t now,
+                                                         ByteCursor* records) {
   std::uint16_t id = 0;
   std::uint16_t count = 0;
   std::vector<nf9_field_t> fields;
@@ -66,14 +91,14 @@ SetError TemplateStore::v9_ProcessTemplateFlowset_Single(ExporterKey exporter, T
       !TakeFields(rules, count, records, &fields)) {
     return SetError::kTemplateOverflow;
   }
-  Exporter& entry = ExporterTemplates[exporter];
+  Exporter& entry = ExporterOf(source);
   entry.receipt_time = now;
   entry.has_receipt_time = true;
   entry.templates.insert_or_assign(id, Template(std::move(fields)));
   return SetError::kNone;
 }
 
-bool TemplateStore::LearnV9Options(ExporterKey exporter, std::span<const std::uint8_t> set) {
+bool TemplateStore::LearnV9Options(const ExportSource& source, std::span<const std::uint8_t> set) {
   if (set.size() < kOptionsHeaderSize) return false;
   const std::uint16_t id = LoadBe16(&set[4]);
   const std::size_t scopes = SpecifiersIn(LoadBe16(&set[6]));
@@ -87,11 +112,12 @@ bool TemplateStore::LearnV9Options(ExporterKey exporter, std::span<const std::ui
   const std::size_t options =
       std::min(SpecifiersIn(option_length), specifiers.Remaining() / kSpecifierSize);
   if (!TakeFields(TemplateRules::kV9, options, &specifiers, &fields)) return false;
-  ExporterTemplates[exporter].templates.insert_or_assign(id, Template(std::move(fields)));
+  ExporterOf(source).templates.insert_or_assign(id, Template(std::move(fields)));
   return true;
 }
 
-bool TemplateStore::LearnIpfixOptions(ExporterKey exporter, std::span<const std::uint8_t> set) {
+bool TemplateStore::LearnIpfixOptions(const ExportSource& source,
+                                      std::span<const std::uint8_t> set) {
   if (set.size() < kOptionsHeaderSize - 2) return false;  // no template id and field count
   const std::uint16_t id = LoadBe16(&set[4]);
   const std::uint16_t count = LoadBe16(&set[6]);
@@ -102,7 +128,7 @@ bool TemplateStore::LearnIpfixOptions(ExporterKey exporter, std::span<const std:
     is_whole = TakeFields(TemplateRules::kIpfix, count, &specifiers, &fields);
   }
   if (!is_whole) fields.clear();
-  ExporterTemplates[exporter].templates.insert_or_assign(id, Template(std::move(fields)));
+  ExporterOf(source).templates.insert_or_assign(id, Template(std::move(fields)));
   return is_whole;
 }
 

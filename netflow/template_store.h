@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <span>
+#include <string>
 #include <unordered_map>
+#include <utility>
 
 #include "flowhandlers/host_interfaces.h"
 #include "netflow/export_source.h"
@@ -25,20 +27,23 @@ class TemplateStore {
   // Find gives the template of a data set. The static templates stand in only for an exporter from
   // which nothing has been learnt. Null, with the reason, when there is none; the pointer is valid
   // until a template is stored.
-  [[nodiscard]] const Template* Find(ExporterKey exporter, std::uint32_t id, SetError* why) const;
+  [[nodiscard]] const Template* Find(const ExportSource& source, std::uint32_t id,
+                                     SetError* why) const;
 
   // v9_ProcessTemplateFlowset_Single reads one template record and stores it. A record that does
   // not fit is refused whole. `now` is the wall clock in seconds.
-  SetError v9_ProcessTemplateFlowset_Single(ExporterKey exporter, TemplateRules rules,
+  SetError v9_ProcessTemplateFlowset_Single(const ExportSource& source, TemplateRules rules,
                                             std::uint32_t now, ByteCursor* records);
 
   // LearnV9Options and LearnIpfixOptions read the first options template of a set, given from its
   // set header to its end. True when it was stored with its fields, for the others to learn as
   // well.
-  bool LearnV9Options(ExporterKey exporter, std::span<const std::uint8_t> set);
-  bool LearnIpfixOptions(ExporterKey exporter, std::span<const std::uint8_t> set);
+  bool LearnV9Options(const ExportSource& source, std::span<const std::uint8_t> set);
+  bool LearnIpfixOptions(const ExportSource& source, std::span<const std::uint8_t> set);
 
-  [[nodiscard]] std::size_t ExporterCount() const noexcept { return ExporterTemplates.size(); }
+  [[nodiscard]] std::size_t ExporterCount() const noexcept {
+    return ExporterTemplates.size() + domains_.size();
+  }
 
   // ProcessStaticTemplate takes a "Template" element of the policy. What is wrong with it goes to
   // the site's log.
@@ -61,9 +66,23 @@ class TemplateStore {
     bool has_receipt_time = false;   // options templates alone have none
   };
 
-  static void DumpExporter(FILE* file, ExporterKey key, const Exporter& exporter);
+  // A domain of an exporter: its key and the domain's number.
+  using Domain = std::pair<ExporterKey, std::uint32_t>;
+  struct HashDomain {
+    std::size_t operator()(const Domain& domain) const noexcept {
+      return HashNumber(HashNumber(domain.first) + domain.second);
+    }
+  };
+
+  Exporter& ExporterOf(const ExportSource& source);
+  [[nodiscard]] const Template* FindInDomain(const ExportSource& source, std::uint32_t id,
+                                             SetError* why) const;
+  static void DumpExporter(FILE* file, ExporterKey key, const std::string& domain,
+                           const Exporter& exporter);
 
   std::unordered_map<ExporterKey, Exporter, HashKey> ExporterTemplates;
+  // Of sources whose domain is known: what these have sent stands here alone.
+  std::unordered_map<Domain, Exporter, HashDomain> domains_;
   TemplateMap StaticTemplateMap;
 };
 

@@ -61,6 +61,8 @@ Status CPISFlowMeter::Count(IOmbrelStatsEngine* engine, IOmbrelProtData* data) {
 }
 
 int SFlow_Parser_Callback(void* context, _SFSample* sample) {
-  static_cast<CPISFlowMeter*>(context)->MeterSFlow(*sample);
+  auto* const meter = static_cast<CPISFlowMeter*>(context);
+  meter->MeterSFlow(*sample);
+  meter->ForgetPacket(sample);
   return 1;
 }

@@ -1,8 +1,8 @@
 // The sFlow meter: counts the flow samples of sFlow datagrams.
 //
 // It meters what the agent of a datagram has sampled, scaled by the sampling rate of each sample,
-// for IPv4 packets alone. The exporter is the agent that the datagram names, whichever address the
-// datagram came from.
+// for IPv4 packets, and for those of IPv6 where the policy says so. The exporter is the agent that
+// the datagram names, whichever address the datagram came from.
 #pragma once
 
 #include <cstdint>
@@ -34,12 +34,22 @@ class CPISFlowMeter : public CArboSitedComponent<CPISFlowMeter, IOmbrelSimpleCou
   // MeterSFlow meters one sample of the datagram that Count is at.
   void MeterSFlow(const _SFSample& sample);
 
+  // ForgetPacket takes the sampled packet out of the record, where the next sample is not to be
+  // metered by what it does not have itself.
+  void ForgetPacket(_SFSample* sample) const;
+
  private:
   struct Packet;  // a sampled packet as the updates see it
+
+  // What becomes of a sample that is not metered like others.
+  void PassOver(const _SFSample& sample);
+  void MeterUndecoded(const Packet& packet);
+  void TellLeftOut(const _SFSample& sample, int reason);
 
   // The updates of one sample, in the order in which MeterSFlow makes them.
   void MeterExporter(const Packet& packet);
   [[nodiscard]] bool PassesFilters(const Packet& packet) const;
+  void MeterHosts(const Packet& packet);
   void MeterApplication(const Packet& packet);
   void MeterInterfaces(const Packet& packet);
   void MeterSession(const Packet& packet);

@@ -1,61 +1,90 @@
 // What one sample becomes: the host calls of the sFlow meter.
 
+#include <cstring>
+
 #include "flowhandlers/counter_groups.h"
 #include "flowhandlers/sflow_keys.h"
 #include "metering/common_updates.h"
+#include "metering/left_out_words.h"
 #include "sflow/sflow_meter.h"
 
 namespace {
 
 using namespace flow;  // NOLINT(google-build-using-namespace)
 
+bool IsFlowSample(const _SFSample& sample) {
+  return sample.sampleType == kSFFlowSample || sample.sampleType == kSFExpandedFlowSample;
+}
+
 // The record keeps the fields of the flow sample before a counters sample or a skipped one;
 // metering those again would count that flow twice. Later fragments carry no ports.
-bool IsMetered(const _SFSample& sample) {
-  const bool is_flow_sample =
-      sample.sampleType == kSFFlowSample || sample.sampleType == kSFExpandedFlowSample;
-  return is_flow_sample && sample.decodeOK != 0 && sample.srcIP.type == kSFAddressIPv4 &&
-         sample.IPFragmentOffset == 0;
+bool IsMetered(const _SFSample& sample, std::uint32_t last_address_type) {
+  return IsFlowSample(sample) && sample.decodeOK != 0 &&
+         sample.srcIP.type - 1 < last_address_type && sample.IPFragmentOffset == 0;
 }
+
+// The key of a host or an agent.
+struct HostKey {
+  HostKey(const SFAddress& address, bool is_ipv6) noexcept {
+    if (is_ipv6) {
+      OmbrelAPI::IP62Hex(address.bytes, text);
+      length = kIpv6KeyLength;
+    } else {
+      OmbrelAPI::Long2IPHex(address.ToHostIPv4(), text);
+    }
+  }
+
+  char text[kIpv6KeyLength + 1];  // NOLINT(cppcoreguidelines-pro-type-member-init)
+  std::size_t length = kIpv4KeyLength;
+};
 
 }  // namespace
 
 struct CPISFlowMeter::Packet : Metered {
-  Packet(IOmbrelStatsEngine* to, const _SFSample& from, const HomeNetworks& home)
+  Packet(IOmbrelStatsEngine* to, const _SFSample& from, const SFlowPolicy& policy,
+         const HomeNetworks& home)
       : Metered{.engine = to,
-                .bytes = static_cast<std::uint32_t>(from.sampledPacketSize * from.meanSkipCount),
+                .bytes = std::uint64_t{from.sampledPacketSize} * from.meanSkipCount,
                 .packets = from.meanSkipCount},
         sample(from),
-        agent(from.agent.ToHostIPv4()),
-        source(from.srcIP.ToHostIPv4()),
-        destination(from.dstIP.ToHostIPv4()),
+        is_ipv6(from.srcIP.type == kSFAddressIPv6),
+        agent_is_ipv6(policy.fMeterIPv6Samples && from.agent.type == kSFAddressIPv6),
         ports{from.srcPort, from.dstPort},
-        agent_key(MakeIpv4Key(agent)),
-        source_key(MakeIpv4Key(source)),
-        destination_key(MakeIpv4Key(destination)) {
-    Classify(home.Contains(source), home.Contains(destination));
+        agent_key(from.agent, agent_is_ipv6),
+        source_key(from.srcIP, is_ipv6),
+        destination_key(from.dstIP, is_ipv6) {
+    if (!policy.fCount64Bit) bytes = static_cast<std::uint32_t>(bytes);
+    // The home networks are of IPv4.
+    Classify(!is_ipv6 && home.Contains(Source()), !is_ipv6 && home.Contains(Destination()));
+  }
+
+  // These are of use where they are addresses of IPv4.
+  [[nodiscard]] std::uint32_t Source() const noexcept { return sample.srcIP.ToHostIPv4(); }
+  [[nodiscard]] std::uint32_t Destination() const noexcept { return sample.dstIP.ToHostIPv4(); }
+  // No list names an agent of IPv6.
+  [[nodiscard]] std::uint32_t Agent() const noexcept {
+    return agent_is_ipv6 ? 0 : sample.agent.ToHostIPv4();
   }
 
   const _SFSample& sample;
-  std::uint32_t agent;
-  std::uint32_t source;
-  std::uint32_t destination;
+  bool is_ipv6;
+  bool agent_is_ipv6;
   Ports ports;
-  Ipv4Key agent_key;
-  Ipv4Key source_key;
-  Ipv4Key destination_key;
+  HostKey agent_key;
+  HostKey source_key;
+  HostKey destination_key;
 };
 
 void CPISFlowMeter::MeterSFlow(const _SFSample& sample) {
   engine_->MarkRecord();
-  if (!IsMetered(sample)) return;
-  const Packet packet(engine_, sample, home_);
-  if (policy_.fMeterNetflowSources) MeterExporter(packet);
-  if (!PassesFilters(packet)) return;
-  UpdateTotals(packet, static_cast<std::uint8_t>(sample.IPProtocol));
-  if (policy_.fMeterHosts) {
-    UpdateIpv4Hosts(packet, packet.source_key.text, packet.destination_key.text);
+  if (!IsMetered(sample, policy_.fMeterIPv6Samples ? kSFAddressIPv6 : kSFAddressIPv4)) {
+    return PassOver(sample);
   }
+  const Packet packet(engine_, sample, policy_, home_);
+  if (policy_.fMeterNetflowSources) MeterExporter(packet);
+  if (!PassesFilters(packet)) return TellLeftOut(sample, left_out::kFiltered);
+  UpdateTotals(packet, static_cast<std::uint8_t>(sample.IPProtocol));
+  if (policy_.fMeterHosts) MeterHosts(packet);
   if (policy_.fMeterApplications) MeterApplication(packet);
   if (policy_.fMeterNetflowInterfaces) MeterInterfaces(packet);
   MeterSession(packet);
@@ -64,10 +93,47 @@ void CPISFlowMeter::MeterSFlow(const _SFSample& sample) {
   if (policy_.fMeterMAC) MeterMacs(packet);
 }
 
+void CPISFlowMeter::ForgetPacket(_SFSample* sample) const {
+  if (!policy_.fSkipUndecodedSamples) return;
+  sample->srcIP.type = kSFAddressUnset;
+  sample->dstIP.type = kSFAddressUnset;
+  sample->sampledPacketSize = 0;
+  sample->IPProtocol = 0;
+  sample->srcPort = 0;
+  sample->dstPort = 0;
+  sample->TCPFlags = 0;
+  sample->IPFragmentOffset = 0;
+}
+
+void CPISFlowMeter::PassOver(const _SFSample& sample) {
+  if (!IsFlowSample(sample)) return TellLeftOut(sample, left_out::kNoFlowSample);
+  if (sample.decodeOK == 0 || sample.srcIP.type == kSFAddressUnset) {
+    if (policy_.fSkipUndecodedSamples) MeterUndecoded(Packet(engine_, sample, policy_, home_));
+    return TellLeftOut(sample, left_out::kUndecodedSample);
+  }
+  const bool is_fragment = sample.IPFragmentOffset != 0;
+  TellLeftOut(sample, is_fragment ? left_out::kFragment : left_out::kIpv6Sample);
+}
+
+// A frame without addresses, such as one of ARP, has gone through an interface all the same.
+void CPISFlowMeter::MeterUndecoded(const Packet& packet) {
+  if (policy_.fMeterNetflowSources) MeterExporter(packet);
+  if (!PassesFilters(packet)) return;
+  UpdateWay(packet, kTotalBandwidth);
+  if (policy_.fMeterNetflowInterfaces) MeterInterfaces(packet);
+}
+
+void CPISFlowMeter::TellLeftOut(const _SFSample& sample, int reason) {
+  if (!policy_.fCountLeftOut) return;
+  const HostKey agent(sample.agent,
+                      policy_.fMeterIPv6Samples && sample.agent.type == kSFAddressIPv6);
+  flow::TellLeftOut(engine_, static_cast<int>(agent.length), agent.text, reason);
+}
+
 void CPISFlowMeter::MeterExporter(const Packet& packet) {
-  engine_->UpdateCounter3(COUNTERID_FLOWGEN, kIpv4KeyLength, packet.agent_key.text,
-                          exporters::kExportBytes, datagram_length_, exporters::kRecords, 1,
-                          exporters::kBytes, packet.bytes);
+  engine_->UpdateCounter3(COUNTERID_FLOWGEN, static_cast<int>(packet.agent_key.length),
+                          packet.agent_key.text, exporters::kExportBytes, datagram_length_,
+                          exporters::kRecords, 1, exporters::kBytes, packet.bytes);
   datagram_length_ = 0;  // the other samples of the datagram add nothing
 }
 
@@ -75,13 +141,25 @@ bool CPISFlowMeter::PassesFilters(const Packet& packet) const {
   const _SFSample& sample = packet.sample;
   const InterfaceFilter& interfaces = policy_.interface_filter;
   const HostFilter& hosts = policy_.host_filter;
-  return (!interfaces.Active() ||
-          interfaces.Passes(packet.agent, sample.inputPort, sample.outputPort)) &&
-         (!hosts.Active() || hosts.Passes(packet.source, packet.destination));
+  if (interfaces.Active() &&
+      !interfaces.Passes(packet.Agent(), sample.inputPort, sample.outputPort)) {
+    return false;
+  }
+  return !hosts.Active() || sample.srcIP.type != kSFAddressIPv4 ||
+         hosts.Passes(packet.Source(), packet.Destination());
+}
+
+void CPISFlowMeter::MeterHosts(const Packet& packet) {
+  if (packet.is_ipv6) {
+    UpdateIpv6Hosts(packet, packet.source_key.text, packet.destination_key.text);
+  } else {
+    UpdateIpv4Hosts(packet, packet.source_key.text, packet.destination_key.text);
+  }
 }
 
 void CPISFlowMeter::MeterApplication(const Packet& packet) {
   const std::uint32_t protocol = packet.sample.IPProtocol;
+  if (packet.is_ipv6 && protocol == kIcmpv6) return UpdateIcmpv6(packet);
   if (protocol != kTcp && protocol != kUdp) return UpdateProtocolApplication(packet, protocol);
   if (policy_.fMeterBothPorts) {
     UpdateServicePorts(engine_, packet.ports, apps::kBytes, packet.bytes);
@@ -91,10 +169,13 @@ void CPISFlowMeter::MeterApplication(const Packet& packet) {
 }
 
 void CPISFlowMeter::MeterInterfaces(const Packet& packet) {
-  MakeIntfKey(packet.agent_key, packet.sample.inputPort, key_);
-  UpdateInterface(packet, key_, interfaces::kReceived);
-  MakeIntfKey(packet.agent_key, packet.sample.outputPort, key_);
-  UpdateInterface(packet, key_, interfaces::kTransmitted);
+  const auto meter_interface = [&](std::uint32_t ifindex, int side_meter) {
+    char* const end =
+        MakeAgentIntfKey(packet.agent_key.text, packet.agent_key.length, ifindex, key_);
+    UpdateInterface(packet, {key_, static_cast<std::size_t>(end - key_)}, side_meter);
+  };
+  meter_interface(packet.sample.inputPort, interfaces::kReceived);
+  meter_interface(packet.sample.outputPort, interfaces::kTransmitted);
 }
 
 void CPISFlowMeter::MeterSession(const Packet& packet) {
@@ -112,21 +193,35 @@ FLOW_DIR_T CPISFlowMeter::MakeFlowKey(const Packet& packet) {
   const SessionKeyRules rules = {
       .merge = {policy_.fMergeHTTP, policy_.fMergeHTTPS, policy_.fMergeDNS},
       .merge_sources = policy_.fMergeMultipleSources};
+  Ipv4Key agent;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+  std::memcpy(agent.text, packet.agent_key.text, sizeof(agent.text));
   const Conversation flow = {
       static_cast<std::uint8_t>(sample.IPProtocol),
       {packet.source_key.text, static_cast<std::uint16_t>(sample.srcPort), sample.inputPort},
       {packet.destination_key.text, static_cast<std::uint16_t>(sample.dstPort), sample.outputPort},
-      packet.agent_key};
-  return policy_.fMatchBiDirectionalFlows
-             ? sflow::MakeSessionKey_Bi(rules, flow, packet.source, packet.destination, key_)
-             : sflow::MakeSessionKey_Uni(rules, flow, key_);
+      agent};
+  FLOW_DIR_T direction = FLOW_DIR_FORWARD;
+  if (packet.is_ipv6) {
+    direction = policy_.fMatchBiDirectionalFlows ? MakeSessionKey_IPv6_Bi(rules, flow, key_)
+                                                 : MakeSessionKey_IPv6_Uni(rules, flow, key_);
+  } else {
+    direction =
+        policy_.fMatchBiDirectionalFlows
+            ? sflow::MakeSessionKey_Bi(rules, flow, packet.Source(), packet.Destination(), key_)
+            : sflow::MakeSessionKey_Uni(rules, flow, key_);
+  }
+  if (packet.agent_is_ipv6 && !rules.merge_sources) {
+    ReplaceExporter(packet.agent_key.text, packet.is_ipv6 ? kSession6KeyLength : kSessionKeyLength,
+                    key_);
+  }
+  return direction;
 }
 
 void CPISFlowMeter::MeterTcp(const Packet& packet) {
   const std::uint32_t flags = packet.sample.TCPFlags;
   if ((flags & kTcpSynOrRst) != 0) engine_->CloseFlow(COUNTERID_FLOWS, key_);
   if ((flags & kTcpSynAck) != kTcpSynAck) return;
-  if (policy_.fMeterTCPConnections) {
+  if (policy_.fMeterTCPConnections && !packet.is_ipv6) {
     UpdateHostConnections(engine_, packet.source_key.text, packet.destination_key.text);
   }
   if (policy_.fMeterAppConnections) {

@@ -31,6 +31,9 @@ inline constexpr GUID COUNTERID_USERID = MakeGuid("9021F5D3-FEFB-401B-99EC-EF2AC
 inline constexpr GUID COUNTERID_PREFIX4 = MakeGuid("2BE2A3B6-613D-4216-0737-3684E824EA33");
 inline constexpr GUID COUNTERID_PREFIX6 = MakeGuid("467AE21F-F2B7-4509-EA69-514CF2352D36");
 
+// Not traffic: what a meter with CountLeftOut tells of records that it does not meter.
+inline constexpr GUID COUNTERID_LEFTOUT = MakeGuid("5D0C8B1E-3C52-4F0B-9E37-6A1D4C9F27B8");
+
 namespace flow {
 
 // HOSTS (key: IPv4 hex); HOSTS6 (key: IPv6 hex) has the first three.
@@ -148,6 +151,21 @@ inline constexpr int kTransit = 3;
 inline constexpr int kWithinHome = 4;
 inline constexpr int kFlows = 5;
 }  // namespace vendor_texts
+
+// LEFTOUT (key: of the exporter): how many records were not metered, by the reason. A record that
+// is filtered, and every sample, has been marked before.
+namespace left_out {
+inline constexpr int kDuplicateEgress = 0;
+inline constexpr int kZeroBytes = 1;
+inline constexpr int kNoAddresses = 2;  // options data, for instance
+inline constexpr int kFiltered = 3;
+inline constexpr int kCorrupt = 4;
+inline constexpr int kIpv6Sample = 5;
+inline constexpr int kUndecodedSample = 6;
+inline constexpr int kFragment = 7;
+inline constexpr int kReverse = 8;       // no reason: the second direction of one record
+inline constexpr int kNoFlowSample = 9;  // no record at all: a counters or a skipped sample
+}  // namespace left_out
 
 // A fixed key of AGGREGATES with its value under the host's key-hash function.
 struct AggregateKey {

@@ -43,6 +43,9 @@ FLOW_EXPORT extern const GUID CATID_ZephPlugIn;
 inline constexpr IID UPID_IP = MakeGuid("0A2C724B-5B9F-4BA6-9C97-B05080558574");   // IPv4
 inline constexpr IID UPID_UDP = MakeGuid("14D7AB53-CC51-47E9-8814-9C06AAE60189");  // UDP
 
-// The channel on which NetFlow meters share the templates that they learn.
+// The channels on which NetFlow meters share the templates that they learn. On the second one a
+// message begins with the exporter's observation domain, 4 bytes in network order.
 inline constexpr GUID CHANNELID_NETFLOW_TEMPLATES =
     MakeGuid("82374096-ABAD-38AB-B1C8-8B7683F440BD");
+inline constexpr GUID CHANNELID_NETFLOW_DOMAIN_TEMPLATES =
+    MakeGuid("B27D41E6-09C5-4E7A-8F64-D13A5C7E2098");

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "flowhandlers/counter_keys.h"
 #include "flowhandlers/session_keys.h"
@@ -22,9 +23,28 @@ inline constexpr char kMacPairArrow[] = " ->";
 inline constexpr std::size_t kMacPairArrowLength = sizeof(kMacPairArrow) - 1;
 inline constexpr std::size_t kMacPairKeyLength = 2 * kMacKeyLength + kMacPairArrowLength;
 
-// Session keys, of IPv4 alone. They differ from the NetFlow meter's in two ways that stored flows
-// rely on: the exporter part of merged sources has four digits for each interface, and in the key
-// of both directions side A is the one with the smaller address, whatever the ports.
+// MakeAgentIntfKey names an interface by its agent's key, of IPv4 or IPv6, and its ifIndex there.
+inline char* MakeAgentIntfKey(const char* agent_key, std::size_t length, std::uint32_t ifindex,
+                              char* out) noexcept {
+  std::memcpy(out, agent_key, length);
+  out[length] = '_';
+  return OmbrelAPI::Long2Hex(ifindex, out + length + 1);
+}
+
+// ReplaceExporter gives a session key of the given length an exporter of IPv6, by its key.
+inline void ReplaceExporter(const char* exporter_key, std::size_t key_length, char* key) noexcept {
+  constexpr std::size_t kInterfacesLength = 18;  // _0000000A_00000002
+  char interfaces[kInterfacesLength + 1];
+  std::memcpy(interfaces, key + key_length - kInterfacesLength, sizeof(interfaces));
+  char* const exporter = key + key_length - kInterfacesLength - kIpv4KeyLength;
+  std::memcpy(exporter, exporter_key, kIpv6KeyLength);
+  std::memcpy(exporter + kIpv6KeyLength, interfaces, sizeof(interfaces));
+}
+
+// Session keys of IPv4; those of IPv6 are the NetFlow meter's. They differ from the NetFlow meter's
+// in two ways that stored flows rely on: the exporter part of merged sources has four digits for
+// each interface, and in the key of both directions side A is the one with the smaller address,
+// whatever the ports.
 namespace sflow {
 
 inline constexpr char kMergedExporter[] = "00.00.00.00_0000_0000";

@@ -56,7 +56,7 @@ TEST(DuplicateEgress, IsReportedByItsDataSet) {
   TemplateStore templates;
   const Bytes specifiers = Wire().U16(256).U16(1).U16(61).U16(1).Get();
   ByteCursor records(specifiers);
-  templates.v9_ProcessTemplateFlowset_Single(source.key, TemplateRules::kV9, 0, &records);
+  templates.v9_ProcessTemplateFlowset_Single(source, TemplateRules::kV9, 0, &records);
   DataSets sets(policy, links, templates, &context, &rates, &metering,
                 DuplicateEgress(DuplicateEgress::Clock::now() - std::chrono::seconds(61)));
   sets.v9_ProcessDataFlowset(source, {}, DataSet(256).Raw(Wire().U8(1).U8(1)).Build());

@@ -53,7 +53,7 @@ TEST_F(FieldDecoderTest, NumbersOfAnyLength) {
       {32769,
        [](const R& r) { return r.rev_bytes; },
        {0x81, 0x8192, 0x8192A3B4, 0x8192A3B4C5D6E7F8}},
-      {1, [](const R& r) { return r.bytes; }, {0x81, 0x8192, 0x8192A3B4, 0xC5D6E7F8}},
+      {1, [](const R& r) { return r.bytes; }, {0x81, 0x8192, 0x8192A3B4, 0x8192A3B4C5D6E7F8}},
       {150,
        [](const R& r) -> std::uint64_t { return r.first; },
        {129000, 33170000, 0x24CF7720, 0xCF7A20C0}},

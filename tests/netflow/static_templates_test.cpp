@@ -11,7 +11,7 @@ using testing::IsEmpty;
 
 std::string FieldsOf(const TemplateStore& store, std::uint32_t id) {
   SetError why = SetError::kNone;
-  const Template* const found = store.Find(1, id, &why);
+  const Template* const found = store.Find(ExportSource(UdpHeaders({}, 0)), id, &why);
   if (found == nullptr) return SetErrorText(why);
   std::string text;
   for (const nf9_field_t& field : found->Fields()) {

@@ -11,13 +11,21 @@ constexpr unsigned int Meters(auto... meters) { return ((1u << meters) | ... | 0
 constexpr std::string_view kIPv4 = "XX.XX.XX.XX";
 constexpr std::string_view kInterface = "XX.XX.XX.XX_XXXXXXXX";
 
-// IPv4 session, the shorter one of a merged sFlow session, IPv6 session; a flow of neither IP
-// version is kept under the empty key.
+// IPv4 session, the shorter one of a merged sFlow session, IPv6 session, the first and the last one
+// with an exporter of IPv6; a flow of neither IP version is kept under the empty key.
 constexpr std::string_view kSessions =
     "XXC:XX.XX.XX.XX:p-XXXX_XX.XX.XX.XX:p-XXXX_XX.XX.XX.XX_XXXXXXXX_XXXXXXXX"
     " XXC:XX.XX.XX.XX:p-XXXX_XX.XX.XX.XX:p-XXXX_XX.XX.XX.XX_XXXX_XXXX"
     " XXD:XXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXX:p-XXXX_XXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXX:p-XXXX_"
-    "XX.XX.XX.XX_XXXXXXXX_XXXXXXXX ";
+    "XX.XX.XX.XX_XXXXXXXX_XXXXXXXX"
+    " XXC:XX.XX.XX.XX:p-XXXX_XX.XX.XX.XX:p-XXXX_XXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXX_XXXXXXXX_XXXXXXXX"
+    " XXD:XXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXX:p-XXXX_XXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXX:p-XXXX_"
+    "XXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXX_XXXXXXXX_XXXXXXXX ";
+
+// An exporter; an sFlow agent may be one of IPv6.
+constexpr std::string_view kExporter = "XX.XX.XX.XX XXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXX";
+constexpr std::string_view kExporterInterface =
+    "XX.XX.XX.XX_XXXXXXXX XXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXX_XXXXXXXX";
 
 constexpr CounterGroup kGroups[] = {
     {MakeGuid("4CD742B1-C1CA-4708-BE78-0FCA2EB01A86"), "COUNTERID_HOSTS", kIPv4,
@@ -26,8 +34,9 @@ constexpr CounterGroup kGroups[] = {
      "XXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXX", Meters(0, 1, 2)},
     {MakeGuid("99A78737-4B41-4387-8F31-8077DB917336"), "COUNTERID_FLOWS", kSessions,
      Meters(0, 1, 2, 3)},
-    {MakeGuid("2314BB8E-2BCC-4B86-8AA2-677E5554C0FE"), "COUNTERID_FLOWGEN", kIPv4, Meters(0, 1, 2)},
-    {MakeGuid("C0B04CA7-95FA-44EF-8475-3835F3314761"), "COUNTERID_FLOWINTF", kInterface,
+    {MakeGuid("2314BB8E-2BCC-4B86-8AA2-677E5554C0FE"), "COUNTERID_FLOWGEN", kExporter,
+     Meters(0, 1, 2)},
+    {MakeGuid("C0B04CA7-95FA-44EF-8475-3835F3314761"), "COUNTERID_FLOWINTF", kExporterInterface,
      Meters(0, 1, 2, 3)},
     {MakeGuid("393B5EBC-AB41-4387-8F31-8077DB917336"), "COUNTERID_AGGREGATES",
      "TOTALBW DIR_WITHINHOME DIR_INTOHOME DIR_OUTOFHOME DIR_TRANSIT", Meters(0, 1)},
@@ -59,6 +68,8 @@ constexpr CounterGroup kGroups[] = {
      Meters(0, 1, 2, 3, 4, 5), 50},
     {MakeGuid("0EC72E9E-3AD2-43FD-8173-74693EEA08D0"), "COUNTERID_VLAN",
      "XXXX XXXXX XXXXXX XXXXXXX XXXXXXXX", Meters(0, 1, 2)},
+    {MakeGuid("5D0C8B1E-3C52-4F0B-9E37-6A1D4C9F27B8"), "COUNTERID_LEFTOUT", kExporter,
+     Meters(0, 1, 2, 3, 4, 5, 6, 7, 8, 9)},
     // The blank of " ->" would end a form, so a pair is any text here.
     {MakeGuid("79F60A94-44BD-4C55-891A-77823D59161B"), "COUNTERID_MACPAIR", "", Meters(0), 37},
 };

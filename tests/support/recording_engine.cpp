@@ -63,7 +63,8 @@ void RecordingEngine::CheckMeter(const char* operation, const GUID& group, int m
 }
 
 void RecordingEngine::CheckValue(const char* operation, const GUID& group, std::uint64_t value) {
-  if (value > kLargestValue) Fault(operation, group, "the value " + std::to_string(value));
+  if (value > kLargestValue && !any_value)
+    Fault(operation, group, "the value " + std::to_string(value));
 }
 
 void RecordingEngine::Fault(const char* operation, const GUID& group, const std::string& text) {

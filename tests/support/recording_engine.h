@@ -17,6 +17,7 @@ class RecordingEngine final : public HostObject<IOmbrelStatsEngine> {
 
   std::uint64_t now = 1000;
   // Receives each posted message.
+  bool any_value = false;  // rather than those of 32 bits
   std::function<void(const GUID& channel, std::span<const std::uint8_t> message)> on_message;
 
   Status UpdateCounter(const GUID& group, const char* key, int meter, std::uint64_t value) override;

@@ -137,6 +137,11 @@ RecordingHost& RecordingHost::Disconnect(const Component& component) {
   return *this;
 }
 
+RecordingHost& RecordingHost::AnyValue(bool on) {
+  state_->engine.any_value = on;
+  return *this;
+}
+
 RecordingHost& RecordingHost::WithQueries(bool on) {
   state_->trace.SetQueries(on);
   return *this;

@@ -71,6 +71,7 @@ class RecordingHost {
   RecordingHost& Connect(const Component& component);
   RecordingHost& Disconnect(const Component& component);
 
+  RecordingHost& AnyValue(bool on = true);     // a policy counts in 64 bits
   RecordingHost& WithQueries(bool on = true);  // lines of operations that only ask, too
   RecordingHost& Recording(bool on);           // off: checks alone, no lines
   RecordingHost& KeepFaults();                 // faults no longer end the program
