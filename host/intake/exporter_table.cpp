@@ -102,8 +102,8 @@ Described ExporterTable::Describe(const MeteredDatagram& datagram, const ExportV
   } else {
     described.records = RecordsOf(datagram.bytes);
   }
-  sequences_.Take(datagram.exporter, version, datagram.bytes, data_records, &counts->gaps,
-                  &counts->sample_gaps);
+  sequences_.Take({datagram.exporter, version, datagram.time, datagram.bytes, data_records},
+                  &counts->gaps, &counts->sample_gaps);
   return described;
 }
 

@@ -4,83 +4,52 @@
 // sFlow numbers datagrams per agent and samples per data source. NetFlow v1 numbers nothing.
 #pragma once
 
-#include <absl/container/flat_hash_map.h>
-
-#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string_view>
 
 #include "host/base/endpoint.h"
 #include "host/export/export_format.h"
+#include "host/intake/stream_table.h"
 
 namespace flow::host {
 
-// What a numbered stream shows.
-struct SequenceGaps {
-  std::uint64_t missing = 0;   // units that numbers were left out for
-  std::uint64_t came = 0;      // of these, those that came late
-  std::uint64_t gaps = 0;      // how often numbers were left out
-  std::uint64_t late = 0;      // datagrams or samples that came behind later ones, or twice
-  std::uint64_t restarts = 0;  // numbers that went elsewhere, as after the exporter's restart
-
-  [[nodiscard]] std::uint64_t Lost() const { return missing - std::min(missing, came); }
-  void Add(const SequenceGaps& other);
+// A datagram whose numbers have come.
+struct NumberedDatagram {
+  Endpoint exporter;
+  ExportVersion version;
+  Timestamp time = 0;
+  std::span<const std::uint8_t> bytes;
+  std::optional<std::uint32_t> data_records;  // of IPFIX, unless a template is unknown
 };
 
-// One numbered stream. The numbers should count the units that went before; some exporters count
-// those that go with the number as well, and some count messages. The first of these that explains
-// a number is taken for granted; once it was the only one to do so, until another explains two in a
-// row.
-class SequenceStream {
- public:
-  // Take takes a number and how many units go with it, where that is known.
-  void Take(std::uint32_t number, std::optional<std::uint32_t> units, SequenceGaps* gaps);
-
- private:
-  enum class Counting : std::uint8_t { kBefore, kIncluded, kMessages };
-
-  [[nodiscard]] std::optional<std::uint32_t> Expected(Counting counting,
-                                                      std::optional<std::uint32_t> units) const;
-  // Another counting than the one at hand that explains the number.
-  [[nodiscard]] std::optional<Counting> Explanation(std::uint32_t number,
-                                                    std::optional<std::uint32_t> units) const;
-  // Judge takes a number that is not the expected one; false when it is not ahead of the last.
-  bool Judge(std::uint32_t number, std::optional<std::uint32_t> units, SequenceGaps* gaps);
-  void TakeLate(std::uint32_t number, std::optional<std::uint32_t> units, SequenceGaps* gaps);
-  void Miss(std::uint32_t from, std::uint32_t units, SequenceGaps* gaps);
-
-  bool is_started_ = false;
-  Counting counting_ = Counting::kBefore;
-  bool is_confirmed_ = false;          // no other explains what counting_ has explained
-  std::optional<Counting> candidate_;  // explains the last number, where counting_ does not
-  std::uint32_t candidate_gap_ = 0;    // what counting_ made of it
-  std::uint32_t last_ = 0;
-  std::optional<std::uint32_t> last_units_;
-  // The last gap, which late units may fill.
-  std::uint32_t gap_start_ = 0;
-  std::uint32_t gap_length_ = 0;
-  std::uint32_t gap_left_ = 0;
-};
-
-// All streams of a lane's exporters, as many as kMostStreams.
+// All streams of a lane's exporters. Kinds of numbers have tables of their own, so that a flood of
+// one leaves the others alone.
 class SequenceTracker {
  public:
-  static constexpr std::size_t kMostStreams = std::size_t{1} << 18;
+  static constexpr std::uint32_t kMostStreams = 1U << 16;  // of each kind
+  static constexpr std::uint32_t kMostSampleStreams = 1U << 17;
 
-  // Take looks at a datagram. data_records is the number of its IPFIX
-  // data records, unless a template is unknown. samples takes the gaps of sFlow samples.
-  void Take(const Endpoint& exporter, const ExportVersion& version,
-            std::span<const std::uint8_t> datagram, std::optional<std::uint32_t> data_records,
-            SequenceGaps* gaps, SequenceGaps* samples);
+  // samples takes the gaps of sFlow samples.
+  void Take(const NumberedDatagram& datagram, SequenceGaps* gaps, SequenceGaps* samples);
+
+  // Streams that were let go because there were too many.
+  [[nodiscard]] std::uint64_t Evicted() const;
 
  private:
-  void Count(std::uint64_t stream, std::uint32_t number, std::optional<std::uint32_t> units,
-             SequenceGaps* gaps);
-  void TakeSFlow(const Endpoint& exporter, std::span<const std::uint8_t> datagram,
-                 SequenceGaps* gaps, SequenceGaps* samples);
+  enum Kind { kNetFlow5, kNetFlow9, kIpfix, kSFlow, kSamples, kKinds };
 
-  absl::flat_hash_map<std::uint64_t, SequenceStream> streams_;
+  void TakeDomain(Kind kind, std::uint32_t domain, const NumberedDatagram& datagram,
+                  const Numbered& numbered, SequenceGaps* gaps);
+  void TakeSFlow(const NumberedDatagram& datagram, SequenceGaps* gaps, SequenceGaps* samples);
+  void TakeSamples(std::uint64_t agent, Timestamp time, std::span<const std::uint8_t> bytes,
+                   SequenceGaps* gaps);
+
+  std::array<StreamTable, kKinds> tables_{StreamTable(kMostStreams), StreamTable(kMostStreams),
+                                          StreamTable(kMostStreams), StreamTable(kMostStreams),
+                                          StreamTable(kMostSampleStreams)};
 };
 
 // UnitOf names what a version's numbers count: "flows", "datagrams", "records", or "".

@@ -21,7 +21,13 @@ struct Case {
   std::uint64_t gaps = 0;
   std::uint64_t late = 0;
   std::uint64_t restarts = 0;
+  std::uint64_t jumps = 0;
 };
+
+std::vector<Number> Then(std::vector<Number> numbers, std::uint32_t from, std::uint32_t to) {
+  for (; from < to; ++from) numbers.push_back({from});
+  return numbers;
+}
 
 const Case kCases[] = {
     {"Whole", {{100, 30}, {130, 30}, {160, 5}, {165}}, 0},
@@ -29,9 +35,48 @@ const Case kCases[] = {
     {"AroundTheEnd", {{0xFFFFFFF0, 30}, {14, 30}, {54, 30}}, 10, 1},
     {"LateByOne", {{1}, {2}, {4}, {3}, {5}}, 0, 1, 1},
     {"LateFromNowhere", {{1}, {2}, {3}, {5}, {2}, {6}}, 1, 1, 1},
-    {"Restarted", {{500'000, 30}, {0, 30}, {30, 30}}, 0, 0, 0, 1},
-    {"FarAhead", {{1}, {1U << 30}, {(1U << 30) + 1}}, 0, 0, 0, 1},
+    {"SeveralGapsOpen", {{1}, {3}, {5}, {7}, {9}, {6}, {2}, {4}, {10}}, 1, 4, 3},
+    {"LateInTheMiddle", {{10, 10}, {50, 10}, {30, 10}, {20, 10}, {60, 10}}, 10, 1, 2},
+    {"LateAcrossTwoGaps", {{10, 10}, {25, 1}, {30, 10}, {20, 12}, {40, 1}}, 0, 2, 1},
+    {"Restarted", {{500'000, 30}, {0, 30}, {30, 30}, {90, 30}, {120, 30}, {150, 30}}, 30, 1, 0, 1},
+    {"RestartedNearby", Then({{50}, {51}, {0}, {1}, {4}, {3}}, 5, 20), 1, 1, 17, 1},
     {"EverythingTwice", {{7}, {7}, {8}, {8}, {10}, {10}, {11}, {11}}, 1, 1, 4},
+    {"TwiceInBatches", {{1}, {2}, {4}, {5}, {6}, {1}, {2}, {3}, {4}, {5}, {6}, {8}}, 1, 2, 6},
+    {"LongBatchAgain", Then(Then(Then({}, 0, 60), 10, 40), 62, 70), 2, 1, 16, 1},
+    // A gap too wide to be taken on one number's word, and what others make up.
+    {"ManyLost", {{0}, {600}, {601}, {602}, {603}, {604}}, 599, 1},
+    {"ManyLostAndLate", {{0}, {600}, {603}, {598}, {602}, {604}, {605}, {601}}, 598, 3, 1},
+    {"FarAhead", {{1}, {1U << 30}, {(1U << 30) + 1}, {2}, {3}}, 0, 0, 0, 0, 1},
+    {"FarAheadForGood",
+     {{1}, {1U << 30}, {(1U << 30) + 1}, {(1U << 30) + 2}, {(1U << 30) + 3}},
+     0,
+     0,
+     0,
+     0,
+     1},
+    {"ThereAndBack", {{1}, {90'000}, {90'001}, {90'002}, {90'003}, {2}, {4}, {5}}, 1, 1, 0, 0, 1},
+    {"TwoInTurns",
+     {{1}, {90'000}, {2}, {90'001}, {3}, {90'003}, {4}, {90'004}, {6}, {90'005}},
+     2,
+     2,
+     0,
+     0,
+     1},
+    {"MadeUpTenTimes",
+     {{0, 30},
+      {10'000'000, 0},
+      {20'000'000, 0},
+      {30'000'000, 0},
+      {30, 30},
+      {40'000'000, 0},
+      {60, 30},
+      {50'000'000, 0},
+      {150, 30}},
+     60,
+     1,
+     0,
+     0,
+     5},
     // Numbers that count what goes with them as well.
     {"Included", {{1, 1}, {2, 1}, {5, 3}, {6, 1}, {10, 4}}, 0},
     {"IncludedOneLost", {{10, 10}, {13, 3}, {18, 5}, {30, 4}}, 8, 1},
@@ -50,12 +95,13 @@ TEST_P(SequenceStreams, Count) {
   for (const Number& number : GetParam().numbers) {
     std::optional<std::uint32_t> units;
     if (number.units >= 0) units = static_cast<std::uint32_t>(number.units);
-    stream.Take(number.number, units, &gaps);
+    stream.Take({number.number, units}, &gaps);
   }
   EXPECT_EQ(gaps.Lost(), GetParam().lost);
   EXPECT_EQ(gaps.gaps, GetParam().gaps);
   EXPECT_EQ(gaps.late, GetParam().late);
   EXPECT_EQ(gaps.restarts, GetParam().restarts);
+  EXPECT_EQ(gaps.jumps, GetParam().jumps);
 }
 
 void PrintTo(const Case& row, std::ostream* out) { *out << row.name; }
