@@ -112,7 +112,7 @@ class Listen {
   ReceiveBuffers buffers_;
   Timestamp period_start_ = Now();
   std::uint64_t queue_drops_told_ = 0;
-  std::uint64_t lost_with_sockets_ = 0;
+  PortDrops lost_with_sockets_;
   std::optional<PolicyCheck> check_;
   bool check_again_ = false;
   bool told_overflow_ = false;
@@ -208,7 +208,7 @@ void Listen::Step() {
     } catch (const HostError& error) {
       failed_ = true;
       console_.Error(error.what());
-      lost_with_sockets_ += sockets_[i].socket->TakeDrops();
+      lost_with_sockets_[sockets_[i].socket->port()] += sockets_[i].socket->TakeDrops();
       sockets_.erase(sockets_.begin() + static_cast<std::ptrdiff_t>(i));
     }
   }
@@ -294,8 +294,8 @@ void Listen::Reap(Tick tick) {
 
 Losses Listen::TakeLosses() {
   Losses losses;
-  losses.kernel = std::exchange(lost_with_sockets_, 0);
-  for (const Port& port : sockets_) losses.kernel += port.socket->TakeDrops();
+  losses.kernel = std::exchange(lost_with_sockets_, {});
+  for (const Port& port : sockets_) losses.kernel[port.socket->port()] += port.socket->TakeDrops();
   const std::uint64_t queue = setup_.lanes().Dropped();
   losses.queue = queue - std::exchange(queue_drops_told_, queue);
   return losses;

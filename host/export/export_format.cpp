@@ -95,13 +95,17 @@ ExportVersion VersionOf(Bytes datagram) {
   return {true, Be32(datagram.data())};
 }
 
+std::optional<IpAddress> ShimExporter(Bytes datagram) {
+  if (!HasShim(datagram)) return std::nullopt;
+  return IpAddress::Ipv4(Be32(datagram.data() + 4));
+}
+
 Bytes WithoutShim(Bytes datagram, const IpAddress& exporter) {
-  const bool has_shim = HasShim(datagram) && IpAddress::Ipv4(Be32(datagram.data() + 4)) == exporter;
-  return has_shim ? datagram.subspan(kShim) : datagram;
+  return ShimExporter(datagram) == exporter ? datagram.subspan(kShim) : datagram;
 }
 
 std::optional<IpAddress> NamedExporter(Bytes datagram) {
-  if (HasShim(datagram)) return IpAddress::Ipv4(Be32(datagram.data() + 4));
+  if (HasShim(datagram)) return ShimExporter(datagram);
   constexpr std::size_t kAgentAt = 8;  // behind the version and the type of the address
   constexpr std::uint32_t kIpv4 = 1;
   if (datagram.size() < kAgentAt + 4 || !VersionOf(datagram).sflow ||

@@ -34,6 +34,9 @@ struct ExportVersion {
 // VersionOf reads the version: 16 bits in NetFlow and IPFIX, 32 bits below 65536 in sFlow.
 ExportVersion VersionOf(std::span<const std::uint8_t> datagram);
 
+// ShimExporter is the exporter that a forwarder's shim in front names, if there is one.
+std::optional<IpAddress> ShimExporter(std::span<const std::uint8_t> datagram);
+
 // WithoutShim drops the 12-byte header that a forwarder puts in front, if there is one and it names
 // this exporter: then the meter has taken it off as well.
 std::span<const std::uint8_t> WithoutShim(std::span<const std::uint8_t> datagram,

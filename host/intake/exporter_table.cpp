@@ -25,6 +25,11 @@ static_assert(std::size(kNames) == kRefusals);
 // Versions beyond are what strangers make up, and are one to us.
 constexpr std::uint32_t kLargestVersion = 15;
 
+ExportVersion CountedVersion(std::span<const std::uint8_t> datagram) {
+  const ExportVersion version = VersionOf(datagram);
+  return version.IsKnown() || version.number <= kLargestVersion ? version : ExportVersion{};
+}
+
 }  // namespace
 
 std::string_view RefusalText(Refusal refusal) {
@@ -41,10 +46,14 @@ void ExporterCounts::Add(const ExporterCounts& other) {
   bytes += other.bytes;
   books.Add(other.books);
   unknown_sets += other.unknown_sets;
+  dropped += other.dropped;
   for (std::size_t i = 0; i < kRefusals; ++i) refused[i] += other.refused[i];
   gaps.Add(other.gaps);
   sample_gaps.Add(other.sample_gaps);
-  if (other.last_seen >= last_seen) templates = other.templates;
+  if (other.last_seen >= last_seen) {
+    templates = other.templates;
+    arrives_at = other.arrives_at;
+  }
   last_seen = std::max(last_seen, other.last_seen);
 }
 
@@ -67,12 +76,12 @@ ExporterCounts& ExporterTable::CountsOf(const ExportSource& key) {
 }
 
 void ExporterTable::Note(const MeteredDatagram& datagram) {
-  ExportVersion version = VersionOf(datagram.bytes);
-  if (!version.IsKnown() && version.number > kLargestVersion) version = {};
+  const ExportVersion version = CountedVersion(datagram.bytes);
   ExporterCounts& counts = CountsOf({datagram.exporter, version});
   ++counts.datagrams;
   counts.bytes += datagram.bytes.size();
   counts.last_seen = std::max(counts.last_seen, datagram.time);
+  counts.arrives_at = datagram.arrived_at;
   Described described;
   if (datagram.refusal != Refusal::kNone) {
     ++counts.refused[static_cast<std::size_t>(datagram.refusal)];
@@ -81,29 +90,41 @@ void ExporterTable::Note(const MeteredDatagram& datagram) {
   }
   counts.books.Enter(described, version.sflow, datagram.records, datagram.words);
   ++datagrams_;
+  if (!version.IsKnown()) return;
+  const bool is_described =
+      datagram.refusal == Refusal::kNone && described.unknown_sets == 0 && !described.has_vast;
+  std::optional<std::uint32_t> data_records;
+  if (is_described) data_records = static_cast<std::uint32_t>(described.records);
+  sequences_.Take({datagram.exporter, version, datagram.time, datagram.bytes, data_records},
+                  &counts.gaps, &counts.sample_gaps);
+}
+
+void ExporterTable::NoteDropped(const Endpoint& exporter, Timestamp time,
+                                std::span<const std::uint8_t> numbers) {
+  const ExportVersion version = CountedVersion(numbers);
+  ExporterCounts& counts = CountsOf({exporter, version});
+  ++counts.dropped;
+  counts.last_seen = std::max(counts.last_seen, time);
+  if (!version.IsKnown()) return;
+  sequences_.Take({exporter, version, time, numbers, std::nullopt}, &counts.gaps,
+                  &counts.sample_gaps);
 }
 
 Described ExporterTable::Describe(const MeteredDatagram& datagram, const ExportVersion& version,
                                   ExporterCounts* counts) {
   Described described;
-  std::optional<std::uint32_t> data_records;
   if (version.HasTemplates()) {
     const auto found = templates_.find(datagram.exporter);
     const Templates* const known = found == templates_.end() ? nullptr : &found->second;
     described = DescribeSets(datagram, known, datagrams_);
     // Without a template of its own an exporter may still be decoded by those in the policy.
     if (known != nullptr || datagram.records == 0) counts->unknown_sets += described.unknown_sets;
-    if (described.unknown_sets == 0 && !described.has_vast) {
-      data_records = static_cast<std::uint32_t>(described.records);
-    }
     counts->templates = known == nullptr ? 0 : known->size();
   } else if (version.sflow) {
     if (version.number == 5) described.records = FlowSamplesOf(datagram.bytes);
   } else {
     described.records = RecordsOf(datagram.bytes);
   }
-  sequences_.Take({datagram.exporter, version, datagram.time, datagram.bytes, data_records},
-                  &counts->gaps, &counts->sample_gaps);
   return described;
 }
 
@@ -148,11 +169,19 @@ Described ExporterTable::DescribeSets(const MeteredDatagram& datagram, const Tem
 ExporterTable ExporterTable::Reap() {
   ExporterTable reaped;
   reaped.exporters_ = std::exchange(exporters_, {});
+  const std::uint64_t evicted = sequences_.Evicted();
+  reaped.streams_evicted_ = evicted - std::exchange(evicted_before_, evicted);
   return reaped;
 }
 
 void ExporterTable::Merge(const ExporterTable& other) {
   for (const auto& [key, counts] : other.exporters_) CountsOf(key).Add(counts);
+  streams_evicted_ += other.streams_evicted_;
+}
+
+void ExporterTable::ForEach(
+    const std::function<void(const ExportSource&, ExporterCounts&)>& visit) {
+  for (auto& [key, counts] : exporters_) visit(key, counts);
 }
 
 std::vector<ExporterTable::Row> ExporterTable::Rows() const {

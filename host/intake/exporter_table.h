@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -45,10 +46,12 @@ struct ExporterCounts {
   RecordBooks books;
   std::uint64_t templates = 0;     // known when it was last seen
   std::uint64_t unknown_sets = 0;  // data sets whose template was not known
+  std::uint64_t dropped = 0;       // datagrams that found a full queue; none of the above
   std::array<std::uint64_t, kRefusals> refused{};
   SequenceGaps gaps;         // in the units of the version
   SequenceGaps sample_gaps;  // of sFlow samples
   Timestamp last_seen = 0;
+  std::uint16_t arrives_at = 0;  // the UDP port, last
 
   [[nodiscard]] std::uint64_t Refused() const;
   void Add(const ExporterCounts& other);
@@ -62,6 +65,7 @@ struct MeteredDatagram {
   std::uint64_t records = 0;            // that the meter marked
   Refusal refusal = Refusal::kNone;
   MeterWords words{};
+  std::uint16_t arrived_at = 0;  // the UDP port
 };
 
 class ExporterTable {
@@ -78,6 +82,10 @@ class ExporterTable {
 
   void Note(const MeteredDatagram& datagram);
 
+  // NoteDropped takes what is kept of a datagram that went through no meter, for want of room: its
+  // numbers are not missing.
+  void NoteDropped(const Endpoint& exporter, Timestamp time, std::span<const std::uint8_t> numbers);
+
   // Reap hands out what was counted since it was last called; templates and sequence numbers stay.
   ExporterTable Reap();
 
@@ -86,6 +94,12 @@ class ExporterTable {
 
   // By address, port and version. Beyond kMostExporters, all others are one row of address 0.
   [[nodiscard]] std::vector<Row> Rows() const;
+
+  // ForEach shows what each exporter has sent, to be corrected.
+  void ForEach(const std::function<void(const ExportSource&, ExporterCounts&)>& visit);
+
+  // Numbered streams that were let go because there were too many.
+  [[nodiscard]] std::uint64_t streams_evicted() const { return streams_evicted_; }
 
   static constexpr std::size_t kMostExporters = std::size_t{1} << 16;
   static constexpr std::size_t kMostTemplates = std::size_t{1} << 18;
@@ -110,6 +124,8 @@ class ExporterTable {
   absl::flat_hash_map<Endpoint, Templates> templates_;
   std::size_t template_count_ = 0;
   SequenceTracker sequences_;
+  std::uint64_t streams_evicted_ = 0;  // in what was reaped
+  std::uint64_t evicted_before_ = 0;
   std::uint64_t datagrams_ = 1;  // the number of the next
 };
 

@@ -81,8 +81,20 @@ void Lane::Handle(const IID& protocol, const UdpPacket& packet) {
   const std::uint64_t records = store_->records - records_before;
   records_.store(records_.load(std::memory_order_relaxed) + records, std::memory_order_relaxed);
   const Endpoint exporter{packet_.Source(), packet.source.port};
-  exporters_.Note({exporter, packet.time, WithoutShim(packet.Payload(), exporter.address), records,
-                   refusal, engine_.TakeWords()});
+  const auto datagram = WithoutShim(packet.Payload(), exporter.address);
+  takes_shims_ = takes_shims_ || datagram.size() < packet.payload_length;
+  exporters_.Note({exporter, packet.time, datagram, records, refusal, engine_.TakeWords(),
+                   packet.destination.port});
+}
+
+void Lane::NoteDropped(const DroppedNumbers& dropped) {
+  for (const DroppedNumbers::Entry& entry : dropped.entries()) {
+    Endpoint exporter = entry.exporter;
+    const auto bytes = dropped.BytesOf(entry);
+    if (takes_shims_) exporter.address = ShimExporter(bytes).value_or(exporter.address);
+    const auto datagram = takes_shims_ ? WithoutShim(bytes, exporter.address) : bytes;
+    exporters_.NoteDropped(exporter, entry.time, datagram);
+  }
 }
 
 void Lane::TakeMessages() {

@@ -17,6 +17,7 @@
 #include "host/capture/udp_packet.h"
 #include "host/engine/stats_engine.h"
 #include "host/intake/channel_hub.h"
+#include "host/intake/dropped_numbers.h"
 #include "host/intake/exporter_table.h"
 
 namespace flow::host {
@@ -46,6 +47,9 @@ class Lane final : private ChannelSink {
 
   // Handle takes in the messages that wait, then the datagram to its protocol's handler and meters.
   void Handle(const IID& protocol, const UdpPacket& packet);
+
+  // NoteDropped counts datagrams that never came this far.
+  void NoteDropped(const DroppedNumbers& dropped);
 
   // TakeMessages gives the meters the messages that wait in the mailbox.
   void TakeMessages();
@@ -87,6 +91,7 @@ class Lane final : private ChannelSink {
   StatsEngine engine_;
   std::optional<TraceEngine> trace_engine_;
   PacketContext packet_;
+  bool takes_shims_ = false;  // the meters take a forwarder's shim off
   std::vector<Component> components_;
   std::atomic<std::uint64_t> records_ = 0;
 };

@@ -5,6 +5,12 @@
 #include "host/intake/lane.h"
 
 namespace flow::host {
+namespace {
+
+// For the numbers of dropped datagrams, some 400,000 of NetFlow, while a lane is at one batch.
+constexpr std::size_t kMostNumbers = std::size_t{32} << 20;
+
+}  // namespace
 
 LaneWorker::LaneWorker(Lane& lane, std::size_t most_batches, bool drops_when_full)
     : lane_(lane), most_batches_(most_batches), drops_when_full_(drops_when_full) {
@@ -27,11 +33,22 @@ void LaneWorker::Take(const IID& protocol, const UdpPacket& packet) {
 }
 
 void LaneWorker::Push() {
-  const std::size_t datagrams = gathered_->entries().size();
-  if (datagrams == 0) return;
-  if (Enqueue({std::move(gathered_), nullptr})) return;
+  if (!gathered_->entries().empty() && !EnqueueGathered()) DropGathered();
+}
+
+void LaneWorker::DropGathered() {
+  if (!dropped_numbers_) dropped_numbers_ = std::make_unique<DroppedNumbers>();
+  for (const PacketBatch::Entry& entry : gathered_->entries()) {
+    if (numbers_kept_ + dropped_numbers_->Size() < kMostNumbers)
+      dropped_numbers_->Add(entry.packet);
+  }
+  dropped_.fetch_add(gathered_->entries().size(), std::memory_order_relaxed);
   gathered_->Clear();
-  dropped_.fetch_add(datagrams, std::memory_order_relaxed);
+}
+
+std::unique_ptr<DroppedNumbers> LaneWorker::TakeDropped() {
+  if (dropped_numbers_) numbers_kept_ += dropped_numbers_->Size();
+  return std::move(dropped_numbers_);
 }
 
 bool LaneWorker::PushIfIdle() {
@@ -47,21 +64,18 @@ bool LaneWorker::PushIfIdle() {
 void LaneWorker::Run(Task task) {
   Push();
   const std::lock_guard lock(mutex_);
-  queue_.push_back({nullptr, std::move(task)});
+  queue_.push_back({TakeDropped(), nullptr, std::move(task)});
   has_work_.notify_one();
 }
 
-// False when a full queue is to drop the batch, which is then the gathered one again.
-bool LaneWorker::Enqueue(Work work) {
+// False when a full queue is to drop the batch.
+bool LaneWorker::EnqueueGathered() {
   std::unique_lock lock(mutex_);
   if (queued_batches_ >= most_batches_) {
-    if (drops_when_full_) {
-      gathered_ = std::move(work.batch);
-      return false;
-    }
+    if (drops_when_full_) return false;
     has_room_.wait(lock, [this] { return queued_batches_ < most_batches_ || ended_; });
   }
-  queue_.push_back(std::move(work));
+  queue_.push_back({TakeDropped(), std::move(gathered_), nullptr});
   ++queued_batches_;
   has_work_.notify_one();
   if (spare_.empty()) {
@@ -100,6 +114,10 @@ void LaneWorker::Loop() {
 
 void LaneWorker::Do(const Work& work) {
   lane_.TakeMessages();
+  if (work.dropped) {
+    lane_.NoteDropped(*work.dropped);
+    numbers_kept_ -= work.dropped->Size();
+  }
   if (work.batch) {
     std::size_t left = work.batch->entries().size();
     for (const PacketBatch::Entry& entry : work.batch->entries()) {

@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/intake/dropped_numbers.h"
 #include "host/intake/packet_batch.h"
 
 namespace flow::host {
@@ -46,12 +47,16 @@ class LaneWorker {
   [[nodiscard]] std::uint64_t Dropped() const { return dropped_.load(std::memory_order_relaxed); }
 
  private:
+  // Each part may be missing; they are done in this order.
   struct Work {
-    std::unique_ptr<PacketBatch> batch;  // may be null
-    Task task;                           // may be empty; follows the batch
+    std::unique_ptr<DroppedNumbers> dropped;
+    std::unique_ptr<PacketBatch> batch;
+    Task task;
   };
 
-  bool Enqueue(Work work);
+  bool EnqueueGathered();
+  void DropGathered();
+  std::unique_ptr<DroppedNumbers> TakeDropped();
   void Loop();
   void Do(const Work& work);
 
@@ -59,6 +64,8 @@ class LaneWorker {
   std::size_t most_batches_;
   bool drops_when_full_;
   std::unique_ptr<PacketBatch> gathered_ = std::make_unique<PacketBatch>();
+  std::unique_ptr<DroppedNumbers> dropped_numbers_;  // that the lane is still to be told of
+  std::atomic<std::size_t> numbers_kept_ = 0;        // bytes of those that it is on its way to
   std::atomic<std::uint64_t> dropped_ = 0;
 
   std::mutex mutex_;

@@ -2,12 +2,45 @@
 
 #include <absl/hash/hash.h>
 
+#include <algorithm>
+
 #include "host/base/big_endian.h"
 
 namespace flow::host {
 namespace {
 
 using Bytes = std::span<const std::uint8_t>;
+
+constexpr std::size_t kV5Header = 24;
+constexpr std::size_t kMostV5Records = (65'535 - 28 - kV5Header) / 48;  // in a datagram
+constexpr std::size_t kV9Header = 20;
+constexpr std::size_t kIpfixHeader = 16;
+
+// Where an sFlow datagram has its number, behind the agent and the sub-agent; at its end when that
+// is cut off. Two words more, and the samples begin.
+std::size_t SFlowNumberAt(Bytes datagram) {
+  if (datagram.size() < 8) return datagram.size();
+  const std::size_t agent = Be32(datagram.data() + 4) == 2 ? 16 : 4;
+  const std::size_t number_at = 8 + agent + (Be32(datagram.data()) == 5 ? 4 : 0);
+  return datagram.size() < number_at + 12 ? datagram.size() : number_at;
+}
+
+// Calls visit for each sample of version 5 that has a number, with its type: 1 to 4 for flow,
+// counter, and both expanded.
+template <class Visit>
+void ForEachSample(Bytes samples, Visit&& visit) {
+  while (samples.size() >= 20) {
+    const std::uint32_t type = Be32(samples.data());
+    const std::size_t length = Be32(samples.data() + 4);
+    if (length > samples.size() - 8) return;
+    if (type >= 1 && type <= 4 && length >= 12) visit(type, samples);
+    samples = samples.subspan(8 + length);
+  }
+}
+
+void Append(Bytes bytes, std::vector<std::uint8_t>* out) {
+  out->insert(out->end(), bytes.begin(), bytes.end());
+}
 
 }  // namespace
 
@@ -16,13 +49,14 @@ void SequenceTracker::Take(const NumberedDatagram& datagram, SequenceGaps* gaps,
   const Bytes bytes = datagram.bytes;
   if (datagram.version.sflow) {
     TakeSFlow(datagram, gaps, samples);
-  } else if (datagram.version.number == 5 && bytes.size() >= 24) {
+  } else if (datagram.version.number == 5 && bytes.size() >= kV5Header &&
+             Be16(bytes.data() + 2) <= kMostV5Records) {
     TakeDomain(kNetFlow5, Be16(bytes.data() + 20), datagram,
                {Be32(bytes.data() + 16), Be16(bytes.data() + 2), datagram.time}, gaps);
-  } else if (datagram.version.number == 9 && bytes.size() >= 20) {
+  } else if (datagram.version.number == 9 && bytes.size() >= kV9Header) {
     TakeDomain(kNetFlow9, Be32(bytes.data() + 16), datagram,
                {Be32(bytes.data() + 12), 1, datagram.time}, gaps);
-  } else if (datagram.version.number == 10 && bytes.size() >= 16) {
+  } else if (datagram.version.number == 10 && bytes.size() >= kIpfixHeader) {
     TakeDomain(kIpfix, Be32(bytes.data() + 12), datagram,
                {Be32(bytes.data() + 8), datagram.data_records, datagram.time}, gaps);
   }
@@ -34,40 +68,43 @@ void SequenceTracker::TakeDomain(Kind kind, std::uint32_t domain, const Numbered
   tables_[kind].Of(absl::HashOf(datagram.exporter, domain)).Take(numbered, gaps);
 }
 
-// Version 5; earlier versions number datagrams alike, but their samples do not tell their lengths.
+// Earlier versions number datagrams alike, but their samples do not tell their lengths.
 void SequenceTracker::TakeSFlow(const NumberedDatagram& datagram, SequenceGaps* gaps,
                                 SequenceGaps* samples) {
   const Bytes bytes = datagram.bytes;
-  if (bytes.size() < 8) return;
-  const std::uint32_t version = Be32(bytes.data());
-  const std::size_t agent = Be32(bytes.data() + 4) == 2 ? 16 : 4;
-  const std::size_t number_at = 8 + agent + (version == 5 ? 4 : 0);  // behind the sub-agent
-  if (bytes.size() < number_at + 12) return;
+  const std::size_t number_at = SFlowNumberAt(bytes);
+  if (number_at == bytes.size()) return;
   const std::string_view sender(reinterpret_cast<const char*>(bytes.data()), number_at);
-  const std::uint64_t stream = absl::HashOf(datagram.exporter, sender);
-  tables_[kSFlow].Of(stream).Take({Be32(bytes.data() + number_at), 1, datagram.time}, gaps);
-  if (version == 5) TakeSamples(stream, datagram.time, bytes.subspan(number_at + 12), samples);
-}
-
-void SequenceTracker::TakeSamples(std::uint64_t agent, Timestamp time, Bytes bytes,
-                                  SequenceGaps* gaps) {
-  while (bytes.size() >= 20) {
-    const std::uint32_t type = Be32(bytes.data());  // 1 to 4: flow, counter, and both expanded
-    const std::size_t length = Be32(bytes.data() + 4);
-    if (length > bytes.size() - 8) return;
-    if (type >= 1 && type <= 4 && length >= 12) {
-      const std::uint32_t index = type >= 3 ? Be32(bytes.data() + 16) : 0;
-      const std::uint64_t stream = absl::HashOf(agent, type, Be32(bytes.data() + 12), index);
-      tables_[kSamples].Of(stream).Take({Be32(bytes.data() + 8), 1, time}, gaps);
-    }
-    bytes = bytes.subspan(8 + length);
-  }
+  const std::uint64_t agent = absl::HashOf(datagram.exporter, sender);
+  tables_[kSFlow].Of(agent).Take({Be32(bytes.data() + number_at), 1, datagram.time}, gaps);
+  if (datagram.version.number != 5) return;
+  ForEachSample(bytes.subspan(number_at + 12), [&](std::uint32_t type, Bytes sample) {
+    const std::uint32_t index = type >= 3 ? Be32(sample.data() + 16) : 0;
+    const std::uint64_t stream = absl::HashOf(agent, type, Be32(sample.data() + 12), index);
+    tables_[kSamples].Of(stream).Take({Be32(sample.data() + 8), 1, datagram.time}, samples);
+  });
 }
 
 std::uint64_t SequenceTracker::Evicted() const {
   std::uint64_t evicted = 0;
   for (const StreamTable& table : tables_) evicted += table.evicted();
   return evicted;
+}
+
+void AppendNumbers(const ExportVersion& version, Bytes datagram, std::vector<std::uint8_t>* out) {
+  const std::size_t number_at = SFlowNumberAt(datagram);
+  if (!version.sflow || number_at == datagram.size()) {
+    const std::size_t header = version.sflow ? 4 : kV5Header;
+    return Append(datagram.first(std::min(header, datagram.size())), out);
+  }
+  Append(datagram.first(number_at + 12), out);
+  if (version.number != 5) return;
+  ForEachSample(datagram.subspan(number_at + 12), [&](std::uint32_t type, Bytes sample) {
+    constexpr std::uint8_t kLength[] = {0, 0, 0, 12};
+    Append({{0, 0, 0, static_cast<std::uint8_t>(type)}}, out);
+    Append(kLength, out);
+    Append(sample.subspan(8, 12), out);
+  });
 }
 
 std::string_view UnitOf(const ExportVersion& version) {

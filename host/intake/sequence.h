@@ -9,6 +9,7 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <vector>
 
 #include "host/base/endpoint.h"
 #include "host/export/export_format.h"
@@ -44,13 +45,16 @@ class SequenceTracker {
   void TakeDomain(Kind kind, std::uint32_t domain, const NumberedDatagram& datagram,
                   const Numbered& numbered, SequenceGaps* gaps);
   void TakeSFlow(const NumberedDatagram& datagram, SequenceGaps* gaps, SequenceGaps* samples);
-  void TakeSamples(std::uint64_t agent, Timestamp time, std::span<const std::uint8_t> bytes,
-                   SequenceGaps* gaps);
 
   std::array<StreamTable, kKinds> tables_{StreamTable(kMostStreams), StreamTable(kMostStreams),
                                           StreamTable(kMostStreams), StreamTable(kMostStreams),
                                           StreamTable(kMostSampleStreams)};
 };
+
+// AppendNumbers writes what Take reads of a datagram, as a datagram without records, behind *out.
+// How many records an IPFIX message has is not among it.
+void AppendNumbers(const ExportVersion& version, std::span<const std::uint8_t> datagram,
+                   std::vector<std::uint8_t>* out);
 
 // UnitOf names what a version's numbers count: "flows", "datagrams", "records", or "".
 std::string_view UnitOf(const ExportVersion& version);

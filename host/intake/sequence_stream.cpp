@@ -34,6 +34,7 @@ void Miss(std::uint32_t units, Gaps* gaps) {
 void SequenceGaps::Add(const SequenceGaps& other) {
   missing += other.missing;
   came += other.came;
+  here += other.here;
   gaps += other.gaps;
   late += other.late;
   restarts += other.restarts;

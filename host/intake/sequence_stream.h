@@ -15,12 +15,14 @@ namespace flow::host {
 struct SequenceGaps {
   std::uint64_t missing = 0;   // units that numbers were left out for
   std::uint64_t came = 0;      // of these, those that came late
+  std::uint64_t here = 0;      // of these, those that this host lost, about
   std::uint64_t gaps = 0;      // how often numbers were left out
   std::uint64_t late = 0;      // datagrams or samples that came behind later ones, or twice
   std::uint64_t restarts = 0;  // numbers that began anew, and went on from there
   std::uint64_t jumps = 0;     // numbers further ahead or behind than the stream can have gone
 
-  [[nodiscard]] std::uint64_t Lost() const { return missing - std::min(missing, came); }
+  // Lost on the way.
+  [[nodiscard]] std::uint64_t Lost() const { return missing - std::min(missing, came + here); }
   void Add(const SequenceGaps& other);
 };
 

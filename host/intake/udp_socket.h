@@ -54,6 +54,7 @@ class UdpSocket {
   // Datagrams that the kernel has dropped since the last call because the buffer was full.
   std::uint64_t TakeDrops();
 
+  [[nodiscard]] std::uint16_t port() const { return here_.port; }
   [[nodiscard]] int descriptor() const { return descriptor_; }
   // Bytes granted.
   [[nodiscard]] std::size_t receive_buffer() const { return receive_buffer_; }

@@ -14,7 +14,7 @@ std::vector<BookEntry> BookEntries(const Report& report) {
       {"arrived_datagrams", sum.datagrams + report.losses.queue},
       {"metered_datagrams", sum.datagrams - sum.Refused()},
       {"dropped_datagrams", report.losses.queue},
-      {"kernel_dropped_datagrams", report.losses.kernel},
+      {"kernel_dropped_datagrams", report.losses.Kernel()},
       {"described_records", sum.books.described},
       {"reverse_records", sum.books.reverse},
       {"metered_records", sum.books.metered},

@@ -17,6 +17,7 @@ bool HasTemplates(const Report&, const Exporter& row) { return row.key.version.H
 bool HasNumbers(const Report&, const Exporter& row) { return !UnitOf(row.key.version).empty(); }
 bool HasSamples(const Report&, const Exporter& row) { return row.key.version.sflow; }
 bool WasRefused(const Report&, const Exporter& row) { return row.counts.Refused() > 0; }
+bool WasDropped(const Report&, const Exporter& row) { return row.counts.dropped > 0; }
 bool HasLost(const Report&, const Exporter& row) { return row.counts.gaps.Lost() > 0; }
 bool IsSampled(const Report& report, const Exporter& row) {
   return !SamplingRate(report, row.key.endpoint.address).empty();
@@ -91,6 +92,8 @@ constexpr ExporterColumn kExporterColumns[] = {
     LeftOutColumn<LeftOut::kUnexplained>("left_out_unexplained"),
     {"rejected", "", "Rejected", kCount,
      [](const Report&, const Exporter& row) -> Cell { return row.counts.Refused(); }, WasRefused},
+    {"dropped_here", "", "Dropped here", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.dropped; }, WasDropped},
     {"", "", "Lost", ColumnKind::kAmount,
      [](const Report&, const Exporter& row) -> Cell {
        return fmt::format("{} {}", Thousands(row.counts.gaps.Lost()), UnitOf(row.key.version));
@@ -106,12 +109,19 @@ constexpr ExporterColumn kExporterColumns[] = {
     {"lost_samples", "sequence", "", kCount,
      [](const Report&, const Exporter& row) -> Cell { return row.counts.sample_gaps.Lost(); },
      HasSamples},
+    {"lost_here", "sequence", "", kCount,
+     [](const Report&, const Exporter& row) -> Cell { return row.counts.gaps.here; }, HasNumbers},
     {"gaps", "sequence", "", kCount,
      [](const Report&, const Exporter& row) -> Cell { return row.counts.gaps.gaps; }, HasNumbers},
     {"late", "sequence", "", kCount,
      [](const Report&, const Exporter& row) -> Cell { return row.counts.gaps.late; }, HasNumbers},
     {"restarts", "sequence", "", kCount,
      [](const Report&, const Exporter& row) -> Cell { return row.counts.gaps.restarts; },
+     HasNumbers},
+    {"jumps", "sequence", "", kCount,
+     [](const Report&, const Exporter& row) -> Cell {
+       return row.counts.gaps.jumps + row.counts.sample_gaps.jumps;
+     },
      HasNumbers},
     {"sampling_rate", "", "Sampling", ColumnKind::kRate,
      [](const Report& report, const Exporter& row) -> Cell {

@@ -126,8 +126,11 @@ void WriteJson(const Report& report, const ReportOptions& options, const std::st
   out.Write("{\"captures\":" + Dump(CapturesOf(report)));
   if (!report.title.empty()) out.Write(",\n\"title\":" + Dump(report.title));
   out.Write(",\n\"packets\":" + Dump(PacketsOf(report.intake)));
-  const Json lost{{"kernel", report.losses.kernel}, {"queue", report.losses.queue}};
+  const Json lost{{"kernel", report.losses.Kernel()}, {"queue", report.losses.queue}};
   out.Write(",\n\"lost_datagrams\":" + Dump(lost));
+  if (report.streams_evicted > 0) {
+    out.Write(",\n\"numbered_streams_let_go\":" + std::to_string(report.streams_evicted));
+  }
   const Json books = BooksOf(report);
   out.Write(",\n\"records\":" + Dump(books.at("metered_records")));
   out.Write(",\n\"books\":" + Dump(books));

@@ -27,6 +27,7 @@ struct Report {
   const StandIns& stand_ins;
   std::vector<ExporterTable::Row> exporters;  // by their real addresses
   double seconds = 0;                         // that the run took
+  std::uint64_t streams_evicted = 0;          // numbered streams that were too many to be followed
 };
 
 struct ReportOptions {

@@ -51,6 +51,7 @@ void RunReport::Take(const Tick& tick, std::vector<Harvest> harvests, double sec
 void RunReport::Add(const Tick& tick, std::vector<Harvest> harvests, double seconds) {
   const bool periodic = kind_ == RunKind::kPeriodic;
   for (const Harvest& harvest : harvests) AddIpv6Directions(home_, harvest.store.get());
+  kernel_drops_.TakeOff(tick.losses.kernel, harvests);
   if (has_buckets_) TakeBucket(tick, harvests);
   if (interval_.from == 0) interval_.from = tick.from;
   interval_.to = tick.to;
@@ -125,7 +126,8 @@ Report RunReport::ReportOn(const Period& period) const {
           period.store(),
           stand_ins_,
           RealExporters(period, stand_ins_),
-          0};
+          0,
+          period.exporters().streams_evicted()};
 }
 
 void RunReport::Show(const Period& period, std::string title, double seconds) {

@@ -53,6 +53,7 @@ class RunReport {
   const OutputOptions& options_;
   Console& console_;
   std::vector<CaptureResult> captures_;
+  KernelDrops kernel_drops_;
   Period interval_;
   Period run_;     // the intervals before
   Period bucket_;  // for the outputs that take buckets

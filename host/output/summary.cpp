@@ -234,28 +234,50 @@ void SummaryPrinter::PrintRejected(const ExporterCounts& sum) {
   Line("Rejected", Counted(sum.Refused(), reasons));
 }
 
+using UnitSums = std::map<std::string_view, std::uint64_t>;
+
+// "12 datagrams, 3 samples"; empty where there are none.
+std::string UnitsText(const UnitSums& sums) {
+  std::vector<std::string> parts;
+  for (const auto& [unit, sum] : sums) {
+    if (sum > 0) parts.push_back(fmt::format("{} {}", Thousands(sum), unit));
+  }
+  return fmt::format("{}", fmt::join(parts, ", "));
+}
+
 // What never reached a meter: lost in this host, and lost before it, as sequence numbers tell.
 void SummaryPrinter::PrintLost() {
   std::vector<std::string> here;
-  if (report_.losses.kernel > 0) {
-    here.push_back(fmt::format("{} datagrams by full sockets", Thousands(report_.losses.kernel)));
+  if (const std::uint64_t kernel = report_.losses.Kernel(); kernel > 0) {
+    here.push_back(fmt::format("{} datagrams by full sockets", Thousands(kernel)));
   }
   if (report_.losses.queue > 0) {
     here.push_back(fmt::format("{} datagrams by full queues", Thousands(report_.losses.queue)));
   }
   if (!here.empty()) Line("Lost here", fmt::format("{}", fmt::join(here, ", ")));
 
-  std::map<std::string_view, std::uint64_t> units;
+  UnitSums lost;
+  UnitSums lost_here;
+  std::uint64_t jumps = 0;
   for (const ExporterTable::Row& row : report_.exporters) {
-    units[UnitOf(row.key.version)] += row.counts.gaps.Lost();
-    units["samples"] += row.counts.sample_gaps.Lost();
+    const ExporterCounts& counts = row.counts;
+    lost[UnitOf(row.key.version)] += counts.gaps.Lost();
+    lost["samples"] += counts.sample_gaps.Lost();
+    lost_here[UnitOf(row.key.version)] += counts.gaps.here;
+    lost_here["samples"] += counts.sample_gaps.here;
+    jumps += counts.gaps.jumps + counts.sample_gaps.jumps;
   }
-  std::vector<std::string> before;
-  for (const auto& [unit, lost] : units) {
-    if (lost > 0) before.push_back(fmt::format("{} {}", Thousands(lost), unit));
+  const std::string before = UnitsText(lost);
+  const std::string off = UnitsText(lost_here);
+  if (!before.empty() || !off.empty()) {
+    Line("Lost on the way",
+         fmt::format("{}, by sequence numbers{}", before.empty() ? "nothing" : before,
+                     off.empty() ? "" : fmt::format(", without {} for full sockets", off)));
   }
-  if (!before.empty()) {
-    Line("Lost on the way", fmt::format("{}, by sequence numbers", fmt::join(before, ", ")));
+  if (jumps > 0) Line("Sequence jumps", fmt::format("{}, not counted as lost", Thousands(jumps)));
+  if (report_.streams_evicted > 0) {
+    Line("Not followed", fmt::format("{} streams of sequence numbers, for want of room",
+                                     Thousands(report_.streams_evicted)));
   }
 }
 

@@ -5,6 +5,17 @@
 
 namespace flow::host {
 
+std::uint64_t Losses::Kernel() const {
+  std::uint64_t sum = 0;
+  for (const auto& [port, datagrams] : kernel) sum += datagrams;
+  return sum;
+}
+
+void Losses::Add(const Losses& other) {
+  for (const auto& [port, datagrams] : other.kernel) kernel[port] += datagrams;
+  queue += other.queue;
+}
+
 void Period::Add(const IntakeCounts& intake, const Losses& losses) {
   intake_.Add(intake);
   losses_.Add(losses);

@@ -9,18 +9,17 @@
 #include "host/engine/stats_store.h"
 #include "host/intake/exporter_table.h"
 #include "host/intake/intake.h"
+#include "host/period/kernel_drops.h"
 
 namespace flow::host {
 
 // Datagrams that were lost in front of the meters.
 struct Losses {
-  std::uint64_t kernel = 0;  // sockets whose receive buffer was full
-  std::uint64_t queue = 0;   // lanes whose queue was full
+  PortDrops kernel;         // sockets whose receive buffer was full
+  std::uint64_t queue = 0;  // lanes whose queue was full
 
-  void Add(const Losses& other) {
-    kernel += other.kernel;
-    queue += other.queue;
-  }
+  [[nodiscard]] std::uint64_t Kernel() const;
+  void Add(const Losses& other);
 };
 
 class Period {
