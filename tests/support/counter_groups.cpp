@@ -9,7 +9,6 @@ namespace {
 constexpr unsigned int Meters(auto... meters) { return ((1u << meters) | ... | 0u); }
 
 constexpr std::string_view kIPv4 = "XX.XX.XX.XX";
-constexpr std::string_view kInterface = "XX.XX.XX.XX_XXXXXXXX";
 
 // IPv4 session, the shorter one of a merged sFlow session, IPv6 session, the first and the last one
 // with an exporter of IPv6; a flow of neither IP version is kept under the empty key.
