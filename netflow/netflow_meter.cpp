@@ -48,16 +48,16 @@ std::span<const std::uint8_t> IpLayerOf(IOmbrelProtData* data) {
   return layer.size() < sizeof(ip_header) ? std::span<const std::uint8_t>() : layer;
 }
 
-// The observation domain that the header of a v9 packet or an IPFIX message names.
+// The observation domain that the header of a v9 packet or an IPFIX message names. What a shim has
+// left may be shorter than a header.
 std::optional<std::uint32_t> DomainOf(std::span<const std::uint8_t> packet) {
-  switch (LoadBe16(packet.data())) {
-    case flow::kVersionNetflow9:
-      return LoadBe32(&packet[offsetof(nf9_header, source_id)]);
-    case flow::kVersionIpfix:
-      return LoadBe32(&packet[offsetof(ipfix_header, observation_domain)]);
-    default:
-      return std::nullopt;
-  }
+  const std::uint16_t version = LoadBe16(packet.data());
+  const bool is_v9 = version == flow::kVersionNetflow9;
+  if (!is_v9 && version != flow::kVersionIpfix) return std::nullopt;
+  const std::size_t at =
+      is_v9 ? offsetof(nf9_header, source_id) : offsetof(ipfix_header, observation_domain);
+  if (packet.size() < at + sizeof(be32)) return std::nullopt;
+  return LoadBe32(&packet[at]);
 }
 
 }  // namespace
