@@ -179,14 +179,16 @@ void Listen::RestoreTemplates() {
   });
   const auto messages = archive_->Messages();
   for (const auto& message : messages) {
-    setup_.channels().Deliver(0, CHANNELID_NETFLOW_TEMPLATES, *message);
+    setup_.channels().Deliver(
+        0, message->has_domain ? CHANNELID_NETFLOW_DOMAIN_TEMPLATES : CHANNELID_NETFLOW_TEMPLATES,
+        message->bytes);
   }
   if (!messages.empty()) {
     console_.Notice(fmt::format("{} templates restored from {}", Thousands(archive_->templates()),
                                 archive_->path()));
   }
   setup_.channels().Observe([this](const GUID& channel, const std::vector<std::uint8_t>& message) {
-    if (channel == CHANNELID_NETFLOW_TEMPLATES) archive_->Note(message, NowSeconds());
+    if (IsTemplateChannel(channel)) archive_->Note({message, HasDomain(channel)}, NowSeconds());
   });
 }
 

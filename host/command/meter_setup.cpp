@@ -65,6 +65,7 @@ void MeterSetup::TeachTraceNames() {
   trace_->Learn(UPID_IP, "IPv4");
   trace_->Learn(UPID_UDP, "UDP");
   trace_->Learn(CHANNELID_NETFLOW_TEMPLATES, "templates");
+  trace_->Learn(CHANNELID_NETFLOW_DOMAIN_TEMPLATES, "templates of domains");
 }
 
 void MeterSetup::Start(LaneMode mode) {

@@ -216,12 +216,23 @@ std::uint32_t CountRecords(Bytes set, const TemplateShape& shape) {
   return records;
 }
 
-std::optional<TemplateMessage> ParseTemplateMessage(Bytes message) {
-  if (message.size() < kMessageHeader + kSetHeader) return std::nullopt;
+std::optional<std::uint32_t> DomainOf(Bytes datagram) {
+  if (datagram.size() < kV9Header || !VersionOf(datagram).HasTemplates()) return std::nullopt;
+  const bool ipfix = Be16(datagram.data()) == 10;
+  return Be32(datagram.data() + (ipfix ? kIpfixHeader : kV9Header) - 4);
+}
+
+std::optional<TemplateMessage> ParseTemplateMessage(Bytes message, bool has_domain) {
   TemplateMessage parsed;
-  parsed.exporter.address = IpAddress::Ipv4(Be32(message.data() + 12));
+  if (has_domain) {
+    if (message.size() < 4) return std::nullopt;
+    parsed.owner.domain = Be32(message.data());
+    message = message.subspan(4);
+  }
+  if (message.size() < kMessageHeader + kSetHeader) return std::nullopt;
+  parsed.owner.exporter.address = IpAddress::Ipv4(Be32(message.data() + 12));
   const std::size_t port_at = std::size_t{message[0]} % 16 * 4;
-  if (port_at + 2 <= message.size()) parsed.exporter.port = Be16(message.data() + port_at);
+  if (port_at + 2 <= message.size()) parsed.owner.exporter.port = Be16(message.data() + port_at);
   parsed.set = message.subspan(kMessageHeader);
   return parsed;
 }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "flowhandlers/identifiers.h"
 #include "host/base/endpoint.h"
 
 namespace flow::host {
@@ -92,11 +93,34 @@ std::uint32_t FlowSamplesOf(std::span<const std::uint8_t> datagram);
 // CountRecords counts the records of a data set, header included.
 std::uint32_t CountRecords(std::span<const std::uint8_t> set, const TemplateShape& shape);
 
-// A message of the template channel: whose template set, and the set.
-struct TemplateMessage {
+// DomainOf is the observation domain of a v9 or IPFIX datagram (v9's source id).
+std::optional<std::uint32_t> DomainOf(std::span<const std::uint8_t> datagram);
+
+// Whose templates: an exporter's, or those of one of its domains where meters keep them apart.
+struct TemplateOwner {
   Endpoint exporter;
+  std::optional<std::uint32_t> domain = std::nullopt;
+
+  friend auto operator<=>(const TemplateOwner&, const TemplateOwner&) = default;
+  template <class Hash>
+  friend Hash AbslHashValue(Hash hash, const TemplateOwner& owner) {
+    return Hash::combine(std::move(hash), owner.exporter, owner.domain);
+  }
+};
+
+// The channels on which meters share templates; on the second one messages begin with a domain.
+inline bool HasDomain(const GUID& channel) { return channel == CHANNELID_NETFLOW_DOMAIN_TEMPLATES; }
+inline bool IsTemplateChannel(const GUID& channel) {
+  return channel == CHANNELID_NETFLOW_TEMPLATES || HasDomain(channel);
+}
+
+// A message of the template channels: whose template set, and the set. On the channel of domains it
+// begins with the domain.
+struct TemplateMessage {
+  TemplateOwner owner;
   std::span<const std::uint8_t> set;
 };
-std::optional<TemplateMessage> ParseTemplateMessage(std::span<const std::uint8_t> message);
+std::optional<TemplateMessage> ParseTemplateMessage(std::span<const std::uint8_t> message,
+                                                    bool has_domain);
 
 }  // namespace flow::host

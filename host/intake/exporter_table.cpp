@@ -57,10 +57,11 @@ void ExporterCounts::Add(const ExporterCounts& other) {
   last_seen = std::max(last_seen, other.last_seen);
 }
 
-void ExporterTable::NoteTemplates(std::span<const std::uint8_t> message, std::uint64_t posted) {
-  const auto parsed = ParseTemplateMessage(message);
+void ExporterTable::NoteTemplatesAt(std::uint64_t posted, std::span<const std::uint8_t> message,
+                                    bool has_domain) {
+  const auto parsed = ParseTemplateMessage(message, has_domain);
   if (!parsed) return;
-  Templates& templates = templates_[parsed->exporter];
+  Templates& templates = templates_[parsed->owner];
   ForEachTemplate(parsed->set, [&](std::uint16_t id, TemplateShape shape) {
     if (template_count_ >= kMostTemplates && !templates.contains(id)) return;
     const auto [known, is_new] = templates.try_emplace(id, KnownTemplate{posted, {}});
@@ -114,12 +115,11 @@ Described ExporterTable::Describe(const MeteredDatagram& datagram, const ExportV
                                   ExporterCounts* counts) {
   Described described;
   if (version.HasTemplates()) {
-    const auto found = templates_.find(datagram.exporter);
-    const Templates* const known = found == templates_.end() ? nullptr : &found->second;
+    const Known known = KnownFor(datagram);
     described = DescribeSets(datagram, known, datagrams_);
     // Without a template of its own an exporter may still be decoded by those in the policy.
-    if (known != nullptr || datagram.records == 0) counts->unknown_sets += described.unknown_sets;
-    counts->templates = known == nullptr ? 0 : known->size();
+    if (known.Any() || datagram.records == 0) counts->unknown_sets += described.unknown_sets;
+    counts->templates = known.Size();
   } else if (version.sflow) {
     if (version.number == 5) described.records = FlowSamplesOf(datagram.bytes);
   } else {
@@ -128,16 +128,30 @@ Described ExporterTable::Describe(const MeteredDatagram& datagram, const ExportV
   return described;
 }
 
-const ExporterTable::KnownTemplate* ExporterTable::FindTemplate(const Templates* known,
-                                                                std::uint16_t id) {
-  if (known == nullptr) return nullptr;
-  const auto found = known->find(id);
-  return found == known->end() ? nullptr : &found->second;
+ExporterTable::Known ExporterTable::KnownFor(const MeteredDatagram& datagram) const {
+  const auto find = [&](const TemplateOwner& owner) {
+    const auto found = templates_.find(owner);
+    return found == templates_.end() ? nullptr : &found->second;
+  };
+  return {find({datagram.exporter, DomainOf(datagram.bytes)}), find({datagram.exporter})};
+}
+
+std::size_t ExporterTable::Known::Size() const {
+  return (domain == nullptr ? 0 : domain->size()) + (exporter == nullptr ? 0 : exporter->size());
+}
+
+const ExporterTable::KnownTemplate* ExporterTable::Known::Find(std::uint16_t id) const {
+  for (const Templates* const templates : {domain, exporter}) {
+    if (templates == nullptr) continue;
+    const auto found = templates->find(id);
+    if (found != templates->end()) return &found->second;
+  }
+  return nullptr;
 }
 
 // A set is decodable when its template was posted before this datagram, or stands in it further up
 // and was posted with it.
-Described ExporterTable::DescribeSets(const MeteredDatagram& datagram, const Templates* known,
+Described ExporterTable::DescribeSets(const MeteredDatagram& datagram, const Known& known,
                                       std::uint64_t datagrams) {
   Described described;
   std::vector<std::uint16_t> defined_here;
@@ -148,7 +162,7 @@ Described ExporterTable::DescribeSets(const MeteredDatagram& datagram, const Tem
                       [&](std::uint16_t id, const TemplateShape&) { defined_here.push_back(id); });
     }
     if (!set.holds_data) return;
-    const KnownTemplate* const posted = FindTemplate(known, set.id);
+    const KnownTemplate* const posted = known.Find(set.id);
     const bool decodable =
         posted != nullptr && (posted->posted < datagrams ||
                               std::ranges::find(defined_here, set.id) != defined_here.end());

@@ -77,8 +77,13 @@ class ExporterTable {
 
   // NoteTemplates takes a message that a meter posted on the template channel while it counted the
   // datagram that Note is told of next; NoteForeignTemplates one that came from elsewhere before.
-  void NoteTemplates(std::span<const std::uint8_t> message) { NoteTemplates(message, datagrams_); }
-  void NoteForeignTemplates(std::span<const std::uint8_t> message) { NoteTemplates(message, 0); }
+  // has_domain: on the channel of domains.
+  void NoteTemplates(std::span<const std::uint8_t> message, bool has_domain = false) {
+    NoteTemplatesAt(datagrams_, message, has_domain);
+  }
+  void NoteForeignTemplates(std::span<const std::uint8_t> message, bool has_domain = false) {
+    NoteTemplatesAt(0, message, has_domain);
+  }
 
   void Note(const MeteredDatagram& datagram);
 
@@ -109,19 +114,29 @@ class ExporterTable {
     std::uint64_t posted = 0;  // first, with this datagram
     TemplateShape shape;
   };
-  // The templates of one exporter.
+  // The templates of one owner.
   using Templates = absl::flat_hash_map<std::uint16_t, KnownTemplate>;
 
-  void NoteTemplates(std::span<const std::uint8_t> message, std::uint64_t posted);
+  void NoteTemplatesAt(std::uint64_t posted, std::span<const std::uint8_t> message,
+                       bool has_domain);
   ExporterCounts& CountsOf(const ExportSource& key);
   Described Describe(const MeteredDatagram& datagram, const ExportVersion& version,
                      ExporterCounts* counts);
-  static const KnownTemplate* FindTemplate(const Templates* known, std::uint16_t id);
-  static Described DescribeSets(const MeteredDatagram& datagram, const Templates* known,
+  // What is known for a datagram: its domain's templates, and the exporter's own, which stand in.
+  struct Known {
+    const Templates* domain = nullptr;
+    const Templates* exporter = nullptr;
+
+    [[nodiscard]] bool Any() const { return domain != nullptr || exporter != nullptr; }
+    [[nodiscard]] std::size_t Size() const;
+    [[nodiscard]] const KnownTemplate* Find(std::uint16_t id) const;
+  };
+  [[nodiscard]] Known KnownFor(const MeteredDatagram& datagram) const;
+  static Described DescribeSets(const MeteredDatagram& datagram, const Known& known,
                                 std::uint64_t datagrams);
 
   absl::flat_hash_map<ExportSource, ExporterCounts> exporters_;
-  absl::flat_hash_map<Endpoint, Templates> templates_;
+  absl::flat_hash_map<TemplateOwner, Templates> templates_;
   std::size_t template_count_ = 0;
   SequenceTracker sequences_;
   std::uint64_t streams_evicted_ = 0;  // in what was reaped

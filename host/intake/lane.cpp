@@ -100,7 +100,9 @@ void Lane::NoteDropped(const DroppedNumbers& dropped) {
 void Lane::TakeMessages() {
   for (const ChannelMessage& message : mailbox_.TakeAll()) {
     std::vector<std::uint8_t>& bytes = *message.bytes;
-    if (message.channel == CHANNELID_NETFLOW_TEMPLATES) exporters_.NoteForeignTemplates(bytes);
+    if (IsTemplateChannel(message.channel)) {
+      exporters_.NoteForeignTemplates(bytes, HasDomain(message.channel));
+    }
     for (Component& component : components_) {
       if (!component.listener) continue;
       if (trace_ != nullptr) {
@@ -150,7 +152,7 @@ Refusal Lane::Count(Component& component, const UdpPacket& packet) {
 }
 
 void Lane::Post(const GUID& channel, const CLSID& /*sender*/, std::span<std::uint8_t> message) {
-  if (channel == CHANNELID_NETFLOW_TEMPLATES) exporters_.NoteTemplates(message);
+  if (IsTemplateChannel(channel)) exporters_.NoteTemplates(message, HasDomain(channel));
   channels_.Deliver(number_, channel, message);
 }
 

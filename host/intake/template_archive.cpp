@@ -23,6 +23,9 @@ namespace {
 // A line is the time and the message in hex digits.
 constexpr std::string_view kFormat = "flowhost templates 1";
 
+// Stands in a line before the bytes of a message that begins with a domain.
+constexpr std::string_view kDomain = "domain ";
+
 }  // namespace
 
 TemplateArchive::TemplateArchive(const std::string& directory)
@@ -59,23 +62,23 @@ void TemplateArchive::Note(const Message& message, std::int64_t now) {
 }
 
 void TemplateArchive::NoteLocked(std::shared_ptr<const Message> message, std::int64_t time) {
-  const auto parsed = ParseTemplateMessage(*message);
+  const auto parsed = ParseTemplateMessage(message->bytes, message->has_domain);
   if (!parsed) return;
-  if (message->size() > kLongestMessage) {
+  if (message->bytes.size() > kLongestMessage) {
     has_overflowed_ = true;
     return;
   }
   ++arrivals_;
   ForEachTemplate(parsed->set, [&](std::uint16_t id, const TemplateShape&) {
-    const Key key{parsed->exporter, id};
+    const Key key{parsed->owner, id};
     const auto known = templates_.find(key);
-    const std::size_t before = known == templates_.end() ? 0 : known->second.message->size();
+    const std::size_t before = known == templates_.end() ? 0 : known->second.message->bytes.size();
     const bool is_full = templates_.size() >= kMostTemplates && known == templates_.end();
-    if (is_full || bytes_ - before + message->size() > kMostBytes) {
+    if (is_full || bytes_ - before + message->bytes.size() > kMostBytes) {
       has_overflowed_ = true;
       return;
     }
-    bytes_ += message->size() - before;
+    bytes_ += message->bytes.size() - before;
     templates_[key] = {time, arrivals_, message};
     has_news_ = true;
   });
@@ -105,7 +108,7 @@ std::size_t TemplateArchive::templates() const {
 void TemplateArchive::DropOld(std::int64_t now) {
   absl::erase_if(templates_, [&](const auto& entry) {
     const bool is_old = entry.second.time < now - kLongestSeconds;
-    if (is_old) bytes_ -= entry.second.message->size();
+    if (is_old) bytes_ -= entry.second.message->bytes.size();
     return is_old;
   });
 }
@@ -113,10 +116,10 @@ void TemplateArchive::DropOld(std::int64_t now) {
 std::vector<std::string> TemplateArchive::Lines() const {
   std::vector<std::string> lines;
   for (const Entry& entry : Newest()) {
-    const std::string_view bytes(reinterpret_cast<const char*>(entry.message->data()),
-                                 entry.message->size());
-    lines.push_back(
-        fmt::format("{} {}", entry.time, absl::BytesToHexString({bytes.data(), bytes.size()})));
+    const std::string_view bytes(reinterpret_cast<const char*>(entry.message->bytes.data()),
+                                 entry.message->bytes.size());
+    lines.push_back(fmt::format("{} {}{}", entry.time, entry.message->has_domain ? kDomain : "",
+                                absl::BytesToHexString({bytes.data(), bytes.size()})));
   }
   return lines;
 }
@@ -141,11 +144,14 @@ bool TemplateArchive::ReadLine(const std::string& line, std::int64_t now) {
   const char* const end = line.data() + line.size();
   const auto [after, error] = std::from_chars(line.data(), end, time);
   if (error != std::errc() || after == end || *after != ' ') return false;
-  const std::string_view digits(after + 1, static_cast<std::size_t>(end - after - 1));
+  std::string_view digits(after + 1, static_cast<std::size_t>(end - after - 1));
+  const bool has_domain = digits.starts_with(kDomain);
+  if (has_domain) digits.remove_prefix(kDomain.size());
   if (digits.size() % 2 != 0 || !std::ranges::all_of(digits, absl::ascii_isxdigit)) return false;
   const std::string bytes = absl::HexStringToBytes({digits.data(), digits.size()});
-  const auto message = std::make_shared<const Message>(bytes.begin(), bytes.end());
-  if (!ParseTemplateMessage(*message)) return false;
+  const auto message =
+      std::make_shared<const Message>(Message{{bytes.begin(), bytes.end()}, has_domain});
+  if (!ParseTemplateMessage(message->bytes, message->has_domain)) return false;
   if (time >= now - kLongestSeconds) NoteLocked(message, std::min(time, now));
   return true;
 }
@@ -159,8 +165,8 @@ void TemplateArchive::Load(std::int64_t now, std::string* trouble) {
 void TemplateArchive::Forget(const std::function<bool(const IpAddress&)>& is_gone) {
   const std::lock_guard lock(mutex_);
   absl::erase_if(templates_, [&](const auto& entry) {
-    if (!is_gone(entry.first.exporter.address)) return false;
-    bytes_ -= entry.second.message->size();
+    if (!is_gone(entry.first.owner.exporter.address)) return false;
+    bytes_ -= entry.second.message->bytes.size();
     has_news_ = true;
     return true;
   });

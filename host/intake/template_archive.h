@@ -13,14 +13,18 @@
 #include <string>
 #include <vector>
 
-#include "host/base/endpoint.h"
+#include "host/export/export_format.h"
 #include "host/intake/state_file.h"
 
 namespace flow::host {
 
 class TemplateArchive {
  public:
-  using Message = std::vector<std::uint8_t>;
+  // As it was posted; has_domain: on the channel of domains.
+  struct Message {
+    std::vector<std::uint8_t> bytes;
+    bool has_domain = false;
+  };
 
   // Templates beyond these numbers, and of longer sets, are not kept, and none that was not sent
   // again for as long.
@@ -65,13 +69,13 @@ class TemplateArchive {
 
  private:
   struct Key {
-    Endpoint exporter;
+    TemplateOwner owner;
     std::uint16_t id = 0;
 
     friend auto operator<=>(const Key&, const Key&) = default;
     template <class Hash>
     friend Hash AbslHashValue(Hash hash, const Key& key) {
-      return Hash::combine(std::move(hash), key.exporter, key.id);
+      return Hash::combine(std::move(hash), key.owner, key.id);
     }
   };
   struct Entry {

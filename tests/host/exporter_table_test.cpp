@@ -52,6 +52,22 @@ TEST_F(Exporters, KnowATemplateFurtherUpInTheSameDatagram) {
   EXPECT_EQ(Counts().unknown_sets, 0U);
 }
 
+// Of two domains, each with its own template of the id.
+TEST_F(Exporters, KeepTemplatesOfDomainsApart) {
+  const auto post = [&](const char* domain, const std::string& set) {
+    table_.NoteForeignTemplates(FromHex(domain) + TemplateMessage(set), true);
+  };
+  const std::string header = "0009 0005 00000000 00000000 00000000 ";
+  post("00000001", kTemplate256);
+  Datagram(header + "00000002" + kData256);
+  EXPECT_EQ(Counts().unknown_sets, 1U);
+  post("00000002", "0000 000C 0100 0001 0008 0004");
+  Datagram(header + "00000001" + kData256, 1);
+  Datagram(header + "00000002" + kData256, 2);
+  EXPECT_EQ(Counts().books.described, 3U);
+  table_.NoteForeignTemplates(FromHex("0000 01"), true);
+}
+
 TEST_F(Exporters, MissATemplateFurtherDown) {
   Post(kTemplate256);
   Datagram(kV9Header + kData256 + kTemplate256);

@@ -34,7 +34,7 @@ class Archive : public testing::Test {
   [[nodiscard]] std::string Directory() const { return (folder_ / "state").string(); }
   static std::vector<Bytes> MessagesOf(const TemplateArchive& archive) {
     std::vector<Bytes> messages;
-    for (const auto& message : archive.Messages()) messages.push_back(*message);
+    for (const auto& message : archive.Messages()) messages.push_back(message->bytes);
     return messages;
   }
   // What another process finds in the directory.
@@ -51,11 +51,11 @@ class Archive : public testing::Test {
 };
 
 TEST_F(Archive, KeepsTheNewestMessageOfEachTemplate) {
-  archive_.Note(Message({0, 1}), kNow);
-  archive_.Note(Message({2}), kNow);
-  archive_.Note(Message({2}, 8), kNow + 1);
-  archive_.Note(Message({0}, 2), kNow + 1);
-  archive_.Note(Bytes{1, 2, 3}, kNow + 1);
+  archive_.Note({Message({0, 1})}, kNow);
+  archive_.Note({Message({2})}, kNow);
+  archive_.Note({Message({2}, 8)}, kNow + 1);
+  archive_.Note({Message({0}, 2)}, kNow + 1);
+  archive_.Note({Bytes{1, 2, 3}}, kNow + 1);
   archive_.Save(kNow + 1);
   EXPECT_EQ(archive_.templates(), 3U);
   EXPECT_THAT(Reload(kNow + 1), ElementsAre(Message({0, 1}), Message({2}, 8), Message({0}, 2)));
@@ -63,16 +63,16 @@ TEST_F(Archive, KeepsTheNewestMessageOfEachTemplate) {
 }
 
 TEST_F(Archive, ForgetsWhatIsOld) {
-  archive_.Note(Message({0}), kNow);
-  archive_.Note(Message({1}), kNow + 1);
+  archive_.Note({Message({0})}, kNow);
+  archive_.Note({Message({1})}, kNow + 1);
   archive_.Save(kNow + 1);
   EXPECT_THAT(Reload(kNow + 1 + TemplateArchive::kLongestSeconds), ElementsAre(Message({1})));
   EXPECT_THAT(Reload(kNow + 2 + TemplateArchive::kLongestSeconds), IsEmpty());
 }
 
 TEST_F(Archive, SetsADamagedFileAside) {
-  archive_.Note(Message({0}), kNow);
-  archive_.Note(Message({1}), kNow);
+  archive_.Note({Message({0})}, kNow);
+  archive_.Note({Message({1})}, kNow);
   archive_.Save(kNow);
   const std::string whole = ReadFile(archive_.path());
   struct {
@@ -100,8 +100,8 @@ TEST_F(Archive, SetsADamagedFileAside) {
 TEST_F(Archive, ForgetsWhoIsGone) {
   Bytes other = Message({0});
   other[12] = 0xF0;  // of the exporter's address
-  archive_.Note(Message({0}), kNow);
-  archive_.Note(other, kNow);
+  archive_.Note({Message({0})}, kNow);
+  archive_.Note({other}, kNow);
   archive_.Save(kNow);
   archive_.Forget([](const IpAddress& exporter) { return exporter.Text() == "240.0.2.1"; });
   archive_.Save(kNow);
@@ -115,19 +115,19 @@ TEST_F(Archive, BelongsToOneProcess) {
 TEST_F(Archive, IsBounded) {
   Bytes vast = Message({0});
   vast.resize(TemplateArchive::kLongestMessage + 1);
-  archive_.Note(vast, kNow);
+  archive_.Note({vast}, kNow);
   EXPECT_EQ(archive_.templates(), 0U);
   EXPECT_TRUE(archive_.TakeOverflow());
   Bytes message = Message({0});
   for (std::size_t i = 0; i <= TemplateArchive::kMostTemplates; ++i) {
     message[14] = static_cast<std::uint8_t>(i >> 8);  // of the exporter's address
     message[15] = static_cast<std::uint8_t>(i);
-    archive_.Note(message, kNow);
+    archive_.Note({message}, kNow);
   }
   EXPECT_EQ(archive_.templates(), TemplateArchive::kMostTemplates);
   EXPECT_TRUE(archive_.TakeOverflow());
   EXPECT_FALSE(archive_.TakeOverflow());
-  archive_.Note(Message({0}, 8), kNow);  // a known one can still be replaced
+  archive_.Note({Message({0}, 8)}, kNow);  // a known one can still be replaced
   EXPECT_EQ(archive_.templates(), TemplateArchive::kMostTemplates);
 }
 
@@ -137,7 +137,7 @@ TEST_F(Archive, WritesOnlyNews) {
   std::filesystem::remove_all(folder_ / "state");
   WriteFile(folder_ / "state", "no directory");
   EXPECT_THROW(TemplateArchive(Directory()).Open(), HostError);
-  archive_.Note(Message({0}), kNow);
+  archive_.Note({Message({0})}, kNow);
   EXPECT_THROW(archive_.Save(kNow), HostError);
   std::filesystem::remove(folder_ / "state");
   TemplateArchive(Directory()).Open();
