@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <pugixml.hpp>
 #include <set>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -37,11 +38,17 @@ bool Same(std::string_view a, std::string_view b) {
   return Lower(std::string(a)) == Lower(std::string(b));
 }
 
+bool IsNumber(std::string_view text) {
+  if (text.starts_with('-')) text.remove_prefix(1);
+  return !text.empty() && std::ranges::all_of(text, absl::ascii_isdigit);
+}
+
 class NameCheck {
  public:
-  NameCheck(std::string_view file_name, std::string_view text) : text_(text) {
+  NameCheck(std::string_view file_name, std::string_view text)
+      : text_(text), settings_(PolicySettings(file_name)) {
     places_.push_back(kSettings);
-    for (const PolicySetting& setting : PolicySettings(file_name)) {
+    for (const PolicySetting& setting : settings_) {
       places_.push_back({setting.key, kSettings.name});
     }
     if (file_name == kNetflowPolicyFile) {
@@ -79,8 +86,25 @@ class NameCheck {
       } else if (!seen.insert(Lower(child.name())).second && !place->repeats) {
         Add(child.offset_debug(), fmt::format("{} is there already; the first one counts", name));
       } else {
+        CheckValue(child);
         CheckIn(child);
       }
+    }
+  }
+
+  // The plug-in takes any text of a switch but true for off, and a number as far as its digits go.
+  void CheckValue(const pugi::xml_node& node) {
+    const auto setting = std::ranges::find_if(
+        settings_, [&](const PolicySetting& row) { return Same(row.key, node.name()); });
+    const std::string value = Lower(node.child_value());
+    if (setting == settings_.end() || value.empty()) return;
+    if (setting->kind == SettingKind::kSwitch && value != "true" && value != "false") {
+      Add(node.offset_debug(), fmt::format("{} is off: its value is neither true nor false, but {}",
+                                           node.name(), node.child_value()));
+    }
+    if (setting->kind == SettingKind::kNumber && !IsNumber(value)) {
+      Add(node.offset_debug(),
+          fmt::format("{} is no number, but {}", node.name(), node.child_value()));
     }
   }
 
@@ -90,6 +114,7 @@ class NameCheck {
   }
 
   std::string_view text_;
+  std::span<const PolicySetting> settings_;
   std::vector<Place> places_;
   std::vector<PolicyRemark> remarks_;
 };

@@ -36,14 +36,22 @@ TEST(PolicyNames, AreRemarkedOn) {
       {"all that there is",
        kNetflowPolicyFile,
        "<?xml version='1.0'?><Policy/><!-- <x/> --><OmbrelPluginConfiguration><Policy><MeterHosts>"
-       "1 &lt; "
-       "2</MeterHosts></Policy><SamplingRates><Rate/><Rate/></SamplingRates><StaticTemplates>"
+       "False</MeterHosts><HomeASNumbersFile>1 &lt; 2</HomeASNumbersFile><AddEdges></AddEdges>"
+       "<AddL2AccountingBytes>-4</AddL2AccountingBytes></Policy><SamplingRates><Rate/><Rate/></"
+       "SamplingRates><StaticTemplates>"
        "<Template><Fields/></Template><Template/></StaticTemplates></OmbrelPluginConfiguration>",
        {}},
       {"in other case",
        kNetflowPolicyFile,
        "<ombrelpluginconfiguration><policy><meterhosts/></policy></ombrelpluginconfiguration>",
        {}},
+      {"values of no use",
+       kNetflowPolicyFile,
+       "<OmbrelPluginConfiguration><Policy><MeterHosts>yes</MeterHosts>\n<MeterASN>1</MeterASN>"
+       "<AddL2AccountingBytes>18 bytes</AddL2AccountingBytes></Policy></OmbrelPluginConfiguration>",
+       {"1 MeterHosts is off: its value is neither true nor false, but yes",
+        "2 MeterASN is off: its value is neither true nor false, but 1",
+        "2 AddL2AccountingBytes is no number, but 18 bytes"}},
       {"of the other file",
        kSFlowPolicyFile,
        "<OmbrelPluginConfiguration><Policy><MeterVLAN/>\n<MeterNBAR/></Policy>\n\n"
