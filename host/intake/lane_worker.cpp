@@ -93,7 +93,7 @@ void LaneWorker::Loop() {
     has_work_.wait(lock, [this] {
       return !queue_.empty() || finishing_ || ended_ || lane_.mailbox().HasMail();
     });
-    if (ended_ || (queue_.empty() && finishing_)) return;
+    if (ended_ || (queue_.empty() && finishing_ && !lane_.mailbox().HasMail())) return;
     Work work;
     if (!queue_.empty()) {
       work = std::move(queue_.front());
