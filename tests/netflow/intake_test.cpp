@@ -1,12 +1,10 @@
 // From the host's call to a decoder: what is accepted, whom it comes from, and what is done beside.
 
 #include <algorithm>
-#include <fstream>
 #include <memory>
 
 #include "tests/netflow/meter_test.h"
 #include "tests/support/host_object.h"
-#include "tests/support/policy_file.h"
 
 namespace flow::test {
 namespace {
@@ -17,7 +15,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-using testing::SizeIs;
 using testing::StartsWith;
 
 constexpr char kShort[] = "Incorrect or short Netflow  Header \n";
@@ -279,56 +276,6 @@ TEST_F(Intake, NoIpLayer) {
   EXPECT_EQ(meter_->DatagramsCounted(), 0U);
 }
 
-// A host that fails in all that is asked of it beside is metered for all the same, with every
-// policy.
-TEST_F(Intake, FailingHost) {
-  for (const char* operation : {"GetDataDirectory",
-                                "GetHomeNetworks",
-                                "GetWorkDirectory",
-                                "GetInstanceNumber",
-                                "GetCurrentTime",
-                                "IsHomeAddress",
-                                "Log",
-                                "PostChannelMessage",
-                                "MarkRecord",
-                                "UpdateCounter",
-                                "UpdateCounterKeyLen",
-                                "UpdateCounter2",
-                                "UpdateCounter3",
-                                "UpdateCounterMulti",
-                                "UpdateCounterHashed2",
-                                "SetKeyAttributes",
-                                "SetKeyProperty",
-                                "UpdateFlowCounter",
-                                "UpdateFlowVolume",
-                                "SetFlowTimes",
-                                "SetFlowDuration",
-                                "TagFlow",
-                                "CloseFlow",
-                                "UpdateFlowCounterWithText"}) {
-    host_.Fail(operation);
-  }
-  const std::pair<const char*, const char*> policies[] = {
-      {"<TemplateDumpIntervalSeconds>1</TemplateDumpIntervalSeconds>", "UpdateFlowVolume"},
-      {"<UseRouterTimestamps>false</UseRouterTimestamps><MergeHTTP>false</MergeHTTP>"
-       "<MergeHTTPS>false</MergeHTTPS><MergeDNS>false</MergeDNS>"
-       "<TagFlowsWithDirection>true</TagFlowsWithDirection><MeterLinkAS>true</MeterLinkAS>",
-       "TagFlow"},
-      {"<MeterZeroFlows>true</MeterZeroFlows><TagFlowsWithUserID>true</TagFlowsWithUserID>"
-       "<HomeASNumbers>1</HomeASNumbers><EnableShimTunnel>true</EnableShimTunnel>",
-       "UpdateFlowCounterWithText"}};
-  for (const auto& [policy, call] : policies) {
-    const ComponentOf<CPINetflowMeter> meter;
-    ASSERT_EQ(host_.Policy(policy).Attach(meter), kStatusOk);
-    for (int i = 0; i < 2; ++i) {
-      EXPECT_EQ(host_.Count(meter, V5Packet().Record({.tcp_flags = 2}).Build()), kStatusOk);
-      EXPECT_EQ(host_.Count(meter, V9(Learn(kFlowFields), Data(FlowRecord())).Build()), 1U);
-      EXPECT_THAT(host_.Take(call), SizeIs(2)) << policy;
-      host_.Detach(meter);  // a host may still count
-    }
-  }
-}
-
 TEST_F(Intake, AttachFails) {
   constexpr char kLoading[] = "Log 7 Loading netflow metering policy configuration";
   constexpr char kNoFile[] = "Log 4 Error preparing plugin configuration file. Cant proceed";
@@ -345,31 +292,6 @@ TEST_F(Intake, AttachFails) {
                           "Log 4 Unable to load netflow policy information from configuration"));
 }
 
-// Dump, reload, feed, and only then the datagram, which may be one that is rejected.
-TEST_F(Intake, PeriodicWorkInOrder) {
-  std::ofstream(host_.Directory() + "/incoming_1_feed") << "64500\n";
-  Start(
-      "<TemplateDumpIntervalSeconds>60</TemplateDumpIntervalSeconds>"
-      "<ReloadConfigCheckSeconds>60</ReloadConfigCheckSeconds>"
-      "<HomeASNumbersFile>feed</HomeASNumbersFile>");
-  Send(V5Packet().Build());
-  SetModificationTime(host_.PolicyPath(), 4000000000);
-  host_.Forget();
-  host_.WithQueries().Now(2801);
-  EXPECT_EQ(Send(V5Packet().WithVersion(7).Build()), kStatusFailed);
-  Texts order;
-  for (const std::string& line : host_.Take()) {
-    for (const char* mark : {"GetCurrentTime", "GetWorkDirectory", "REFRESH: "}) {
-      if (line.find(mark) != std::string::npos) order.push_back(line);
-    }
-  }
-  EXPECT_THAT(order, ElementsAre("~GetCurrentTime 2801", StartsWith("~GetWorkDirectory"),
-                                 "Log 8 CONFIGREFRESH:  Config file modified, reloading",
-                                 "Log 8 CONFIGREFRESH:  Reloaded configuration file",
-                                 StartsWith("Log 7 HOMEASREFRESH: Checking for new "),
-                                 StartsWith("Log 7 HOMEASREFRESH: No new ")));
-}
-
 TEST_F(Intake, DumpInterval) {
   Start("<TemplateDumpIntervalSeconds>60</TemplateDumpIntervalSeconds>");
   host_.WithQueries();
@@ -380,38 +302,6 @@ TEST_F(Intake, DumpInterval) {
     Send(V5Packet().Build());
     EXPECT_EQ(!host_.Take("GetWorkDirectory").empty(), dump) << now;
   }
-}
-
-// A changed policy holds for the datagram that finds it; one that conflicts is reported, and
-// watched on.
-TEST_F(Intake, Reload) {
-  const std::string watch = "<ReloadConfigCheckSeconds>60</ReloadConfigCheckSeconds>";
-  const auto change = [&](const std::string& settings, std::int64_t time) {
-    host_.Policy(settings + std::string(kFlowsOnly));
-    SetModificationTime(host_.PolicyPath(), time);
-  };
-  const auto send = [&](std::uint64_t now) {
-    host_.Now(now);
-    Send(V5Packet().Build());
-    return Said();
-  };
-  Start(watch + kSources);
-  SetModificationTime(host_.PolicyPath(), 1000000);
-  EXPECT_THAT(send(2000), ElementsAre(Volume(24)));
-  change(watch, 2000000);
-  EXPECT_THAT(send(2059), ElementsAre(Volume(24)));
-  EXPECT_THAT(send(2060), Not(Contains(Volume(24))));
-  EXPECT_THAT(send(2061), IsEmpty()) << "the new checker's baseline";
-  change(kConflict, 3000000);
-  EXPECT_THAT(send(2121),
-              ElementsAre("Log 8 CONFIGREFRESH:  Config file modified, reloading",
-                          StartsWith("Log 4 Cant have both"),
-                          StartsWith("Log 4 CONFIGREFRESH: Unable to load netflow policy inform"),
-                          "Log 8 CONFIGREFRESH:  Reloaded configuration file"));
-  change(kSources, 4000000);  // names no interval, which leaves the old one
-  EXPECT_THAT(send(2181), Contains(Volume(24)));
-  change("", 5000000);
-  EXPECT_THAT(send(2241), Contains(HasSubstr("modified, reloading")));
 }
 
 }  // namespace

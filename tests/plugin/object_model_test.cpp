@@ -48,34 +48,6 @@ TEST_F(ObjectModel, FailedAllocationLeavesNothing) {
   EXPECT_EQ(object, nullptr);
 }
 
-// Every interface pointer of an object leads to every other, under one reference count.
-TEST_F(ObjectModel, AnyInterfaceLeadsToAnyOther) {
-  ProbeObject* object = nullptr;
-  ASSERT_EQ(ProbeObject::CreateInstance(&object), kStatusOk);
-  const struct {
-    const char* name;
-    const IID& iid;
-    IArboUnknown* pointer;
-  } interfaces[] = {
-      {"IArboUnknown", IID_IArboUnknown, static_cast<IOmbrelPlugin*>(object)},
-      {"IOmbrelPlugin", IID_IOmbrelPlugin, static_cast<IOmbrelPlugin*>(object)},
-      {"IOmbrelSimpleCounter", IID_IOmbrelSimpleCounter,
-       static_cast<IOmbrelSimpleCounter*>(object)},
-      {"IArboClassFactory", IID_IArboClassFactory, static_cast<IArboClassFactory*>(object)},
-  };
-  object->AddRef();
-  for (const auto& from : interfaces) {
-    for (const auto& to : interfaces) {
-      SCOPED_TRACE(std::string(from.name) + " -> " + to.name);
-      void* found = nullptr;
-      ASSERT_EQ(from.pointer->QueryInterface(to.iid, &found), kStatusOk);
-      EXPECT_EQ(found, to.pointer);
-      EXPECT_EQ(to.pointer->Release(), 1u) << "the query adds one reference to the shared count";
-    }
-  }
-  object->Release();
-}
-
 TEST_F(ObjectModel, QueryForWhatIsNotOfferedGivesNull) {
   IArboUnknown* const object = NewProbe();
   EXPECT_EQ(object->QueryInterface(IID_IOmbrelPlugin, nullptr), kStatusNullOutput);
@@ -96,28 +68,6 @@ TEST_F(ObjectModel, QueryForWhatIsNotOfferedGivesNull) {
     EXPECT_EQ(found, nullptr);
   }
   EXPECT_EQ(object->Release(), 0u) << "failed queries take no reference";
-}
-
-TEST_F(ObjectModel, FactoryMakesIndependentObjectsOfCountOne) {
-  IArboUnknown* const maker = NewProbe();
-  void* found = nullptr;
-  ASSERT_EQ(maker->QueryInterface(IID_IArboClassFactory, &found), kStatusOk);
-  auto* const factory = static_cast<IArboClassFactory*>(found);
-  EXPECT_EQ(factory->NewInstance(nullptr), kStatusNullOutput);
-
-  IArboUnknown* first = nullptr;
-  IArboUnknown* second = nullptr;
-  ASSERT_EQ(factory->NewInstance(&first), kStatusOk);
-  ASSERT_EQ(factory->NewInstance(&second), kStatusOk);
-  EXPECT_NE(first, second);
-  EXPECT_NE(first, maker);
-
-  factory->Release();
-  EXPECT_EQ(maker->Release(), 0u) << "its products hold no reference on a factory";
-  EXPECT_EQ(Probe::living, 2);
-  EXPECT_EQ(first->Release(), 0u);
-  EXPECT_EQ(second->Release(), 0u);
-  EXPECT_EQ(Probe::destroyed, 3);
 }
 
 }  // namespace

@@ -434,21 +434,6 @@ TEST(SFlowMetering, EmptyAndAbsentDatagrams) {
   EXPECT_THAT(host.Take(), IsEmpty());
 }
 
-// A host that fails in all that it may fail in is metered for all the same.
-TEST(SFlowMetering, FailingHost) {
-  RecordingHost host;
-  for (const char* operation :
-       {"Log", "GetHomeNetworks", "IsHomeAddress", "GetInstanceNumber", "MarkRecord",
-        "UpdateCounter", "UpdateCounterKeyLen", "UpdateCounter2", "UpdateCounter3",
-        "UpdateCounterHashed2", "UpdateFlowVolume", "CloseFlow", "GetParseContext"}) {
-    host.Fail(operation);
-  }
-  const auto meter = host.Attach<CPISFlowMeter>();
-  host.Detach(meter);  // a host may still count
-  EXPECT_EQ(host.Count(meter, Datagram({})), kStatusOk);
-  EXPECT_THAT(host.Take("UpdateFlowVolume"), testing::SizeIs(1));
-}
-
 TEST(SFlowMetering, NeedsNoIpHeader) {
   RecordingHost host;
   const auto meter = host.Attach<CPISFlowMeter>();
