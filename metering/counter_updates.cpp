@@ -163,4 +163,9 @@ void RecordMetering::UpdateMacAddresses(const Record& r) {
   update(r.ext.dst_mac, mac::kBytesAsDestination);
 }
 
+// The updates behind all others, in the order in which they came to be: hosts see a new one last.
+void RecordMetering::UpdateLast(const Record& r) {
+  if (policy_.fMeterMAC) UpdateMacAddresses(r);
+}
+
 }  // namespace flow

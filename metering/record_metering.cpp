@@ -90,7 +90,7 @@ void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* si
 
   UpdateVendorTexts(r);
   UpdateConnections(r);
-  if (policy_.fMeterMAC) UpdateMacAddresses(r);
+  UpdateLast(r);
 }
 
 // What a record counts for, sampling applied.

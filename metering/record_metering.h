@@ -91,6 +91,7 @@ class RecordMetering {
   void UpdateVendorTexts(const Record& r);
   void UpdateConnections(const Record& r);
   void UpdateMacAddresses(const Record& r);
+  void UpdateLast(const Record& r);
 
   // Flow updates.
   FLOW_DIR_T MakeFlowKey(const Record& r);
