@@ -26,7 +26,25 @@ target_compile_options(flow_options INTERFACE
 # read once, and then small functions on the road of a record are called that had better be part of it.
 target_compile_options(flow_options INTERFACE
                        $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:--param=inline-unit-growth=80>)
-target_include_directories(flow_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+# Unique symbols would keep the plug-in in memory until the process ends.
+target_compile_options(flow_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+target_compile_definitions(flow_options INTERFACE FLOW_BUILDS_LIBRARY)
+target_include_directories(flow_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include
+                                                  ${PROJECT_BINARY_DIR}/include)
+
+configure_file(${PROJECT_SOURCE_DIR}/include/flowhandlers/version.h.in
+               ${PROJECT_BINARY_DIR}/include/flowhandlers/version.h @ONLY)
+
+# flow_revision.h has the revision that is built, looked up with every build.
+set(FLOW_REVISION "" CACHE STRING "The revision of sources that are no git clone")
+set(revision_header ${PROJECT_BINARY_DIR}/revision/flow_revision.h)
+add_custom_target(flow_revision_header BYPRODUCTS ${revision_header}
+                  COMMAND ${CMAKE_COMMAND} -DSOURCE=${PROJECT_SOURCE_DIR} -DOUT=${revision_header}
+                          -DREVISION=${FLOW_REVISION}
+                          -P ${PROJECT_SOURCE_DIR}/cmake/flow_revision.cmake)
+add_library(flow_revision INTERFACE)
+target_include_directories(flow_revision INTERFACE ${PROJECT_BINARY_DIR}/revision)
+add_dependencies(flow_revision flow_revision_header)
 if(FLOW_SANITIZE)
   # The host side declares the interfaces on its own, so run-time type checks across the border
   # would be false alarms.

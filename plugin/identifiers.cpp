@@ -1,26 +1,31 @@
+// Hosts that were built without the headers look identifiers up with dlsym. A constant that nothing
+// points to would not be there.
 #include "flowhandlers/identifiers.h"
 
-const CLSID CLSID_PI_NETFLOWMETER = MakeGuid("7CA09636-02D4-45E7-AA00-BE0D49B94E26");
-const CLSID CLSID_PI_NETFLOW = MakeGuid("CED041A0-EB30-4D8F-87A0-E82CFD85B7F1");
-const CLSID CLSID_PI_NETFLOWGEN = MakeGuid("86E049AD-0347-41C5-9B56-CCFAFCD59723");
-const CLSID CLSID_PI_NETFLOWINTF = MakeGuid("06F3B907-7E02-420E-853F-89A8F55C0F29");
-const CLSID CLSID_PI_SFLOWMETER = MakeGuid("819CEF8E-B6DB-431B-97D0-7DB2A5EA5392");
-const CLSID CLSID_PI_SFLOW = MakeGuid("90019992-EB30-4D8F-87A0-E82CFD85B7F1");
+namespace {
 
-const IID IID_IArboUnknown = MakeGuid("ABA137E7-125E-48D0-8AC9-A7E3AD2F60FD");
-const IID IID_IArboClassFactory = MakeGuid("877789A9-125E-48D0-8AC9-A7E3AD2F60FD");
-const IID IID_IOmbrelPlugin = MakeGuid("5BA137E7-125E-48D0-8AC9-A7E3AD2F60FD");
-const IID IID_IOmbrelSimpleCounter = MakeGuid("CABBABA9-125E-48D0-8AC9-A7E3AD2F60FD");
-const IID IID_IOmbrelChannelListener = MakeGuid("CAA01100-7720-8389-01BB-81B0C1E098FF");
-const IID IID_IOmbrelProtHandler = MakeGuid("774737E7-125E-48D0-8AC9-A7E3AD2F60FD");
-const IID IID_IOmbrelAccessPointClient = MakeGuid("C8383837-125E-48D0-8AC9-A7E3AD2F60FD");
-const IID IID_IOmbrelCounterGroupHost = MakeGuid("343137E7-125E-48D0-8AC9-A7E3AD2F60FD");
-const IID IID_IOmbrelComponentPackage = MakeGuid("2BA137E7-125E-48D0-8AC9-A7E3AD2F60FD");
+[[gnu::used]] constexpr const GUID* kExported[] = {
+    &CLSID_PI_NETFLOWMETER,
+    &CLSID_PI_NETFLOW,
+    &CLSID_PI_NETFLOWGEN,
+    &CLSID_PI_NETFLOWINTF,
+    &CLSID_PI_SFLOWMETER,
+    &CLSID_PI_SFLOW,
+    &IID_IArboUnknown,
+    &IID_IArboClassFactory,
+    &IID_IOmbrelPlugin,
+    &IID_IOmbrelSimpleCounter,
+    &IID_IOmbrelChannelListener,
+    &IID_IOmbrelProtHandler,
+    &IID_IOmbrelAccessPointClient,
+    &IID_IOmbrelCounterGroupHost,
+    &IID_IOmbrelComponentPackage,
+    &IID_IOmbrelContainer,
+    &IID_IOmbrelStatsEngine,
+    &IID_IOmbrelProtData,
+    &IID_IOmbrelParseContext,
+    &CATID_ZephCtr,
+    &CATID_ZephPlugIn,
+};
 
-const IID IID_IOmbrelContainer = MakeGuid("3BA137E7-125E-48D0-8AC9-A7E3AD2F60FD");
-const IID IID_IOmbrelStatsEngine = MakeGuid("88822AAA-125E-48D0-8AC9-A7E3AD2F60FD");
-const IID IID_IOmbrelProtData = MakeGuid("334237E7-125E-48D0-8AC9-A7E3AD2F60FD");
-const IID IID_IOmbrelParseContext = MakeGuid("998937E7-125E-48D0-8AC9-A7E3AD2F60FD");
-
-const GUID CATID_ZephCtr = MakeGuid("4480F65A-D478-4D20-8497-FB720DC9AB22");
-const GUID CATID_ZephPlugIn = MakeGuid("8846F3B3-A61B-45AD-88D2-89F5BCF65873");
+}  // namespace

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "host/base/error.h"
+#include "host/border/build_note.h"
 
 namespace flow::host {
 namespace {
@@ -73,6 +74,8 @@ PluginLibrary::PluginLibrary(const std::string& path) : path_(path.empty() ? Cho
 }
 
 PluginLibrary::~PluginLibrary() = default;
+
+std::string PluginLibrary::Build() const { return BuildOf(handle_.get()); }
 
 void* PluginLibrary::EntryPoint(const char* name) const {
   void* const symbol = dlsym(handle_.get(), name);

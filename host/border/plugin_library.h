@@ -25,6 +25,8 @@ class PluginLibrary {
 
   [[nodiscard]] IOmbrelComponentPackage& package() const { return *package_; }
   [[nodiscard]] const std::string& path() const { return path_; }
+  // Version and revision; empty for a plug-in that does not tell.
+  [[nodiscard]] std::string Build() const;
 
  private:
   struct Unloader {

@@ -6,6 +6,7 @@
 
 #include <charconv>
 
+#include "host/base/build_text.h"
 #include "host/base/error.h"
 #include "host/names/group_catalog.h"
 
@@ -236,7 +237,7 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
         "flowhost: {}\nRun flowhost --help for how it is used.\n",
         no_command ? "a command is required: replay, listen, check-config or info" : error.what());
   });
-  app.set_version_flag("--version", "flowhost " FLOW_VERSION);
+  app.set_version_flag("--version", fmt::format("flowhost {}", BuildText()));
 
   ReplayOptions replay;
   CLI::App* const replay_app =

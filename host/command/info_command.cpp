@@ -89,7 +89,9 @@ void PrintGroup(const GroupDescription& group) {
 int RunInfo(const InfoOptions& options) {
   const PluginLibrary library(options.plugin);
   const Components components = DescribeComponents(library.package());
+  const std::string build = library.Build();
   fmt::print("Plug-in {}\n", Printable(library.path()));
+  fmt::print("Build {}\n", build.empty() ? "not told" : Printable(build));
   if (!components.empty()) fmt::print("Made by {}\n", Printable(components.front().vendor));
   PrintComponents(components);
   PrintProtocols(components);

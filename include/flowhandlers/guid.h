@@ -22,16 +22,20 @@ static_assert(sizeof(GUID) == 16 && alignof(GUID) == 4);
 using IID = GUID;    // names an interface, a protocol or a component class
 using CLSID = GUID;  // names a component class
 
-// MakeGuid turns the registry form "4CD742B1-C1CA-4708-BE78-0FCA2EB01A86" into the identifier. A
-// text of another form does not compile.
-consteval GUID MakeGuid(std::string_view text) {
-  if (text.size() != 36) throw "a GUID has 36 characters";
+// What MakeGuid calls for a text of another form. No constant can be made with it, since it is no
+// constexpr function, and nothing else links, since it is defined nowhere.
+void GuidHas36UpperCaseDigitsAndHyphens();
+
+// MakeGuid turns the registry form "4CD742B1-C1CA-4708-BE78-0FCA2EB01A86" into the identifier, as
+// the value of a constexpr variable. A text of another form does not compile.
+constexpr GUID MakeGuid(std::string_view text) {
+  if (text.size() != 36) GuidHas36UpperCaseDigitsAndHyphens();
   std::uint8_t bytes[16] = {};
   int digits = 0;
   for (int i = 0; i < 36; ++i) {
     const char c = text[static_cast<std::size_t>(i)];
     if (i == 8 || i == 13 || i == 18 || i == 23) {
-      if (c != '-') throw "the groups of a GUID are joined by hyphens";
+      if (c != '-') GuidHas36UpperCaseDigitsAndHyphens();
       continue;
     }
     int digit = 0;
@@ -40,7 +44,7 @@ consteval GUID MakeGuid(std::string_view text) {
     } else if (c >= 'A' && c <= 'F') {
       digit = c - 'A' + 10;
     } else {
-      throw "a GUID is written in upper-case hexadecimal digits";
+      GuidHas36UpperCaseDigitsAndHyphens();
     }
     bytes[digits / 2] = static_cast<std::uint8_t>(bytes[digits / 2] << 4 | digit);
     ++digits;

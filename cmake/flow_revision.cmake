@@ -1,0 +1,10 @@
+# cmake -DSOURCE=DIR -DOUT=FILE [-DREVISION=TEXT] -P flow_revision.cmake: a header with the revision
+# of the sources, "unknown" where they are no clone. The file is left alone when nothing changed.
+if(NOT REVISION)
+  execute_process(COMMAND git -C ${SOURCE} describe --always --dirty --abbrev=12 --exclude=*
+                  OUTPUT_VARIABLE REVISION OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+endif()
+if(NOT REVISION)
+  set(REVISION unknown)
+endif()
+file(CONFIGURE OUTPUT ${OUT} CONTENT "#define FLOW_REVISION \"@REVISION@\"\n" @ONLY)

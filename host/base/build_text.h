@@ -1,0 +1,9 @@
+// Which build this program is.
+#pragma once
+
+namespace flow::host {
+
+// BuildText gives version and revision.
+const char* BuildText();
+
+}  // namespace flow::host
