@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 #include <pugixml.hpp>
 #include <set>
 #include <span>
@@ -11,6 +12,7 @@
 #include <utility>
 
 #include "host/policy/default_policies.h"
+#include "host/policy/policy_effects.h"
 
 namespace flow::host {
 namespace {
@@ -46,7 +48,7 @@ bool IsNumber(std::string_view text) {
 class NameCheck {
  public:
   NameCheck(std::string_view file_name, std::string_view text)
-      : text_(text), settings_(PolicySettings(file_name)) {
+      : file_name_(file_name), text_(text), settings_(PolicySettings(file_name)) {
     places_.push_back(kSettings);
     for (const PolicySetting& setting : settings_) {
       places_.push_back({setting.key, kSettings.name});
@@ -60,13 +62,16 @@ class NameCheck {
     // Bytes stay as they are, whatever the encoding, so that offsets are those of the file.
     pugi::xml_document document;
     const pugi::xml_parse_result result =
-        document.load_buffer(text_.data(), text_.size(), pugi::parse_default, pugi::encoding_utf8);
+        document.load_buffer(text_.data(), text_.size(),
+                             pugi::parse_default | pugi::parse_trim_pcdata, pugi::encoding_utf8);
     CheckIn(
         document.find_node([](const pugi::xml_node& node) { return Same(node.name(), kRoot); }));
     if (!result) {
       Add(result.offset, fmt::format("not well-formed ({}); the names behind it are not checked",
                                      result.description()));
     }
+    if (result) CheckEffects();
+    std::ranges::stable_sort(remarks_, {}, &PolicyRemark::line);
     return std::move(remarks_);
   }
 
@@ -96,8 +101,12 @@ class NameCheck {
   void CheckValue(const pugi::xml_node& node) {
     const auto setting = std::ranges::find_if(
         settings_, [&](const PolicySetting& row) { return Same(row.key, node.name()); });
+    if (Same(node.name(), "Rate")) rates_.push_back(node);
+    if (setting == settings_.end()) return;
+    texts_[setting->key] = node.child_value();
+    offsets_[setting->key] = node.offset_debug();
     const std::string value = Lower(node.child_value());
-    if (setting == settings_.end() || value.empty()) return;
+    if (value.empty()) return;
     if (setting->kind == SettingKind::kSwitch && value != "true" && value != "false") {
       Add(node.offset_debug(), fmt::format("{} is off: its value is neither true nor false, but {}",
                                            node.name(), node.child_value()));
@@ -108,14 +117,36 @@ class NameCheck {
     }
   }
 
+  void CheckEffects() {
+    CheckPolicyEffects(file_name_, texts_, [this](std::string_view key, std::string remark) {
+      Add(offsets_[key], std::move(remark));
+    });
+    CheckRates();
+  }
+
+  void CheckRates() {
+    constexpr long kMost = 0x3FFF;  // a v5 header has 14 bits for it
+    if (IsOn(file_name_, texts_, "Count64Bit")) return;
+    for (const pugi::xml_node& node : rates_) {
+      const long rate = node.attribute("rate").as_llong();
+      if (rate <= kMost) continue;
+      Add(node.offset_debug(), fmt::format("the rate {} counts as {} while Count64Bit is off", rate,
+                                           std::max(rate & kMost, 1L)));
+    }
+  }
+
   void Add(std::ptrdiff_t offset, std::string remark) {
     const auto lines = std::ranges::count(text_.substr(0, static_cast<std::size_t>(offset)), '\n');
     remarks_.push_back({static_cast<std::size_t>(lines) + 1, std::move(remark)});
   }
 
+  std::string_view file_name_;
   std::string_view text_;
   std::span<const PolicySetting> settings_;
   std::vector<Place> places_;
+  PolicyTexts texts_;  // what counts, and where it stands
+  std::map<std::string_view, std::ptrdiff_t> offsets_;
+  std::vector<pugi::xml_node> rates_;
   std::vector<PolicyRemark> remarks_;
 };
 

@@ -16,9 +16,9 @@ struct PolicyRemark {
 };
 
 // CheckPolicyNames lists the elements of a policy file that have no effect: those that the plug-in
-// does not know, those in the wrong place, and those that are there twice. A text that only the
-// plug-in's reader takes for XML is read up to the place where it is none, and that is told as
-// well.
+// does not know, those in the wrong place, those that are there twice, and those whose value is of
+// no use, by itself or beside others. A text that only the plug-in's reader takes for XML is read
+// up to the place where it is none, and that is told as well.
 std::vector<PolicyRemark> CheckPolicyNames(std::string_view file_name, std::string_view text);
 
 }  // namespace flow::host

@@ -36,7 +36,8 @@ TEST(PolicyNames, AreRemarkedOn) {
       {"all that there is",
        kNetflowPolicyFile,
        "<?xml version='1.0'?><Policy/><!-- <x/> --><OmbrelPluginConfiguration><Policy><MeterHosts>"
-       "False</MeterHosts><HomeASNumbersFile>1 &lt; 2</HomeASNumbersFile><AddEdges></AddEdges>"
+       "False</MeterHosts><HomeASNumbers>1</HomeASNumbers><HomeASNumbersFile>1 &lt; "
+       "2</HomeASNumbersFile><AddEdges></AddEdges>"
        "<AddL2AccountingBytes>-4</AddL2AccountingBytes></Policy><SamplingRates><Rate/><Rate/></"
        "SamplingRates><StaticTemplates>"
        "<Template><Fields/></Template><Template/></StaticTemplates></OmbrelPluginConfiguration>",
@@ -87,6 +88,101 @@ TEST(PolicyNames, AreRemarkedOn) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     EXPECT_THAT(Remarks(row.file_name, row.text), ElementsAreArray(row.remarks));
+  }
+}
+
+std::string PolicyOf(const std::string& settings) {
+  return "<OmbrelPluginConfiguration><Policy>" + settings + "</Policy></OmbrelPluginConfiguration>";
+}
+
+TEST(PolicyNames, OfSettingsWithoutEffectAreRemarkedOn) {
+  const std::string none_of = "1 no item of ";
+  const struct {
+    std::string_view file_name;
+    std::string settings;
+    std::vector<std::string> remarks;
+  } rows[] = {
+      {kNetflowPolicyFile, "<MeterLinkAS>true</MeterLinkAS>", {}},
+      {kNetflowPolicyFile,
+       "<MeterLinkAS>true</MeterLinkAS>\n<MeterNetflowInterfaces>false</MeterNetflowInterfaces>",
+       {"1 MeterLinkAS counts nothing while MeterNetflowInterfaces is off"}},
+      {kNetflowPolicyFile,
+       "<MeterBothPorts>false</MeterBothPorts><MeterApplications>false</MeterApplications>",
+       {"1 MeterNBAR counts nothing while MeterApplications is off"}},
+      {kNetflowPolicyFile,
+       "<TagFlowsWithUserID> TRUE </TagFlowsWithUserID>",
+       {"1 TagFlowsWithUserID has no effect while MeterZeroFlows is off"}},
+      {kNetflowPolicyFile, "<IgnoreAllEgress>true</IgnoreAllEgress>", {}},
+      {kNetflowPolicyFile,
+       "<IgnoreAllEgress>true</IgnoreAllEgress>\n<KeepEgressRecords>true</KeepEgressRecords>",
+       {"1 KeepEgressRecords keeps nothing while IgnoreAllEgress is on"}},
+      {kNetflowPolicyFile,
+       "<MeterZeroFlows>true</MeterZeroFlows><CheckPacketsForCorruption>true"
+       "</CheckPacketsForCorruption><AddL2AccountingBytes>6</AddL2AccountingBytes>",
+       {"1 records without bytes, which MeterZeroFlows wants, are dropped while "
+        "CheckPacketsForCorruption is on"}},
+      {kNetflowPolicyFile,
+       "<HomeASNumbers></HomeASNumbers>\n<HomeASNumbersFile>homeas</HomeASNumbersFile>",
+       {"2 HomeASNumbersFile has no effect while HomeASNumbers lists no number"}},
+      {kNetflowPolicyFile,
+       "</Policy><SamplingRates><Rate router='10.0.0.1' rate='16384'/>\n<Rate router='10.0.0.2' "
+       "rate='20000'/><Rate router='10.0.0.3' rate='16383'/></SamplingRates><Policy>",
+       {"1 the rate 16384 counts as 1 while Count64Bit is off",
+        "2 Policy is there already; the first one counts",
+        "2 the rate 20000 counts as 3616 while Count64Bit is off"}},
+      {kNetflowPolicyFile,
+       "<HomeASNumbers>home</HomeASNumbers><IgnoreV9EgressFromDevices>10.0.0.256"
+       "</IgnoreV9EgressFromDevices><FilterHostsInclude>10.0.0.1,router</FilterHostsInclude>",
+       {none_of + "IgnoreV9EgressFromDevices is an IPv4 address; no counts are ignored",
+        none_of + "HomeASNumbers is a number; each counts as 0"}},
+      {kNetflowPolicyFile,
+       "<FilterInterfacesInclude>eth0,192.168.100.100_1234</FilterInterfacesInclude>",
+       {"1 FilterInterfacesInclude: no interface has the key 192.168.100.100_1234 (20 characters "
+        "are one)",
+        none_of + "FilterInterfacesInclude is an interface; no flow is metered"}},
+      {kSFlowPolicyFile,
+       "<FilterHostsExclude>,</FilterHostsExclude>",
+       {none_of + "FilterHostsExclude is an IPv4 address; nothing is filtered"}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.settings);
+    EXPECT_THAT(Remarks(row.file_name, PolicyOf(row.settings)), ElementsAreArray(row.remarks));
+  }
+}
+
+// What is said of interface filters, beside what the library makes of them.
+TEST(PolicyNames, OfInterfaceFiltersAreRemarkedOnWhereTheyMatchNothing) {
+  constexpr std::uint32_t kRouter = 0xC0A86464;  // 192.168.100.100
+  const struct {
+    std::string items;
+    bool is_readable_form;  // which NetFlow takes alone
+    bool is_used;
+  } rows[] = {
+      {"C0.A8.64.64_000004D2", false, true},
+      {"192.168.100.100_01234", true, true},
+      {"nonsense,192.168.100.100_01234", true, true},
+      {"192.168.100.100_1234", true, false},
+      {"192.168.100.256_1234x", true, false},
+      {"c0.a8.64.64_000004d2", false, false},
+      {"eth0", false, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.items);
+    const std::string text =
+        PolicyOf("<FilterInterfacesExclude>" + row.items + "</FilterInterfacesExclude>");
+    const auto root = XMLNode::parseString(text.c_str(), "OmbrelPluginConfiguration", nullptr);
+    const auto says = [&](std::string_view file_name) {
+      return testing::PrintToString(Remarks(file_name, text)).find("no item of") !=
+             std::string::npos;
+    };
+    InterfaceFilter netflow;
+    InterfaceFilter sflow;
+    ASSERT_TRUE(netflow.Load(root.getChildNode("Policy"), nullptr));
+    ASSERT_TRUE(sflow.LoadUnchecked(root.getChildNode("Policy"), nullptr));
+    EXPECT_EQ(netflow.Passes(kRouter, 1234, 1234), !row.is_used);
+    EXPECT_EQ(says(kNetflowPolicyFile), !row.is_used);
+    EXPECT_EQ(says(kSFlowPolicyFile), sflow.Passes(kRouter, 1234, 1234));
+    EXPECT_EQ(sflow.Passes(kRouter, 1234, 1234), row.is_readable_form || !row.is_used);
   }
 }
 

@@ -23,6 +23,9 @@ CASES = (
      f"{NETFLOW}, line 4: there is no setting MeterHostz; it has no effect"),
     ("accepted by the plug-in alone", policy("<MeterHosts>false</METERHOSTS>"), 3,
      f"{NETFLOW}, line 3: not well-formed (Start-end tags mismatch); the names behind it are not checked"),
+    ("without effect beside another", policy("<MeterLinkAS>true</MeterLinkAS>"
+                                             "<MeterNetflowInterfaces>false</MeterNetflowInterfaces>"), 3,
+     f"{NETFLOW}, line 3: MeterLinkAS counts nothing while MeterNetflowInterfaces is off"),
     ("bad item", policy("<FilterHostsInclude>10.0.0.999</FilterHostsInclude>"), 3, "Invalid host supplied"),
     ("broken", "<OmbrelPluginConfiguration><Policy>", 1, "a policy cannot be used"),
     ("empty", "", 1, "a policy cannot be used"),
