@@ -90,6 +90,10 @@ void AddTrafficOptions(CLI::App* app, Options* options) {
       ->type_name("M")
       ->check(CLI::Range(1U, 60'000U));
   app->add_flag("--fresh-hosts", options->fresh_hosts, "Every minute has --hosts of its own");
+  app->add_flag(
+      "--realistic", options->realistic,
+      "Hosts by a 1/x law, and 27 of 100 records open a flow (default: nearly all do, and "
+      "every host has its turn)");
   app->add_option("--sampling-rate", options->sampling_rate,
                   "Sampling rate that sFlow samples state (default: 1)")
       ->type_name("N")

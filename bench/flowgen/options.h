@@ -18,6 +18,7 @@ struct Options {
   std::uint64_t seed = 1;
   std::uint32_t minutes = 1;
   bool fresh_hosts = false;
+  bool realistic = false;
   std::uint32_t drop_every = 0;
   std::uint32_t sampling_rate = 1;
 

@@ -1,6 +1,7 @@
 // The generator's random numbers: fast, and the same for a seed with every standard library.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 
 namespace flow::gen {
@@ -24,6 +25,16 @@ class Random {
   std::uint32_t SkewedBelow(std::uint32_t bound) {
     const std::uint64_t u = Next() >> 32;
     return Scale((u * u >> 32) * u >> 32, bound);
+  }
+
+  // HarmonicBelow draws by a 1/x law: every octave of the range takes as many draws.
+  std::uint32_t HarmonicBelow(std::uint32_t bound) {
+    const auto octaves = static_cast<std::uint32_t>(std::bit_width(bound));
+    while (true) {
+      const std::uint32_t first = std::uint32_t{1} << Below(octaves);
+      const std::uint32_t drawn = first + Below(first) - 1;
+      if (drawn < bound) return drawn;
+    }
   }
 
  private:

@@ -38,7 +38,7 @@ class Generator {
       : options_(options),
         start_us_(start_us),
         output_(output),
-        traffic_(options.seed, options.hosts, RecordsAPeriod(options)),
+        traffic_(options.seed, options.hosts, RecordsAPeriod(options), options.realistic),
         burst_(options.write.empty() ? options.batch : 1),
         made_(options.exporters) {
     for (std::uint32_t i = 0; i < options.exporters; ++i) {

@@ -21,8 +21,12 @@ std::uint32_t OtherAddress(std::uint32_t host) {
 
 }  // namespace
 
-TrafficModel::TrafficModel(std::uint64_t seed, std::uint32_t hosts, std::uint64_t records)
-    : random_(seed), home_hosts_(hosts / 2), other_hosts_(hosts - hosts / 2) {
+TrafficModel::TrafficModel(std::uint64_t seed, std::uint32_t hosts, std::uint64_t records,
+                           bool realistic)
+    : random_(seed),
+      home_hosts_(hosts / 2),
+      other_hosts_(hosts - hosts / 2),
+      realistic_(realistic) {
   turn_every_ = static_cast<std::uint32_t>(std::clamp<std::uint64_t>(records / other_hosts_, 1, 4));
 }
 
@@ -31,22 +35,14 @@ void TrafficModel::Period(std::uint32_t number) {
   period_ = number;
   turn_ = 0;
   until_turn_ = 0;
+  open_.clear();
+  next_open_ = 0;
 }
 
 Flow TrafficModel::Next() {
-  Flow flow{};
-  DrawHosts(&flow);
-  DrawTransport(&flow);
+  Flow flow = realistic_ ? OpenFlow() : Conversation();
   DrawVolume(&flow);
-  const std::uint64_t draw = random_.Next();
-  flow.input = static_cast<std::uint16_t>(1 + (draw & 7));
-  flow.output = static_cast<std::uint16_t>(9 + (draw >> 3 & 3));
-  flow.source_as = 64512;
-  flow.destination_as = static_cast<std::uint16_t>(1000 + (flow.destination >> 8) % 500);
-  flow.source_mask = 24;
-  flow.destination_mask = static_cast<std::uint8_t>(16 + (flow.destination >> 12) % 9);
-  flow.next_hop = 0x0AFF0001 + static_cast<std::uint32_t>(draw >> 5 & 3);
-  if ((draw >> 7 & 1) != 0) {  // the answer rather than the question
+  if ((random_.Next() & 1) != 0) {  // the answer rather than the question
     std::swap(flow.source, flow.destination);
     std::swap(flow.source_port, flow.destination_port);
     std::swap(flow.input, flow.output);
@@ -56,10 +52,45 @@ Flow TrafficModel::Next() {
   return flow;
 }
 
+// OpenFlow opens a flow or goes on with one; the eldest makes room.
+Flow TrafficModel::OpenFlow() {
+  constexpr std::uint32_t kNewOfHundred = 27;
+  if (!open_.empty() && random_.Below(100) >= kNewOfHundred) {
+    return open_[random_.Below(static_cast<std::uint32_t>(open_.size()))];
+  }
+  const Flow flow = Conversation();
+  if (open_.size() < kOpenFlows) {
+    open_.push_back(flow);
+  } else {
+    open_[next_open_++ % kOpenFlows] = flow;
+  }
+  return flow;
+}
+
+// Conversation draws who talks to whom, and which way it takes.
+Flow TrafficModel::Conversation() {
+  Flow flow{};
+  DrawHosts(&flow);
+  DrawTransport(&flow);
+  const std::uint64_t draw = random_.Next();
+  flow.input = static_cast<std::uint16_t>(1 + (draw & 7));
+  flow.output = static_cast<std::uint16_t>(9 + (draw >> 3 & 3));
+  flow.source_as = 64512;
+  flow.destination_as = static_cast<std::uint16_t>(1000 + (flow.destination >> 8) % 500);
+  flow.source_mask = 24;
+  flow.destination_mask = static_cast<std::uint8_t>(16 + (flow.destination >> 12) % 9);
+  flow.next_hop = 0x0AFF0001 + static_cast<std::uint32_t>(draw >> 5 & 3);
+  return flow;
+}
+
 void TrafficModel::DrawHosts(Flow* flow) {
   std::uint32_t home = 0;
   std::uint32_t other = 0;
-  if (until_turn_ == 0) {
+  if (realistic_) {
+    home = random_.HarmonicBelow(home_hosts_);
+    other = random_.HarmonicBelow(other_hosts_);
+    until_turn_ = 1;
+  } else if (until_turn_ == 0) {
     until_turn_ = turn_every_;
     home = turn_ % home_hosts_;
     other = turn_ % other_hosts_;
