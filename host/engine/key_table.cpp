@@ -56,7 +56,13 @@ std::uint32_t KeyTable::PrefetchRow(std::uint32_t hash) const {
   return 0;
 }
 
-std::uint64_t* KeyTable::FindOrAdd(std::string_view key, std::uint32_t hash) {
+std::uint64_t* KeyTable::FindOrAdd(std::string_view key) {
+  if (std::uint64_t* const values = IfLast(key)) return values;
+  key = key.substr(0, kLongestKey);
+  return FindOrAdd(key, HashKey(key));
+}
+
+std::uint64_t* KeyTable::SearchOrAdd(std::string_view key, std::uint32_t hash) {
   std::size_t at = FindSlot(hash, key);
   if (slots_[at].row == 0) {
     // At most two slots in three are taken, or searches grow long.

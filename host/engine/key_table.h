@@ -23,14 +23,16 @@ class KeyTable {
 
   // FindOrAdd gives the values of a key; those of a new key are zero. The pointer stays valid as
   // long as the table. Keys are cut at kLongestKey.
-  std::uint64_t* FindOrAdd(std::string_view key) {
-    if (std::uint64_t* const values = IfLast(key)) return values;
-    key = key.substr(0, kLongestKey);
-    return FindOrAdd(key, HashKey(key));
-  }
+  std::uint64_t* FindOrAdd(std::string_view key);
 
   // The same for a key of at most kLongestKey characters whose hash is known.
-  std::uint64_t* FindOrAdd(std::string_view key, std::uint32_t hash);
+  std::uint64_t* FindOrAdd(std::string_view key, std::uint32_t hash) {
+    const Slot& slot = slots_[hash & (slot_count_ - 1)];  // most keys are where they belong
+    if (slot.hash == hash && slot.row != 0) {
+      if (std::uint64_t* const values = UpdateLikely(slot.row, key)) return values;
+    }
+    return SearchOrAdd(key, hash);
+  }
 
   // IfLast gives the values of a key that is the one of the last update, else null: neighbouring
   // updates share many keys.
@@ -155,6 +157,7 @@ class KeyTable {
 
   // FindSlot gives the slot that holds the key, or the free one where it belongs.
   [[nodiscard]] std::size_t FindSlot(std::uint32_t hash, std::string_view key) const;
+  std::uint64_t* SearchOrAdd(std::string_view key, std::uint32_t hash);
   std::uint32_t AddRow(std::string_view key);
   // Copies the rows together where most of the memory holds none: forgotten rows, ends of blocks.
   void CompactIfSparse();

@@ -24,29 +24,43 @@ std::int64_t Milliseconds(const TimePair& time) { return time.seconds * 1000 + t
 StatsEngine::StatsEngine(StatsStore& store, ChannelSink& channels)
     : store_(&store), channels_(channels) {}
 
+template <std::size_t kExtent>
 inline void StatsEngine::Update(const GUID& group, std::string_view key,
-                                std::span<const Increment> increments) {
+                                std::span<const Increment, kExtent> increments) {
   GroupCounters& counters = store_->Group(group);
+  bool all_known = true;
+  for (const Increment& each : increments) all_known &= each.column < counters.columns;
+  if (!all_known) return UpdatePartly(counters, key, increments);
+  UpdateKnown(counters, key, increments);
+}
+
+void StatsEngine::UpdatePartly(GroupCounters& counters, std::string_view key,
+                               std::span<const Increment> increments) {
   const auto is_known = [&](const Increment& each) { return each.column < counters.columns; };
-  if (std::ranges::all_of(increments, is_known)) return UpdateKnown(counters, key, increments);
   std::array<Increment, UpdateQueue::kMostIncrements> known;
   const auto end = std::ranges::copy_if(increments, known.begin(), is_known).out;
   const auto count = static_cast<std::size_t>(end - known.begin());
   store_->stray_updates += increments.size() - count;
-  if (count > 0) UpdateKnown(counters, key, {known.data(), count});
+  if (count > 0) UpdateKnown(counters, key, std::span<const Increment>(known.data(), count));
 }
 
+template <std::size_t kExtent>
 inline void StatsEngine::UpdateKnown(GroupCounters& counters, std::string_view key,
-                                     std::span<const Increment> increments) {
+                                     std::span<const Increment, kExtent> increments) {
   // A table that fits the caches needs no queue.
   constexpr std::size_t kSmallTable = 1024;
-  std::uint64_t* row = counters.table.IfLast(key);
-  if (row == nullptr && key.size() <= UpdateQueue::kLongestKey &&
-      counters.table.size() > kSmallTable) {
-    queue_.AddIncrements(counters.table, key, increments);
-    return;
+  KeyTable& table = counters.table;
+  std::uint64_t* row = table.IfLast(key);
+  if (row == nullptr) {
+    if (key.size() > UpdateQueue::kLongestKey) {
+      row = table.FindOrAdd(key);
+    } else if (const std::uint32_t hash = HashKey(key); table.size() > kSmallTable) {
+      queue_.AddIncrements(table, key, hash, increments);
+      return;
+    } else {
+      row = table.FindOrAdd(key, hash);
+    }
   }
-  if (row == nullptr) row = counters.table.FindOrAdd(key);
   for (const Increment& increment : increments) row[increment.column] += increment.value;
 }
 
@@ -102,12 +116,21 @@ Status StatsEngine::UpdateCounter3(const GUID& group, int keyLength, const char*
 
 Status StatsEngine::UpdateCounterMulti(const GUID& group, int keyLength, const char* key, int count,
                                        const int* meters, const std::uint64_t* values) {
+  if (count == 4) {  // as the plug-in says it of every host
+    const Increment increments[] = {{Column(meters[0]), values[0]},
+                                    {Column(meters[1]), values[1]},
+                                    {Column(meters[2]), values[2]},
+                                    {Column(meters[3]), values[3]}};
+    Update(group, KeyText(keyLength, key), increments);
+    return kStatusOk;
+  }
   constexpr int kMost = UpdateQueue::kMostIncrements;
   for (int first = 0; first < count; first += kMost) {
     const int part = std::min(count - first, kMost);
     Increment pairs[kMost];
     for (int i = 0; i < part; ++i) pairs[i] = {Column(meters[first + i]), values[first + i]};
-    Update(group, KeyText(keyLength, key), {pairs, static_cast<std::size_t>(part)});
+    Update(group, KeyText(keyLength, key),
+           std::span<const Increment>(pairs, static_cast<std::size_t>(part)));
   }
   return kStatusOk;
 }

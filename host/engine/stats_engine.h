@@ -77,11 +77,20 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
 
  private:
   // Update adds at most UpdateQueue::kMostIncrements values to a key; a column is a meter's index.
-  void Update(const GUID& group, std::string_view key, std::span<const Increment> increments);
+  template <std::size_t kExtent>
+  void Update(const GUID& group, std::string_view key,
+              std::span<const Increment, kExtent> increments);
+  template <std::size_t kCount>
+  void Update(const GUID& group, std::string_view key, const Increment (&increments)[kCount]) {
+    Update(group, key, std::span<const Increment, kCount>(increments));
+  }
   void HearWord(int meter, std::uint64_t value);
   // Those of meters that the group has.
+  template <std::size_t kExtent>
   void UpdateKnown(GroupCounters& counters, std::string_view key,
-                   std::span<const Increment> increments);
+                   std::span<const Increment, kExtent> increments);
+  void UpdatePartly(GroupCounters& counters, std::string_view key,
+                    std::span<const Increment> increments);
   FlowTotals& FlowOf(const char* key);
   FlowTotals& TouchFlow(const char* key);
   void SendFlow();

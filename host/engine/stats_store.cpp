@@ -31,6 +31,10 @@ GroupCounters& StatsStore::AddGroup(GroupInfo info) {
   return *groups_.back();
 }
 
+GroupCounters& StatsStore::AddUnknownGroup(const GUID& guid) {
+  return AddGroup(UnknownGroup(guid));
+}
+
 std::uint32_t StatsStore::Intern(std::string_view text) {
   const auto known = text_numbers_.find(text);
   if (known != text_numbers_.end()) return known->second;

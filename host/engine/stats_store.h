@@ -51,7 +51,7 @@ class StatsStore {
       if (index_[at].guid == guid) return *index_[at].group;
       at = (at + 1) % kIndexSlots;
     }
-    return AddGroup(UnknownGroup(guid));
+    return AddUnknownGroup(guid);
   }
 
   // In the order in which they were given, unknown ones behind.
@@ -106,6 +106,7 @@ class StatsStore {
 
   static std::size_t SlotOf(const GUID& guid) { return guid.Data1 * 0x9E3779B1U >> 24; }
   GroupCounters& AddGroup(GroupInfo info);
+  [[gnu::cold]] GroupCounters& AddUnknownGroup(const GUID& guid);
   void MergeBesideKeys(const StatsStore& other);
   void RenumberTexts(const StatsStore& other, FlowTotals* flow);
   static void Prune(GroupCounters* group);

@@ -30,14 +30,16 @@ class UpdateQueue {
 
   // AddIncrements and AddFlow take an update. The key is at most kLongestKey long, there are at
   // most kMostIncrements, and the table outlives the queue.
-  void AddIncrements(KeyTable& table, std::string_view key, std::span<const Increment> increments) {
-    Entry& entry = Enter(table, key);
+  template <std::size_t kExtent>
+  void AddIncrements(KeyTable& table, std::string_view key, std::uint32_t hash,
+                     std::span<const Increment, kExtent> increments) {
+    Entry& entry = Enter(table, key, hash);
     entry.count = static_cast<std::uint16_t>(increments.size());
     std::copy(increments.begin(), increments.end(), entry.increments);
     Advance();
   }
   void AddFlow(KeyTable& table, std::string_view key, const FlowTotals& part) {
-    Entry& entry = Enter(table, key);
+    Entry& entry = Enter(table, key, HashKey(key));
     entry.count = 0;
     entry.part = part;
     Advance();
@@ -67,10 +69,10 @@ class UpdateQueue {
     [[nodiscard]] std::string_view Key() const { return {key, key_length}; }
   };
 
-  Entry& Enter(KeyTable& table, std::string_view key) {
+  Entry& Enter(KeyTable& table, std::string_view key, std::uint32_t hash) {
     Entry& entry = entries_[next_ % kEntries];
     entry.table = &table;
-    entry.hash = HashKey(key);
+    entry.hash = hash;
     entry.likely_row = 0;
     entry.key_length = static_cast<std::uint16_t>(key.size());
     CopyKey(key, entry.key);
