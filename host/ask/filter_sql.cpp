@@ -1,0 +1,161 @@
+#include "host/ask/filter_sql.h"
+
+#include <fmt/format.h>
+
+#include <string_view>
+#include <utility>
+
+namespace flow::host {
+namespace {
+
+// The columns or expressions of a field: its source's, and where it has two ends its destination's.
+struct FieldSql {
+  FilterField field;
+  std::string_view source;
+  std::string_view destination;
+};
+constexpr FieldSql kFields[] = {
+    {FilterField::kAddress, "src", "dst"},
+    {FilterField::kPort, "sport", "dport"},
+    {FilterField::kAs, "src_as", "dst_as"},
+    {FilterField::kMac, "src_mac", "dst_mac"},
+    {FilterField::kInterface, "in_if", "out_if"},
+    {FilterField::kExporter, "exporter", ""},
+    {FilterField::kNextHop, "next_hop", ""},
+    {FilterField::kBgpNextHop, "bgp_next_hop", ""},
+    {FilterField::kProtocol, "proto", ""},
+    {FilterField::kFamily, "(CASE length(src) WHEN 4 THEN 4 ELSE 6 END)", ""},
+    {FilterField::kVrf, "vrf", ""},
+    {FilterField::kApplication, "app", ""},
+    {FilterField::kUser, "user", ""},
+    {FilterField::kTag, "tag", ""},
+    {FilterField::kBytes, "(bytes + bytes_rev)", ""},
+    {FilterField::kPackets, "(packets + packets_rev)", ""},
+    {FilterField::kDuration, "(last - first)", ""},
+    // Over a millisecond at least: a flow of one packet has no length.
+    {FilterField::kBitRate, "((bytes + bytes_rev) * 8000.0 / max(last - first, 1))", ""},
+    {FilterField::kPacketRate, "((packets + packets_rev) * 1000.0 / max(last - first, 1))", ""},
+};
+
+constexpr const FieldSql& RowOf(FilterField field) {
+  for (const FieldSql& row : kFields) {
+    if (row.field == field) return row;
+  }
+  return kFields[0];
+}
+
+// In the order of Comparison, its first two left out.
+constexpr std::string_view kOrders[] = {"<", "<=", ">", ">="};
+
+class Writer {
+ public:
+  explicit Writer(FilterSql* sql) : sql_(*sql) {}
+
+  void Write(const Expression& expression) {
+    switch (expression.kind) {
+      case Expression::Kind::kCondition:
+        return WriteCondition(expression.condition);
+      case Expression::Kind::kNot:
+        sql_.text += "NOT ";
+        return WriteParts(expression.parts, "");
+      case Expression::Kind::kAnd:
+        return WriteParts(expression.parts, " AND ");
+      case Expression::Kind::kOr:
+        return WriteParts(expression.parts, " OR ");
+    }
+  }
+
+ private:
+  void WriteParts(const std::vector<Expression>& parts, std::string_view between) {
+    sql_.text += parts.empty() ? "(1" : "(";
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+      if (i > 0) sql_.text += between;
+      Write(parts[i]);
+    }
+    sql_.text += ')';
+  }
+
+  // Of a flow with two ends, "is not" means that neither end is.
+  void WriteCondition(const Condition& condition) {
+    const FieldSql& row = RowOf(condition.field);
+    const bool denies = condition.comparison == Comparison::kIsNot;
+    const bool has_both = !row.destination.empty() &&
+                          (condition.side == Side::kEither || condition.side == Side::kBoth);
+    sql_.text += denies ? "NOT (ifnull(" : "(ifnull(";
+    if (has_both) {
+      WriteValues(condition, row.source);
+      sql_.text += condition.side == Side::kBoth ? ", 0) AND ifnull(" : ", 0) OR ifnull(";
+    }
+    const bool is_source = row.destination.empty() || condition.side == Side::kSource;
+    WriteValues(condition, is_source ? row.source : row.destination);
+    sql_.text += ", 0))";
+  }
+
+  void WriteValues(const Condition& condition, std::string_view column) {
+    for (std::size_t i = 0; i < condition.values.size(); ++i) {
+      if (i > 0) sql_.text += " OR ";
+      WriteValue(condition, column, condition.values[i]);
+    }
+  }
+
+  void WriteValue(const Condition& condition, std::string_view column, const FilterValue& value) {
+    if (const auto* const numbers = std::get_if<NumberRange>(&value)) {
+      if (condition.comparison > Comparison::kIsNot) {
+        const auto order = static_cast<std::size_t>(condition.comparison) - 2;
+        Put(fmt::format("{} {} ?", column, kOrders[order]), numbers->first);
+      } else if (numbers->first == numbers->last) {
+        Put(fmt::format("{} = ?", column), numbers->first);
+      } else {
+        Put(fmt::format("{} BETWEEN ? AND ?", column), numbers->first);
+        sql_.values.emplace_back(numbers->last);
+      }
+    } else if (const auto* const addresses = std::get_if<AddressRange>(&value)) {
+      WriteAddresses(condition, column, *addresses);
+    } else if (const auto& text = std::get<std::string>(value);
+               condition.field == FilterField::kMac) {
+      Put(fmt::format("{} = ?", column), FilterSql::Blob(text.begin(), text.end()));
+    } else {
+      Put(fmt::format("{} IN (SELECT id FROM texts WHERE text = ?)", column), text);
+    }
+  }
+
+  void WriteAddresses(const Condition& condition, std::string_view column,
+                      const AddressRange& range) {
+    const bool is_exporter = condition.field == FilterField::kExporter;
+    if (is_exporter) {
+      sql_.text += fmt::format("{} IN (SELECT id FROM exporters WHERE ", column);
+      column = "address";
+    }
+    if (range.first == range.last) {
+      Put(fmt::format("{} = ?", column), BlobOf(range.first));
+    } else {  // blobs of IPv4 and IPv6 lie among each other
+      Put(fmt::format("({0} BETWEEN ? AND ? AND length({0}) = {1})", column,
+                      range.first.bytes().size()),
+          BlobOf(range.first));
+      sql_.values.emplace_back(BlobOf(range.last));
+    }
+    if (is_exporter) sql_.text += ')';
+  }
+
+  static FilterSql::Blob BlobOf(const IpAddress& address) {
+    return {address.bytes().begin(), address.bytes().end()};
+  }
+
+  template <class Value>
+  void Put(const std::string& text, const Value& value) {
+    sql_.text += text;
+    sql_.values.emplace_back(value);
+  }
+
+  FilterSql& sql_;
+};
+
+}  // namespace
+
+FilterSql ToSql(const Expression& expression) {
+  FilterSql sql;
+  Writer(&sql).Write(expression);
+  return sql;
+}
+
+}  // namespace flow::host
