@@ -72,6 +72,16 @@ function(flow_optimised target)
   endif()
 endfunction()
 
+# flow_exports(TARGET MAP): a shared library that exports what the linker's version script names, and
+# finds all that it needs.
+function(flow_exports target map)
+  target_link_options(${target} PRIVATE -Wl,--version-script=${map})
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${map})
+  if(NOT FLOW_SANITIZE)
+    target_link_options(${target} PRIVATE -Wl,-z,defs -Wl,--gc-sections)
+  endif()
+endfunction()
+
 # flow_test(NAME LABEL... SOURCES FILE... ROOMS ROOM...): a GoogleTest program; the label names the
 # room that it tests.
 function(flow_test name)

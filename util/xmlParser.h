@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
 #include <string_view>
 
 // The numbers are part of the interface, also those of operations that this reader does not have
@@ -105,6 +106,10 @@ class XMLNode {
                              XMLResults* results = nullptr);
   static XMLNode parseFile(const char* file_name, const char* tag = nullptr,
                            XMLResults* results = nullptr);
+
+  // As openFileHelper reads a file, for a program that can go on without it: *fault is what is
+  // wrong with it, empty when nothing is.
+  static XMLNode tryFile(const char* file_name, const char* tag, std::string* fault);
 
   // For a program that cannot go on without the file: any error, a warning included, is printed to
   // standard output and ends the process with status 255, exit handlers included. Sets the strict

@@ -176,13 +176,20 @@ XMLNode XMLNode::parseFile(const char* file_name, const char* tag, XMLResults* r
   return parseString(content.c_str(), tag, &outcome);
 }
 
-XMLNode XMLNode::openFileHelper(const char* file_name, const char* tag) {
+XMLNode XMLNode::tryFile(const char* file_name, const char* tag, std::string* fault) {
   GuessUtf8(file_name);
   XMLResults results;
   XMLNode node = parseFile(file_name, tag, &results);
-  if (results.error == kXmlNone) return node;
+  *fault = results.error == kXmlNone ? "" : ErrorMessage(file_name, tag, results);
+  return node;
+}
 
-  std::fputs(ErrorMessage(file_name, tag, results).c_str(), stdout);
+XMLNode XMLNode::openFileHelper(const char* file_name, const char* tag) {
+  std::string fault;
+  XMLNode node = tryFile(file_name, tag, &fault);
+  if (fault.empty()) return node;
+
+  std::fputs(fault.c_str(), stdout);
   std::fflush(stdout);
   // Not _exit: the host's streams are flushed and its exit handlers run, as when it ends itself.
   std::exit(255);

@@ -2,23 +2,14 @@
 
 #include <fmt/format.h>
 
-#include <cstring>
 #include <utility>
 
+#include "flowhandlers/kit/interface_ptr.h"
 #include "host/base/console.h"
 #include "host/border/call_trace.h"
 #include "host/policy/default_policies.h"
 
 namespace flow::host {
-namespace {
-
-char* NewText(const std::string& text) {
-  char* const copy = new char[text.size() + 1];
-  std::memcpy(copy, text.c_str(), text.size() + 1);
-  return copy;
-}
-
-}  // namespace
 
 Site::Site(const SiteSettings& settings, Console& console, std::string name, long instance,
            CallTrace* trace)
@@ -36,7 +27,7 @@ Status Site::Log(int level, const char* text) {
 
 Status Site::GetDataDirectory(char** path) {
   if (trace_ != nullptr) trace_->Call("GetDataDirectory");
-  *path = NewText(settings_.data_directory.string());
+  *path = kit::GiveText(settings_.data_directory.string());
   return kStatusOk;
 }
 
@@ -57,7 +48,7 @@ Status Site::PreparePluginConfigFile(const IID& owner, const char* fileName, cha
     }
     if (!elsewhere) console_.Notice(fmt::format("wrote the default policy {}", path.string()));
   }
-  *fullPath = NewText(path.string());
+  *fullPath = kit::GiveText(path.string());
   return kStatusOk;
 }
 
@@ -89,7 +80,7 @@ Status Site::GetInstanceNumber(long* number) {
 Status Site::GetWorkDirectory(char** path) {
   if (trace_ != nullptr) trace_->Call("GetWorkDirectory");
   const std::string directory = settings_.work_directory.string();
-  *path = directory.empty() ? nullptr : NewText(directory);
+  *path = directory.empty() ? nullptr : kit::GiveText(directory);
   return kStatusOk;
 }
 

@@ -1,6 +1,6 @@
 #!/bin/sh
-# exports_test.sh LIBRARY LIST: what the library exports, is called and depends on. After a wanted
-# change, exports_test.sh LIBRARY LIST --update rewrites the list.
+# exports_test.sh LIBRARY LIST SONAME: what the library exports, is called and depends on. After a
+# wanted change, exports_test.sh LIBRARY LIST --update rewrites the list.
 set -u
 library=$1
 list=$2
@@ -8,7 +8,7 @@ failed=0
 
 # One entry a line: C names and identifiers as they are, C++ names demangled, each with the version
 # under which programs are linked with it.
-exported() { nm -DC --defined-only "$library" | cut -d' ' -f3- | grep -vx FLOWHANDLERS_1 | LC_ALL=C sort -u; }
+exported() { nm -DC --defined-only "$library" | cut -d' ' -f3- | grep -Evx 'FLOWHANDLERS_(C_)?1' | LC_ALL=C sort -u; }
 
 if [ "${3:-}" = --update ]; then
   exported >"$list"
@@ -21,8 +21,8 @@ if ! exported | diff -u "$list" -; then
 fi
 
 soname=$(readelf -d "$library" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p')
-if [ "$soname" != libflowhandlers.so.1 ]; then
-  echo "soname is '$soname', not libflowhandlers.so.1"
+if [ "$soname" != "$3" ]; then
+  echo "soname is '$soname', not $3"
   failed=1
 fi
 
