@@ -223,7 +223,8 @@ std::string TakeExporter(KeyReader* reader, std::size_t length) {
   return fmt::format(" at {} if {}/{}", exporter.Text(), first, second);
 }
 
-bool IsIpv6Session(std::string_view key) { return key.substr(2, 2) == "D:"; }
+// A record without addresses has an empty key.
+bool IsIpv6Session(std::string_view key) { return key.size() > 2 && key[2] == 'D'; }
 std::size_t SessionExporterAt(std::string_view key) { return IsIpv6Session(key) ? 84 : 42; }
 
 Text SessionKey(std::string_view key) {

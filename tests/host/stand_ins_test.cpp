@@ -134,6 +134,7 @@ TEST(RealKeys, ReadAsTheExporterOverIpv6) {
       {"Host", KeyKind::kIpv4, "F0.00.00.01", "240.0.0.1"},
       {"NoBackslash", KeyKind::kAsInterface, "F0.00.00.01", "F0.00.00.01"},
       {"Empty", KeyKind::kAsInterface, "", ""},
+      {"EmptyFlow", KeyKind::kSession, "", ""},
       {"Text", KeyKind::kGuess, "Forty-seven", "Forty-seven"},
   };
   for (const auto& row : cases) {
