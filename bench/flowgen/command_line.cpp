@@ -102,8 +102,7 @@ void AddTrafficOptions(CLI::App* app, Options* options) {
 
 void AddOutputOptions(CLI::App* app, Options* options) {
   app->add_option("--exporters", options->exporters,
-                  "Exporters, with an address (when writing) and a port each (default: 1; 4 when "
-                  "mixed)")
+                  "Exporters, with an address and a port each (default: 1; 4 when mixed)")
       ->type_name("N")
       ->check(CLI::Range(1U, kMaxExporters));
   app->add_option("--drop-every", options->drop_every,

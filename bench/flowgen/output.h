@@ -32,6 +32,9 @@ constexpr std::uint32_t ExporterAddress(std::uint32_t exporter) {
   return exporter < kFew ? 0xC0000201 + exporter : 0xC6120000 + exporter - kFew;
 }
 
+// The address that an exporter sends from on loopback.
+constexpr std::uint32_t LoopbackAddress(std::uint32_t exporter) { return 0x7F010001 + exporter; }
+
 std::unique_ptr<Output> NewCaptureOutput(const Options& options);
 std::unique_ptr<Output> NewUdpOutput(const Options& options);
 

@@ -39,7 +39,7 @@ class UdpOutput : public Output {
   explicit UdpOutput(const Options& options) : rate_(options.rate), start_(Clock::now()) {
     AllowOpenFiles(options.exporters);
     for (std::uint32_t i = 0; i < options.exporters; ++i) {
-      Connect(options.send_to, options.PortOf(options.FormatOf(i)));
+      Connect(LoopbackAddress(i), options.send_to, options.PortOf(options.FormatOf(i)));
     }
     messages_.resize(options.batch);
     parts_.resize(options.batch);
@@ -76,14 +76,19 @@ class UdpOutput : public Output {
   [[nodiscard]] std::uint64_t SendErrors() const override { return errors_; }
 
  private:
-  void Connect(std::uint32_t address, std::uint16_t port) {
+  void Connect(std::uint32_t from_address, std::uint32_t to_address, std::uint16_t port) {
     const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (socket < 0) Fail("no socket for another exporter");
     sockets_.push_back(socket);
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
+    sockaddr_in from{};
+    from.sin_family = AF_INET;
+    from.sin_addr.s_addr = htonl(from_address);
+    if (bind(socket, reinterpret_cast<const sockaddr*>(&from), sizeof from) != 0) {
+      Fail("no address for another exporter");
+    }
+    sockaddr_in to = from;
     to.sin_port = htons(port);
-    to.sin_addr.s_addr = htonl(address);
+    to.sin_addr.s_addr = htonl(to_address);
     if (connect(socket, reinterpret_cast<const sockaddr*>(&to), sizeof to) != 0) {
       Fail("the destination cannot be reached");
     }

@@ -150,7 +150,8 @@ void AddMeterOptions(CLI::App* app, MeterOptions* options, const char* port_help
       ->type_name("PROTOCOL=N")
       ->allow_extra_args(false);
   app->add_option("--instances", options->instances,
-                  "Meters side by side, each in a thread, exporters spread over them (default: 1)")
+                  "Meters side by side, each in a thread, exporters spread over them by address "
+                  "(default: 1)")
       ->type_name("N")
       ->check(CLI::Range(1, 64));
   app->add_option_function<std::string>(

@@ -7,6 +7,8 @@
 #include <chrono>
 #include <thread>
 
+#include "host/export/export_format.h"
+
 namespace flow::host {
 namespace {
 
@@ -32,17 +34,19 @@ Lanes::Lanes(const LaneParts& parts, int count, LaneMode mode)
 
 Lanes::~Lanes() { Finish(); }
 
-// All datagrams of an exporter take one lane, its templates and option data with its records: the
-// one that had least to do when the exporter first showed. Beyond a number that no network has, by
-// hash.
+// All datagrams of an exporter take one lane, whatever port and forwarder they come from: a meter
+// keeps what it learns of an exporter, its sampling rate above all, under its address alone. It is
+// the lane that had least to do when the exporter first showed; beyond a number that no network
+// has, by hash.
 std::size_t Lanes::LaneOf(const UdpPacket& packet) {
   if (lanes_.size() == 1) return 0;
   constexpr std::size_t kMostExporters = std::size_t{1} << 16;
-  auto known = lane_of_.find(packet.source);
+  const IpAddress exporter = ShimExporter(packet.Payload()).value_or(packet.source.address);
+  auto known = lane_of_.find(exporter);
   if (known == lane_of_.end()) {
-    if (lane_of_.size() >= kMostExporters) return absl::HashOf(packet.source) % lanes_.size();
+    if (lane_of_.size() >= kMostExporters) return absl::HashOf(exporter) % lanes_.size();
     const auto least = std::ranges::min_element(taken_);
-    known = lane_of_.emplace(packet.source, static_cast<std::size_t>(least - taken_.begin())).first;
+    known = lane_of_.emplace(exporter, static_cast<std::size_t>(least - taken_.begin())).first;
   }
   ++taken_[known->second];
   return known->second;

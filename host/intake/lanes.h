@@ -57,7 +57,7 @@ class Lanes {
   std::vector<std::unique_ptr<Lane>> lanes_;
   std::vector<std::unique_ptr<LaneWorker>> workers_;  // one for each lane, none for kInline
   // Where each exporter's datagrams go, and how many went to each lane.
-  absl::flat_hash_map<Endpoint, std::size_t> lane_of_;
+  absl::flat_hash_map<IpAddress, std::size_t> lane_of_;
   std::vector<std::uint64_t> taken_;
   std::atomic<bool> ended_ = false;
   std::atomic<bool> intake_rests_ = false;

@@ -25,6 +25,12 @@ Udp Datagram(char letter, std::uint16_t source_port = 50000) {
       .source_port = source_port};
 }
 
+Udp FromExporter(std::uint32_t number, char letter) {
+  Udp datagram = Datagram(letter);
+  datagram.source += number;
+  return datagram;
+}
+
 class Replay : public testing::Test {
  protected:
   ProgramResult Run(const std::vector<Bytes>& packets, std::vector<std::string> options = {}) {
@@ -156,7 +162,7 @@ TEST_F(Replay, TracesEveryCallInOrder) {
 
 TEST_F(Replay, SpreadsExportersAndPassesMessagesToTheOthers) {
   std::vector<Bytes> packets;
-  for (std::uint16_t port = 1; port <= 64; ++port) packets.push_back(On(Datagram('.', port)));
+  for (std::uint32_t i = 1; i <= 64; ++i) packets.push_back(On(FromExporter(i, '.')));
   packets.push_back(On(Datagram('P')));
   const ProgramResult result = Run(packets, {"--instances", "3", "--json", "-"});
   const json document = json::parse(result.out);
@@ -184,9 +190,19 @@ TEST_F(Replay, CountsMessagesThatRepeatThemselves) {
 
 TEST_F(Replay, LeadsExportersToTheLaneWithLeastToDo) {
   const std::string heard =
-      Run({On(Datagram('P')), On(Datagram('P', 50001))}, {"--instances", "2"}).err;
+      Run({On(Datagram('P')), On(FromExporter(1, 'P'))}, {"--instances", "2"}).err;
   EXPECT_THAT(heard, HasSubstr("Fake Meter 1: warning: a neighbour has spoken"));
   EXPECT_THAT(heard, HasSubstr("Fake Meter 2: warning: a neighbour has spoken"));
+}
+
+// One behind a forwarder's shim is who the shim says.
+TEST_F(Replay, LeadsAllPortsAndForwardersOfAnExporterToOneLane) {
+  Udp forwarded = FromExporter(1, 'P');
+  forwarded.payload = Text("OMBR") + FromHex("0A000001") + Text("LNSM") + forwarded.payload;
+  const std::string heard =
+      Run({On(Datagram('P')), On(Datagram('P', 50001)), On(forwarded)}, {"--instances", "2"}).err;
+  EXPECT_THAT(heard,
+              HasSubstr("Fake Meter 2: warning: a neighbour has spoken\n(and 2 times more)"));
 }
 
 TEST_F(Replay, ReportsWhatStandsBeforeTheDamage) {
@@ -215,8 +231,8 @@ TEST_F(Replay, ReportsWhenThePluginEndsTheProcess) {
 // In lanes' threads too, all at once, with what all have counted.
 TEST_F(Replay, ReportsWhenThePluginEndsALane) {
   std::vector<Bytes> packets;
-  for (std::uint16_t port = 1; port <= 64; ++port) packets.push_back(On(Datagram('.', port)));
-  for (std::uint16_t port = 1; port <= 64; ++port) packets.push_back(On(Datagram('B', port)));
+  for (std::uint32_t i = 1; i <= 64; ++i) packets.push_back(On(FromExporter(i, '.')));
+  for (std::uint32_t i = 1; i <= 64; ++i) packets.push_back(On(FromExporter(i, 'B')));
   const ProgramResult result = Run(packets, {"--instances", "4", "--top", "0"});
   EXPECT_EQ(result.status, 255) << result.err;
   EXPECT_THAT(result.err, HasSubstr("flowhost: the plug-in ended the process"));
