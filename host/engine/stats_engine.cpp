@@ -149,12 +149,15 @@ Status StatsEngine::SetKeyAttributes(const GUID& group, const char* key, const c
   KeyNotes& notes = store_->NotesOf(store_->Group(group), key);
   notes.label = TextOrEmpty(label);
   notes.description = TextOrEmpty(description);
+  notes.told = now_;
   return kStatusOk;
 }
 
 Status StatsEngine::SetKeyProperty(const GUID& group, const char* key, const char* name,
                                    const char* value) {
-  store_->NotesOf(store_->Group(group), key).properties.insert_or_assign(name, TextOrEmpty(value));
+  KeyNotes& notes = store_->NotesOf(store_->Group(group), key);
+  notes.properties.insert_or_assign(name, TextOrEmpty(value));
+  notes.told = now_;
   return kStatusOk;
 }
 

@@ -98,9 +98,26 @@ void StatsStore::MergeBesideKeys(const StatsStore& other) {
   stray_updates += other.stray_updates;
   for (const auto& from : other.groups_) {
     GroupCounters& into = Group(from->info.guid);
-    for (const auto& [key, notes] : from->notes) NotesOf(into, key) = notes;
+    MergeNotes(*from, &into);
     into.pruned_keys += from->pruned_keys;
     for (std::size_t i = 0; i < into.columns; ++i) into.pruned_sums[i] += from->pruned_sums[i];
+  }
+}
+
+// What was said last counts. But a meter names all sampling rates that it has, those that its
+// policy has for exporters of other lanes too: who has counted an exporter knows better.
+void StatsStore::MergeNotes(const GroupCounters& from, GroupCounters* into) {
+  const bool is_exporters = from.info.guid == kExporterGroup;
+  const auto weight = [&](const GroupCounters& group, std::string_view key, const KeyNotes& notes) {
+    return std::pair(is_exporters && group.table.Find(key) != nullptr, notes.told);
+  };
+  for (const auto& [key, notes] : from.notes) {
+    const auto known = into->notes.find(key);
+    if (known != into->notes.end() &&
+        weight(*into, key, known->second) > weight(from, key, notes)) {
+      continue;
+    }
+    NotesOf(*into, key) = notes;
   }
 }
 

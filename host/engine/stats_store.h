@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/base/timestamp.h"
 #include "host/engine/flow_totals.h"
 #include "host/engine/group_info.h"
 #include "host/engine/key_table.h"
@@ -22,6 +23,7 @@ struct KeyNotes {
   std::string label;
   std::string description;
   std::map<std::string, std::string, std::less<>> properties;
+  Timestamp told = 0;  // last
 };
 
 // One counter group: its description and its keys.
@@ -108,6 +110,7 @@ class StatsStore {
   GroupCounters& AddGroup(GroupInfo info);
   [[gnu::cold]] GroupCounters& AddUnknownGroup(const GUID& guid);
   void MergeBesideKeys(const StatsStore& other);
+  void MergeNotes(const GroupCounters& from, GroupCounters* into);
   void RenumberTexts(const StatsStore& other, FlowTotals* flow);
   static void Prune(GroupCounters* group);
 

@@ -58,6 +58,9 @@ class Lane final : private ChannelSink {
   // Reap hands out what was counted since the last harvest; counting goes on from zero.
   Harvest Reap();
 
+  // From 1.
+  [[nodiscard]] int number() const { return number_; }
+
   // LookAtPolicies makes what is done from time to time due with the next datagram.
   void LookAtPolicies() { engine_.SetAhead(); }
 

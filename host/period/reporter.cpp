@@ -21,17 +21,19 @@ void Reporter::End() {
 void Reporter::Reap(Lanes& lanes, Tick tick) {
   const auto round = std::make_shared<Round>();
   round->tick = std::move(tick);
+  round->harvests.resize(lanes.size());
   round->awaited = lanes.size();
   {
     const std::lock_guard lock(mutex_);
     rounds_.push_back(round);
   }
-  lanes.ForEach([this, round](Lane& lane) { Add(round.get(), lane.Reap()); });
+  lanes.ForEach([this, round](Lane& lane) { Take(round.get(), &lane); });
 }
 
-void Reporter::Add(Round* round, Harvest harvest) {
+void Reporter::Take(Round* round, Lane* lane) {
+  Harvest harvest = lane->Reap();
   const std::lock_guard lock(mutex_);
-  round->harvests.push_back(std::move(harvest));
+  round->harvests[static_cast<std::size_t>(lane->number() - 1)] = std::move(harvest);
   if (--round->awaited == 0) changed_.notify_all();
 }
 
@@ -52,7 +54,10 @@ bool Reporter::WaitFor(std::chrono::seconds most) {
 
 void Reporter::FinishHere(Lanes& lanes, const Tick& last) {
   End();
-  for (const auto& round : rounds_) handler_(round->tick, std::move(round->harvests));
+  for (const auto& round : rounds_) {
+    std::erase_if(round->harvests, [](const Harvest& harvest) { return harvest.store == nullptr; });
+    handler_(round->tick, std::move(round->harvests));
+  }
   rounds_.clear();
   std::vector<Harvest> harvests;
   lanes.Each([&](Lane& lane) { harvests.push_back(lane.Reap()); });

@@ -52,11 +52,11 @@ class Reporter {
   // What the lanes hand out at a tick.
   struct Round {
     Tick tick;
-    std::vector<Harvest> harvests;
+    std::vector<Harvest> harvests;  // by lane, whichever is done first: so it reads the same again
     std::size_t awaited = 0;
   };
 
-  void Add(Round* round, Harvest harvest);
+  void Take(Round* round, Lane* lane);
   void Loop();
   void End();
 
