@@ -49,6 +49,34 @@ bool ReadFields(Bytes fields, std::size_t count, bool ipfix, std::size_t* length
   return at <= fields.size();
 }
 
+// v9 gives the bytes of both lists of fields; a last field that the end of the set cuts is none.
+bool ReadV9Options(Bytes rest, const TemplateVisitor& visit) {
+  if (rest.size() < 6) return false;
+  const auto fields_in = [](std::size_t bytes) { return (bytes + 3) / 4; };
+  const std::size_t scopes = fields_in(Be16(rest.data() + 2));
+  const std::size_t options = Be16(rest.data() + 4);
+  const Bytes fields = rest.subspan(6);
+  if (scopes * 4 + options > fields.size()) return false;
+  TemplateShape shape;
+  std::size_t length = 0;
+  const std::size_t count = std::min(scopes + fields_in(options), fields.size() / 4);
+  ReadFields(fields, count, false, &length, &shape);
+  visit(Be16(rest.data()), std::move(shape));
+  return true;
+}
+
+// IPFIX gives the number of all fields, and of the scopes.
+bool ReadIpfixOptions(Bytes rest, const TemplateVisitor& visit) {
+  if (rest.size() < 4) return false;
+  TemplateShape shape;
+  std::size_t length = 0;
+  const bool is_whole =
+      rest.size() >= 6 && ReadFields(rest.subspan(6), Be16(rest.data() + 2), true, &length, &shape);
+  if (!is_whole) shape = {};
+  visit(Be16(rest.data()), std::move(shape));
+  return is_whole;
+}
+
 // The bytes of the record at the front, which has fields of variable length; 0 when it is cut.
 std::size_t RecordLength(Bytes bytes, const TemplateShape& shape) {
   std::size_t at = 0;
@@ -153,29 +181,22 @@ void ForEachSet(Bytes datagram, const std::function<void(const ExportSet&)>& vis
   }
 }
 
-void ForEachTemplate(Bytes set,
-                     const std::function<void(std::uint16_t id, TemplateShape shape)>& visit) {
-  if (set.size() < kSetHeader) return;
+bool ForEachTemplate(Bytes set, const TemplateVisitor& visit) {
+  if (set.size() < kSetHeader) return false;
   const std::uint16_t set_id = Be16(set.data());
   const bool ipfix = set_id >= 2;
   Bytes rest = set.subspan(kSetHeader);
-  std::size_t length = 0;
-  if (set_id == 1 || set_id == 3) {
-    if (rest.size() < 6) return;
-    // v9 gives the bytes of both lists, IPFIX the number of all fields and of the scopes.
-    const std::size_t first = Be16(rest.data() + 2);
-    const std::size_t fields = ipfix ? first : (first + Be16(rest.data() + 4)) / 4;
-    TemplateShape shape;
-    if (!ReadFields(rest.subspan(6), fields, ipfix, &length, &shape)) shape = {};
-    return visit(Be16(rest.data()), std::move(shape));
-  }
+  if (set_id == 1) return ReadV9Options(rest, visit);
+  if (set_id == 3) return ReadIpfixOptions(rest, visit);
   while (rest.size() >= 4) {
     const std::uint16_t id = Be16(rest.data());
     TemplateShape shape;
-    if (!ReadFields(rest.subspan(4), Be16(rest.data() + 2), ipfix, &length, &shape)) return;
+    std::size_t length = 0;
+    if (!ReadFields(rest.subspan(4), Be16(rest.data() + 2), ipfix, &length, &shape)) return false;
     if (id >= kFirstDataSet) visit(id, std::move(shape));  // a set may end in padding
     rest = rest.subspan(4 + length);
   }
+  return rest.empty();
 }
 
 std::uint32_t RecordsOf(Bytes datagram) {

@@ -80,9 +80,10 @@ struct TemplateShape {
 };
 
 // ForEachTemplate walks over the templates that a template set defines. The set's id tells its
-// form: 0 and 1 are v9, 2 and 3 IPFIX; option template sets define one template.
-void ForEachTemplate(std::span<const std::uint8_t> set,
-                     const std::function<void(std::uint16_t id, TemplateShape shape)>& visit);
+// form: 0 and 1 are v9, 2 and 3 IPFIX; option template sets define one template. False when one is
+// cut: a meter has kept those before it, and of an IPFIX options template one without fields.
+using TemplateVisitor = std::function<void(std::uint16_t id, TemplateShape shape)>;
+bool ForEachTemplate(std::span<const std::uint8_t> set, const TemplateVisitor& visit);
 
 // RecordsOf counts the records that a v1 or v5 header gives, as far as they are there;
 // FlowSamplesOf the flow samples of an sFlow v5 datagram. Earlier versions do not tell the lengths

@@ -61,13 +61,36 @@ void ExporterTable::NoteTemplatesAt(std::uint64_t posted, std::span<const std::u
                                     bool has_domain) {
   const auto parsed = ParseTemplateMessage(message, has_domain);
   if (!parsed) return;
-  Templates& templates = templates_[parsed->owner];
+  has_domains_ = has_domain;
   ForEachTemplate(parsed->set, [&](std::uint16_t id, TemplateShape shape) {
-    if (template_count_ >= kMostTemplates && !templates.contains(id)) return;
-    const auto [known, is_new] = templates.try_emplace(id, KnownTemplate{posted, {}});
-    known->second.shape = std::move(shape);
-    if (is_new) ++template_count_;
+    NoteTemplate(parsed->owner, posted, id, std::move(shape));
   });
+}
+
+void ExporterTable::NoteTemplate(const TemplateOwner& owner, std::uint64_t posted, std::uint16_t id,
+                                 TemplateShape shape) {
+  Templates& templates = templates_[owner];
+  if (template_count_ >= kMostTemplates && !templates.contains(id)) return;
+  const auto [known, is_new] = templates.try_emplace(id, KnownTemplate{posted, {}});
+  known->second.shape = std::move(shape);
+  if (is_new) ++template_count_;
+}
+
+// A meter does not post a set with a template that is cut, but keeps what stands before. True when
+// there was something of the kind.
+bool ExporterTable::TakeTemplates(const MeteredDatagram& datagram,
+                                  std::span<const std::uint8_t> set,
+                                  std::vector<std::uint16_t>* defined) {
+  std::vector<std::pair<std::uint16_t, TemplateShape>> templates;
+  const bool is_whole = ForEachTemplate(set, [&](std::uint16_t id, TemplateShape shape) {
+    defined->push_back(id);
+    templates.emplace_back(id, std::move(shape));
+  });
+  if (is_whole) return false;
+  TemplateOwner owner{datagram.exporter};
+  if (has_domains_) owner.domain = DomainOf(datagram.bytes);
+  for (auto& [id, shape] : templates) NoteTemplate(owner, datagrams_, id, std::move(shape));
+  return !templates.empty();
 }
 
 ExporterCounts& ExporterTable::CountsOf(const ExportSource& key) {
@@ -115,8 +138,8 @@ Described ExporterTable::Describe(const MeteredDatagram& datagram, const ExportV
                                   ExporterCounts* counts) {
   Described described;
   if (version.HasTemplates()) {
+    described = DescribeSets(datagram);
     const Known known = KnownFor(datagram);
-    described = DescribeSets(datagram, known, datagrams_);
     // Without a template of its own an exporter may still be decoded by those in the policy.
     if (known.Any() || datagram.records == 0) counts->unknown_sets += described.unknown_sets;
     counts->templates = known.Size();
@@ -151,20 +174,19 @@ const ExporterTable::KnownTemplate* ExporterTable::Known::Find(std::uint16_t id)
 
 // A set is decodable when its template was posted before this datagram, or stands in it further up
 // and was posted with it.
-Described ExporterTable::DescribeSets(const MeteredDatagram& datagram, const Known& known,
-                                      std::uint64_t datagrams) {
+Described ExporterTable::DescribeSets(const MeteredDatagram& datagram) {
   Described described;
+  Known known = KnownFor(datagram);
   std::vector<std::uint16_t> defined_here;
   ForEachSet(datagram.bytes, [&](const ExportSet& set) {
     if (set.is_broken) ++described.broken_sets;
     if (set.holds_templates && !set.is_broken && !set.is_beyond) {
-      ForEachTemplate(set.bytes,
-                      [&](std::uint16_t id, const TemplateShape&) { defined_here.push_back(id); });
+      if (TakeTemplates(datagram, set.bytes, &defined_here)) known = KnownFor(datagram);
     }
     if (!set.holds_data) return;
     const KnownTemplate* const posted = known.Find(set.id);
     const bool decodable =
-        posted != nullptr && (posted->posted < datagrams ||
+        posted != nullptr && (posted->posted < datagrams_ ||
                               std::ranges::find(defined_here, set.id) != defined_here.end());
     if (!decodable) {
       ++described.unknown_sets;

@@ -119,6 +119,10 @@ class ExporterTable {
 
   void NoteTemplatesAt(std::uint64_t posted, std::span<const std::uint8_t> message,
                        bool has_domain);
+  void NoteTemplate(const TemplateOwner& owner, std::uint64_t posted, std::uint16_t id,
+                    TemplateShape shape);
+  bool TakeTemplates(const MeteredDatagram& datagram, std::span<const std::uint8_t> set,
+                     std::vector<std::uint16_t>* defined);
   ExporterCounts& CountsOf(const ExportSource& key);
   Described Describe(const MeteredDatagram& datagram, const ExportVersion& version,
                      ExporterCounts* counts);
@@ -132,12 +136,12 @@ class ExporterTable {
     [[nodiscard]] const KnownTemplate* Find(std::uint16_t id) const;
   };
   [[nodiscard]] Known KnownFor(const MeteredDatagram& datagram) const;
-  static Described DescribeSets(const MeteredDatagram& datagram, const Known& known,
-                                std::uint64_t datagrams);
+  Described DescribeSets(const MeteredDatagram& datagram);
 
   absl::flat_hash_map<ExportSource, ExporterCounts> exporters_;
   absl::flat_hash_map<TemplateOwner, Templates> templates_;
   std::size_t template_count_ = 0;
+  bool has_domains_ = false;  // the meter keeps templates per domain
   SequenceTracker sequences_;
   std::uint64_t streams_evicted_ = 0;  // in what was reaped
   std::uint64_t evicted_before_ = 0;
