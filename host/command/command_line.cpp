@@ -200,6 +200,11 @@ void AddListenOptions(CLI::App* app, ListenOptions* options) {
   app->add_option("--interval", options->interval, "Seconds between summaries (default: 60)")
       ->type_name("SECONDS")
       ->check(CLI::Range(1, 86400));
+  app->add_option("--silent-after", options->silent_after,
+                  "Tell of an exporter that has sent nothing for so long, and when it sends again "
+                  "(default: 300; 0 for never)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0, 7 * 86400));
   app->add_option("--state", options->state_directory,
                   "Directory in which templates, and which exporters over IPv6 there are, are kept "
                   "across restarts (default: they are not)")

@@ -27,6 +27,7 @@
 #include "host/output/run_report.h"
 #include "host/period/reporter.h"
 #include "host/period/schedule.h"
+#include "host/period/silence_watch.h"
 
 namespace flow::host {
 namespace {
@@ -125,8 +126,11 @@ class Listen {
                     setup_.stand_ins(),
                     output_,
                     console_};
+  SilenceWatch silence_{Timestamp{options_.silent_after} * kMicrosPerSecond, setup_.stand_ins(),
+                        [this](const std::string& text) { console_.Notice(text); }};
   Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {
     SaveTemplates();
+    silence_.Take(tick.to, harvests);
     report_.Take(tick, std::move(harvests), 0);
   }};
 };

@@ -38,6 +38,7 @@ struct ListenOptions {
   OutputOptions output;
   std::vector<std::string> bind;          // addresses; empty for all of both families
   std::uint32_t interval = 60;            // seconds
+  std::uint32_t silent_after = 300;       // seconds; 0 for never
   std::string state_directory;            // empty for none
   std::size_t receive_buffer = 16 << 20;  // bytes wanted of the kernel, per socket
 };

@@ -50,6 +50,7 @@ INSTANTIATE_TEST_SUITE_P(
          "no protocol is named netflow; there are Fake"},
         {"LogLevel", {"replay", "--log-level", "loud", "x"}, 2, "loud is none of error"},
         {"NoInstances", {"replay", "--instances", "0", "x"}, 2, "not in range"},
+        {"SilentForTooLong", {"listen", "--silent-after", "5 min"}, 2, "--silent-after"},
         {"UnknownGroup",
          {"replay", "--plugin", FakePlugin(), "--group", "frob", "x"},
          2,
