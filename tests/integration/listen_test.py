@@ -19,9 +19,12 @@ import sys
 import tempfile
 import time
 
+sys.dont_write_bytecode = True
+import books
+
 POLICY = """<OmbrelPluginConfiguration><Policy>
   <ReloadConfigCheckSeconds>60</ReloadConfigCheckSeconds><HomeASNumbersFile>homeas</HomeASNumbersFile>
-  <HomeASNumbers>64500</HomeASNumbers><MeterMasks>%s</MeterMasks>
+  <HomeASNumbers>64500</HomeASNumbers><MeterMasks>%s</MeterMasks><CountLeftOut>true</CountLeftOut>
 </Policy></OmbrelPluginConfiguration>
 """
 failures = []
@@ -57,7 +60,7 @@ class Collector:
     def wait_for(self, text, times=1, seconds=60, meanwhile=lambda: None):
         """until so many lines of the log match a text"""
         end = time.time() + seconds
-        while len(re.findall(text, self.log.read_text(errors="replace"))) < times:
+        while len(re.findall(text, self.log.read_text(errors="replace"), re.M)) < times:
             if time.time() > end or self.process.poll() is not None:
                 sys.exit(f"flowhost never said {text!r}:\n{self.log.read_text(errors='replace')}")
             meanwhile()
@@ -73,7 +76,7 @@ class Collector:
 
 
 class Exporters:
-    """made ones, others every time those before have sent all; slow, so that a socket's buffer holds what a busy
+    """made ones, once more every time they have sent all; slow, so that a socket's buffer holds what a busy
     machine lets wait"""
 
     def __init__(self, collector):
@@ -138,10 +141,11 @@ def run_live(folder):
     collector.wait_for("incoming_1_homeas", 2)
 
     made = Exporters(collector)
-    real = start_softflowd(folder, collector.ports["netflow"])
-    # Each meter takes the policy that it finds with its first datagram for the one that it has read.
+    # Each meter takes the policy that it finds with its first datagram for the one that it has read. Those that come
+    # first are spread evenly, so that each has exporters that go on.
     for number in (1, 2):
         collector.wait_for(f"Meter {number}: .*Broadcasted", meanwhile=made.keep_on)
+    real = start_softflowd(folder, collector.ports["netflow"])
 
     # A newer feed and another policy, taken into use while datagrams arrive.
     (folder / "feeds" / "incoming_2_homeas").write_text("64502\n64503\n")
@@ -164,6 +168,7 @@ def run_live(folder):
     expect("exit status", status, 0)
     said = (folder / "softflowd.txt").read_text()
     expect("lost here", report["lost_datagrams"], {"kernel": 0, "queue": 0})
+    expect("books", books.faults(report), [])
     for entry in report["exporters"]:
         expect(f"faults of {entry['port']}", (entry["sequence"]["lost"], entry["rejected"]), (0, 0))
     seen = totals(report)
@@ -253,36 +258,79 @@ def run_port_taken(folder):
         expect("exit status with a port taken", status, 1)
 
 
+def run_silent(folder):
+    """whoever stops sending is told once, by the real address, and so is that he sends again"""
+    collector = Collector(folder, "--bind", "::1", "--silent-after", "2", "--interval", "1")
+    datagram = struct.pack("!HHIIIIHH", 5, 1, 0, 0, 0, 0, 0, 0) + bytes(48)
+    there = collector.ports["netflow"]
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as steady, \
+            socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as first, \
+            socket.socket(socket.AF_INET6, socket.SOCK_DGRAM) as second:
+        steady.bind(("127.0.0.2", 0))
+        first.bind(("127.0.0.3", 0))
+        silent = ["127.0.0.3"]
+        first.sendto(datagram, ("127.0.0.1", there))
+        try:
+            second.sendto(datagram, ("::1", there))
+            silent.append("::1")
+        except OSError:
+            print("no IPv6 here")
+        keep_on = lambda: steady.sendto(datagram, ("127.0.0.1", there))
+        for exporter in silent:
+            collector.wait_for(rf"^flowhost: {exporter} has sent nothing for 2.0 s \(last \d\d:\d\d:\d\d\)$",
+                               meanwhile=keep_on)
+        first.sendto(datagram, ("127.0.0.1", there))
+        collector.wait_for(r"^flowhost: 127.0.0.3 sends again$", meanwhile=keep_on)
+        status, _ = collector.end()
+    expect("exit status of the silent", status, 0)
+    said = collector.log.read_text()
+    expect("told of the silent", [said.count(f" {e} has sent nothing") for e in ("127.0.0.2", *silent)],
+           [0] + [1] * len(silent))
+
+
 def run_flooded(folder):
-    """every datagram is metered or told as lost, once"""
+    """every datagram is metered or told as lost, once: here, or on the way as its number says"""
     gate = folder / "gate"
     collector = Collector(folder, "--interval", "3600", plugin=FAKE_PLUGIN, protocols=("fake",),
                           environment={"FAKE_PLUGIN_GATE": str(gate)})
     here = ("127.0.0.1", collector.ports["fake"])
     datagrams, queued = 1600, 1024  # of this size in a queue
+    on_the_way = 7
+
+    def datagram(number, size, letter):
+        return struct.pack("!HHIIIIHH", 5, 1, 0, 0, 0, number, 0, 0) + bytes(size) + letter
+
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as exporter:
-        exporter.sendto(b"\0\5" + bytes(27) + b"W", here)
-        for number in range(datagrams - 1):
-            exporter.sendto(b"\0\5" + bytes(65000) + b".", here)
+        exporter.sendto(datagram(0, 48, b"W"), here)
+        for number in range(1, datagrams - 1):
+            missing = on_the_way if number > datagrams - 100 else 0  # while the queue is full
+            exporter.sendto(datagram(number + missing, 65000, b"."), here)
             if number % 8 == 0:
                 time.sleep(0.004)
-    collector.signal(signal.SIGUSR1)
-    gate.touch()
+        collector.signal(signal.SIGUSR1)
+        gate.touch()
+        while "Flow records" not in collector.summary.read_text():
+            time.sleep(0.02)
+        exporter.sendto(datagram(datagrams - 1 + on_the_way, 48, b"."), here)  # none is lost unseen
     status, report = collector.end()
-    lost = report["lost_datagrams"]
+    lost, seen = report["lost_datagrams"], report["exporters"][0]
     expect("exit status of the flooded", status, 0)
-    expect("metered and lost", report["exporters"][0]["datagrams"] + lost["kernel"] + lost["queue"], datagrams)
+    expect("metered and lost", seen["datagrams"] + lost["kernel"] + lost["queue"], datagrams)
+    expect("books of the flooded", books.faults(report), [])
+    expect("records of the flooded", seen["records"], seen["datagrams"])
     expect("a full queue", lost["queue"] > 0 or lost["kernel"] + queued + 32 > datagrams, True)
+    if lost["kernel"] == 0:
+        expect("lost on the way", seen["sequence"]["lost"], on_the_way)
 
 
 def main():
     if shutil.which("softflowd", path=os.environ["PATH"] + ":/usr/sbin") is None:
         sys.exit(77)
-    for scenario in (run_live, run_restarted, run_over_ipv6, run_port_taken, run_flooded):
+    for scenario in (run_live, run_restarted, run_over_ipv6, run_port_taken, run_silent, run_flooded):
         with tempfile.TemporaryDirectory() as folder:
             scenario(pathlib.Path(folder))
     print("\n".join(failures) or
-          "live totals, reload, feed, restart, IPv6, a taken port and a flood are as they should be")
+          "live totals, reload, feed, restart, IPv6, a taken port, silence and a flood are as they should be")
     sys.exit(bool(failures))
 
 

@@ -51,23 +51,6 @@ def check_directions(report):
     return [f"directions: {what} {seen[what]}, not {expected[what]}" for what in seen if seen[what] != expected[what]]
 
 
-def check_books(report):
-    """where every datagram and every record went, in total and for each exporter"""
-    books = report["books"]
-    wrong = []
-    if books["arrived_datagrams"] != books["metered_datagrams"] + books["dropped_datagrams"] + \
-            sum(books.get("rejected_datagrams", {}).values()):
-        wrong.append(f"datagrams do not add up: {books}")
-    for entry in [{"described": books["described_records"], "reverse": books["reverse_records"],
-                   "records": books["metered_records"], "left_out": books.get("left_out", {})}] + report["exporters"]:
-        left_out = entry.get("left_out", {})
-        if entry["described"] + entry.get("reverse", 0) != entry["records"] + sum(left_out.values()):
-            wrong.append(f"records do not add up: {entry}")
-        if "unexplained" in left_out:
-            wrong.append(f"records left out for no reason: {entry}")
-    return wrong
-
-
 def check_claims(name, report, text):
     claimed = claims(text)
     seen = totals(report)
