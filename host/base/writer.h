@@ -3,13 +3,10 @@
 // out.
 #pragma once
 
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
-#include <mutex>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -25,12 +22,12 @@ class Writer {
   Writer(std::string name, std::size_t most_jobs);
 
   // Waits for what was posted, for ever if need be: where a job may hang, FinishBy comes first, and
-  // std::_Exit if it fails.
+  // if it fails Abandon or std::_Exit.
   ~Writer();
   Writer(const Writer&) = delete;
   Writer& operator=(const Writer&) = delete;
 
-  // All these may be called by any thread. Post never waits: false when the queue is full, and then
+  // These may be called by any thread. Post never waits: false when the queue is full, and then
   // the job is dropped.
   bool Post(Job job);
 
@@ -38,27 +35,24 @@ class Writer {
   [[nodiscard]] bool FinishBy(Clock::time_point deadline);
 
   // How long the job at hand has been going on; zero where there is none.
-  [[nodiscard]] Clock::duration Busy();
+  [[nodiscard]] Clock::duration Busy() const;
 
   // Jobs that wait or are being done, and those that found the queue full.
-  [[nodiscard]] std::size_t Waiting();
-  [[nodiscard]] std::uint64_t Dropped() const { return dropped_.load(std::memory_order_relaxed); }
+  [[nodiscard]] std::size_t Waiting() const;
+  [[nodiscard]] std::uint64_t Dropped() const;
 
   [[nodiscard]] const std::string& name() const { return name_; }
 
+  // Abandon drops what waits and leaves the thread to itself; for jobs that hold all that they use.
+  void Abandon();
+
  private:
-  void Loop();
+  struct State;
+  static void Loop(State* state);
 
   std::string name_;
   std::size_t most_jobs_;
-  std::atomic<std::uint64_t> dropped_ = 0;
-  std::mutex mutex_;
-  std::condition_variable has_job_;
-  std::condition_variable is_idle_;
-  std::deque<Job> jobs_;
-  bool is_busy_ = false;
-  bool ending_ = false;
-  Clock::time_point busy_since_;
+  std::shared_ptr<State> state_;
   std::thread thread_;
 };
 

@@ -21,7 +21,7 @@ Site::Site(const SiteSettings& settings, Console& console, std::string name, lon
 
 Status Site::Log(int level, const char* text) {
   if (trace_ != nullptr) trace_->Call("Log {} {}", level, Quoted(text));
-  console_.Log(name_, level, text);
+  console_.Log(name_, level, text, exporter_);
   return kStatusOk;
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "flowhandlers/host_interfaces.h"
+#include "host/base/endpoint.h"
 #include "host/border/host_object.h"
 #include "host/policy/home_ranges.h"
 
@@ -31,6 +32,9 @@ class Site final : public HostObject<IOmbrelContainer, IID_IOmbrelContainer> {
   Site(const SiteSettings& settings, Console& console, std::string name, long instance,
        CallTrace* trace);
 
+  // SpeakOf tells whose datagram the component is given, for what it logs meanwhile; null for none.
+  void SpeakOf(const IpAddress* exporter) { exporter_ = exporter; }
+
   Status Log(int level, const char* text) override;
   Status GetDataDirectory(char** path) override;
   Status PreparePluginConfigFile(const IID& owner, const char* fileName, char** fullPath) override;
@@ -45,6 +49,7 @@ class Site final : public HostObject<IOmbrelContainer, IID_IOmbrelContainer> {
   std::string name_;
   long instance_;
   CallTrace* trace_;
+  const IpAddress* exporter_ = nullptr;
 };
 
 }  // namespace flow::host

@@ -65,6 +65,7 @@ class Listen {
         schedule_(setup_.catalog().ShortestBucket(),
                   Timestamp{options.interval} * kMicrosPerSecond) {
     output_.report.group_ids = setup_.GroupIds(output_.report.group_ids);
+    console_.Queue();
     if (options.state_directory.empty()) return;
     archive_.emplace(options.state_directory);
     archive_->Open();
@@ -218,6 +219,7 @@ void Listen::Step() {
       sockets_.erase(sockets_.begin() + static_cast<std::ptrdiff_t>(i));
     }
   }
+  console_.Sum();
   // A report that takes longer than a period makes the next one longer.
   const Timestamp now = Now();
   period_start_ = std::min(period_start_, now);  // a clock may be set back

@@ -105,6 +105,7 @@ void Lane::TakeMessages() {
     }
     for (Component& component : components_) {
       if (!component.listener) continue;
+      component.site->SpeakOf(nullptr);
       if (trace_ != nullptr) {
         trace_->Enter(fmt::format("lane {} OnChannelMessage {} {} bytes", number_,
                                   trace_->Name(message.channel), bytes.size()));
@@ -140,6 +141,7 @@ Refusal Lane::Claim(const IID& protocol, const UdpPacket& packet) {
 }
 
 Refusal Lane::Count(Component& component, const UdpPacket& packet) {
+  component.site->SpeakOf(&packet.source.address);
   if (trace_ == nullptr) {
     const Status status = component.meter->Count(&engine_, packet_.Payload());
     return ReasonFor(status, WithoutShim(packet.Payload(), packet_.Source()));
