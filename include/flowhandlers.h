@@ -41,7 +41,7 @@ enum {
   FH_GROUP_OTHER = 0,
   FH_GROUP_HOSTS,
   FH_GROUP_HOSTS6,
-  FH_GROUP_FLOWS, /* of flows; its updates arrive as flows */
+  FH_GROUP_FLOWS, /* of notes alone: what is counted arrives as flows */
   FH_GROUP_FLOWGEN,
   FH_GROUP_FLOWINTF,
   FH_GROUP_AGGREGATES,

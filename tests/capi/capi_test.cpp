@@ -217,6 +217,7 @@ TEST_F(Capi, WhyACollectorCannotBeOpened) {
 // The plug-in would end this process.
 TEST_F(Capi, APolicyThatIsBrokenLaterDoesNoHarm) {
   Policy(kNetflowPolicy, "<ReloadConfigCheckSeconds>60</ReloadConfigCheckSeconds>");
+  SetModificationTime(directory_.Path(kNetflowPolicy), 1700000000);
   Caller caller;
   fh_collector* const collector = Open(&caller);
   const Bytes datagram = V5Packet().Record().Build();

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <string_view>
 
+#include "flowhandlers/counter_groups.h"
 #include "flowhandlers/host_interfaces.h"
 #include "flowhandlers/kit/host_object.h"
 
@@ -18,7 +19,7 @@ class Engine : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStatsEngine> {
   // SetTime says what time it is, in seconds since 1970, as of a capture; 0 is the system's.
   void SetTime(std::uint64_t seconds) { time_ = seconds; }
 
-  // A value is to be added to a meter of a key.
+  // A value is to be added to a meter of a key, in any group but that of flows.
   virtual void OnCounter(const GUID& /*group*/, std::string_view /*key*/, int /*meter*/,
                          std::uint64_t /*value*/) {}
 
@@ -35,7 +36,8 @@ class Engine : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStatsEngine> {
                             std::uint64_t /*bytes_other_way*/, std::uint64_t /*packets_one_way*/,
                             std::uint64_t /*packets_other_way*/) {}
 
-  // A value is to be added to a meter of a flow; text, which may be null, is kept with it.
+  // A value is to be added to a meter of a flow, in whichever way the meter says so; text, which
+  // may be null, is kept with it.
   virtual void OnFlowCounter(std::string_view /*key*/, int /*meter*/, std::uint64_t /*value*/,
                              const char* /*text*/) {}
   virtual void OnFlowTimes(std::string_view /*key*/, const TimePair& /*start*/,
@@ -52,38 +54,38 @@ class Engine : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStatsEngine> {
 
   Status UpdateCounter(const GUID& group, const char* key, int meter,
                        std::uint64_t value) override {
-    OnCounter(group, key, meter, value);
+    Add(group, key, meter, value);
     return kStatusOk;
   }
   Status UpdateCounterKeyLen(const GUID& group, int keyLength, const char* key, int meter,
                              std::uint64_t value) override {
-    OnCounter(group, Key(key, keyLength), meter, value);
+    Add(group, Key(key, keyLength), meter, value);
     return kStatusOk;
   }
   Status UpdateCounter2(const GUID& group, int keyLength, const char* key, int meter1,
                         std::uint64_t value1, int meter2, std::uint64_t value2) override {
-    OnCounter(group, Key(key, keyLength), meter1, value1);
-    OnCounter(group, Key(key, keyLength), meter2, value2);
+    Add(group, Key(key, keyLength), meter1, value1);
+    Add(group, Key(key, keyLength), meter2, value2);
     return kStatusOk;
   }
   Status UpdateCounter3(const GUID& group, int keyLength, const char* key, int meter1,
                         std::uint64_t value1, int meter2, std::uint64_t value2, int meter3,
                         std::uint64_t value3) override {
-    OnCounter(group, Key(key, keyLength), meter1, value1);
-    OnCounter(group, Key(key, keyLength), meter2, value2);
-    OnCounter(group, Key(key, keyLength), meter3, value3);
+    Add(group, Key(key, keyLength), meter1, value1);
+    Add(group, Key(key, keyLength), meter2, value2);
+    Add(group, Key(key, keyLength), meter3, value3);
     return kStatusOk;
   }
   Status UpdateCounterMulti(const GUID& group, int keyLength, const char* key, int count,
                             const int* meters, const std::uint64_t* values) override {
-    for (int i = 0; i < count; ++i) OnCounter(group, Key(key, keyLength), meters[i], values[i]);
+    for (int i = 0; i < count; ++i) Add(group, Key(key, keyLength), meters[i], values[i]);
     return kStatusOk;
   }
   Status UpdateCounterHashed2(const GUID& group, std::uint32_t /*keyHash*/, const char* key,
                               int meter1, std::uint64_t value1, int meter2,
                               std::uint64_t value2) override {
-    OnCounter(group, key, meter1, value1);
-    OnCounter(group, key, meter2, value2);
+    Add(group, key, meter1, value1);
+    Add(group, key, meter2, value2);
     return kStatusOk;
   }
   Status SetKeyAttributes(const GUID& group, const char* key, const char* label,
@@ -145,6 +147,13 @@ class Engine : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStatsEngine> {
   }
 
  private:
+  void Add(const GUID& group, std::string_view key, int meter, std::uint64_t value) {
+    if (group == COUNTERID_FLOWS) {
+      OnFlowCounter(key, meter, value, nullptr);
+    } else {
+      OnCounter(group, key, meter, value);
+    }
+  }
   static std::string_view Key(const char* key, int length) {
     return {key, static_cast<std::size_t>(length)};
   }
