@@ -81,6 +81,8 @@ def main():
         plugin = pathlib.Path(*pkg_config(tree, "--variable=plugin", "flowhandlers"))
         expect("the plug-in", plugin.resolve(), next(tree.rglob("libflowhandlers.so.1")).resolve())
         expect("the version", pkg_config(tree, "--modversion", "flowhandlers")[0], run(flowhost, "--version").split()[1])
+        build_lines = run(flowhost, "info").splitlines()[:2]  # it finds the plug-in by itself
+        expect("the build", build_lines[1], run(flowhost, "--version").strip().replace("flowhost", "Build"))
         run(flowhost, "check-config", "--plugin", plugin, "--write-defaults", policies)
         programs = build(tree, folder / "build")
         for capture in (SAMPLES / f"{sample}.pcap" for sample in CAPTURES):
