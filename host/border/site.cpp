@@ -22,6 +22,7 @@ Site::Site(const SiteSettings& settings, Console& console, std::string name, lon
 Status Site::Log(int level, const char* text) {
   if (trace_ != nullptr) trace_->Call("Log {} {}", level, Quoted(text));
   console_.Log(name_, level, text, exporter_);
+  policy_.Hear(text);
   return kStatusOk;
 }
 
@@ -48,6 +49,7 @@ Status Site::PreparePluginConfigFile(const IID& owner, const char* fileName, cha
     }
     if (!elsewhere) console_.Notice(fmt::format("wrote the default policy {}", path.string()));
   }
+  policy_.UseAt(path);
   *fullPath = kit::GiveText(path.string());
   return kStatusOk;
 }

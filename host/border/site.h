@@ -7,6 +7,7 @@
 #include "flowhandlers/host_interfaces.h"
 #include "host/base/endpoint.h"
 #include "host/border/host_object.h"
+#include "host/border/policy_file.h"
 #include "host/policy/home_ranges.h"
 
 namespace flow::host {
@@ -43,6 +44,8 @@ class Site final : public HostObject<IOmbrelContainer, IID_IOmbrelContainer> {
   Status GetInstanceNumber(long* number) override;
   Status GetWorkDirectory(char** path) override;
 
+  [[nodiscard]] const PolicyFile& policy() const { return policy_; }
+
  private:
   const SiteSettings& settings_;
   Console& console_;
@@ -50,6 +53,7 @@ class Site final : public HostObject<IOmbrelContainer, IID_IOmbrelContainer> {
   long instance_;
   CallTrace* trace_;
   const IpAddress* exporter_ = nullptr;
+  PolicyFile policy_;
 };
 
 }  // namespace flow::host

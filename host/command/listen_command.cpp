@@ -76,6 +76,7 @@ class Listen {
     setup_.Start(LaneMode::kDrop);
     OpenSockets();
     RestoreTemplates();
+    setup_.lanes().ForEach([](Lane& lane) { lane.WatchPolicies(Now()); });
     schedule_.IsDue(Now());
     while (!ending_ && !sockets_.empty()) Step();
     return End();
@@ -275,14 +276,15 @@ void Listen::TakeCheckResult() {
   check_.reset();
   if (check_again_) return CheckPolicies();
   if (!*usable) {
-    console_.Error("SIGHUP: a policy cannot be used, see above; the one in force stays");
+    console_.Error(
+        "SIGHUP: nothing is reloaded: a policy cannot be used, see above; the one in force stays");
     return;
   }
-  setup_.lanes().ForEach([](Lane& lane) { lane.LookAtPolicies(); });
-  console_.Notice(
-      "SIGHUP: NetFlow meters look at their policy with the next datagram, if its "
-      "ReloadConfigCheckSeconds was 60 or more when they last read it; the sFlow policy is read "
-      "at the start alone");
+  setup_.lanes().ForEach([this](Lane& lane) {
+    for (const std::string& told : lane.LookAtPolicies(Now())) {
+      console_.Notice(fmt::format("SIGHUP: {}", told));
+    }
+  });
 }
 
 void Listen::EndPeriod(Timestamp now) {

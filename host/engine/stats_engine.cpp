@@ -239,9 +239,7 @@ Status StatsEngine::CloseFlow(const GUID& /*flowGroup*/, const char* flowKey) {
 }
 
 Status StatsEngine::GetCurrentTime(std::uint64_t* seconds) {
-  constexpr std::uint64_t kAhead = 3601;
-  *seconds = static_cast<std::uint64_t>(now_ / kMicrosPerSecond);
-  if (std::exchange(is_ahead_, false)) *seconds += kAhead;
+  *seconds = static_cast<std::uint64_t>(now_ / kMicrosPerSecond) + std::exchange(ahead_, 0);
   return kStatusOk;
 }
 

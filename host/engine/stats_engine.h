@@ -1,6 +1,8 @@
 // The statistics engine: the host's side of every counter and flow update.
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -37,9 +39,9 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
     return std::exchange(words_, {});
   }
 
-  // SetAhead makes the answer to the next question for the time an hour late, so that what a
-  // component does at least every hour is due.
-  void SetAhead() { is_ahead_ = true; }
+  // SetAhead makes the answer to the next question for the time so late that what a component does
+  // at least every hour, or as often as that, is due.
+  void SetAhead(std::uint32_t seconds) { ahead_ = std::max(seconds, 3600U) + 1; }
 
   Status UpdateCounter(const GUID& group, const char* key, int meter, std::uint64_t value) override;
   Status UpdateCounterKeyLen(const GUID& group, int keyLength, const char* key, int meter,
@@ -100,7 +102,7 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   Timestamp now_ = 0;
   MeterWords words_{};
   bool has_words_ = false;
-  bool is_ahead_ = false;
+  std::uint64_t ahead_ = 0;
   UpdateQueue queue_;
   // What the last calls said about one flow: all calls about a record name the same one, so that it
   // is looked up once.

@@ -2,11 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <utility>
 
 #include "flowhandlers/identifiers.h"
 #include "host/base/error.h"
 #include "host/border/call_trace.h"
+#include "host/capture/made_headers.h"
 
 namespace flow::host {
 namespace {
@@ -117,6 +119,33 @@ void Lane::TakeMessages() {
   }
 }
 
+void Lane::WatchPolicies(Timestamp now) {
+  for (Component& component : components_) {
+    if (component.site->policy().interval() > 0) Knock(component, now);
+  }
+}
+
+std::vector<std::string> Lane::LookAtPolicies(Timestamp now) {
+  std::vector<std::string> told;
+  for (Component& component : components_) {
+    const PolicyFile& policy = component.site->policy();
+    if (policy.path().empty()) continue;
+    const std::uint64_t reloads = policy.reloads();
+    if (policy.interval() > 0) {
+      engine_.SetAhead(policy.interval());
+      Knock(component, now);
+    }
+    if (policy.reloads() == reloads) {
+      told.push_back(fmt::format("{} has not reloaded {}: {}", component.name,
+                                 policy.path().string(), policy.WhyNotReloaded()));
+    } else {
+      told.push_back(fmt::format("{} has reloaded {}", component.name, policy.path().string()));
+    }
+  }
+  WatchPolicies(now);  // a load begins to watch anew
+  return told;
+}
+
 Harvest Lane::Reap() {
   auto fresh = std::make_unique<StatsStore>(groups_);
   engine_.UseStore(*fresh);
@@ -151,6 +180,21 @@ Refusal Lane::Count(Component& component, const UdpPacket& packet) {
   const Status status = component.meter->Count(&*trace_engine_, packet_.Payload());
   trace_->Leave(status);
   return ReasonFor(status, WithoutShim(packet.Payload(), packet_.Source()));
+}
+
+// A datagram of no version has a meter do what is due from time to time, and nothing else.
+void Lane::Knock(Component& component, Timestamp now) {
+  constexpr std::size_t kShortestClaim = 24;
+  std::array<std::uint8_t, kMadeHeaders + kShortestClaim> bytes{};
+  UdpPacket packet;
+  packet.time = now;
+  packet.payload_length = kShortestClaim;
+  PutMadeHeaders(packet, bytes.data());
+  packet.ip = bytes;
+  packet.udp_offset = kMadeUdpOffset;
+  packet_.Set(packet);
+  engine_.SetTime(now);
+  if (component.meter) Count(component, packet);
 }
 
 void Lane::Post(const GUID& channel, const CLSID& /*sender*/, std::span<std::uint8_t> message) {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/timestamp.h"
 #include "host/border/component_catalog.h"
 #include "host/border/packet_context.h"
 #include "host/border/site.h"
@@ -61,8 +62,12 @@ class Lane final : private ChannelSink {
   // From 1.
   [[nodiscard]] int number() const { return number_; }
 
-  // LookAtPolicies makes what is done from time to time due with the next datagram.
-  void LookAtPolicies() { engine_.SetAhead(); }
+  // WatchPolicies has the meters that look at their policy from time to time take note of it: they
+  // know a newer file by the one that they met at their first look.
+  void WatchPolicies(Timestamp now);
+
+  // LookAtPolicies has them look now, and says of each meter with a policy what came of it.
+  std::vector<std::string> LookAtPolicies(Timestamp now);
 
   // Records metered so far; any thread may ask.
   [[nodiscard]] std::uint64_t Records() const { return records_.load(std::memory_order_relaxed); }
@@ -82,6 +87,7 @@ class Lane final : private ChannelSink {
   void Attach(const LaneParts& parts, const ComponentDescription& description);
   Refusal Claim(const IID& protocol, const UdpPacket& packet);
   Refusal Count(Component& component, const UdpPacket& packet);
+  void Knock(Component& component, Timestamp now);
   void Post(const GUID& channel, const CLSID& sender, std::span<std::uint8_t> message) override;
 
   int number_;

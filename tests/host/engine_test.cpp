@@ -211,9 +211,12 @@ TEST(StatsEngine, TellsTheTimeOfTheDatagram) {
   std::uint64_t seconds = 0;
   host.engine.GetCurrentTime(&seconds);
   EXPECT_EQ(seconds, 1'700'000'000U);
-  host.engine.SetAhead();
+  host.engine.SetAhead(60);
   host.engine.GetCurrentTime(&seconds);
   EXPECT_EQ(seconds, 1'700'003'601U);
+  host.engine.SetAhead(7200);
+  host.engine.GetCurrentTime(&seconds);
+  EXPECT_EQ(seconds, 1'700'007'201U);
   host.engine.GetCurrentTime(&seconds);
   EXPECT_EQ(seconds, 1'700'000'000U) << "ahead for one question";
 }

@@ -141,18 +141,14 @@ def run_live(folder):
     collector.wait_for("incoming_1_homeas", 2)
 
     made = Exporters(collector)
-    # Each meter takes the policy that it finds with its first datagram for the one that it has read. Those that come
-    # first are spread evenly, so that each has exporters that go on.
-    for number in (1, 2):
-        collector.wait_for(f"Meter {number}: .*Broadcasted", meanwhile=made.keep_on)
     real = start_softflowd(folder, collector.ports["netflow"])
+    collector.wait_for("Broadcasted", meanwhile=made.keep_on)
 
     # A newer feed and another policy, taken into use while datagrams arrive.
     (folder / "feeds" / "incoming_2_homeas").write_text("64502\n64503\n")
     write_policy(folder, "false", 200)
     collector.signal(signal.SIGHUP)
-    collector.wait_for("SIGHUP: NetFlow meters look at their policy", meanwhile=made.keep_on)
-    collector.wait_for("CONFIGREFRESH:  Reloaded configuration file", 2, meanwhile=made.keep_on)
+    collector.wait_for("SIGHUP: Netflowv5 Meter [12] has reloaded ", 2, meanwhile=made.keep_on)
     collector.wait_for("incoming_2_homeas", 2)
     # A broken one is told, and does no harm.
     good = (folder / "policies" / "NetflowCounterPolicy.xml").read_text()
@@ -179,6 +175,41 @@ def run_live(folder):
     for index, what in enumerate(("bytes", "packets")):
         expect(what, seen[what] - sum(c[what] for c in claimed), sum(row[index] for row in rows))
     expect("summaries", collector.summary.read_text().count("Flow records"), 2)
+
+
+def run_reloaded(folder):
+    """the policies are those that flowhost writes, and nobody sends anything"""
+    collector = Collector(folder)
+    netflow, sflow = (folder / "policies" / f"{name}CounterPolicy.xml" for name in ("Netflow", "SFlow"))
+
+    def reload(*told):
+        collector.signal(signal.SIGHUP)
+        for text in told:
+            collector.wait_for(f"SIGHUP: {text}")
+
+    def edit(policy, seconds):
+        policy.write_text(policy.read_text().replace("<MeterMAC>true", "<MeterMAC>false"))
+        os.utime(policy, (time.time() + seconds,) * 2)
+
+    reload(f"Netflowv5 Meter 1 has not reloaded {netflow}: it is unchanged",
+           f"SFlow  Meter 1 has not reloaded {sflow}: it is unchanged")
+    edit(netflow, 10)
+    edit(sflow, 10)
+    reload(f"Netflowv5 Meter 1 has reloaded {netflow}", "SFlow  Meter 1 has not .* and that takes a restart")
+    edit(netflow, 5)
+    reload("Netflowv5 Meter 1 has not .* its time is no newer than before")
+    netflow.unlink()
+    reload("Netflowv5 Meter 1 has not .* cannot be read: No such file")
+    netflow.write_text("<OmbrelPluginConfiguration/>")
+    os.utime(netflow, (time.time() + 20,) * 2)
+    collector.signal(signal.SIGHUP)
+    collector.wait_for("SIGHUP: Netflowv5 Meter 1 has reloaded", 2)
+    expect("datagrams", collector.end()[1]["exporters"], [])
+    # This one never looks.
+    collector = Collector(folder)
+    edit(netflow, 30)
+    reload("Netflowv5 Meter 1 has not .* ReloadConfigCheckSeconds was below 60")
+    collector.end()
 
 
 def run_restarted(folder):
@@ -326,7 +357,7 @@ def run_flooded(folder):
 def main():
     if shutil.which("softflowd", path=os.environ["PATH"] + ":/usr/sbin") is None:
         sys.exit(77)
-    for scenario in (run_live, run_restarted, run_over_ipv6, run_port_taken, run_silent, run_flooded):
+    for scenario in (run_live, run_reloaded, run_restarted, run_over_ipv6, run_port_taken, run_silent, run_flooded):
         with tempfile.TemporaryDirectory() as folder:
             scenario(pathlib.Path(folder))
     print("\n".join(failures) or
