@@ -19,6 +19,7 @@ namespace {
 
 // A channel message: the first bytes of the IPv4 layer that carried the set, then the set.
 constexpr std::size_t kCarrierSize = std::tuple_size_v<decltype(ExportSource::carrier)>;
+constexpr std::size_t kTemplateHeader = 2 * sizeof(be16);
 constexpr std::size_t kShortestMessage = kCarrierSize + sizeof(set_header) + sizeof(be16);
 
 std::uint16_t FirstTemplateId(std::span<const std::uint8_t> set) {
@@ -34,6 +35,8 @@ SetError TemplateSets::v9_ProcessTemplateFlowset(const ExportSource& source, Byt
   const auto now = static_cast<std::uint32_t>(COmbrelTime::now_tv_sec());
   ByteCursor records(set.subspan(sizeof(set_header)));
   while (records.Remaining() > 0) {
+    // Padding (RFC 7011, 3.3.1).
+    if (policy_.fSharePaddedTemplates && records.Remaining() < kTemplateHeader) break;
     const SetError error = store_.v9_ProcessTemplateFlowset_Single(source, rules, now, &records);
     if (error != SetError::kNone) {
       Log(host_.site, kLogWarning, "template record will overflow ");

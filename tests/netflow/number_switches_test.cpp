@@ -119,6 +119,28 @@ TEST_F(NumberSwitches, DomainsOnTheChannel) {
   meter_->OnChannelMessage(CHANNELID_NETFLOW_DOMAIN_TEMPLATES, 4, cut.data());
 }
 
+TEST_F(NumberSwitches, SharePaddedTemplates) {
+  const struct {
+    const char* name;
+    Bytes datagram;
+    bool is_whole;
+  } cases[] = {
+      {"OneByte", V9(Learn(kFlowFields).Pad(1)).Build(), true},
+      {"ThreeBytes", V9(Learn(kFlowFields).Pad(3)).Build(), true},
+      {"Ipfix", IpfixMessage().Add(Set(2).Template(256, kFlowFields).Pad(3)).Build(), true},
+      {"CutTemplate", V9(Learn(kFlowFields).Raw(Wire().U16(257).U16(1))).Build(), false},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.name);
+    EXPECT_THAT(With("", {row.datagram}), ElementsAre("Log 5 template record will overflow "));
+    With(On("SharePaddedTemplates"), {});
+    Send(row.datagram);
+    const Texts lines = host_.Take();
+    EXPECT_EQ(lines.size(), 1U);
+    EXPECT_THAT(lines, Contains(StartsWith(row.is_whole ? "PostChannelMessage" : "Log 5")));
+  }
+}
+
 TEST_F(NumberSwitches, KeepEgressRecords) {
   Fields fields = kFlowFields;
   fields.push_back({61, 1});
