@@ -59,6 +59,8 @@ SetError DataSets::v9_ProcessDataFlowset(const ExportSource& source, const nf9_h
   const Set at_hand = {source, header, *fields};
   metering_.Use(policy_.fCount64Bit || policy_.fExactTimes ? &addenda_ : nullptr);
   state_.domain = source.domain;
+  state_.packet_interval = 0;
+  state_.packet_space.reset();
   while (records.Remaining() > 0) {
     const std::size_t before = records.Remaining();
     error = v9_ProcessDataFlowset_single(at_hand, &records);

@@ -33,6 +33,10 @@ struct DecodeState {
 
   std::optional<std::uint32_t> domain = std::nullopt;  // of the data set, as in ExportSource
 
+  // Of the data set at hand: so many packets are taken in a row, then so many are passed over.
+  std::uint32_t packet_interval = 0;
+  std::optional<std::uint32_t> packet_space = std::nullopt;
+
   nf9_record record = {};
   std::uint8_t presence = 0;
   bool has_texts = false;  // of the record's own texts, one may not be empty

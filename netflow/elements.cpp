@@ -175,7 +175,8 @@ constexpr Element kElements[] = {
     {290, kNone, "encrypted technology"},
     {302, 4, "selectorID"},
     {304, 2, "selectorAlgorithm"},
-    {305, 4, "samplingPacketInterval", Special(DecodeSamplingRate)},
+    {305, 4, "samplingPacketInterval", Special(DecodePacketInterval)},
+    {306, kNone, kUnknown, Special(DecodePacketSpace)},  // samplingPacketSpace, RFC 5477
     {323, kNone, kUnknown, TO(last)},
     {346, 4, "privateEnterpriseNumber", TO(enterprise_id)},
     {15610, kNone, "Scope-0"},

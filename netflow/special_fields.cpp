@@ -21,6 +21,25 @@ bool IsPrintable(FieldValue field) noexcept {
   return true;
 }
 
+void LearnRate(std::int32_t rate, DecodeState* state) {
+  const std::uint32_t exporter = be32::FromHost(state->record.exporter_addr).AsStored();
+  if (state->domain) {
+    state->rates.LearnInDomain(exporter, *state->domain, rate);
+    return SamplingRates::SetSamplingRateKeyAttribute(state->host.engine, exporter, rate);
+  }
+  state->rates.Learn(exporter, rate);
+  state->rates.SetSamplingRateKeyAttributes(state->host.engine);
+}
+
+// The nearest whole number.
+void LearnRateOfPackets(DecodeState* state) {
+  const std::uint64_t interval = state->packet_interval;
+  const std::uint64_t all = interval + state->packet_space.value_or(0);
+  const bool has_both = state->packet_space.has_value() && interval != 0;
+  LearnRate(static_cast<std::int32_t>(has_both ? (all + interval / 2) / interval : interval),
+            state);
+}
+
 }  // namespace
 
 void DecodeFlowEndReason(FieldValue /*field*/, DecodeState* state) noexcept {
@@ -56,14 +75,20 @@ void DecodeIngressVrf(FieldValue field, DecodeState* state) {
 }
 
 void DecodeSamplingRate(FieldValue field, DecodeState* state) {
-  const std::uint32_t exporter = be32::FromHost(state->record.exporter_addr).AsStored();
-  const auto rate = static_cast<std::int32_t>(GetVarInt(field.length, field.bytes));
-  if (state->domain) {
-    state->rates.LearnInDomain(exporter, *state->domain, rate);
-    return SamplingRates::SetSamplingRateKeyAttribute(state->host.engine, exporter, rate);
-  }
-  state->rates.Learn(exporter, rate);
-  state->rates.SetSamplingRateKeyAttributes(state->host.engine);
+  LearnRate(static_cast<std::int32_t>(GetVarInt(field.length, field.bytes)), state);
+}
+
+// RFC 5477: so many packets in a row are taken, then so many passed over. Exporters that tell the
+// interval alone mean one packet in so many.
+void DecodePacketInterval(FieldValue field, DecodeState* state) {
+  state->packet_interval = static_cast<std::uint32_t>(GetVarInt(field.length, field.bytes));
+  LearnRateOfPackets(state);
+}
+
+void DecodePacketSpace(FieldValue field, DecodeState* state) {
+  if (!state->policy.fUseSamplingSpace) return;
+  state->packet_space = static_cast<std::uint32_t>(GetVarInt(field.length, field.bytes));
+  if (state->packet_interval != 0) LearnRateOfPackets(state);
 }
 
 void DecodeVendorAppId(FieldValue field, DecodeState* state) noexcept {

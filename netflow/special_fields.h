@@ -54,6 +54,8 @@ void DecodeFlowEndReason(FieldValue field, DecodeState* state) noexcept;
 void DecodeApplicationId(FieldValue field, DecodeState* state);
 void DecodeIngressVrf(FieldValue field, DecodeState* state);
 void DecodeSamplingRate(FieldValue field, DecodeState* state);
+void DecodePacketInterval(FieldValue field, DecodeState* state);
+void DecodePacketSpace(FieldValue field, DecodeState* state);
 void DecodeVendorAppId(FieldValue field, DecodeState* state) noexcept;
 void DecodeVendorUserId(FieldValue field, DecodeState* state) noexcept;
 void DecodeVariableText(FieldValue field, DecodeState* state) noexcept;

@@ -207,6 +207,36 @@ TEST_F(NumberSwitches, ExactTimes) {
   EXPECT_THAT(said, ElementsAre(HasSubstr("from 1700000000 0"), HasSubstr("from 1699999990 0")));
 }
 
+// In either order, in one set with another rate before it, and the interval alone.
+TEST_F(NumberSwitches, UseSamplingSpace) {
+  const struct {
+    const char* name;
+    Fields fields;
+    Wire record;
+    const char* off;
+    const char* on;
+  } cases[] = {
+      {"OneInTen", {{305, 4}, {306, 4}}, Numbers({1, 9}), "1000 bytes", "10000 bytes"},
+      {"SpaceFirst", {{306, 4}, {305, 4}}, Numbers({9, 1}), "1000 bytes", "10000 bytes"},
+      {"AnotherBefore", {{305, 4}, {306, 4}}, Numbers({7, 700, 3, 7}), "3000 bytes", "3000 bytes"},
+      {"Rounded", {{305, 4}, {306, 4}}, Numbers({4, 10}), "4000 bytes", "4000 bytes"},
+      {"Everything", {{305, 4}, {306, 4}}, Numbers({100, 0}), "100000 bytes", "1000 bytes"},
+      {"IntervalAlone", {{305, 4}}, Numbers({50}), "50000 bytes", "50000 bytes"},
+      {"SpaceAlone", {{306, 4}}, Numbers({9}), "1000 bytes", "1000 bytes"},
+      {"NoInterval", {{305, 4}, {306, 4}}, Numbers({0, 9}), "1000 bytes", "1000 bytes"},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.name);
+    const std::vector<Bytes> datagrams = {
+        V9(Learn({{306, 4}}, 301), Data(Numbers({500}), 301)).Build(),
+        V9(Learn(row.fields, 300), Data(row.record, 300)).Build(),
+        V9(Learn(kFlowFields), Data(FlowRecord())).Build()};
+    EXPECT_THAT(With("", datagrams), Contains(HasSubstr(std::string(" ") + row.off)));
+    EXPECT_THAT(With(On("UseSamplingSpace"), datagrams),
+                Contains(HasSubstr(std::string(" ") + row.on)));
+  }
+}
+
 TEST_F(NumberSwitches, CountLeftOut) {
   Fields two_ways = kFlowFields;
   two_ways.push_back({32769, 4});
