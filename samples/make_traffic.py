@@ -297,6 +297,10 @@ class Office:
         return sorted(self.wire.frames)
 
 
+def ip_version(frame):
+    return frame[18 if frame[12:14] == b"\x81\x00" else 14] >> 4
+
+
 def write_pcap(path, frames, snaplen):
     with open(path, "wb") as out:
         out.write(struct.pack("!IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, snaplen, 1))
@@ -309,18 +313,20 @@ def write_pcap(path, frames, snaplen):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("out", help="pcap file to write")
-    parser.add_argument("--office", type=int, choices=range(1, 10), default=1)
+    parser.add_argument("--office", type=int, choices=range(1, 11), default=1)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--seconds", type=int, default=300, help="how long the office is open")
     parser.add_argument("--clients", type=int, default=20, help="5 to 60")
+    parser.add_argument("--ipv6", action="store_true", help="the IPv6 part of it alone")
     parser.add_argument("--snaplen", type=int, default=65535, help="bytes kept of a frame")
     options = parser.parse_args()
     office = Office(options.office, options.seed, max(5, min(options.clients, 60)))
-    frames = office.live(options.seconds)
+    frames = [frame for frame in office.live(options.seconds)
+              if not options.ipv6 or ip_version(frame[2]) == 6]
     write_pcap(options.out, frames, options.snaplen)
     for version in (4, 6):
         sizes = [(ip_size, len(frame)) for _, _, frame, ip_size in frames
-                 if frame[18 if frame[12:14] == b"\x81\x00" else 14] >> 4 == version]
+                 if ip_version(frame) == version]
         ip_bytes, frame_bytes = sum(ip for ip, _ in sizes), sum(whole for _, whole in sizes)
         print(f"IPv{version}: {len(sizes)} packets, {ip_bytes} bytes from the IP header on, "
               f"{frame_bytes} bytes in frames")
