@@ -97,6 +97,8 @@ std::size_t RecordLength(Bytes bytes, const TemplateShape& shape) {
   return at;
 }
 
+constexpr std::uint32_t kAgentOfIpv4 = 1;
+
 bool HasShim(Bytes datagram) {
   return datagram.size() >= kShim && std::memcmp(datagram.data(), "OMBR", 4) == 0 &&
          std::memcmp(datagram.data() + 8, "LNSM", 4) == 0;
@@ -135,9 +137,8 @@ Bytes WithoutShim(Bytes datagram, const IpAddress& exporter) {
 std::optional<IpAddress> NamedExporter(Bytes datagram) {
   if (HasShim(datagram)) return ShimExporter(datagram);
   constexpr std::size_t kAgentAt = 8;  // behind the version and the type of the address
-  constexpr std::uint32_t kIpv4 = 1;
   if (datagram.size() < kAgentAt + 4 || !VersionOf(datagram).sflow ||
-      Be32(datagram.data() + 4) != kIpv4) {
+      Be32(datagram.data() + 4) != kAgentOfIpv4) {
     return std::nullopt;
   }
   return IpAddress::Ipv4(Be32(datagram.data() + kAgentAt));
@@ -206,16 +207,22 @@ std::uint32_t RecordsOf(Bytes datagram) {
   return static_cast<std::uint32_t>(std::min<std::size_t>(Be16(datagram.data() + 2), room));
 }
 
-std::uint32_t FlowSamplesOf(Bytes datagram) {
+std::size_t SFlowAgentSize(Bytes datagram) {
+  return Be32(datagram.data() + 4) == kAgentOfIpv4 ? 4 : 16;
+}
+
+std::uint32_t FlowSamplesOf(Bytes datagram, std::uint64_t behind) {
   if (datagram.size() < 8) return 0;
-  const std::size_t header = Be32(datagram.data() + 4) == 2 ? 40 : 28;  // by the agent's address
+  const std::size_t header = 24 + SFlowAgentSize(datagram);
   if (datagram.size() < header) return 0;
   std::uint32_t left = Be32(datagram.data() + header - 4);
   std::uint32_t samples = 0;
   for (Bytes rest = datagram.subspan(header); left > 0 && rest.size() >= 8; --left) {
     const std::uint32_t type = Be32(rest.data());
     const std::size_t length = Be32(rest.data() + 4);
-    if (type == 1 || type == 3) ++samples;
+    const bool counts = behind == 0;
+    if (!counts) --behind;
+    if (counts && (type == 1 || type == 3)) ++samples;
     if (length > rest.size() - 8) break;
     rest = rest.subspan(8 + length);
   }

@@ -32,6 +32,10 @@ struct ExportVersion {
   [[nodiscard]] bool HasTemplates() const { return !sflow && (number == 9 || number == 10); }
 };
 
+// The protocols of the plug-in. Each has meters of its own, which know nothing of the other.
+inline constexpr IID kNetflowProtocol = MakeGuid("CEF0774D-F1F3-40A6-8987-168BD69D9901");
+inline constexpr IID kSFlowProtocol = MakeGuid("462919DD-EE84-497C-AC6F-05D1162BCC5B");
+
 // VersionOf reads the version: 16 bits in NetFlow and IPFIX, 32 bits below 65536 in sFlow.
 ExportVersion VersionOf(std::span<const std::uint8_t> datagram);
 
@@ -85,11 +89,15 @@ struct TemplateShape {
 using TemplateVisitor = std::function<void(std::uint16_t id, TemplateShape shape)>;
 bool ForEachTemplate(std::span<const std::uint8_t> set, const TemplateVisitor& visit);
 
+// SFlowAgentSize is how many bytes the agent's address has in an sFlow datagram of at least 8: 16,
+// unless it is said to be of IPv4.
+std::size_t SFlowAgentSize(std::span<const std::uint8_t> datagram);
+
 // RecordsOf counts the records that a v1 or v5 header gives, as far as they are there;
-// FlowSamplesOf the flow samples of an sFlow v5 datagram. Earlier versions do not tell the lengths
-// of samples.
+// FlowSamplesOf the flow samples of an sFlow v5 datagram, those behind so many samples of any kind.
+// Earlier versions do not tell the lengths of samples.
 std::uint32_t RecordsOf(std::span<const std::uint8_t> datagram);
-std::uint32_t FlowSamplesOf(std::span<const std::uint8_t> datagram);
+std::uint32_t FlowSamplesOf(std::span<const std::uint8_t> datagram, std::uint64_t behind = 0);
 
 // CountRecords counts the records of a data set, header included.
 std::uint32_t CountRecords(std::span<const std::uint8_t> set, const TemplateShape& shape);

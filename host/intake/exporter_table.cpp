@@ -19,6 +19,7 @@ constexpr RefusalName kNames[] = {
     {"unknown_version", "of an unknown version"},
     {"cut_short", "cut short"},
     {"refused", "refused by the meter"},
+    {"other_protocol", "of another protocol than the port's"},
 };
 static_assert(std::size(kNames) == kRefusals);
 
@@ -144,7 +145,10 @@ Described ExporterTable::Describe(const MeteredDatagram& datagram, const ExportV
     if (known.Any() || datagram.records == 0) counts->unknown_sets += described.unknown_sets;
     counts->templates = known.Size();
   } else if (version.sflow) {
-    if (version.number == 5) described.records = FlowSamplesOf(datagram.bytes);
+    if (version.number != 5) return described;
+    described.records = FlowSamplesOf(datagram.bytes);
+    // The meter marks each sample; one that it cannot read it gives up, with all behind it.
+    described.in_broken_sets = FlowSamplesOf(datagram.bytes, datagram.records);
   } else {
     described.records = RecordsOf(datagram.bytes);
   }

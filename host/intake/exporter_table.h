@@ -19,8 +19,15 @@
 namespace flow::host {
 
 // Why a datagram was not metered.
-enum class Refusal : std::uint8_t { kNone, kNotClaimed, kUnknownVersion, kCutShort, kFailed };
-inline constexpr std::size_t kRefusals = 5;
+enum class Refusal : std::uint8_t {
+  kNone,
+  kNotClaimed,
+  kUnknownVersion,
+  kCutShort,
+  kFailed,
+  kOtherProtocol,  // NetFlow on a port of sFlow, or the other way round
+};
+inline constexpr std::size_t kRefusals = 6;
 
 // RefusalText is the reason as it reads after a number, as in "3 of an unknown version"; RefusalId
 // its name in files.

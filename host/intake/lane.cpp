@@ -15,9 +15,12 @@ namespace {
 
 // Why a meter did not meter a datagram. Its status alone does not say: for v9 and IPFIX 1 is the
 // usual result, and an IPFIX message that is cut short or an unknown sFlow version is passed over.
-Refusal ReasonFor(Status status, std::span<const std::uint8_t> datagram) {
+Refusal ReasonFor(Status status, const IID& protocol, std::span<const std::uint8_t> datagram) {
   const ExportVersion version = VersionOf(datagram);
   if (!version.IsKnown()) return Refusal::kUnknownVersion;
+  if (protocol == (version.sflow ? kNetflowProtocol : kSFlowProtocol)) {
+    return Refusal::kOtherProtocol;
+  }
   if (!version.sflow && IsCutShort(datagram)) return Refusal::kCutShort;
   return status == kStatusOk || version.HasTemplates() ? Refusal::kNone : Refusal::kFailed;
 }
@@ -173,13 +176,13 @@ Refusal Lane::Count(Component& component, const UdpPacket& packet) {
   component.site->SpeakOf(&packet.source.address);
   if (trace_ == nullptr) {
     const Status status = component.meter->Count(&engine_, packet_.Payload());
-    return ReasonFor(status, WithoutShim(packet.Payload(), packet_.Source()));
+    return ReasonFor(status, component.protocol, WithoutShim(packet.Payload(), packet_.Source()));
   }
   trace_->Enter(fmt::format("{} Count {} {} bytes at {}", component.name, packet.source.Text(),
                             packet.payload_length, packet.time / kMicrosPerSecond));
   const Status status = component.meter->Count(&*trace_engine_, packet_.Payload());
   trace_->Leave(status);
-  return ReasonFor(status, WithoutShim(packet.Payload(), packet_.Source()));
+  return ReasonFor(status, component.protocol, WithoutShim(packet.Payload(), packet_.Source()));
 }
 
 // A datagram of no version has a meter do what is due from time to time, and nothing else.

@@ -21,7 +21,7 @@ constexpr ReasonName kNames[] = {
     {"undecoded_samples", "samples of other headers"},
     {"fragments", "samples of fragments"},
     {"variable_length", "with fields of variable length"},
-    {"broken_set", "in broken sets"},
+    {"broken_set", "in broken sets or samples"},
     {"beyond_count", "beyond the header's count"},
     {"unexplained", "for no reason that was told (is CountLeftOut off?)"},
 };

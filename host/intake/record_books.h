@@ -23,7 +23,7 @@ enum class LeftOut : std::uint8_t {
   kUndecodedSample,
   kFragment,
   kVariableLength,  // of a set with fields of variable length, which the policy has or has not on
-  kBrokenSet,       // of a set that runs past its datagram or ends in the middle
+  kBrokenSet,       // from where a set or a sample has a length that does not fit
   kBeyondCount,     // of a v9 set beyond the header's count
   kUnexplained,     // nobody said why; with CountLeftOut on, an error of the program
 };

@@ -20,8 +20,7 @@ constexpr std::size_t kIpfixHeader = 16;
 // is cut off. Two words more, and the samples begin.
 std::size_t SFlowNumberAt(Bytes datagram) {
   if (datagram.size() < 8) return datagram.size();
-  const std::size_t agent = Be32(datagram.data() + 4) == 2 ? 16 : 4;
-  const std::size_t number_at = 8 + agent + (Be32(datagram.data()) == 5 ? 4 : 0);
+  const std::size_t number_at = 8 + SFlowAgentSize(datagram) + (Be32(datagram.data()) == 5 ? 4 : 0);
   return datagram.size() < number_at + 12 ? datagram.size() : number_at;
 }
 
