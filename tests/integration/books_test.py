@@ -3,12 +3,14 @@
 three instances report what one does.
 
 Plays the samples, made traffic of which a part is lost, rates that an exporter tells on one port for the data on
-another, and corpora: folders of single datagrams, named *.dat, and of folders of inputs of the fuzz targets.
+another, and corpora: folders of single datagrams, named *.dat, and of folders of inputs of the fuzz targets; and these
+once more with damage.
 
 Exit status: 0 as it should be, 1 not.
 """
 import json
 import pathlib
+import random
 import re
 import socket
 import struct
@@ -28,6 +30,7 @@ FILTERED = {"FilterHostsExclude": "10.0.0.1,10.0.0.2", "KeepEgressRecords": "fal
 # Of two exporters, one of which tells its own, and of one that sends nothing.
 RATES = "<SamplingRates>" + "".join(f'<Rate router="192.0.2.{number}" rate="{number + 6}"/>' for number in (1, 2, 9)) + \
     "</SamplingRates>"
+DATAGRAMS = {}  # by capture
 failures = []
 
 
@@ -44,6 +47,7 @@ class Capture:
         self.file.write(struct.pack("<IHHIIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, 101))
 
     def add(self, source, port, payload):
+        DATAGRAMS.setdefault(self.path, []).append((source, port, payload))
         udp = struct.pack("!HHHH", source[1], port, 8 + len(payload), 0) + payload
         packet = struct.pack("!BBHHHBBH4s4s", 0x45, 0, 20 + len(udp), 0, 0, 64, 17, 0, socket.inet_aton(source[0]),
                              socket.inet_aton("198.51.100.1")) + udp
@@ -150,6 +154,24 @@ def made_traffic(folder, policies):
             fail(path.name, f"metered and lost {seen}, sent {claimed}")
 
 
+def damaged(payload, dice):
+    """most with some bytes of another value, above all near the front, some cut, some sent to the other port"""
+    payload = bytearray(payload)
+    for _ in range(dice.choice((0, 1, 1, 2, 4)) if payload else 0):
+        at = dice.randrange(len(payload) if dice.random() < 0.5 else min(len(payload), 64))
+        payload[at] = dice.choice((0, 1, 2, 4, 255, dice.randrange(256)))
+    return bytes(payload[:dice.randrange(len(payload) + 1)] if dice.random() < 0.2 else payload)
+
+
+def damaged_capture(folder, capture):
+    dice = random.Random(capture.name)
+    damage = Capture(folder / f"damaged-{capture.name}")
+    for _ in range(4):
+        for source, port, payload in DATAGRAMS[capture]:
+            damage.add(source, port if dice.random() < 0.95 else NETFLOW + SFLOW - port, damaged(payload, dice))
+    return damage.done()
+
+
 def fuzz_inputs(folder, corpus):
     """each input's exporters have addresses of their own; what is a message of a channel comes as a datagram too"""
     capture = Capture(folder / f"{corpus.parent.name}-{corpus.name}.pcap")
@@ -194,6 +216,7 @@ def main():
         for capture in captures:
             check(capture, usual)
         hostile = [capture for corpora in CORPORA for capture in corpus_captures(folder, corpora)]
+        hostile += [damaged_capture(folder, capture) for capture in hostile]
         for capture in hostile:
             for policies in (usual, strict, filtered):
                 check(capture, policies)
