@@ -13,6 +13,7 @@
 
 #include "tests/support/datagram_builders.h"
 #include "tests/support/policy_file.h"
+#include "tests/support/sflow_builder.h"
 
 namespace flow::test {
 namespace {
@@ -110,6 +111,18 @@ TEST_F(Capi, WhatADatagramBringsIsDeliveredBeforeItReturns) {
   EXPECT_THAT(caller.updates, Contains("group 1 0A.00.00.01 2: 700"));
   EXPECT_THAT(caller.updates, Contains(HasSubstr("flow 1 06C:0A.00.00.01:p-FFFF_")));
   EXPECT_EQ(fh_records(collector), 1U);
+  fh_close(collector);
+}
+
+TEST_F(Capi, FlowsOfSamplesArriveAsFlowsToo) {
+  Caller caller;
+  fh_collector* const collector = Open(&caller);
+  const Bytes datagram =
+      SFlowPacket().Flow({.elements = {SampledHeader(Frame().Ethernet().Ipv4().Tcp())}}).Build();
+  EXPECT_EQ(fh_handle(collector, FH_SFLOW, kExporter, 6343, datagram.data(), datagram.size(), 0),
+            FH_OK);
+  EXPECT_THAT(caller.updates, Contains(HasSubstr("flow 1 06C:0A.00.00.01:p-FFFF_")));
+  EXPECT_THAT(caller.updates, testing::Not(Contains(HasSubstr("group 3 "))));
   fh_close(collector);
 }
 

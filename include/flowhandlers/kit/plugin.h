@@ -22,6 +22,7 @@ class Plugin {
   // Open loads the library and has it make its table of components. False, and why in error(), when
   // it cannot.
   bool Open(const std::string& path) {
+    Close();
     handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle_ == nullptr) return Fail(dlerror());
     int (*initialise)() = nullptr;
