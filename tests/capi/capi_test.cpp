@@ -109,6 +109,7 @@ TEST_F(Capi, WhatADatagramBringsIsDeliveredBeforeItReturns) {
   EXPECT_EQ(Handle(collector, V5Packet().Record({.packets = 3, .bytes = 700}).Build()), FH_OK);
   EXPECT_THAT(caller.updates, Contains("group 6 TOTALBW 0: 700"));
   EXPECT_THAT(caller.updates, Contains("group 1 0A.00.00.01 2: 700"));
+  EXPECT_THAT(caller.updates, Contains("group 1 0A.00.00.02 1: 700"));
   EXPECT_THAT(caller.updates, Contains(HasSubstr("flow 1 06C:0A.00.00.01:p-FFFF_")));
   EXPECT_EQ(fh_records(collector), 1U);
   fh_close(collector);
