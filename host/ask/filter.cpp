@@ -313,7 +313,7 @@ std::string Drawing(std::string_view filter, FilterError::Place where, const std
 
 FilterError::FilterError(std::string_view filter, Place where, const std::string& wrong,
                          const std::string& expected)
-    : std::runtime_error(Drawing(filter, where, wrong, expected)), place_(where) {}
+    : UsageError(Drawing(filter, where, wrong, expected)), place_(where) {}
 
 Expression ParseFilter(std::string_view text) {
   if (text.size() > kMostLength) {

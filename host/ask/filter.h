@@ -2,17 +2,17 @@
 #pragma once
 
 #include <cstddef>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
 #include "host/ask/expression.h"
+#include "host/base/error.h"
 
 namespace flow::host {
 
 // What is wrong with a filter, and where. The text of the exception has several lines: what is
 // wrong, the filter, and under the place what could stand there.
-class FilterError : public std::runtime_error {
+class FilterError : public UsageError {
  public:
   struct Place {
     std::size_t offset = 0;

@@ -15,26 +15,26 @@ struct FieldSql {
   std::string_view destination;
 };
 constexpr FieldSql kFields[] = {
-    {FilterField::kAddress, "src", "dst"},
-    {FilterField::kPort, "sport", "dport"},
-    {FilterField::kAs, "src_as", "dst_as"},
-    {FilterField::kMac, "src_mac", "dst_mac"},
-    {FilterField::kInterface, "in_if", "out_if"},
+    {FilterField::kAddress, "{src}", "{dst}"},
+    {FilterField::kPort, "{sport}", "{dport}"},
+    {FilterField::kAs, "{src_as}", "{dst_as}"},
+    {FilterField::kMac, "{src_mac}", "{dst_mac}"},
+    {FilterField::kInterface, "{in_if}", "{out_if}"},
     {FilterField::kExporter, "exporter", ""},
     {FilterField::kNextHop, "next_hop", ""},
     {FilterField::kBgpNextHop, "bgp_next_hop", ""},
     {FilterField::kProtocol, "proto", ""},
-    {FilterField::kFamily, "(CASE length(src) WHEN 4 THEN 4 ELSE 6 END)", ""},
+    {FilterField::kFamily, "(CASE length({src}) WHEN 4 THEN 4 ELSE 6 END)", ""},
     {FilterField::kVrf, "vrf", ""},
     {FilterField::kApplication, "app", ""},
     {FilterField::kUser, "user", ""},
     {FilterField::kTag, "tag", ""},
-    {FilterField::kBytes, "(bytes + bytes_rev)", ""},
-    {FilterField::kPackets, "(packets + packets_rev)", ""},
+    {FilterField::kBytes, "{bytes}", ""},
+    {FilterField::kPackets, "{packets}", ""},
     {FilterField::kDuration, "(last - first)", ""},
     // Over a millisecond at least: a flow of one packet has no length.
-    {FilterField::kBitRate, "((bytes + bytes_rev) * 8000.0 / max(last - first, 1))", ""},
-    {FilterField::kPacketRate, "((packets + packets_rev) * 1000.0 / max(last - first, 1))", ""},
+    {FilterField::kBitRate, "({bytes} * 8000.0 / max(last - first, 1))", ""},
+    {FilterField::kPacketRate, "({packets} * 1000.0 / max(last - first, 1))", ""},
 };
 
 constexpr const FieldSql& RowOf(FilterField field) {

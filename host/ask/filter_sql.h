@@ -19,8 +19,9 @@ struct FilterSql {
   std::vector<std::variant<std::int64_t, std::string, Blob>> values;  // in the order of places
 };
 
-// ToSql never makes an empty text, and what it makes is never NULL: a flow of which a field is not
-// known does not have the value that is asked for.
+// ToSql names columns in braces, as ScanColumns of flow_scan.h knows them, for flows can be seen
+// both ways. It never makes an empty text, and what it makes is never NULL: a flow of which a field
+// is not known does not have the value that is asked for.
 FilterSql ToSql(const Expression& expression);
 
 }  // namespace flow::host

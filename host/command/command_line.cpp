@@ -241,7 +241,8 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
     const bool no_command = std::string_view(error.what()) == "A subcommand is required";
     return fmt::format(
         "flowhost: {}\nRun flowhost --help for how it is used.\n",
-        no_command ? "a command is required: replay, listen, check-config or info" : error.what());
+        no_command ? "a command is required: replay, listen, top, flows, check-config or info"
+                   : error.what());
   });
   app.set_version_flag("--version", fmt::format("flowhost {}", BuildText()));
 
@@ -284,6 +285,8 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
       "info", "Tell what the plug-in offers: components, protocols, ports, groups, meters");
   AddPluginOption(info_app, &info.plugin);
 
+  const AskCommandLine ask(&app);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -293,6 +296,7 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   if (replay_app->parsed()) return replay;
   if (listen_app->parsed()) return listen;
   if (check_app->parsed()) return check;
+  if (const auto question = ask.Parsed()) return *question;
   return info;
 }
 

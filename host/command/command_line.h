@@ -4,11 +4,13 @@
 #include <optional>
 #include <variant>
 
+#include "host/command/ask_command_line.h"
 #include "host/command/options.h"
 
 namespace flow::host {
 
-using Command = std::variant<ReplayOptions, ListenOptions, InfoOptions, CheckConfigOptions>;
+using Command =
+    std::variant<ReplayOptions, ListenOptions, InfoOptions, CheckConfigOptions, AskCommand>;
 
 // ParseCommandLine gives the command. Help and errors are printed here; then there is no command
 // and *status is the exit status.

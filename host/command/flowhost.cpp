@@ -7,9 +7,11 @@
 #include "host/base/error.h"
 #include "host/command/check_config_command.h"
 #include "host/command/command_line.h"
+#include "host/command/flows_command.h"
 #include "host/command/info_command.h"
 #include "host/command/listen_command.h"
 #include "host/command/replay_command.h"
+#include "host/command/top_command.h"
 
 namespace flow::host {
 namespace {
@@ -18,6 +20,12 @@ int Run(const ReplayOptions& options) { return RunReplay(options); }
 int Run(const ListenOptions& options) { return RunListen(options); }
 int Run(const InfoOptions& options) { return RunInfo(options); }
 int Run(const CheckConfigOptions& options) { return RunCheckConfig(options); }
+
+int Ask(const TopOptions& options) { return RunTop(options); }
+int Ask(const FlowsOptions& options) { return RunFlows(options); }
+int Run(const AskCommand& command) {
+  return std::visit([](const auto& options) { return Ask(options); }, command);
+}
 
 int Tell(const std::exception& error, int status) {
   std::fflush(stdout);

@@ -1,0 +1,181 @@
+#include "host/ask/flow_fields.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <span>
+
+#include "host/base/error.h"
+#include "host/base/words.h"
+#include "host/names/well_known_names.h"
+
+namespace flow::host {
+namespace {
+
+constexpr FlowField kFields[] = {
+    {"src", "Source", FieldForm::kAddress, FieldEnd::kSource, "src", "dst"},
+    {"dst", "Destination", FieldForm::kAddress, FieldEnd::kDestination, "src", "dst"},
+    {"host", "Host", FieldForm::kAddress, FieldEnd::kEither, "src", "dst"},
+    {"sport", "From port", FieldForm::kPort, FieldEnd::kSource, "sport", "dport"},
+    {"dport", "To port", FieldForm::kPort, FieldEnd::kDestination, "sport", "dport"},
+    {"port", "Port", FieldForm::kPort, FieldEnd::kEither, "sport", "dport"},
+    {"proto", "Protocol", FieldForm::kProtocol, FieldEnd::kNone, "proto", ""},
+    {"exporter", "Exporter", FieldForm::kExporter, FieldEnd::kNone, "exporter", ""},
+    {"in", "In", FieldForm::kNumber, FieldEnd::kSource, "in_if", "out_if"},
+    {"out", "Out", FieldForm::kNumber, FieldEnd::kDestination, "in_if", "out_if"},
+    {"interface", "Interface", FieldForm::kNumber, FieldEnd::kEither, "in_if", "out_if"},
+    {"src_as", "From AS", FieldForm::kAs, FieldEnd::kSource, "src_as", "dst_as"},
+    {"dst_as", "To AS", FieldForm::kAs, FieldEnd::kDestination, "src_as", "dst_as"},
+    {"as", "AS", FieldForm::kAs, FieldEnd::kEither, "src_as", "dst_as"},
+    {"next_hop", "Next hop", FieldForm::kAddress, FieldEnd::kNone, "next_hop", ""},
+    {"bgp_next_hop", "BGP next hop", FieldForm::kAddress, FieldEnd::kNone, "bgp_next_hop", ""},
+    {"vrf", "VRF", FieldForm::kText, FieldEnd::kNone, "vrf", ""},
+    {"app", "Application", FieldForm::kText, FieldEnd::kNone, "app", ""},
+    {"user", "User", FieldForm::kText, FieldEnd::kNone, "user", ""},
+    {"tag", "Tag", FieldForm::kText, FieldEnd::kNone, "tag", ""},
+    {"src_mac", "From MAC", FieldForm::kMac, FieldEnd::kSource, "src_mac", "dst_mac"},
+    {"dst_mac", "To MAC", FieldForm::kMac, FieldEnd::kDestination, "src_mac", "dst_mac"},
+    {"mac", "MAC", FieldForm::kMac, FieldEnd::kEither, "src_mac", "dst_mac"},
+};
+
+// Lengths of texts in a key take two bytes.
+constexpr std::size_t kLongestText = 1000;
+
+void PutBytes(std::string_view bytes, std::string* key) {
+  bytes = bytes.substr(0, kLongestText);
+  key->push_back(static_cast<char>(bytes.size() >> 8));
+  key->push_back(static_cast<char>(bytes.size() & 0xFF));
+  key->append(bytes);
+}
+
+std::string_view TakeBytes(std::string_view* key) {
+  const auto high = static_cast<unsigned char>((*key)[0]);
+  const auto low = static_cast<unsigned char>((*key)[1]);
+  const std::string_view bytes = key->substr(2, std::size_t{high} << 8 | low);
+  key->remove_prefix(2 + bytes.size());
+  return bytes;
+}
+
+// Numbers stand in five bytes, the first for "not known".
+void PutNumber(const Statement& row, int column, std::string* key) {
+  const auto number = static_cast<std::uint32_t>(row.Integer(column));
+  char bytes[5];
+  bytes[0] = static_cast<char>(row.IsNull(column) ? 0 : 1);
+  std::memcpy(bytes + 1, &number, sizeof(number));
+  key->append(bytes, sizeof(bytes));
+}
+
+std::string_view AsText(std::span<const std::uint8_t> bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+std::string AddressText(std::string_view bytes) {
+  const auto* const data = reinterpret_cast<const std::uint8_t*>(bytes.data());
+  if (bytes.size() == 16)
+    return IpAddress::Ipv6(std::span<const std::uint8_t, 16>(data, 16)).Text();
+  if (bytes.size() != 4) return "-";
+  return IpAddress::Ipv4(std::uint32_t{data[0]} << 24 | std::uint32_t{data[1]} << 16 |
+                         std::uint32_t{data[2]} << 8 | data[3])
+      .Text();
+}
+
+std::string MacText(std::string_view bytes) {
+  std::string text;
+  for (const char c : bytes) {
+    text += fmt::format("{}{:02x}", text.empty() ? "" : ":", static_cast<unsigned char>(c));
+  }
+  return text.empty() ? "-" : text;
+}
+
+std::string NumberText(FieldForm form, std::uint32_t number) {
+  if (form == FieldForm::kAs) return fmt::format("AS{}", number);
+  if (form == FieldForm::kProtocol) {
+    const std::string_view name = ProtocolName(static_cast<std::uint8_t>(number));
+    if (!name.empty()) return std::string(name);
+  }
+  return std::to_string(number);
+}
+
+template <class Number>
+Number NumberIn(std::string_view text) {
+  Number number = 0;
+  std::from_chars(text.data(), text.data() + text.size(), number);
+  return number;
+}
+
+}  // namespace
+
+std::vector<const FlowField*> ParseFields(std::string_view list) {
+  std::vector<const FlowField*> fields;
+  while (!list.empty()) {
+    const std::string_view name = list.substr(0, list.find(','));
+    list.remove_prefix(std::min(list.size(), name.size() + 1));
+    const auto* const found = std::ranges::find_if(
+        kFields, [&](const FlowField& field) { return SameWord(field.name, name); });
+    if (found == std::end(kFields)) {
+      std::string all;
+      for (const FlowField& field : kFields) {
+        all.append(all.empty() ? "" : ", ").append(field.name);
+      }
+      throw UsageError(fmt::format("--group-by: flows have no '{}'; they have {}", name, all));
+    }
+    fields.push_back(found);
+  }
+  return fields;
+}
+
+void PutField(const FlowField& field, const StoredFlows& file, const Statement& row, int column,
+              std::string* key) {
+  switch (field.form) {
+    case FieldForm::kAddress:
+    case FieldForm::kMac:
+      return PutBytes(AsText(row.Bytes(column)), key);
+    case FieldForm::kExporter:
+      return PutBytes(file.Exporter(row.Integer(column)), key);
+    case FieldForm::kText:
+      return PutBytes(file.TextOf(row.Integer(column)), key);
+    default:
+      return PutNumber(row, column, key);
+  }
+}
+
+std::string TakeField(const FlowField& field, std::string_view* key) {
+  switch (field.form) {
+    case FieldForm::kAddress:
+    case FieldForm::kExporter:
+      return AddressText(TakeBytes(key));
+    case FieldForm::kMac:
+      return MacText(TakeBytes(key));
+    case FieldForm::kText: {
+      const std::string_view text = TakeBytes(key);
+      return text.empty() ? "-" : std::string(text);
+    }
+    default: {
+      std::uint32_t number = 0;
+      std::memcpy(&number, key->data() + 1, sizeof(number));
+      const bool is_known = key->front() != 0;
+      key->remove_prefix(5);
+      return is_known ? NumberText(field.form, number) : "-";
+    }
+  }
+}
+
+std::string FieldName(const FlowField& field, const std::string& value, const KeyNames& names) {
+  switch (field.form) {
+    case FieldForm::kAddress:
+    case FieldForm::kExporter: {
+      const auto address = IpAddress::Parse(value);
+      return address ? names.OfAddress(*address) : "";
+    }
+    case FieldForm::kAs:
+      return value == "-" ? "" : names.OfAs(NumberIn<std::uint32_t>(value.substr(2)));
+    case FieldForm::kPort:
+      return value == "-" ? "" : names.OfPort(NumberIn<std::uint16_t>(value), 0);
+    default:
+      return "";
+  }
+}
+
+}  // namespace flow::host

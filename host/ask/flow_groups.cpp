@@ -1,0 +1,142 @@
+#include "host/ask/flow_groups.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "host/store/schema.h"
+
+namespace flow::host {
+namespace {
+
+// The columns of a row in front of those of fields.
+enum Place { kBytes, kPackets, kRecords, kFirst, kLast, kMinute, kFields };
+constexpr std::string_view kSelect = "{bytes}, {packets}, {records}, first, last, minute";
+
+FlowSums& MutableSums(std::uint64_t* values) { return *reinterpret_cast<FlowSums*>(values); }
+
+class Grouper : public FlowTaker {
+ public:
+  Grouper(const std::vector<const FlowField*>& fields, const TimeSpan& span, std::int64_t step)
+      : fields_(fields), from_(span.from), step_(step) {
+    has_either_ = std::ranges::any_of(
+        fields, [](const FlowField* field) { return field->end == FieldEnd::kEither; });
+  }
+
+  void Take(const StoredFlows& file, const Statement& row, bool /*is_reverse*/) override {
+    const auto number = [&row](int column) {
+      return static_cast<std::uint64_t>(row.Integer(column));
+    };
+    const auto hour_ms = static_cast<std::uint64_t>(file.hour()) * 1000;
+    const FlowSums sums{number(kBytes), number(kPackets), number(kRecords),
+                        hour_ms + number(kFirst), hour_ms + number(kLast)};
+    AddFlows(sums, &total_);
+    MakeKey(file, row, 0, &key_);
+    Add(key_, sums);
+    if (!has_either_) return;
+    MakeKey(file, row, 1, &other_key_);
+    if (other_key_ != key_) Add(other_key_, sums);
+  }
+
+  KeyTable& table() { return table_; }
+  [[nodiscard]] const FlowSums& total() const { return total_; }
+
+ private:
+  // end: which one is meant by fields of either end.
+  void MakeKey(const StoredFlows& file, const Statement& row, int end, std::string* key) const {
+    key->clear();
+    int column = kFields;
+    for (const FlowField* const field : fields_) {
+      const bool is_either = field->end == FieldEnd::kEither;
+      PutField(*field, file, row, is_either ? column + end : column, key);
+      column += is_either ? 2 : 1;
+    }
+    if (step_ == 0) return;
+    const std::int64_t time = file.hour() + row.Integer(kMinute) * kMinuteSeconds;
+    const std::int64_t number = (time - from_) / step_;
+    key->append(reinterpret_cast<const char*>(&number), sizeof(number));
+  }
+
+  void Add(std::string_view key, const FlowSums& sums) {
+    AddFlows(sums, &MutableSums(table_.FindOrAdd(key)));
+  }
+
+  const std::vector<const FlowField*>& fields_;
+  std::int64_t from_;
+  std::int64_t step_;
+  bool has_either_;
+  KeyTable table_{kFlowSumWords};
+  FlowSums total_{};
+  std::string key_;
+  std::string other_key_;
+};
+
+// A column in braces, for those that depend on the direction.
+std::string FieldSelect(const FlowField& field) {
+  switch (field.end) {
+    case FieldEnd::kNone:
+      return fmt::format(", {}", field.source);
+    case FieldEnd::kSource:
+      return fmt::format(", {{{}}}", field.source);
+    case FieldEnd::kDestination:
+      return fmt::format(", {{{}}}", field.destination);
+    case FieldEnd::kEither:
+      return fmt::format(", {{{}}}, {{{}}}", field.source, field.destination);
+  }
+  return "";
+}
+
+}  // namespace
+
+void AddFlows(const FlowSums& part, FlowSums* into) {
+  const bool is_new = into->first == 0;
+  into->bytes += part.bytes;
+  into->packets += part.packets;
+  into->flows += part.flows;
+  into->first = is_new ? part.first : std::min(into->first, part.first);
+  into->last = std::max(into->last, part.last);
+}
+
+FlowGroups GroupFlows(const std::string& directory, const Expression& filter, const TimeSpan& span,
+                      const std::vector<const FlowField*>& fields, std::int64_t step) {
+  ScanQuestion question{filter, span, HasDirections(filter), std::string(kSelect)};
+  for (const FlowField* const field : fields) {
+    question.has_directions |=
+        field->end == FieldEnd::kSource || field->end == FieldEnd::kDestination;
+    question.select += FieldSelect(*field);
+  }
+  std::vector<std::unique_ptr<Grouper>> groupers;
+  std::vector<FlowTaker*> takers;
+  for (std::size_t i = 0; i < ScanThreads(); ++i) {
+    groupers.push_back(std::make_unique<Grouper>(fields, span, step));
+    takers.push_back(groupers.back().get());
+  }
+  FlowGroups groups;
+  groups.scan = ScanFlows(directory, question, takers);
+  for (const auto& grouper : groupers) {
+    if (grouper->total().first != 0) AddFlows(grouper->total(), &groups.total);
+    groups.table.Absorb(std::move(grouper->table()),
+                        [](std::uint64_t* into, const std::uint64_t* part) {
+                          AddFlows(FlowGroups::Sums(part), &MutableSums(into));
+                        });
+  }
+  return groups;
+}
+
+std::int64_t StepOf(std::string_view key) {
+  std::int64_t step = 0;
+  std::memcpy(&step, key.data(), sizeof(step));
+  return step;
+}
+
+std::vector<std::string> FieldTexts(const std::vector<const FlowField*>& fields,
+                                    std::string_view key) {
+  std::vector<std::string> texts;
+  for (const FlowField* const field : fields) texts.push_back(TakeField(*field, &key));
+  return texts;
+}
+
+}  // namespace flow::host

@@ -1,0 +1,273 @@
+#include "host/ask/flows.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "host/ask/flow_groups.h"
+#include "host/ask/flow_list.h"
+#include "host/ask/top.h"
+#include "host/base/error.h"
+#include "host/base/number_text.h"
+#include "host/base/words.h"
+
+namespace flow::host {
+namespace {
+
+constexpr std::pair<std::string_view, FlowOrder> kOrders[] = {
+    {"bytes", FlowOrder::kBytes}, {"packets", FlowOrder::kPackets},
+    {"flows", FlowOrder::kFlows}, {"duration", FlowOrder::kDuration},
+    {"first", FlowOrder::kFirst}, {"last", FlowOrder::kLast},
+};
+
+// A row of a group: what it is ranked by stands ready.
+struct Ranked {
+  std::string_view key;
+  const FlowSums* sums;
+};
+
+// Larger is earlier.
+std::int64_t RankOf(const FlowSums& sums, FlowOrder order) {
+  switch (order) {
+    case FlowOrder::kBytes:
+      return static_cast<std::int64_t>(sums.bytes);
+    case FlowOrder::kPackets:
+      return static_cast<std::int64_t>(sums.packets);
+    case FlowOrder::kFlows:
+      return static_cast<std::int64_t>(sums.flows);
+    case FlowOrder::kDuration:
+      return static_cast<std::int64_t>(sums.last - sums.first);
+    case FlowOrder::kFirst:
+      return -static_cast<std::int64_t>(sums.first);
+    case FlowOrder::kLast:
+      return -static_cast<std::int64_t>(sums.last);
+  }
+  return 0;
+}
+
+// The columns of sums: what the answer is ordered by stands first, with its share of all.
+class SumColumns {
+ public:
+  SumColumns(FlowOrder order, const Cover& cover, const FlowSums& total)
+      : order_(order),
+        seconds_(static_cast<double>(std::max<std::int64_t>(cover.span.Seconds(), 1))) {
+    all_ = order == FlowOrder::kPackets ? static_cast<double>(cover.packets)
+           : order == FlowOrder::kFlows ? static_cast<double>(total.flows)
+                                        : static_cast<double>(cover.bytes);
+  }
+
+  void AddColumns(std::vector<AnswerColumn>* columns) const {
+    columns->push_back({"share", "Share", ValueKind::kShare});
+    const AnswerColumn bytes{"bytes", "Bytes", ValueKind::kBytes};
+    const AnswerColumn packets{"packets", "Packets", ValueKind::kPackets};
+    const AnswerColumn flows{"flows", "Flows", ValueKind::kCount};
+    const AnswerColumn bits{"bits_per_second", "Rate", ValueKind::kBitRate};
+    const AnswerColumn rate{"packets_per_second", "Packets/s", ValueKind::kPacketRate};
+    if (order_ == FlowOrder::kPackets) {
+      columns->insert(columns->end(), {packets, rate, bytes, bits, flows});
+    } else if (order_ == FlowOrder::kFlows) {
+      columns->insert(columns->end(), {flows, bytes, bits, packets, rate});
+    } else {
+      columns->insert(columns->end(), {bytes, bits, packets, rate, flows});
+    }
+  }
+
+  // Rates are over the span, those of a single flow over its own time.
+  void AddValues(const FlowSums& sums, std::vector<AnswerValue>* values,
+                 std::int64_t flow_ms = 0) const {
+    const double seconds = flow_ms > 0 ? static_cast<double>(flow_ms) / 1000 : seconds_;
+    const auto bytes = static_cast<double>(sums.bytes);
+    const auto packets = static_cast<double>(sums.packets);
+    const double ranked = order_ == FlowOrder::kPackets ? packets
+                          : order_ == FlowOrder::kFlows ? static_cast<double>(sums.flows)
+                                                        : bytes;
+    values->emplace_back();
+    if (all_ > 0) values->back() = ranked / all_;
+    const AnswerValue whole_bytes = static_cast<std::int64_t>(sums.bytes);
+    const AnswerValue whole_packets = static_cast<std::int64_t>(sums.packets);
+    const AnswerValue flows = static_cast<std::int64_t>(sums.flows);
+    const AnswerValue bits = bytes * 8 / seconds;
+    const AnswerValue rate = packets / seconds;
+    if (order_ == FlowOrder::kPackets) {
+      values->insert(values->end(), {whole_packets, rate, whole_bytes, bits, flows});
+    } else if (order_ == FlowOrder::kFlows) {
+      values->insert(values->end(), {flows, whole_bytes, bits, whole_packets, rate});
+    } else {
+      values->insert(values->end(), {whole_bytes, bits, whole_packets, rate, flows});
+    }
+  }
+
+ private:
+  FlowOrder order_;
+  double seconds_;
+  double all_ = 0;
+};
+
+FlowSums Without(FlowSums from, const FlowSums& part) {
+  from.bytes -= part.bytes;
+  from.packets -= part.packets;
+  from.flows -= part.flows;
+  return from;
+}
+
+void Sum(const FlowSums& part, FlowSums* into) {
+  into->bytes += part.bytes;
+  into->packets += part.packets;
+  into->flows += part.flows;
+}
+
+std::vector<Ranked> LargestOf(const FlowGroups& groups, const FlowsQuestion& question) {
+  std::vector<Ranked> ranked;
+  ranked.reserve(groups.table.size());
+  groups.table.ForEach([&](std::string_view key, const std::uint64_t* values) {
+    ranked.push_back({key, &FlowGroups::Sums(values)});
+  });
+  const std::size_t count = std::min(question.top, ranked.size());
+  std::ranges::partial_sort(ranked, ranked.begin() + static_cast<std::ptrdiff_t>(count),
+                            [&](const Ranked& a, const Ranked& b) {
+                              const auto rank_a = RankOf(*a.sums, question.order);
+                              const auto rank_b = RankOf(*b.sums, question.order);
+                              return rank_a != rank_b ? rank_a > rank_b : a.key < b.key;
+                            });
+  ranked.resize(count);
+  return ranked;
+}
+
+void AddKeyColumns(const std::vector<const FlowField*>& fields, Answer* answer) {
+  for (const FlowField* const field : fields) {
+    answer->columns.push_back(
+        {std::string(field->name), std::string(field->title), ValueKind::kKey});
+    answer->columns.push_back({fmt::format("{}_name", field->name), "", ValueKind::kText});
+  }
+}
+
+std::vector<AnswerValue> KeyValues(const std::vector<const FlowField*>& fields,
+                                   const std::vector<std::string>& texts, const KeyNames& names) {
+  std::vector<AnswerValue> values;
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    values.emplace_back(texts[i]);
+    values.emplace_back(FieldName(*fields[i], texts[i], names));
+  }
+  return values;
+}
+
+// A row that is no key's: the others, or all.
+AnswerRow SumRow(std::size_t fields, std::string text) {
+  AnswerRow row;
+  row.values.resize(fields * 2);
+  for (AnswerValue& value : row.values) value = std::string();
+  row.values[0] = std::move(text);
+  return row;
+}
+
+Answer Grouped(StoredCounters* counters, const FlowsQuestion& question, const TimeSpan& span,
+               const KeyNames& names) {
+  const Cover cover = counters->CoverOf(span, kMinuteSeconds);
+  FlowGroups groups =
+      GroupFlows(counters->directory(), question.filter, cover.span, question.fields);
+  Answer answer;
+  FlowCoverage(counters, cover, groups.scan, &answer);
+  AddKeyColumns(question.fields, &answer);
+  const SumColumns columns(question.order, cover, groups.total);
+  columns.AddColumns(&answer.columns);
+  FlowSums all{};
+  groups.table.ForEach(
+      [&](std::string_view, const std::uint64_t* values) { Sum(FlowGroups::Sums(values), &all); });
+  FlowSums shown{};
+  for (const Ranked& ranked : LargestOf(groups, question)) {
+    AnswerRow row;
+    row.values = KeyValues(question.fields, FieldTexts(question.fields, ranked.key), names);
+    columns.AddValues(*ranked.sums, &row.values);
+    Sum(*ranked.sums, &shown);
+    answer.rows.push_back(std::move(row));
+  }
+  if (groups.table.size() > answer.rows.size()) {
+    answer.others = SumRow(question.fields.size(), std::string(kOthersKey));
+    answer.others_text =
+        fmt::format("{} more", Thousands(groups.table.size() - answer.rows.size()));
+    columns.AddValues(Without(all, shown), &answer.others->values);
+  }
+  answer.total = SumRow(question.fields.size(), "all that match");
+  columns.AddValues(groups.total, &answer.total->values);
+  return answer;
+}
+
+Answer Listed(StoredCounters* counters, const FlowsQuestion& question, const TimeSpan& span,
+              const KeyNames& names) {
+  const Cover cover = counters->CoverOf(span, kMinuteSeconds);
+  const FlowList list =
+      ListFlows(counters->directory(), question.filter, cover.span, question.order, question.top);
+  Answer answer;
+  FlowCoverage(counters, cover, list.scan, &answer);
+  answer.columns = {{"first_ms", "Began", ValueKind::kTime},
+                    {"duration_ms", "Lasted", ValueKind::kDuration}};
+  AddKeyColumns(ListedFields(), &answer);
+  const SumColumns columns(question.order, cover, list.total);
+  columns.AddColumns(&answer.columns);
+  FlowSums shown{};
+  for (const ListedFlow& flow : list.flows) {
+    AnswerRow row;
+    row.values = {flow.first_ms, flow.last_ms - flow.first_ms};
+    for (AnswerValue& value : KeyValues(ListedFields(), flow.fields, names)) {
+      row.values.push_back(std::move(value));
+    }
+    const FlowSums sums{static_cast<std::uint64_t>(flow.bytes),
+                        static_cast<std::uint64_t>(flow.packets),
+                        static_cast<std::uint64_t>(flow.flows), 0, 0};
+    columns.AddValues(sums, &row.values, flow.last_ms - flow.first_ms);
+    Sum(sums, &shown);
+    answer.rows.push_back(std::move(row));
+  }
+  const auto add_sums = [&](std::string text, const FlowSums& sums) {
+    AnswerRow row = SumRow(ListedFields().size(), std::move(text));
+    row.values.insert(row.values.begin(), 2, AnswerValue());
+    columns.AddValues(sums, &row.values);
+    return row;
+  };
+  if (list.rows > list.flows.size()) {
+    answer.others = add_sums(std::string(kOthersKey), Without(list.total, shown));
+    answer.others_text = fmt::format("{} more", Thousands(list.rows - list.flows.size()));
+  }
+  if (list.rows > 0) answer.total = add_sums("all that match", list.total);
+  return answer;
+}
+
+}  // namespace
+
+FlowOrder ParseFlowOrder(const std::string& text) {
+  for (const auto& [name, order] : kOrders) {
+    if (SameWord(name, text)) return order;
+  }
+  throw UsageError(fmt::format(
+      "flows are ordered by bytes, packets, flows, duration, first or last, not by '{}'", text));
+}
+
+void FlowCoverage(StoredCounters* counters, const Cover& cover, const ScanResult& scan,
+                  Answer* answer) {
+  Coverage(counters, cover, answer);
+  answer->source = "flows";
+  for (const TimeSpan& missing : scan.missing) {
+    const bool is_told = std::ranges::any_of(cover.gaps, [&](const AnswerGap& gap) {
+      return gap.span.from <= missing.from && missing.to <= gap.span.to;
+    });
+    if (!is_told) answer->gaps.push_back({missing, "no flows are kept of it"});
+  }
+  answer->is_exact = scan.not_kept.flows == 0;
+  if (!answer->is_exact) {
+    answer->notes.push_back(fmt::format("{} flows with {} could not be kept and are not in it",
+                                        Thousands(static_cast<std::uint64_t>(scan.not_kept.flows)),
+                                        SiBytes(static_cast<std::uint64_t>(scan.not_kept.bytes))));
+  }
+}
+
+Answer AskFlows(StoredCounters* counters, const FlowsQuestion& question, const TimeSpan& span,
+                const KeyNames& names) {
+  Answer answer = question.fields.empty() ? Listed(counters, question, span, names)
+                                          : Grouped(counters, question, span, names);
+  answer.what = question.filter_text.empty() ? "flows" : "flows of " + question.filter_text;
+  if (answer.rows.empty() && answer.notes.empty()) answer.notes.emplace_back("nothing matches");
+  return answer;
+}
+
+}  // namespace flow::host

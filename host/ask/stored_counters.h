@@ -1,0 +1,90 @@
+// The database of counters of a store, for reading.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/ask/answer.h"
+#include "host/ask/times.h"
+#include "host/store/database.h"
+#include "host/store/schema.h"
+
+namespace flow::host {
+
+// A group of counters as the store describes it.
+struct StoredGroup {
+  struct Column {
+    std::string name;
+    std::string title;
+    ValueKind kind = ValueKind::kCount;
+  };
+
+  std::string id;
+  std::string title;
+  std::string key_title;
+  std::string key_kind;
+  std::vector<Column> columns;  // bytes first
+};
+
+// Neighbouring buckets of one tier.
+struct TierPart {
+  std::size_t tier = 0;  // in kTiers
+  TimeSpan span;
+};
+
+// What the store has of a span.
+struct Cover {
+  TimeSpan span;  // in whole buckets
+  std::vector<TierPart> parts;
+  std::vector<AnswerGap> gaps;
+  std::int64_t bytes = 0;
+  std::int64_t packets = 0;
+  std::int64_t flows = 0;
+  std::int64_t flows_not_kept = 0;
+  bool is_widened = false;  // to buckets longer than what was asked for
+
+  // "the hours' totals"
+  [[nodiscard]] std::string Source() const;
+};
+
+class StoredCounters {
+ public:
+  // HostError where there is no store or none that can be read.
+  explicit StoredCounters(const std::string& directory);
+
+  // Names of groups are those of the store and those that people use: "as", "interfaces".
+  // UsageError names all that there are.
+  [[nodiscard]] std::vector<StoredGroup> Groups(const std::string& name);
+
+  // In buckets as long as they fit, but not longer than `most_seconds`, as they are wanted for a
+  // line of steps.
+  Cover CoverOf(const TimeSpan& span, std::int64_t most_seconds = kDaySeconds);
+
+  // What was lost in a span.
+  std::vector<AnswerLoss> LossesOf(const Cover& cover);
+
+  Database& database() { return database_; }
+  [[nodiscard]] const std::string& directory() const { return directory_; }
+
+ private:
+  struct Bucket {
+    std::int64_t ran = 0;
+    std::int64_t bytes = 0;
+    std::int64_t packets = 0;
+    std::int64_t flows = 0;
+    std::int64_t flows_not_kept = 0;
+  };
+  using Buckets = std::map<std::int64_t, Bucket>;
+
+  StoredGroup Describe(const std::string& id);
+  Buckets BucketsOf(std::size_t tier, const TimeSpan& span);
+  std::vector<AnswerGap> GapsOf(const TimeSpan& span);
+
+  std::string directory_;
+  Database database_;
+};
+
+}  // namespace flow::host

@@ -1,0 +1,30 @@
+// The commands that ask a store, on the command line.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <optional>
+#include <variant>
+
+#include "host/command/ask_options.h"
+
+namespace flow::host {
+
+using AskCommand = std::variant<TopOptions, FlowsOptions>;
+
+class AskCommandLine {
+ public:
+  // The commands become part of the program's; both last as long as it.
+  explicit AskCommandLine(CLI::App* app);
+
+  // The one that was given, if any.
+  [[nodiscard]] std::optional<AskCommand> Parsed() const;
+
+ private:
+  TopOptions top_;
+  FlowsOptions flows_;
+  const CLI::App* top_app_;
+  const CLI::App* flows_app_;
+};
+
+}  // namespace flow::host

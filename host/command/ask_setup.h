@@ -1,0 +1,33 @@
+// What stands around a question: the store, the span, the names, where the answer goes.
+#pragma once
+
+#include "host/ask/answer.h"
+#include "host/ask/key_names.h"
+#include "host/ask/stored_counters.h"
+#include "host/command/ask_options.h"
+
+namespace flow::host {
+
+class AskSetup {
+ public:
+  // HostError without a store, UsageError where the options cannot be right.
+  explicit AskSetup(const AskOptions& options);
+
+  [[nodiscard]] StoredCounters* counters() { return &counters_; }
+  [[nodiscard]] const TimeSpan& span() const { return span_; }
+  [[nodiscard]] const KeyNames& names() const { return names_; }
+  [[nodiscard]] const AnswerView& view() const { return view_; }
+  [[nodiscard]] std::int64_t now() const { return now_; }
+
+  // Show prints the answer; the exit status.
+  [[nodiscard]] int Show(const Answer& answer) const;
+
+ private:
+  AnswerView view_;
+  std::int64_t now_;
+  TimeSpan span_;
+  KeyNames names_;
+  StoredCounters counters_;
+};
+
+}  // namespace flow::host

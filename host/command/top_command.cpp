@@ -1,0 +1,18 @@
+#include "host/command/top_command.h"
+
+#include "host/ask/top.h"
+#include "host/command/ask_setup.h"
+
+namespace flow::host {
+
+int RunTop(const TopOptions& options) {
+  AskSetup setup(options.ask);
+  TopQuestion question;
+  question.group = options.group;
+  question.by = options.ask.by;
+  question.top = options.ask.top;
+  question.wants_lines = setup.view().is_terminal && options.ask.form == AnswerForm::kText;
+  return setup.Show(AskTop(setup.counters(), question, setup.span(), setup.names()));
+}
+
+}  // namespace flow::host
