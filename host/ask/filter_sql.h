@@ -15,11 +15,13 @@ namespace flow::host {
 struct FilterSql {
   using Blob = std::vector<std::uint8_t>;
 
+  using Values = std::vector<std::variant<std::int64_t, std::string, Blob>>;
+
   std::string text;
-  std::vector<std::variant<std::int64_t, std::string, Blob>> values;  // in the order of places
+  Values values;  // in the order of places
 };
 
-// ToSql names columns in braces, as ScanColumns of flow_scan.h knows them, for flows can be seen
+// ToSql names columns in braces, as ColumnsFor of flow_scan.h knows them, for flows can be seen
 // both ways. It never makes an empty text, and what it makes is never NULL: a flow of which a field
 // is not known does not have the value that is asked for.
 FilterSql ToSql(const Expression& expression);

@@ -59,7 +59,7 @@ std::string_view TakeBytes(std::string_view* key) {
 }
 
 // Numbers stand in five bytes, the first for "not known".
-void PutNumber(const Statement& row, int column, std::string* key) {
+void PutNumber(const FlowRow& row, std::size_t column, std::string* key) {
   const auto number = static_cast<std::uint32_t>(row.Integer(column));
   char bytes[5];
   bytes[0] = static_cast<char>(row.IsNull(column) ? 0 : 1);
@@ -126,16 +126,25 @@ std::vector<const FlowField*> ParseFields(std::string_view list) {
   return fields;
 }
 
-void PutField(const FlowField& field, const StoredFlows& file, const Statement& row, int column,
-              std::string* key) {
+void AddColumns(const FlowField& field, std::vector<std::string>* columns) {
+  if (field.end == FieldEnd::kNone) {
+    columns->emplace_back(field.source);
+    return;
+  }
+  const auto in_braces = [](std::string_view name) { return fmt::format("{{{}}}", name); };
+  if (field.end != FieldEnd::kDestination) columns->push_back(in_braces(field.source));
+  if (field.end != FieldEnd::kSource) columns->push_back(in_braces(field.destination));
+}
+
+void PutField(const FlowField& field, const FlowRow& row, std::size_t column, std::string* key) {
   switch (field.form) {
     case FieldForm::kAddress:
     case FieldForm::kMac:
       return PutBytes(AsText(row.Bytes(column)), key);
     case FieldForm::kExporter:
-      return PutBytes(file.Exporter(row.Integer(column)), key);
+      return PutBytes(row.file().Exporter(row.Integer(column)), key);
     case FieldForm::kText:
-      return PutBytes(file.TextOf(row.Integer(column)), key);
+      return PutBytes(row.file().TextOf(row.Integer(column)), key);
     default:
       return PutNumber(row, column, key);
   }

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "host/ask/flow_scan.h"
 #include "host/ask/key_names.h"
-#include "host/ask/stored_flows.h"
 
 namespace flow::host {
 
@@ -36,10 +36,13 @@ struct FlowField {
 // ParseFields reads "src,dport". UsageError names all fields.
 std::vector<const FlowField*> ParseFields(std::string_view list);
 
+// AddColumns adds the columns of a field to those that a scan is asked for: two where either end
+// is meant.
+void AddColumns(const FlowField& field, std::vector<std::string>* columns);
+
 // PutField appends a column's value to a key, so that equal values have equal bytes and a key can
 // be taken apart again.
-void PutField(const FlowField& field, const StoredFlows& file, const Statement& row, int column,
-              std::string* key);
+void PutField(const FlowField& field, const FlowRow& row, std::size_t column, std::string* key);
 
 // TakeField takes a field off the front of a key, as it is read.
 std::string TakeField(const FlowField& field, std::string_view* key);

@@ -13,8 +13,12 @@ namespace flow::host {
 namespace {
 
 // The columns of a row in front of those of fields.
-enum Place { kBytes, kPackets, kRecords, kFirst, kLast, kMinute, kFields };
-constexpr std::string_view kSelect = "{bytes}, {packets}, {records}, first, last, minute";
+enum Place : std::size_t { kBytes, kPackets, kRecords, kFirst, kLast, kMinute, kFields };
+const std::vector<std::string>& Columns() {
+  static const auto& columns =
+      *new std::vector<std::string>{"{bytes}", "{packets}", "{records}", "first", "last", "minute"};
+  return columns;
+}
 
 FlowSums& MutableSums(std::uint64_t* values) { return *reinterpret_cast<FlowSums*>(values); }
 
@@ -26,18 +30,18 @@ class Grouper : public FlowTaker {
         fields, [](const FlowField* field) { return field->end == FieldEnd::kEither; });
   }
 
-  void Take(const StoredFlows& file, const Statement& row, bool /*is_reverse*/) override {
-    const auto number = [&row](int column) {
+  void Take(const FlowRow& row) override {
+    const auto number = [&row](std::size_t column) {
       return static_cast<std::uint64_t>(row.Integer(column));
     };
-    const auto hour_ms = static_cast<std::uint64_t>(file.hour()) * 1000;
+    const auto hour_ms = static_cast<std::uint64_t>(row.file().hour()) * 1000;
     const FlowSums sums{number(kBytes), number(kPackets), number(kRecords),
                         hour_ms + number(kFirst), hour_ms + number(kLast)};
     AddFlows(sums, &total_);
-    MakeKey(file, row, 0, &key_);
+    MakeKey(row, 0, &key_);
     Add(key_, sums);
     if (!has_either_) return;
-    MakeKey(file, row, 1, &other_key_);
+    MakeKey(row, 1, &other_key_);
     if (other_key_ != key_) Add(other_key_, sums);
   }
 
@@ -46,16 +50,16 @@ class Grouper : public FlowTaker {
 
  private:
   // end: which one is meant by fields of either end.
-  void MakeKey(const StoredFlows& file, const Statement& row, int end, std::string* key) const {
+  void MakeKey(const FlowRow& row, std::size_t end, std::string* key) const {
     key->clear();
-    int column = kFields;
+    std::size_t column = kFields;
     for (const FlowField* const field : fields_) {
       const bool is_either = field->end == FieldEnd::kEither;
-      PutField(*field, file, row, is_either ? column + end : column, key);
+      PutField(*field, row, is_either ? column + end : column, key);
       column += is_either ? 2 : 1;
     }
     if (step_ == 0) return;
-    const std::int64_t time = file.hour() + row.Integer(kMinute) * kMinuteSeconds;
+    const std::int64_t time = row.file().hour() + row.Integer(kMinute) * kMinuteSeconds;
     const std::int64_t number = (time - from_) / step_;
     key->append(reinterpret_cast<const char*>(&number), sizeof(number));
   }
@@ -74,21 +78,6 @@ class Grouper : public FlowTaker {
   std::string other_key_;
 };
 
-// A column in braces, for those that depend on the direction.
-std::string FieldSelect(const FlowField& field) {
-  switch (field.end) {
-    case FieldEnd::kNone:
-      return fmt::format(", {}", field.source);
-    case FieldEnd::kSource:
-      return fmt::format(", {{{}}}", field.source);
-    case FieldEnd::kDestination:
-      return fmt::format(", {{{}}}", field.destination);
-    case FieldEnd::kEither:
-      return fmt::format(", {{{}}}, {{{}}}", field.source, field.destination);
-  }
-  return "";
-}
-
 }  // namespace
 
 void AddFlows(const FlowSums& part, FlowSums* into) {
@@ -102,11 +91,11 @@ void AddFlows(const FlowSums& part, FlowSums* into) {
 
 FlowGroups GroupFlows(const std::string& directory, const Expression& filter, const TimeSpan& span,
                       const std::vector<const FlowField*>& fields, std::int64_t step) {
-  ScanQuestion question{filter, span, HasDirections(filter), std::string(kSelect)};
+  ScanQuestion question{filter, span, HasDirections(filter), Columns()};
   for (const FlowField* const field : fields) {
     question.has_directions |=
         field->end == FieldEnd::kSource || field->end == FieldEnd::kDestination;
-    question.select += FieldSelect(*field);
+    AddColumns(*field, &question.columns);
   }
   std::vector<std::unique_ptr<Grouper>> groupers;
   std::vector<FlowTaker*> takers;

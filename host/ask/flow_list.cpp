@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <tuple>
 #include <utility>
 
@@ -32,15 +33,15 @@ class Picker : public FlowTaker {
  public:
   Picker(FlowOrder order, std::size_t top) : order_(order), top_(top) {}
 
-  void Take(const StoredFlows& file, const Statement& row, bool is_reverse) override {
-    const auto number = [&row](int column) {
+  void Take(const FlowRow& row) override {
+    const auto number = [&row](std::size_t column) {
       return static_cast<std::uint64_t>(row.Integer(column));
     };
-    const auto hour_ms = static_cast<std::uint64_t>(file.hour()) * 1000;
+    const auto hour_ms = static_cast<std::uint64_t>(row.file().hour()) * 1000;
     const FlowSums sums{number(0), number(1), number(2), hour_ms + number(3), hour_ms + number(4)};
     AddFlows(sums, &total_);
     ++rows_;
-    const Place place{RankOf(sums), file.hour(), row.Integer(5), is_reverse};
+    const Place place{RankOf(sums), row.file().hour(), row.Integer(5), row.is_reverse()};
     if (places_.size() == top_ && (top_ == 0 || !place.IsBefore(places_.front()))) return;
     places_.push_back(place);
     std::ranges::push_heap(places_, kIsBefore);
@@ -80,23 +81,22 @@ class Picker : public FlowTaker {
 };
 
 ListedFlow ReadFlow(StoredFlows* file, const Place& place, bool has_directions) {
-  std::string select = "{bytes}, {packets}, {records}, first, last";
-  for (const FlowField* const field : ListedFields()) {
-    const bool is_destination = field->end == FieldEnd::kDestination;
-    const std::string_view column = is_destination ? field->destination : field->source;
-    const bool has_end = field->end != FieldEnd::kNone;
-    select += has_end ? fmt::format(", {{{}}}", column) : fmt::format(", {}", column);
-  }
-  Statement row =
-      file->database().Prepare(fmt::format("SELECT {} FROM flows WHERE rowid = ?",
-                                           ScanColumns(select, has_directions, place.is_reverse)));
-  row.Bind(1, place.row).Step();
+  std::vector<std::string> columns{"{bytes}", "{packets}", "{records}", "first", "last"};
+  for (const FlowField* const field : ListedFields()) AddColumns(*field, &columns);
+  FlowView view = FlowView::kBoth;
+  if (has_directions) view = place.is_reverse ? FlowView::kReverse : FlowView::kForward;
+  Statement found = file->database().Prepare(ColumnsFor(
+      fmt::format("SELECT {} FROM flows WHERE rowid = ?", fmt::join(columns, ", ")), view));
+  found.Bind(1, place.row).Step();
+  std::vector<int> places(columns.size());
+  std::iota(places.begin(), places.end(), 0);
+  const FlowRow row(*file, found, places, place.is_reverse);
   const std::int64_t hour_ms = file->hour() * 1000;
   ListedFlow flow{hour_ms + row.Integer(3), hour_ms + row.Integer(4), row.Integer(0),
                   row.Integer(1),           row.Integer(2),           {}};
   std::string key;
-  int column = 5;
-  for (const FlowField* const field : ListedFields()) PutField(*field, *file, row, column++, &key);
+  std::size_t column = 5;
+  for (const FlowField* const field : ListedFields()) PutField(*field, row, column++, &key);
   flow.fields = FieldTexts(ListedFields(), key);
   return flow;
 }
@@ -119,9 +119,12 @@ FlowList ListFlows(const std::string& directory, const Expression& filter, const
     takers.push_back(pickers.back().get());
   }
   FlowList list;
-  list.scan = ScanFlows(
-      directory,
-      {filter, span, has_directions, "{bytes}, {packets}, {records}, first, last, rowid"}, takers);
+  list.scan = ScanFlows(directory,
+                        {filter,
+                         span,
+                         has_directions,
+                         {"{bytes}", "{packets}", "{records}", "first", "last", "rowid"}},
+                        takers);
   std::vector<Place> places;
   for (const auto& picker : pickers) {
     places.insert(places.end(), picker->places().begin(), picker->places().end());

@@ -1,7 +1,8 @@
 #include "host/ask/flow_scan.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <exception>
 #include <filesystem>
@@ -40,22 +41,105 @@ constexpr Amount kAmounts[] = {
      "(CASE WHEN bytes OR packets THEN records / 2 ELSE records END)"},
 };
 
-std::string ColumnFor(std::string_view name, bool has_directions, bool is_reverse) {
+std::string ColumnFor(std::string_view name, FlowView view) {
+  const bool is_reverse = view == FlowView::kReverse;
   for (const EndColumn& column : kEndColumns) {
     if (column.name == name) return std::string(is_reverse ? column.reverse : column.name);
   }
   for (const Amount& amount : kAmounts) {
     if (amount.name != name) continue;
-    if (!has_directions) return std::string(amount.both);
+    if (view == FlowView::kBoth) return std::string(amount.both);
     return std::string(is_reverse ? amount.reverse : amount.forward);
   }
   return std::string(name);
 }
 
+// The query of a file: both directions of a row come at once, where they are told apart.
+class Query {
+ public:
+  explicit Query(const ScanQuestion& question) {
+    if (!question.has_directions) {
+      AddView(question.columns, FlowView::kBoth);
+      where_ = WhereFor(question.filter, FlowView::kBoth);
+      return;
+    }
+    AddView(question.columns, FlowView::kForward);
+    AddView(question.columns, FlowView::kReverse);
+    where_ = {"1", {}};
+    const bool has_filter =
+        question.filter.kind == Expression::Kind::kCondition || !question.filter.parts.empty();
+    if (has_filter) AddFilter(question.filter);
+  }
+
+  void Read(StoredFlows* file, const TimeSpan& span, FlowTaker* taker) const {
+    Statement rows = file->Rows(select_, given_, where_, span);
+    while (rows.Step()) {
+      for (const View& view : views_) {
+        const FlowRow row(*file, rows, view.places, view.view == FlowView::kReverse);
+        if (view.view != FlowView::kBoth && row.Integer(0) == 0 && row.Integer(1) == 0) continue;
+        if (view.passes >= 0 && rows.Integer(view.passes) == 0) continue;
+        taker->Take(row);
+      }
+    }
+  }
+
+ private:
+  struct View {
+    FlowView view;
+    std::vector<int> places;  // of the question's columns
+    int passes = -1;          // the column that says whether the filter lets it pass
+  };
+
+  static FilterSql WhereFor(const Expression& filter, FlowView view) {
+    FilterSql where = ToSql(filter);
+    where.text = ColumnsFor(where.text, view);
+    return where;
+  }
+
+  // A column that both directions show stands in the query once.
+  int PlaceOf(const std::string& column) {
+    const auto found = std::ranges::find(columns_, column);
+    const auto place = static_cast<int>(found - columns_.begin());
+    if (found == columns_.end()) {
+      columns_.push_back(column);
+      select_ += (select_.empty() ? "" : ", ") + column;
+    }
+    return place;
+  }
+
+  void AddView(const std::vector<std::string>& columns, FlowView view) {
+    View added{view, {}, -1};
+    for (const std::string& column : columns) {
+      added.places.push_back(PlaceOf(ColumnsFor(column, view)));
+    }
+    views_.push_back(std::move(added));
+  }
+
+  void AddFilter(const Expression& filter) {
+    const FilterSql forward = WhereFor(filter, FlowView::kForward);
+    const FilterSql reverse = WhereFor(filter, FlowView::kReverse);
+    for (View& view : views_) {
+      const FilterSql& sql = view.view == FlowView::kForward ? forward : reverse;
+      view.passes = static_cast<int>(columns_.size());
+      columns_.push_back(sql.text);
+      select_ += ", " + sql.text;
+      given_.insert(given_.end(), sql.values.begin(), sql.values.end());
+    }
+    where_.text = fmt::format("(({}) OR ({}))", forward.text, reverse.text);
+    where_.values = given_;
+  }
+
+  std::string select_;
+  std::vector<std::string> columns_;  // in it
+  FilterSql::Values given_;           // in it as well
+  FilterSql where_;
+  std::vector<View> views_;
+};
+
 class Scan {
  public:
   Scan(const std::string& directory, const ScanQuestion& question)
-      : directory_(directory), question_(question) {
+      : directory_(directory), question_(question), query_(question) {
     for (std::int64_t hour = question.span.from / kHourSeconds * kHourSeconds;
          hour < question.span.to; hour += kHourSeconds) {
       if (std::filesystem::exists(FlowFilePath(directory, hour))) {
@@ -64,8 +148,6 @@ class Scan {
         AddMissing(hour);
       }
     }
-    AddPass(false);
-    if (question.has_directions) AddPass(true);
   }
 
   void Run(FlowTaker* taker) noexcept {
@@ -83,12 +165,6 @@ class Scan {
   }
 
  private:
-  struct Pass {
-    bool is_reverse;
-    std::string select;
-    FilterSql where;
-  };
-
   void AddMissing(std::int64_t hour) {
     const TimeSpan span{std::max(hour, question_.span.from),
                         std::min(hour + kHourSeconds, question_.span.to)};
@@ -100,22 +176,9 @@ class Scan {
     }
   }
 
-  void AddPass(bool is_reverse) {
-    const bool has = question_.has_directions;
-    Pass pass{is_reverse, ScanColumns(question_.select, has, is_reverse), ToSql(question_.filter)};
-    pass.where.text = ScanColumns(pass.where.text, has, is_reverse);
-    if (has) {
-      pass.where.text += is_reverse ? " AND (bytes_rev OR packets_rev)" : " AND (bytes OR packets)";
-    }
-    passes_.push_back(std::move(pass));
-  }
-
   void ReadFile(std::int64_t hour, FlowTaker* taker) {
     StoredFlows file(directory_, hour);
-    for (const Pass& pass : passes_) {
-      Statement rows = file.Rows(pass.select, pass.where, question_.span);
-      while (rows.Step()) taker->Take(file, rows, pass.is_reverse);
-    }
+    query_.Read(&file, question_.span, taker);
     const StoredFlows::NotKept not_kept = file.NotKeptIn(question_.span);
     const std::lock_guard lock(mutex_);
     result_.not_kept.flows += not_kept.flows;
@@ -125,7 +188,7 @@ class Scan {
 
   const std::string& directory_;
   const ScanQuestion& question_;
-  std::vector<Pass> passes_;
+  Query query_;
   std::vector<std::int64_t> hours_;
   std::atomic<std::size_t> next_ = 0;
   std::mutex mutex_;  // of what follows
@@ -143,14 +206,14 @@ bool HasDirections(const Expression& expression) {
   return side == Side::kSource || side == Side::kDestination;
 }
 
-std::string ScanColumns(std::string_view select, bool has_directions, bool is_reverse) {
+std::string ColumnsFor(std::string_view text, FlowView view) {
   std::string columns;
-  for (std::size_t at = 0; at < select.size(); ++at) {
-    const std::size_t end = select[at] == '{' ? select.find('}', at) : std::string_view::npos;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const std::size_t end = text[at] == '{' ? text.find('}', at) : std::string_view::npos;
     if (end == std::string_view::npos) {
-      columns.push_back(select[at]);
+      columns.push_back(text[at]);
     } else {
-      columns += ColumnFor(select.substr(at + 1, end - at - 1), has_directions, is_reverse);
+      columns += ColumnFor(text.substr(at + 1, end - at - 1), view);
       at = end;
     }
   }

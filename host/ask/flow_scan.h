@@ -3,7 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,19 +19,42 @@ namespace flow::host {
 // what went either way.
 bool HasDirections(const Expression& expression);
 
-// What is asked of each file: the second of two passes, where there are directions, sees flows the
-// other way round. A text that says "{src}" stands for the column at the source.
+// What is asked of each file.
 struct ScanQuestion {
   Expression filter;
   TimeSpan span;
   bool has_directions = false;
-  // Columns, as in "{src}, {bytes}, first". Names in braces: those of both ends ({src}, {dst},
-  // {sport}, {dport}, {in_if}, {out_if}, {src_as}, {dst_as}, {src_mac}, {dst_mac}), and {bytes},
-  // {packets}, {records}.
-  std::string select;
+  // Names in braces stand for the columns at an end or of a direction: {src}, {dst}, {sport},
+  // {dport}, {in_if}, {out_if}, {src_as}, {dst_as}, {src_mac}, {dst_mac}, {bytes}, {packets},
+  // {records}. The first two columns are {bytes} and {packets}.
+  std::vector<std::string> columns;
 };
 
-// Who takes rows; one for each thread.
+// A flow as the question sees it: with the columns that it names.
+class FlowRow {
+ public:
+  FlowRow(const StoredFlows& file, const Statement& row, std::span<const int> places,
+          bool is_reverse)
+      : file_(file), row_(row), places_(places), is_reverse_(is_reverse) {}
+
+  [[nodiscard]] const StoredFlows& file() const { return file_; }
+  [[nodiscard]] bool is_reverse() const { return is_reverse_; }
+  [[nodiscard]] std::int64_t Integer(std::size_t column) const {
+    return row_.Integer(places_[column]);
+  }
+  [[nodiscard]] std::span<const std::uint8_t> Bytes(std::size_t column) const {
+    return row_.Bytes(places_[column]);
+  }
+  [[nodiscard]] bool IsNull(std::size_t column) const { return row_.IsNull(places_[column]); }
+
+ private:
+  const StoredFlows& file_;
+  const Statement& row_;
+  std::span<const int> places_;
+  bool is_reverse_;
+};
+
+// Who takes flows; one for each thread.
 class FlowTaker {
  public:
   FlowTaker() = default;
@@ -39,7 +62,7 @@ class FlowTaker {
   FlowTaker& operator=(const FlowTaker&) = delete;
   virtual ~FlowTaker() = default;
 
-  virtual void Take(const StoredFlows& file, const Statement& row, bool is_reverse) = 0;
+  virtual void Take(const FlowRow& row) = 0;
 };
 
 struct ScanResult {
@@ -47,7 +70,7 @@ struct ScanResult {
   StoredFlows::NotKept not_kept;
 };
 
-// ScanFlows hands every row to one of the takers, each in its own thread. HostError where a file
+// ScanFlows hands every flow to one of the takers, each in its own thread. HostError where a file
 // cannot be read.
 ScanResult ScanFlows(const std::string& directory, const ScanQuestion& question,
                      const std::vector<FlowTaker*>& takers);
@@ -55,7 +78,10 @@ ScanResult ScanFlows(const std::string& directory, const ScanQuestion& question,
 // How many threads are worth it.
 std::size_t ScanThreads();
 
-// ScanColumns puts columns in place of the names in braces.
-std::string ScanColumns(std::string_view select, bool has_directions, bool is_reverse);
+// How a row is seen.
+enum class FlowView : std::uint8_t { kBoth, kForward, kReverse };
+
+// ColumnsFor puts columns in place of the names in braces.
+std::string ColumnsFor(std::string_view text, FlowView view);
 
 }  // namespace flow::host

@@ -124,6 +124,22 @@ bool KeyNames::LearnNumber(std::string_view what, const std::string& name) {
 }
 
 std::string KeyNames::OfAddress(const IpAddress& address) const {
+  std::string name = OfNetwork(address);
+  if (name.empty() && asks_dns_) name = dns_.NameOf(address);
+  return WithGeo(address, std::move(name));
+}
+
+std::string KeyNames::WithGeo(const IpAddress& address, std::string name) const {
+  std::string about;
+  for (const GeoDatabase& database : geo_) {
+    const std::string more = database.About(address);
+    if (!more.empty()) about += (about.empty() ? "" : ", ") + more;
+  }
+  if (about.empty()) return name;
+  return name.empty() ? about : fmt::format("{} ({})", name, about);
+}
+
+std::string KeyNames::OfNetwork(const IpAddress& address) const {
   for (const unsigned length : lengths_[address.family() == Family::kIpv6]) {
     const auto found = networks_.find({length, Cut(address, length)});
     if (found != networks_.end()) return found->second;
@@ -167,18 +183,21 @@ std::string KeyNames::FromFile(const std::string& key_kind, const std::string& k
     if (!name.empty()) return name;
   }
   const auto address = IpAddress::Parse(key);
-  return address ? OfAddress(*address) : "";
+  return address ? OfNetwork(*address) : "";
 }
 
 std::string KeyNames::NameOf(StoredCounters* counters, const StoredGroup& group,
                              const std::string& key) const {
+  const auto address = IpAddress::Parse(key);
   std::string name = FromFile(group.key_kind, key);
-  if (!name.empty()) return name;
+  if (!name.empty()) return address ? WithGeo(*address, std::move(name)) : name;
   Statement stored = counters->database().Prepare(
       "SELECT label FROM labels WHERE group_id = ?1 AND key = ?2 AND label <> '' "
       "UNION ALL SELECT name FROM names WHERE group_id = ?1 AND key = ?2");
   stored.Bind(1, group.id).Bind(2, key);
-  return stored.Step() ? std::string(stored.Text(0)) : "";
+  if (stored.Step()) name = stored.Text(0);
+  if (!address) return name;
+  return name.empty() ? OfAddress(*address) : WithGeo(*address, std::move(name));
 }
 
 }  // namespace flow::host

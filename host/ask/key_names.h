@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "host/ask/dns_names.h"
+#include "host/ask/geo_database.h"
 #include "host/ask/stored_counters.h"
 #include "host/base/endpoint.h"
 
@@ -21,8 +23,14 @@ class KeyNames {
   // begin with # are comments. UsageError names a line that is none of them.
   void ReadFile(const std::string& path);
 
+  // ReadGeo takes a database of countries or AS numbers; each adds to what the others know.
+  void ReadGeo(const std::string& path) { geo_.emplace_back(path); }
+
+  // AskDns has addresses without another name asked for in the DNS.
+  void AskDns() { asks_dns_ = true; }
+
   // The names of things; empty where there is none. Of an address its own, else that of the
-  // smallest network that has it.
+  // smallest network that has it, else the DNS's; behind it what the databases know.
   [[nodiscard]] std::string OfAddress(const IpAddress& address) const;
   [[nodiscard]] std::string OfInterface(const IpAddress& exporter, std::uint32_t index) const;
   [[nodiscard]] std::string OfAs(std::uint32_t number) const;
@@ -42,8 +50,13 @@ class KeyNames {
   bool Learn(std::string_view what, std::string name);
   bool LearnInterface(std::string_view what, const std::string& name);
   bool LearnNumber(std::string_view what, const std::string& name);
+  [[nodiscard]] std::string OfNetwork(const IpAddress& address) const;
+  [[nodiscard]] std::string WithGeo(const IpAddress& address, std::string name) const;
   [[nodiscard]] std::string FromFile(const std::string& key_kind, const std::string& key) const;
 
+  std::vector<GeoDatabase> geo_;
+  bool asks_dns_ = false;
+  mutable DnsNames dns_;
   std::map<Prefix, std::string> networks_;  // hosts too
   std::vector<unsigned> lengths_[2];        // of prefixes, by family; longest first
   std::map<std::pair<IpAddress, std::uint32_t>, std::string> interfaces_;

@@ -146,7 +146,9 @@ Cover StoredCounters::CoverOf(const TimeSpan& span, std::int64_t most_seconds) {
     for (std::size_t tier = 1; tier < tiers.size(); ++tier) {
       const std::int64_t start = Floor(at, kTiers[tier].seconds);
       const bool is_free = cover.parts.empty() || start >= cover.parts.back().span.to;
-      if (is_free && tiers[tier].contains(start)) return std::pair(tier, start);
+      if (is_free && tiers[tier].contains(start) && IsAllThatIsLeft(tier, start)) {
+        return std::pair(tier, start);
+      }
     }
     return std::nullopt;
   };
@@ -186,6 +188,16 @@ Cover StoredCounters::CoverOf(const TimeSpan& span, std::int64_t most_seconds) {
   if (last < cover.span.to) cover.gaps.push_back({{last, cover.span.to}, "nothing is kept of it"});
   for (AnswerGap& gap : GapsOf(cover.span)) cover.gaps.push_back(std::move(gap));
   return cover;
+}
+
+bool StoredCounters::IsAllThatIsLeft(std::size_t tier, std::int64_t bucket) {
+  Statement shorter = database_.Prepare(
+      "SELECT 1 FROM buckets WHERE tier = ? AND bucket >= ? AND bucket < ? LIMIT 1");
+  for (std::size_t i = 0; i < tier; ++i) {
+    shorter.Bind(1, kTiers[i].name).Bind(2, bucket).Bind(3, bucket + kTiers[tier].seconds);
+    if (shorter.Step()) return false;
+  }
+  return true;
 }
 
 std::vector<AnswerGap> StoredCounters::GapsOf(const TimeSpan& span) {

@@ -82,6 +82,8 @@ class StoredCounters {
   StoredGroup Describe(const std::string& id);
   Buckets BucketsOf(std::size_t tier, const TimeSpan& span);
   std::vector<AnswerGap> GapsOf(const TimeSpan& span);
+  // Whether a bucket is all that is left of its time.
+  bool IsAllThatIsLeft(std::size_t tier, std::int64_t bucket);
 
   std::string directory_;
   Database database_;

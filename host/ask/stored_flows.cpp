@@ -12,8 +12,8 @@ namespace flow::host {
 namespace {
 
 // Binds from a place on; gives the next one.
-int BindAll(const FilterSql& sql, int place, Statement* statement) {
-  for (const auto& value : sql.values) {
+int BindAll(const FilterSql::Values& values, int place, Statement* statement) {
+  for (const auto& value : values) {
     if (const auto* const number = std::get_if<std::int64_t>(&value)) {
       statement->Bind(place++, *number);
     } else if (const auto* const text = std::get_if<std::string>(&value)) {
@@ -62,8 +62,8 @@ std::string_view StoredFlows::TextOf(std::int64_t number) const {
   return found == texts_.end() ? std::string_view() : std::string_view(found->second);
 }
 
-Statement StoredFlows::Rows(const std::string& select, const FilterSql& where,
-                            const TimeSpan& span) {
+Statement StoredFlows::Rows(const std::string& select, const FilterSql::Values& given,
+                            const FilterSql& where, const TimeSpan& span) {
   const auto [from, to] = MinutesOf(hour_, span);
   const bool is_part = from > 0 || to < kHourSeconds / kMinuteSeconds;
   std::string sql = fmt::format("SELECT {} FROM flows WHERE {}", select, where.text);
@@ -74,7 +74,7 @@ Statement StoredFlows::Rows(const std::string& select, const FilterSql& where,
         " (SELECT max(last_row) FROM minutes WHERE minute < ?)";
   }
   Statement rows = database_.Prepare(sql);
-  int place = BindAll(where, 1, &rows);
+  int place = BindAll(where.values, BindAll(given, 1, &rows), &rows);
   for (const std::int64_t minute : {from, to, from, to}) {
     if (is_part) rows.Bind(place++, minute);
   }

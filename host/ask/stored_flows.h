@@ -25,8 +25,9 @@ class StoredFlows {
   [[nodiscard]] std::string_view TextOf(std::int64_t number) const;
 
   // Rows gives the rows of a part of the hour that a filter lets pass; `select` is a list of
-  // columns.
-  Statement Rows(const std::string& select, const FilterSql& where, const TimeSpan& span);
+  // columns, in which `given` values have places.
+  Statement Rows(const std::string& select, const FilterSql::Values& given, const FilterSql& where,
+                 const TimeSpan& span);
 
   // What there was no room to keep in a part of the hour.
   struct NotKept {

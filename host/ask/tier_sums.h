@@ -29,7 +29,10 @@ class TierSums {
   // The largest of the ranking column, equal ones by key.
   [[nodiscard]] std::vector<Key> Largest(std::size_t count) const;
 
-  // Most is what a key beyond the largest `count` may have of the ranking column.
+  // MostUnkept is what a key may have that is in no bucket's rows.
+  [[nodiscard]] std::uint64_t MostUnkept() const { return cutoffs_; }
+
+  // MostBeyond is what a key beyond the largest `count` may have of the ranking column.
   [[nodiscard]] std::uint64_t MostBeyond(std::size_t count) const;
 
   [[nodiscard]] std::size_t ranking() const { return ranking_; }

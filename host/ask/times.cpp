@@ -191,14 +191,15 @@ std::string SpanText(const TimeSpan& span, const Zone& zone) {
   return fmt::format("{} to {} {}", zone.Text(span.from), end, zone.Name(span.from));
 }
 
-TimeSpan ResolveSpan(const SpanWords& words, std::int64_t now, const Zone& zone) {
-  TimeSpan span{now - kHour, now};
+TimeSpan ResolveSpan(const SpanWords& words, std::int64_t usual_seconds, std::int64_t now,
+                     const Zone& zone) {
+  TimeSpan span{now - usual_seconds, now};
   if (!words.from.empty()) {
     const Moment from = ParseOrThrow("--from", words.from, now, zone);
     span = {from.at, EndOf(words, from, now, zone)};
   } else if (!words.to.empty()) {
     span.to = EndOf(words, {}, now, zone);
-    span.from = span.to - kHour;
+    span.from = span.to - usual_seconds;
   }
   if (span.from >= span.to) {
     throw UsageError(fmt::format("the span ends, {}, before it begins, {}", zone.Text(span.to),

@@ -60,9 +60,10 @@ struct SpanWords {
 
 // ResolveSpan throws UsageError. Words for times are "now", "-1h", "02:00" (the last one that was),
 // "yesterday", "today 02:00", "2026-11-24", "2026-11-24 22:00" and "@1795564800". A day without a
-// clock time is all of it, up to now. Without words it is the last hour; without an end, what a day
-// is or up to now. An end of clock time alone is the first one behind the start.
-TimeSpan ResolveSpan(const SpanWords& words, std::int64_t now, const Zone& zone);
+// clock time is all of it, up to now. Without a start the span has the usual length; without an
+// end, what a day is or up to now. An end of clock time alone is the first one behind the start.
+TimeSpan ResolveSpan(const SpanWords& words, std::int64_t usual_seconds, std::int64_t now,
+                     const Zone& zone);
 
 // ResolveAgainst gives the span of the same length that another is compared with: on another day at
 // the same time ("yesterday", "2026-11-20"), or from a point in time ("-48h").

@@ -1,6 +1,7 @@
 #include "host/command/ask_command_line.h"
 
 #include <string>
+#include <utility>
 
 namespace flow::host {
 namespace {
@@ -37,6 +38,37 @@ constexpr char kFlowsExamples[] =
     "  flowhost flows --group-by src,dport --from 02:00 --to 03:00 --top 20\n"
     "  flowhost flows 'tcp and dst port 25' --group-by src --by flows       who sends mail";
 
+constexpr char kSeriesExamples[] =
+    "Examples:\n"
+    "  flowhost series --from yesterday --step 1h                            all traffic\n"
+    "  flowhost series --interface 10.0.0.1:3 --from yesterday --step 5m     an interface\n"
+    "  flowhost series --application 443 --from -24h --step 1h               and its share\n"
+    "  flowhost series 'host 10.0.0.5 and udp' --from -6h                    any flows";
+
+constexpr char kLossesExamples[] =
+    "On the way: sequence numbers are missing. Here: for want of room, in a socket's buffer or a\n"
+    "queue. Refused: datagrams that could not be read. Left out: records that were not metered.\n"
+    "\n"
+    "Examples:\n"
+    "  flowhost losses --from -24h          who lost datagrams\n"
+    "  flowhost losses --from 02:00 --to 03:00 --json";
+
+constexpr char kExportersExamples[] =
+    "Silent is who said nothing for five minutes or more while the collector ran.\n"
+    "\n"
+    "Examples:\n"
+    "  flowhost exporters                   who exports, and which fell silent and when\n"
+    "  flowhost exporters --from yesterday";
+
+constexpr char kCompareExamples[] =
+    "The other time is as long as the one that is asked for: --against yesterday is the same time\n"
+    "of yesterday, --against -48h begins then.\n"
+    "\n"
+    "Examples:\n"
+    "  flowhost compare totals --from 09:00 --to 10:00 --against yesterday\n"
+    "  flowhost compare hosts --from 09:00 --to 10:00 --against yesterday    the largest changes\n"
+    "  flowhost compare hosts --of 10.0.0.5 --new-peers --from -24h --against -48h";
+
 void AddAskOptions(CLI::App* app, AskOptions* options) {
   app->add_option("--store", options->store, "Directory of the store")
       ->type_name("DIR")
@@ -48,6 +80,12 @@ void AddAskOptions(CLI::App* app, AskOptions* options) {
                   "File of names: lines such as 10.0.0.5 backup-1, 10.1.0.0/16 office, 10.0.0.1:3 "
                   "uplink, AS64500 example, 8443/tcp console")
       ->type_name("FILE");
+  app->add_option("--geo", options->geo,
+                  "Database in the MaxMind format, for countries and AS numbers of addresses; "
+                  "repeatable")
+      ->type_name("FILE")
+      ->allow_extra_args(false);
+  app->add_flag("--dns", options->dns, "Ask the DNS for names of addresses without another one");
   app->add_flag_callback(
       "--json", [options] { options->form = AnswerForm::kJson; }, "Print JSON");
   app->add_flag_callback(
@@ -60,36 +98,103 @@ void AddRanking(CLI::App* app, AskOptions* options, const std::string& what) {
   app->add_option("--top", options->top, "Rows shown (default: 10)")->type_name("N");
 }
 
+// A key of a group by a name of its own: --host 10.0.0.5.
+struct KeyOption {
+  const char* name;
+  const char* group;
+  const char* form;
+  const char* help;
+};
+constexpr KeyOption kKeyOptions[] = {
+    {"--host", "hosts", "ADDRESS", "A host"},
+    {"--interface", "interfaces", "ADDRESS:N", "An interface of an exporter, by its ifIndex"},
+    {"--exporter", "exporters", "ADDRESS", "An exporter"},
+    {"--application", "applications", "PORT", "An application, by the port that it is counted by"},
+    {"--as", "as", "ASN", "An AS, as in AS64500"},
+};
+
+void AddFlows(CLI::App* app, FlowsOptions* options) {
+  app->add_option("--group-by", options->group_by,
+                  "Sums by these fields, as in src,dport, rather than single flows")
+      ->type_name("FIELDS");
+  app->add_option("--sort", options->sort,
+                  "As --by, or by duration, or the earliest first by first or last")
+      ->type_name("WHAT");
+  app->add_option("FILTER", options->filter, "Which flows (default: all)")->type_name("");
+}
+
+void AddSeries(CLI::App* app, SeriesOptions* options) {
+  app->add_option("--by", options->ask.by, "Bytes (default) or packets")->type_name("WHAT");
+  app->add_option("--step", options->step, "Length of a step, whole minutes (default: about forty)")
+      ->type_name("LENGTH");
+  for (const KeyOption& key : kKeyOptions) {
+    app->add_option_function<std::string>(
+           key.name,
+           [options, &key](const std::string& text) {
+             options->group = key.group;
+             options->key = text;
+           },
+           key.help)
+        ->type_name(key.form);
+  }
+  app->add_option("--group", options->group, "Any group, with --key")->type_name("GROUP");
+  app->add_option("--key", options->key, "A key of it, as top shows it")->type_name("KEY");
+  app->add_option("FILTER", options->filter, "Flows rather than a key")->type_name("");
+}
+
+void AddCompare(CLI::App* app, CompareOptions* options) {
+  app->add_option("--against", options->against, "The time that is compared with")
+      ->type_name("TIME")
+      ->required();
+  app->add_option("--of", options->of, "A host, for --new-peers")->type_name("ADDRESS");
+  app->add_flag("--new-peers", options->new_peers,
+                "Hosts that it exchanged traffic with now, and not in the other time");
+  app->add_option("GROUP", options->group, "What is compared, as top has it")
+      ->required()
+      ->type_name("");
+}
+
 }  // namespace
 
-AskCommandLine::AskCommandLine(CLI::App* app) {
-  CLI::App* const top = app->add_subcommand("top", "Ask a store for the largest of a group");
-  top->footer(std::string(kTimes) + "\n\n" + kTopExamples);
-  AddAskOptions(top, &top_.ask);
+AskCommandLine::AskCommandLine(CLI::App* app) : app_(app) {
+  const auto add = [&](const char* name, const char* about, std::string footer, AskOptions* ask) {
+    CLI::App* const command = app->add_subcommand(name, about);
+    command->footer(std::string(kTimes) + "\n\n" + std::move(footer));
+    AddAskOptions(command, ask);
+    return command;
+  };
+  const std::string filters = std::string(kFilters) + "\n\n";
+
+  CLI::App* const top =
+      add("top", "Ask a store for the largest of a group", kTopExamples, &top_.ask);
   AddRanking(top, &top_.ask, "bytes (default), packets, or another column of the group");
   top->add_option("GROUP", top_.group, "What is counted")->required()->type_name("");
-  top_app_ = top;
 
-  CLI::App* const flows =
-      app->add_subcommand("flows", "Ask a store for flows, one by one or summed");
-  flows->footer(std::string(kTimes) + "\n\n" + kFilters + "\n\n" + kFlowsExamples);
-  AddAskOptions(flows, &flows_.ask);
+  CLI::App* const flows = add("flows", "Ask a store for flows, one by one or summed",
+                              filters + kFlowsExamples, &flows_.ask);
   AddRanking(flows, &flows_.ask, "bytes (default), packets or flows");
-  flows
-      ->add_option("--group-by", flows_.group_by,
-                   "Sums by these fields, as in src,dport, rather than single flows")
-      ->type_name("FIELDS");
-  flows
-      ->add_option("--sort", flows_.sort,
-                   "As --by, or by duration, or the earliest first by first or last")
-      ->type_name("WHAT");
-  flows->add_option("FILTER", flows_.filter, "Which flows (default: all)")->type_name("");
-  flows_app_ = flows;
+  AddFlows(flows, &flows_);
+
+  AddSeries(add("series", "Ask a store how much there was, step by step", filters + kSeriesExamples,
+                &series_.ask),
+            &series_);
+  add("losses", "Ask a store what was lost, and where", kLossesExamples, &losses_.ask);
+  add("exporters", "Ask a store who exports, and who fell silent", kExportersExamples,
+      &exporters_.ask);
+  CLI::App* const compare =
+      add("compare", "Ask a store for one time beside another", kCompareExamples, &compare_.ask);
+  AddRanking(compare, &compare_.ask, "bytes (default), or another column of the group");
+  AddCompare(compare, &compare_);
 }
 
 std::optional<AskCommand> AskCommandLine::Parsed() const {
-  if (top_app_->parsed()) return top_;
-  if (flows_app_->parsed()) return flows_;
+  const auto is = [this](const char* name) { return app_->got_subcommand(name); };
+  if (is("top")) return top_;
+  if (is("flows")) return flows_;
+  if (is("series")) return series_;
+  if (is("losses")) return losses_;
+  if (is("exporters")) return exporters_;
+  if (is("compare")) return compare_;
   return std::nullopt;
 }
 

@@ -10,7 +10,8 @@
 
 namespace flow::host {
 
-using AskCommand = std::variant<TopOptions, FlowsOptions>;
+using AskCommand = std::variant<TopOptions, FlowsOptions, SeriesOptions, LossesOptions,
+                                ExportersOptions, CompareOptions>;
 
 class AskCommandLine {
  public:
@@ -23,8 +24,11 @@ class AskCommandLine {
  private:
   TopOptions top_;
   FlowsOptions flows_;
-  const CLI::App* top_app_;
-  const CLI::App* flows_app_;
+  SeriesOptions series_;
+  LossesOptions losses_;
+  ExportersOptions exporters_;
+  CompareOptions compare_;
+  const CLI::App* app_;
 };
 
 }  // namespace flow::host

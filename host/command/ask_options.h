@@ -18,6 +18,8 @@ struct AskOptions {
   std::string by = "bytes";
   std::size_t top = 10;
   std::string names;
+  std::vector<std::string> geo;
+  bool dns = false;
   AnswerForm form = AnswerForm::kText;
   bool exact = false;
   bool utc = false;
@@ -33,6 +35,30 @@ struct FlowsOptions {
   std::string filter;
   std::string group_by;
   std::string sort;  // empty: by what `by` says
+};
+
+struct SeriesOptions {
+  AskOptions ask;
+  std::string filter;  // flows, else a key of a group, else all traffic
+  std::string group;
+  std::string key;
+  std::string step;
+};
+
+struct LossesOptions {
+  AskOptions ask;
+};
+
+struct ExportersOptions {
+  AskOptions ask;
+};
+
+struct CompareOptions {
+  AskOptions ask;
+  std::string group;
+  std::string against;
+  std::string of;  // a host
+  bool new_peers = false;
 };
 
 }  // namespace flow::host

@@ -19,15 +19,17 @@ AnswerView ViewFor(const AskOptions& options) {
 KeyNames NamesFor(const AskOptions& options) {
   KeyNames names;
   if (!options.names.empty()) names.ReadFile(options.names);
+  for (const std::string& path : options.geo) names.ReadGeo(path);
+  if (options.dns) names.AskDns();
   return names;
 }
 
 }  // namespace
 
-AskSetup::AskSetup(const AskOptions& options)
+AskSetup::AskSetup(const AskOptions& options, std::int64_t usual_seconds)
     : view_(ViewFor(options)),
       now_(std::time(nullptr)),
-      span_(ResolveSpan(options.span, now_, view_.zone)),
+      span_(ResolveSpan(options.span, usual_seconds, now_, view_.zone)),
       names_(NamesFor(options)),
       counters_(options.store) {}
 

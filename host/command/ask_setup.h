@@ -11,7 +11,8 @@ namespace flow::host {
 class AskSetup {
  public:
   // HostError without a store, UsageError where the options cannot be right.
-  explicit AskSetup(const AskOptions& options);
+  // usual_seconds: the span, where none is said.
+  AskSetup(const AskOptions& options, std::int64_t usual_seconds);
 
   [[nodiscard]] StoredCounters* counters() { return &counters_; }
   [[nodiscard]] const TimeSpan& span() const { return span_; }

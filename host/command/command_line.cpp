@@ -241,8 +241,10 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
     const bool no_command = std::string_view(error.what()) == "A subcommand is required";
     return fmt::format(
         "flowhost: {}\nRun flowhost --help for how it is used.\n",
-        no_command ? "a command is required: replay, listen, top, flows, check-config or info"
-                   : error.what());
+        no_command
+            ? "a command is required: replay, listen, top, flows, series, losses, exporters, "
+              "compare, check-config or info"
+            : error.what());
   });
   app.set_version_flag("--version", fmt::format("flowhost {}", BuildText()));
 

@@ -7,10 +7,14 @@
 #include "host/base/error.h"
 #include "host/command/check_config_command.h"
 #include "host/command/command_line.h"
+#include "host/command/compare_command.h"
+#include "host/command/exporters_command.h"
 #include "host/command/flows_command.h"
 #include "host/command/info_command.h"
 #include "host/command/listen_command.h"
+#include "host/command/losses_command.h"
 #include "host/command/replay_command.h"
+#include "host/command/series_command.h"
 #include "host/command/top_command.h"
 
 namespace flow::host {
@@ -23,6 +27,10 @@ int Run(const CheckConfigOptions& options) { return RunCheckConfig(options); }
 
 int Ask(const TopOptions& options) { return RunTop(options); }
 int Ask(const FlowsOptions& options) { return RunFlows(options); }
+int Ask(const SeriesOptions& options) { return RunSeries(options); }
+int Ask(const LossesOptions& options) { return RunLosses(options); }
+int Ask(const ExportersOptions& options) { return RunExporters(options); }
+int Ask(const CompareOptions& options) { return RunCompare(options); }
 int Run(const AskCommand& command) {
   return std::visit([](const auto& options) { return Ask(options); }, command);
 }

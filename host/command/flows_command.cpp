@@ -13,7 +13,7 @@ int RunFlows(const FlowsOptions& options) {
   question.fields = ParseFields(options.group_by);
   question.order = ParseFlowOrder(options.sort.empty() ? options.ask.by : options.sort);
   question.top = options.ask.top;
-  AskSetup setup(options.ask);
+  AskSetup setup(options.ask, kHourSeconds);
   return setup.Show(AskFlows(setup.counters(), question, setup.span(), setup.names()));
 }
 

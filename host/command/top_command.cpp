@@ -6,7 +6,7 @@
 namespace flow::host {
 
 int RunTop(const TopOptions& options) {
-  AskSetup setup(options.ask);
+  AskSetup setup(options.ask, kHourSeconds);
   TopQuestion question;
   question.group = options.group;
   question.by = options.ask.by;

@@ -32,7 +32,7 @@ Json RowJson(const Answer& answer, const AnswerRow& row) {
     if (answer.columns[i].kind != ValueKind::kKey || text == nullptr || text->empty()) continue;
     key += (key.empty() ? "" : " ") + *text;
   }
-  object["key"] = key;
+  if (!key.empty()) object["key"] = key;
   for (std::size_t i = 0; i < row.values.size(); ++i) {
     const AnswerColumn& column = answer.columns[i];
     const auto* const text = std::get_if<std::string>(&row.values[i]);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <string>
 #include <variant>
 #include <vector>
@@ -46,9 +47,10 @@ std::string ShareText(double share) {
 
 std::string IntegerText(ValueKind kind, std::int64_t value, const AnswerView& view) {
   switch (kind) {
-    case ValueKind::kBytes:
-      if (view.exact || value < 0) return Thousands(static_cast<std::uint64_t>(value));
-      return SiBytes(static_cast<std::uint64_t>(value));
+    case ValueKind::kBytes: {
+      const auto size = static_cast<std::uint64_t>(std::abs(value));
+      return (value < 0 ? "-" : "") + (view.exact ? Thousands(size) : SiBytes(size));
+    }
     case ValueKind::kTime: {
       const std::string text = view.zone.Text(value / 1000 / 60 * 60);
       return value % 60'000 == 0
@@ -58,7 +60,7 @@ std::string IntegerText(ValueKind kind, std::int64_t value, const AnswerView& vi
     case ValueKind::kDuration:
       return DurationText(value);
     default:
-      return Thousands(static_cast<std::uint64_t>(value));
+      return (value < 0 ? "-" : "") + Thousands(static_cast<std::uint64_t>(std::abs(value)));
   }
 }
 

@@ -62,7 +62,8 @@ std::string Passing(const std::string& filter) {
   EXPECT_EQ(sqlite3_exec(opened, kFlows, nullptr, nullptr, nullptr), SQLITE_OK);
   const FilterSql sql = ToSql(ParseFilter(filter));
   sqlite3_stmt* prepared = nullptr;
-  const std::string text = "SELECT name FROM flows WHERE " + ScanColumns(sql.text, false, false) + " ORDER BY name";
+  const std::string text =
+      "SELECT name FROM flows WHERE " + ColumnsFor(sql.text, FlowView::kBoth) + " ORDER BY name";
   EXPECT_EQ(sqlite3_prepare_v2(opened, text.c_str(), -1, &prepared, nullptr), SQLITE_OK) << text;
   const std::unique_ptr<sqlite3_stmt, Finalize> statement(prepared);
   EXPECT_EQ(static_cast<std::size_t>(sqlite3_bind_parameter_count(prepared)), sql.values.size());

@@ -13,6 +13,7 @@
 
 #include "host/ask/times.h"
 #include "host/base/error.h"
+#include "host/store/schema.h"
 #include "tests/host/made_store.h"
 #include "tests/host/program.h"
 
@@ -183,6 +184,113 @@ TEST_F(Questions, SingleFlowsStandInTheirOrder) {
   EXPECT_EQ(shown, truth);
 }
 
+TEST_F(Questions, ASeriesHasItsStepsAndItsGaps) {
+  // Five minutes from the tenth: the collector did not run from the 17th to the 20th.
+  const Json answer = Ask({"series", "--interface", "192.0.2.1:10", "--step", "5m"}, 10, 35);
+  std::vector<std::int64_t> truth(5);
+  for (int minute = 10; minute < 35; ++minute) {
+    FlowsOfMinute(kMade, minute, [&](const MadeFlow& flow) {
+      if (flow.exporter == 0) truth[static_cast<std::size_t>(minute / 5 - 2)] += Both(flow);
+    });
+  }
+  ASSERT_EQ(answer["rows"].size(), truth.size());
+  for (std::size_t i = 0; i < truth.size(); ++i) EXPECT_EQ(answer["rows"][i]["bytes"], truth[i]);
+  EXPECT_EQ(answer["rows"][0]["time_ms"], (kMade.start + 600) * 1000);
+  const Json minutes = Ask({"series", "--step", "1m"}, 16, 21);
+  EXPECT_TRUE(minutes["rows"][1]["bytes"].is_null()) << "nobody listened";
+  EXPECT_GT(minutes["rows"][4]["bytes"], 0);
+  // The same of flows, over the edge of two files.
+  const Json flows = Ask({"series", "host 10.0.0.2 and tcp", "--step", "20m"}, 40, 80);
+  const Sums sums = Truth(
+      [&](const MadeFlow& flow, Sums* into) {
+        if (Host(flow.source) != "10.0.0.2" || flow.protocol != 6) return;
+        (*into)[flow.bucket < kMade.start + 3600 ? "0" : "1"] += Both(flow);
+      },
+      40, 80);
+  EXPECT_EQ(flows["rows"][0]["bytes"], sums.at("0"));
+  EXPECT_EQ(flows["rows"][1]["bytes"], sums.at("1"));
+}
+
+TEST_F(Questions, ExportersTellWhatTheyLostAndWhenTheyWereSilent) {
+  const Json losses = Ask({"losses"});
+  ASSERT_EQ(losses["rows"].size(), 1U);
+  EXPECT_EQ(losses["rows"][0]["key"], "192.0.2.1");
+  EXPECT_EQ(losses["rows"][0]["count"], kMadeLost);
+  EXPECT_EQ(losses["rows"][0]["from_ms"], (kMade.start + kMadeLossMinute * 60) * 1000);
+  EXPECT_EQ(losses["rows"][0]["to_ms"], (kMade.start + kMadeLossMinute * 60 + 60) * 1000);
+  EXPECT_TRUE(Ask({"losses"}, 20, 60)["rows"].empty());
+  // The last one says nothing in the last quarter; that nobody listened for a while is no silence.
+  const Json exporters = Ask({"exporters", "--utc"});
+  ASSERT_EQ(exporters["rows"].size(), 4U);
+  for (const Json& row : exporters["rows"]) {
+    const bool is_last = row["key"] == "192.0.2.4";
+    EXPECT_EQ(row.value("silent", ""), is_last ? "since 2026-11-25 01:30 (30 min)" : "");
+  }
+}
+
+TEST_F(Questions, TwoTimesStandBesideEachOther) {
+  const Json totals = Ask({"compare", "totals", "--against", At(0)}, 60, 120);
+  const auto all = [](int from, int to) {
+    return Truth([](const MadeFlow& flow, Sums* sums) { (*sums)["all"] += Both(flow); }, from, to)
+        .at("all");
+  };
+  EXPECT_EQ(totals["rows"][0]["key"], "all");
+  EXPECT_EQ(totals["rows"][0]["bytes"], all(60, 120));
+  EXPECT_EQ(totals["rows"][0]["bytes_before"], all(0, 60));
+  EXPECT_EQ(totals["rows"][0]["difference"], all(60, 120) - all(0, 60));
+  // Of keys that one hour has not kept, no more is said than is known.
+  const Sums now = Truth(AddHosts, 60, 120);
+  const Sums before = Truth(AddHosts, 0, 60);
+  const Json hosts = Ask({"compare", "hosts", "--against", At(0), "--top", "100"}, 60, 120);
+  int exact = 0;
+  for (const Json& row : hosts["rows"]) {
+    const std::string key = row["key"];
+    EXPECT_LE(row["bytes"], now.at(key));
+    EXPECT_LE(row["bytes_before"], before.at(key));
+    if (row.contains("at_least")) continue;
+    ++exact;
+    EXPECT_EQ(row["bytes"], now.at(key));
+    EXPECT_EQ(row["bytes_before"], before.at(key));
+  }
+  EXPECT_GT(exact, 0);
+  EXPECT_EQ(hosts["exact"], false);
+}
+
+TEST_F(Questions, NewPeersAreThoseOfOneTimeAlone) {
+  const auto peers = [](int from, int to) {
+    return Truth(
+        [](const MadeFlow& flow, Sums* sums) {
+          if (Host(flow.source) == "10.0.0.90") (*sums)[Host(flow.destination)] += Both(flow);
+        },
+        from, to);
+  };
+  const Sums before = peers(0, 60);
+  Sums truth = peers(60, 120);
+  std::erase_if(truth, [&](const auto& peer) { return before.contains(peer.first); });
+  ASSERT_FALSE(truth.empty());
+  const Json answer = Ask(
+      {"compare", "hosts", "--of", "10.0.0.90", "--new-peers", "--against", At(0), "--top", "1000"},
+      60, 120);
+  EXPECT_EQ(Rows(answer), truth);
+}
+
+// Where minutes are no longer kept, the hour that has the time is shown whole.
+TEST_F(Questions, WhatIsLeftOfATimeIsShown) {
+  const std::string directory = directory_ + "/old";
+  std::filesystem::create_directory(directory);
+  std::filesystem::copy(CountersPath(directory_), CountersPath(directory));
+  Database::ToWrite(CountersPath(directory)).Execute("DELETE FROM buckets WHERE tier = 'minute'");
+  const ProgramResult result =
+      RunProgram({"top", "hosts", "--utc", "--store", directory, "--from", At(10), "--to", At(20)});
+  EXPECT_THAT(result.out, testing::HasSubstr("2026-11-25 00:00 to 01:00 UTC"));
+  EXPECT_THAT(result.out, testing::HasSubstr("only longer spans are kept"));
+  // Before the first minute there is nothing, and no longer span takes its place.
+  const ProgramResult before = RunProgram(
+      {"top", "hosts", "--utc", "--store", directory_, "--from", At(-20), "--to", At(10)});
+  EXPECT_THAT(before.out, testing::HasSubstr("2026-11-24 23:40 to 2026-11-25 00:10 UTC"));
+  EXPECT_THAT(before.out, testing::HasSubstr("no data 2026-11-24 23:40 to 24:00 UTC: nothing is"));
+}
+
 TEST_F(Questions, AreShownAsText) {
   const std::string names = testing::TempDir() + "/names";
   std::ofstream(names) << "# ours\n10.0.0.2   web server\n10.0.0.0/24 office\nAS64500 us\n";
@@ -217,6 +325,12 @@ TEST_F(Questions, ThatCannotBeAreTold) {
       {{"flows", "hots 1.2.3.4", "--store", directory_}, "there is no 'hots' to ask for"},
       {{"flows", "--group-by", "src,colour", "--store", directory_}, "flows have no 'colour'"},
       {{"flows", "--sort", "size", "--store", directory_}, "not by 'size'"},
+      {{"series", "--step", "90", "--store", directory_}, "90 seconds are no whole minutes"},
+      {{"series", "--step", "often", "--store", directory_}, "'often' is no length such as 5m"},
+      {{"series", "tcp", "--host", "10.0.0.1", "--store", directory_}, "are two questions"},
+      {{"compare", "hosts", "--store", directory_}, "--against is required"},
+      {{"compare", "hosts", "--against", "yesterday", "--new-peers", "--store", directory_},
+       "--of for the address of one"},
       {{"top", "hosts", "--names", "/nowhere", "--store", directory_}, "/nowhere cannot be read"},
   };
   for (const auto& [arguments, text] : cases) {
@@ -261,13 +375,13 @@ TEST(Times, AreWhatPeopleMean) {
   for (const Said& said : kCases) {
     std::string found;
     try {
-      found = SpanText(ResolveSpan({said.from, said.to}, now, zone), zone);
+      found = SpanText(ResolveSpan({said.from, said.to}, 3600, now, zone), zone);
     } catch (const UsageError& error) {
       found = error.what();
     }
     EXPECT_THAT(found, testing::HasSubstr(said.span)) << said.from << " to " << said.to;
   }
-  const TimeSpan span = ResolveSpan({"09:00", "09:30"}, now, zone);
+  const TimeSpan span = ResolveSpan({"09:00", "09:30"}, 3600, now, zone);
   EXPECT_EQ(SpanText(ResolveAgainst("yesterday", span, now, zone), zone),
             "2026-11-24 09:00 to 09:30 UTC");
   EXPECT_EQ(SpanText(ResolveAgainst("-48h", span, now, zone), zone),

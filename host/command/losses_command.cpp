@@ -1,0 +1,13 @@
+#include "host/command/losses_command.h"
+
+#include "host/ask/exporters.h"
+#include "host/command/ask_setup.h"
+
+namespace flow::host {
+
+int RunLosses(const LossesOptions& options) {
+  AskSetup setup(options.ask, kDaySeconds);
+  return setup.Show(AskLosses(setup.counters(), setup.span(), setup.names()));
+}
+
+}  // namespace flow::host
