@@ -40,8 +40,8 @@ constexpr FlowField kFields[] = {
     {"mac", "MAC", FieldForm::kMac, FieldEnd::kEither, "src_mac", "dst_mac"},
 };
 
-// Lengths of texts in a key take two bytes.
-constexpr std::size_t kLongestText = 1000;
+// Lengths of texts in a key take two bytes; of all fields together they fit a key.
+constexpr std::size_t kLongestText = 500;
 
 void PutBytes(std::string_view bytes, std::string* key) {
   bytes = bytes.substr(0, kLongestText);

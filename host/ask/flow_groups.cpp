@@ -3,10 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <memory>
 #include <utility>
 
+#include "host/engine/key_bytes.h"
 #include "host/store/schema.h"
 
 namespace flow::host {
@@ -45,7 +47,12 @@ class Grouper : public FlowTaker {
     if (other_key_ != key_) Add(other_key_, sums);
   }
 
-  KeyTable& table() { return table_; }
+  KeyTable& Finish() {
+    const std::size_t first = added_ > kAhead ? added_ - kAhead : 0;
+    for (std::size_t i = first; i < added_; ++i) Count(&waiting_[i % kAhead]);
+    added_ = 0;
+    return table_;
+  }
   [[nodiscard]] const FlowSums& total() const { return total_; }
 
  private:
@@ -64,8 +71,33 @@ class Grouper : public FlowTaker {
     key->append(reinterpret_cast<const char*>(&number), sizeof(number));
   }
 
+  // A key on its way: its place in memory is brought near while others are counted.
+  struct Waiting {
+    std::string key;
+    std::uint32_t hash = 0;
+    std::uint32_t row = 0;
+    FlowSums sums{};
+  };
+  static constexpr std::size_t kAhead = 16;
+
   void Add(std::string_view key, const FlowSums& sums) {
-    AddFlows(sums, &MutableSums(table_.FindOrAdd(key)));
+    Waiting& waiting = waiting_[added_ % kAhead];
+    if (added_ >= kAhead) Count(&waiting);
+    waiting.key.assign(key);
+    waiting.hash = HashKey(key);
+    waiting.row = 0;
+    waiting.sums = sums;
+    table_.PrefetchSlot(waiting.hash);
+    ++added_;
+    if (added_ <= kAhead / 2) return;
+    Waiting& half = waiting_[(added_ - kAhead / 2) % kAhead];
+    half.row = table_.PrefetchRow(half.hash);
+  }
+
+  void Count(Waiting* waiting) {
+    std::uint64_t* sums = table_.UpdateLikely(waiting->row, waiting->key);
+    if (sums == nullptr) sums = table_.FindOrAdd(waiting->key, waiting->hash);
+    AddFlows(waiting->sums, &MutableSums(sums));
   }
 
   const std::vector<const FlowField*>& fields_;
@@ -73,6 +105,8 @@ class Grouper : public FlowTaker {
   std::int64_t step_;
   bool has_either_;
   KeyTable table_{kFlowSumWords};
+  std::array<Waiting, kAhead> waiting_;
+  std::size_t added_ = 0;
   FlowSums total_{};
   std::string key_;
   std::string other_key_;
@@ -107,7 +141,7 @@ FlowGroups GroupFlows(const std::string& directory, const Expression& filter, co
   groups.scan = ScanFlows(directory, question, takers);
   for (const auto& grouper : groupers) {
     if (grouper->total().first != 0) AddFlows(grouper->total(), &groups.total);
-    groups.table.Absorb(std::move(grouper->table()),
+    groups.table.Absorb(std::move(grouper->Finish()),
                         [](std::uint64_t* into, const std::uint64_t* part) {
                           AddFlows(FlowGroups::Sums(part), &MutableSums(into));
                         });

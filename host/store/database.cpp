@@ -110,7 +110,10 @@ Database Database::ToWrite(const std::string& path) {
   return database;
 }
 
-Database Database::ToRead(const std::string& path) { return {path, SQLITE_OPEN_READONLY}; }
+// One thread's alone: a lock a column is a fifth of what reading flows takes.
+Database Database::ToRead(const std::string& path) {
+  return {path, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX};
+}
 
 Statement Database::Prepare(const std::string& sql) {
   sqlite3_stmt* prepared = nullptr;
