@@ -60,6 +60,7 @@ struct AnswerLoss {
 struct Answer {
   std::string what;
   std::optional<TimeSpan> span;
+  std::string beside;  // the other time, where two are compared
   std::string source;  // what it was made from: "the hours' totals"
   bool is_exact = true;
   std::vector<AnswerColumn> columns;

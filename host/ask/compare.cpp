@@ -38,7 +38,7 @@ struct Pair {
 // What is missing in the other time is told as well.
 void AddGaps(const Cover& before, const Zone& zone, Answer* answer) {
   for (const AnswerGap& gap : before.gaps) answer->gaps.push_back(gap);
-  answer->what += fmt::format(" beside {}", SpanText(before.span, zone));
+  answer->beside = SpanText(before.span, zone);
 }
 
 class SideBySide {

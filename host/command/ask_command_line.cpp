@@ -16,11 +16,21 @@ constexpr char kTopExamples[] =
     "GROUP is hosts, as, applications, interfaces, exporters, protocols, ... as the store has "
     "them.\n"
     "\n"
-    "Examples:\n"
-    "  flowhost top hosts --store DIR --from 02:00 --to 03:00      who used the line last night\n"
-    "  flowhost top as --store DIR --from yesterday                AS totals of yesterday\n"
-    "  flowhost top interfaces --store DIR --from -24h --by packets\n"
-    "  flowhost top hosts --store DIR --from today --json          for other programs";
+    "Ten questions, each with --store DIR; the manual, docs/operator.md, shows their answers:\n"
+    "  top hosts --from 02:00 --to 03:00                 who used the line last night\n"
+    "  flows 'src 10.0.0.5' --from 02:00 --to 03:00 --group-by dst,dport\n"
+    "                                                    what one host talked to\n"
+    "  series --interface 10.0.0.1:3 --from yesterday --step 5m\n"
+    "                                                    an interface over a day\n"
+    "  top as --from yesterday                           AS totals of yesterday\n"
+    "  series --application 443 --from -24h --step 1h    an application's share over the day\n"
+    "  losses --from -24h                                who lost datagrams\n"
+    "  exporters --from -24h                             which fell silent, and when\n"
+    "  flows 'bytes > 1G' --from -24h --sort duration    the flows over 1 GB\n"
+    "  compare hosts --of 10.0.0.5 --new-peers --from -24h --against -48h\n"
+    "                                                    new destinations of a host\n"
+    "  compare totals --from 09:00 --to 10:00 --against yesterday\n"
+    "                                                    the same hour yesterday beside today";
 
 constexpr char kFilters[] =
     "FILTER says which flows: host 10.0.0.5 and port 443; src net 10.0.0.0/8 and not dst as "
@@ -33,7 +43,7 @@ constexpr char kFilters[] =
 
 constexpr char kFlowsExamples[] =
     "Examples:\n"
-    "  flowhost flows 'host 10.0.0.5' --group-by host,port --from -1h       what it talked to\n"
+    "  flowhost flows 'src 10.0.0.5' --group-by dst,dport --from -1h        what it talked to\n"
     "  flowhost flows 'bytes > 1G' --from -24h --sort duration              the flows over 1 GB\n"
     "  flowhost flows --group-by src,dport --from 02:00 --to 03:00 --top 20\n"
     "  flowhost flows 'tcp and dst port 25' --group-by src --by flows       who sends mail";

@@ -63,6 +63,7 @@ void PrintJson(const Answer& answer, const AnswerView& view, std::FILE* out) {
     root.update(SpanJson(*answer.span));
     root["span"] = SpanText(*answer.span, view.zone);
   }
+  if (!answer.beside.empty()) root["beside"] = answer.beside;
   root["source"] = answer.source;
   root["exact"] = answer.is_exact;
   root["rows"] = Json::array();

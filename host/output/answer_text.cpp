@@ -52,10 +52,9 @@ std::string IntegerText(ValueKind kind, std::int64_t value, const AnswerView& vi
       return (value < 0 ? "-" : "") + (view.exact ? Thousands(size) : SiBytes(size));
     }
     case ValueKind::kTime: {
-      const std::string text = view.zone.Text(value / 1000 / 60 * 60);
-      return value % 60'000 == 0
-                 ? text
-                 : fmt::format("{}:{:06.3f}", text, static_cast<double>(value % 60'000) / 1000);
+      if (value % 1000 == 0) return view.zone.Text(value / 1000);
+      return fmt::format("{}:{:06.3f}", view.zone.Text(value / 60'000 * 60),
+                         static_cast<double>(value % 60'000) / 1000);
     }
     case ValueKind::kDuration:
       return DurationText(value);
@@ -141,6 +140,7 @@ class TextWriter {
   void WriteTitle() const {
     fmt::print(out_, "{}", answer_.what);
     if (answer_.span) fmt::print(out_, ", {}", SpanText(*answer_.span, view_.zone));
+    if (!answer_.beside.empty()) fmt::print(out_, " beside {}", answer_.beside);
     if (!answer_.source.empty()) fmt::print(out_, ", from {}", answer_.source);
     if (!answer_.rows.empty()) {
       fmt::print(out_, " ({})", answer_.is_exact ? "exact" : "not exact");
