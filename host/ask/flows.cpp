@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 #include "host/ask/flow_groups.h"
@@ -152,13 +153,34 @@ std::vector<AnswerValue> KeyValues(const std::vector<const FlowField*>& fields,
   return values;
 }
 
-// A row that is no key's: the others, or all.
-AnswerRow SumRow(std::size_t fields, std::string text) {
+// A row that is no key's: the others, or all. Its text stands in the place of a field.
+AnswerRow SumRow(std::size_t fields, std::string text, std::size_t field = 0) {
   AnswerRow row;
   row.values.resize(fields * 2);
   for (AnswerValue& value : row.values) value = std::string();
-  row.values[0] = std::move(text);
+  row.values[field * 2] = std::move(text);
   return row;
+}
+
+// Puts columns in front, in this order: a narrow terminal shows the first ones.
+void PutInFront(std::span<const std::string_view> ids, Answer* answer) {
+  std::vector<std::size_t> order;
+  for (const std::string_view id : ids) {
+    const auto found = std::ranges::find(answer->columns, id, &AnswerColumn::id);
+    order.push_back(static_cast<std::size_t>(found - answer->columns.begin()));
+  }
+  for (std::size_t i = 0; i < answer->columns.size(); ++i) {
+    if (std::ranges::find(order, i) == order.end()) order.push_back(i);
+  }
+  const auto arrange = [&order](auto* list) {
+    auto arranged = *list;
+    for (std::size_t i = 0; i < order.size(); ++i) arranged[i] = (*list)[order[i]];
+    *list = std::move(arranged);
+  };
+  arrange(&answer->columns);
+  for (AnswerRow& row : answer->rows) arrange(&row.values);
+  if (answer->others) arrange(&answer->others->values);
+  if (answer->total) arrange(&answer->total->values);
 }
 
 Answer Grouped(StoredCounters* counters, const FlowsQuestion& question, const TimeSpan& span,
@@ -220,7 +242,8 @@ Answer Listed(StoredCounters* counters, const FlowsQuestion& question, const Tim
     answer.rows.push_back(std::move(row));
   }
   const auto add_sums = [&](std::string text, const FlowSums& sums) {
-    AnswerRow row = SumRow(ListedFields().size(), std::move(text));
+    constexpr std::size_t kSource = 1;
+    AnswerRow row = SumRow(ListedFields().size(), std::move(text), kSource);
     row.values.insert(row.values.begin(), 2, AnswerValue());
     columns.AddValues(sums, &row.values);
     return row;
@@ -230,6 +253,10 @@ Answer Listed(StoredCounters* counters, const FlowsQuestion& question, const Tim
     answer.others_text = fmt::format("{} more", Thousands(list.rows - list.flows.size()));
   }
   if (list.rows > 0) answer.total = add_sums("all that match", list.total);
+  constexpr std::string_view kInFront[] = {
+      "first_ms", "duration_ms", "bytes", "bits_per_second", "proto", "src",        "src_name",
+      "sport",    "sport_name",  "dst",   "dst_name",        "dport", "dport_name", "packets"};
+  PutInFront(kInFront, &answer);
   return answer;
 }
 

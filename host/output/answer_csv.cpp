@@ -4,22 +4,13 @@
 #include <variant>
 
 #include "host/output/answer_forms.h"
+#include "host/output/csv_field.h"
 
 namespace flow::host {
 namespace {
 
-std::string Quoted(const std::string& text) {
-  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-  std::string quoted = "\"";
-  for (const char c : text) {
-    if (c == '"') quoted.push_back('"');
-    quoted.push_back(c);
-  }
-  return quoted + '"';
-}
-
 std::string Cell(const AnswerValue& value) {
-  if (const auto* const text = std::get_if<std::string>(&value)) return Quoted(*text);
+  if (const auto* const text = std::get_if<std::string>(&value)) return CsvField(*text);
   if (const auto* const integer = std::get_if<std::int64_t>(&value)) {
     return std::to_string(*integer);
   }

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "host/base/error.h"
+#include "host/output/csv_field.h"
 #include "host/output/output_file.h"
 #include "host/output/outputs.h"
 #include "host/output/sheets.h"
@@ -11,17 +12,7 @@
 namespace flow::host {
 namespace {
 
-// RFC 4180: a field with a separator, a quote or a line break stands in quotes, quotes are doubled.
-std::string Field(const std::string& text) {
-  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-  std::string quoted = "\"";
-  for (const char c : text) {
-    if (c == '"') quoted.push_back('"');
-    quoted.push_back(c);
-  }
-  return quoted + '"';
-}
-
+std::string Field(const std::string& text) { return CsvField(text); }
 std::string Field(std::uint64_t number) { return std::to_string(number); }
 std::string Field(std::int64_t number) { return std::to_string(number); }
 

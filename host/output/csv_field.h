@@ -1,0 +1,11 @@
+// Texts in CSV.
+#pragma once
+
+#include <string>
+
+namespace flow::host {
+
+// RFC 4180: a field with a separator, a quote or a line break stands in quotes, quotes are doubled.
+std::string CsvField(const std::string& text);
+
+}  // namespace flow::host
