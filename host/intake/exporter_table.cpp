@@ -62,17 +62,18 @@ void ExporterTable::NoteTemplatesAt(std::uint64_t posted, std::span<const std::u
                                     bool has_domain) {
   const auto parsed = ParseTemplateMessage(message, has_domain);
   if (!parsed) return;
-  has_domains_ = has_domain;
   ForEachTemplate(parsed->set, [&](std::uint16_t id, TemplateShape shape) {
-    NoteTemplate(parsed->owner, posted, id, std::move(shape));
+    NoteTemplate(&templates_, parsed->owner, posted, id, std::move(shape));
   });
 }
 
-void ExporterTable::NoteTemplate(const TemplateOwner& owner, std::uint64_t posted, std::uint16_t id,
-                                 TemplateShape shape) {
-  Templates& templates = templates_[owner];
-  if (template_count_ >= kMostTemplates && !templates.contains(id)) return;
-  const auto [known, is_new] = templates.try_emplace(id, KnownTemplate{posted, {}});
+void ExporterTable::NoteTemplate(Owners* owners, const TemplateOwner& owner, std::uint64_t posted,
+                                 std::uint16_t id, TemplateShape shape) {
+  const auto of_owner = owners->find(owner);
+  const bool is_there = of_owner != owners->end() && of_owner->second.contains(id);
+  if (template_count_ >= kMostTemplates && !is_there) return;
+  const auto [known, is_new] = (*owners)[owner].try_emplace(id, KnownTemplate{posted, 0, {}});
+  known->second.told = posted;
   known->second.shape = std::move(shape);
   if (is_new) ++template_count_;
 }
@@ -87,11 +88,12 @@ bool ExporterTable::TakeTemplates(const MeteredDatagram& datagram,
     defined->push_back(id);
     templates.emplace_back(id, std::move(shape));
   });
-  if (is_whole) return false;
-  TemplateOwner owner{datagram.exporter};
-  if (has_domains_) owner.domain = DomainOf(datagram.bytes);
-  for (auto& [id, shape] : templates) NoteTemplate(owner, datagrams_, id, std::move(shape));
-  return !templates.empty();
+  if (is_whole || templates.empty()) return false;
+  const TemplateOwner owner{datagram.exporter, DomainOf(datagram.bytes)};
+  for (auto& [id, shape] : templates) {
+    NoteTemplate(&not_posted_, owner, datagrams_, id, std::move(shape));
+  }
+  return true;
 }
 
 ExporterCounts& ExporterTable::CountsOf(const ExportSource& key) {
@@ -139,8 +141,8 @@ Described ExporterTable::Describe(const MeteredDatagram& datagram, const ExportV
                                   ExporterCounts* counts) {
   Described described;
   if (version.HasTemplates()) {
-    described = DescribeSets(datagram);
-    const Known known = KnownFor(datagram);
+    Known known = KnownFor(datagram);
+    described = DescribeSets(datagram, &known);
     // Without a template of its own an exporter may still be decoded by those in the policy.
     if (known.Any() || datagram.records == 0) counts->unknown_sets += described.unknown_sets;
     counts->templates = known.Size();
@@ -156,11 +158,13 @@ Described ExporterTable::Describe(const MeteredDatagram& datagram, const ExportV
 }
 
 ExporterTable::Known ExporterTable::KnownFor(const MeteredDatagram& datagram) const {
-  const auto find = [&](const TemplateOwner& owner) {
-    const auto found = templates_.find(owner);
-    return found == templates_.end() ? nullptr : &found->second;
+  const auto find = [](const Owners& owners, const TemplateOwner& owner) {
+    const auto found = owners.empty() ? owners.end() : owners.find(owner);
+    return found == owners.end() ? nullptr : &found->second;
   };
-  return {find({datagram.exporter, DomainOf(datagram.bytes)}), find({datagram.exporter})};
+  const TemplateOwner domain{datagram.exporter, DomainOf(datagram.bytes)};
+  return {find(templates_, domain), find(templates_, {datagram.exporter}),
+          find(not_posted_, domain)};
 }
 
 std::size_t ExporterTable::Known::Size() const {
@@ -168,27 +172,29 @@ std::size_t ExporterTable::Known::Size() const {
 }
 
 const ExporterTable::KnownTemplate* ExporterTable::Known::Find(std::uint16_t id) const {
-  for (const Templates* const templates : {domain, exporter}) {
-    if (templates == nullptr) continue;
+  const auto find = [id](const Templates* templates) -> const KnownTemplate* {
+    if (templates == nullptr) return nullptr;
     const auto found = templates->find(id);
-    if (found != templates->end()) return &found->second;
-  }
-  return nullptr;
+    return found == templates->end() ? nullptr : &found->second;
+  };
+  const KnownTemplate* posted = find(domain);
+  if (posted == nullptr) posted = find(exporter);
+  const KnownTemplate* const other = find(not_posted);
+  return posted == nullptr || (other != nullptr && other->told >= posted->told) ? other : posted;
 }
 
 // A set is decodable when its template was posted before this datagram, or stands in it further up
 // and was posted with it.
-Described ExporterTable::DescribeSets(const MeteredDatagram& datagram) {
+Described ExporterTable::DescribeSets(const MeteredDatagram& datagram, Known* known) {
   Described described;
-  Known known = KnownFor(datagram);
   std::vector<std::uint16_t> defined_here;
   ForEachSet(datagram.bytes, [&](const ExportSet& set) {
     if (set.is_broken) ++described.broken_sets;
     if (set.holds_templates && !set.is_broken && !set.is_beyond) {
-      if (TakeTemplates(datagram, set.bytes, &defined_here)) known = KnownFor(datagram);
+      if (TakeTemplates(datagram, set.bytes, &defined_here)) *known = KnownFor(datagram);
     }
     if (!set.holds_data) return;
-    const KnownTemplate* const posted = known.Find(set.id);
+    const KnownTemplate* const posted = known->Find(set.id);
     const bool decodable =
         posted != nullptr && (posted->posted < datagrams_ ||
                               std::ranges::find(defined_here, set.id) != defined_here.end());

@@ -119,36 +119,42 @@ class ExporterTable {
  private:
   struct KnownTemplate {
     std::uint64_t posted = 0;  // first, with this datagram
+    std::uint64_t told = 0;    // last
     TemplateShape shape;
   };
-  // The templates of one owner.
+  // The templates of one owner, and of all.
   using Templates = absl::flat_hash_map<std::uint16_t, KnownTemplate>;
+  using Owners = absl::flat_hash_map<TemplateOwner, Templates>;
 
   void NoteTemplatesAt(std::uint64_t posted, std::span<const std::uint8_t> message,
                        bool has_domain);
-  void NoteTemplate(const TemplateOwner& owner, std::uint64_t posted, std::uint16_t id,
-                    TemplateShape shape);
+  void NoteTemplate(Owners* owners, const TemplateOwner& owner, std::uint64_t posted,
+                    std::uint16_t id, TemplateShape shape);
   bool TakeTemplates(const MeteredDatagram& datagram, std::span<const std::uint8_t> set,
                      std::vector<std::uint16_t>* defined);
   ExporterCounts& CountsOf(const ExportSource& key);
   Described Describe(const MeteredDatagram& datagram, const ExportVersion& version,
                      ExporterCounts* counts);
-  // What is known for a datagram: its domain's templates, and the exporter's own, which stand in.
+  // What is known for a datagram: its domain's templates, and the exporter's own, which stand in;
+  // and its domain's that were not posted.
   struct Known {
     const Templates* domain = nullptr;
     const Templates* exporter = nullptr;
+    const Templates* not_posted = nullptr;
 
-    [[nodiscard]] bool Any() const { return domain != nullptr || exporter != nullptr; }
+    [[nodiscard]] bool Any() const {
+      return domain != nullptr || exporter != nullptr || not_posted != nullptr;
+    }
     [[nodiscard]] std::size_t Size() const;
     [[nodiscard]] const KnownTemplate* Find(std::uint16_t id) const;
   };
   [[nodiscard]] Known KnownFor(const MeteredDatagram& datagram) const;
-  Described DescribeSets(const MeteredDatagram& datagram);
+  Described DescribeSets(const MeteredDatagram& datagram, Known* known);
 
   absl::flat_hash_map<ExportSource, ExporterCounts> exporters_;
-  absl::flat_hash_map<TemplateOwner, Templates> templates_;
+  Owners templates_;
+  Owners not_posted_;
   std::size_t template_count_ = 0;
-  bool has_domains_ = false;  // the meter keeps templates per domain
   SequenceTracker sequences_;
   std::uint64_t streams_evicted_ = 0;  // in what was reaped
   std::uint64_t evicted_before_ = 0;
