@@ -155,9 +155,7 @@ Status StatsEngine::SetKeyAttributes(const GUID& group, const char* key, const c
 
 Status StatsEngine::SetKeyProperty(const GUID& group, const char* key, const char* name,
                                    const char* value) {
-  KeyNotes& notes = store_->NotesOf(store_->Group(group), key);
-  notes.properties.insert_or_assign(name, TextOrEmpty(value));
-  notes.told = now_;
+  store_->SetProperty(store_->Group(group), key, name, TextOrEmpty(value), now_);
   return kStatusOk;
 }
 

@@ -56,6 +56,39 @@ KeyNotes& StatsStore::NotesOf(GroupCounters& group, std::string_view key) {
   return spilled_notes_ = {};
 }
 
+void StatsStore::SetProperty(GroupCounters& group, std::string_view key, std::string_view name,
+                             std::string_view value, Timestamp now) {
+  ToldProperty* const next = last_told_ == nullptr ? nullptr : last_told_->next;
+  if (next != nullptr && next->key == key && *next->value == value && next->name == name &&
+      next->group == &group) {
+    next->notes->told = now;
+    last_told_ = next;
+    return;
+  }
+  KeyNotes& notes = NotesOf(group, key);
+  notes.properties.insert_or_assign(std::string(name), value);
+  notes.told = now;
+  ToldProperty* const told = NoteTold(group, key, name);
+  if (last_told_ != nullptr) last_told_->next = told;
+  last_told_ = told;
+}
+
+// Null for a key whose notes are not kept.
+StatsStore::ToldProperty* StatsStore::NoteTold(GroupCounters& group, std::string_view key,
+                                               std::string_view name) {
+  const auto notes = group.notes.find(key);
+  if (notes == group.notes.end()) return nullptr;
+  const auto& [kept_name, value] = *notes->second.properties.find(name);
+  std::unique_ptr<ToldProperty>& told = told_[&value];
+  if (!told) told.reset(new ToldProperty{&group, &notes->second, notes->first, kept_name, &value});
+  return told.get();
+}
+
+void StatsStore::ForgetTold() {
+  last_told_ = nullptr;
+  told_.clear();
+}
+
 void StatsStore::Merge(const StatsStore& other) {
   MergeBesideKeys(other);
   for (const auto& from : other.groups_) {
@@ -94,6 +127,7 @@ void StatsStore::Merge(StatsStore&& other) {
 }
 
 void StatsStore::MergeBesideKeys(const StatsStore& other) {
+  ForgetTold();
   records += other.records;
   stray_updates += other.stray_updates;
   for (const auto& from : other.groups_) {
@@ -128,12 +162,14 @@ void StatsStore::RenumberTexts(const StatsStore& other, FlowTotals* flow) {
 }
 
 void StatsStore::CopyNotes(const StatsStore& other) {
+  ForgetTold();
   for (const auto& from : other.groups_) {
     if (!from->notes.empty()) Group(from->info.guid).notes = from->notes;
   }
 }
 
 void StatsStore::Clear(const GUID& group) {
+  ForgetTold();
   GroupCounters& cleared = Group(group);
   cleared.table = KeyTable(cleared.table.values());
   cleared.notes.clear();
@@ -142,6 +178,7 @@ void StatsStore::Clear(const GUID& group) {
 }
 
 void StatsStore::Prune() {
+  ForgetTold();
   for (const auto& group : groups_) {
     if (group->table.size() > group->info.track_high) Prune(group.get());
   }

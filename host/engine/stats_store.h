@@ -93,6 +93,12 @@ class StatsStore {
   static constexpr std::size_t kMostTexts = std::size_t{1} << 16;
   KeyNotes& NotesOf(GroupCounters& group, std::string_view key);
 
+  // SetProperty sets a property of a key. A meter may say all that it knows over and over again,
+  // for each record of a datagram: what follows on the same as before, and is the same as before,
+  // is found without a search.
+  void SetProperty(GroupCounters& group, std::string_view key, std::string_view name,
+                   std::string_view value, Timestamp now);
+
   // Bytes of memory in the tables.
   [[nodiscard]] std::size_t Memory() const;
 
@@ -120,6 +126,20 @@ class StatsStore {
   TextMap<std::uint32_t> text_numbers_;
   std::vector<std::string> texts_;
   KeyNotes spilled_notes_;  // of keys beyond kMostNotes
+
+  // A property in the order in which they were set last.
+  struct ToldProperty {
+    const GroupCounters* group;
+    KeyNotes* notes;
+    std::string_view key;
+    std::string_view name;
+    const std::string* value;
+    ToldProperty* next = nullptr;
+  };
+  void ForgetTold();  // before notes change otherwise
+  ToldProperty* NoteTold(GroupCounters& group, std::string_view key, std::string_view name);
+  absl::flat_hash_map<const std::string*, std::unique_ptr<ToldProperty>> told_;
+  ToldProperty* last_told_ = nullptr;
 };
 
 }  // namespace flow::host
