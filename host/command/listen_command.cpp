@@ -127,6 +127,7 @@ class Listen {
                     setup_.site_settings().home,
                     setup_.stand_ins(),
                     output_,
+                    true,
                     console_};
   SilenceWatch silence_{Timestamp{options_.silent_after} * kMicrosPerSecond, setup_.stand_ins(),
                         [this](const std::string& text) { console_.Notice(text); }};

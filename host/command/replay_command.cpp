@@ -101,6 +101,7 @@ class Replay {
                     setup_.site_settings().home,
                     setup_.stand_ins(),
                     output_,
+                    false,
                     console_};
   Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {
     report_.Take(tick, std::move(harvests), progress_.Seconds());

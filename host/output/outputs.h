@@ -12,6 +12,8 @@
 
 namespace flow::host {
 
+class SheetRecord;
+
 // A stretch of time in an output that holds many.
 struct TimeBucket {
   std::int64_t start = 0;  // seconds since 1970
@@ -28,7 +30,7 @@ struct OutputKind {
   void (*write)(const Report& report, const ReportOptions& options, const std::string& place);
   // Adds a bucket, for the runs that report interval by interval; null where each of their reports
   // is written. HostError when it cannot, and then nothing has changed.
-  void (*append)(const Report& report, const ReportOptions& options, const std::string& place,
+  void (*append)(const SheetRecord& sheets, const std::string& place,
                  const TimeBucket& bucket) = nullptr;
 };
 
@@ -53,7 +55,6 @@ struct OutputOptions {
 void WriteJson(const Report& report, const ReportOptions& options, const std::string& path);
 void WriteCsv(const Report& report, const ReportOptions& options, const std::string& directory);
 void WriteSqlite(const Report& report, const ReportOptions& options, const std::string& path);
-void AppendSqlite(const Report& report, const ReportOptions& options, const std::string& path,
-                  const TimeBucket& bucket);
+void AppendSqlite(const SheetRecord& sheets, const std::string& path, const TimeBucket& bucket);
 
 }  // namespace flow::host

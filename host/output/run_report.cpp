@@ -1,13 +1,19 @@
 #include "host/output/run_report.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include "host/base/console.h"
 #include "host/base/error.h"
 #include "host/base/number_text.h"
+#include "host/output/sheet_record.h"
 #include "host/output/summary.h"
 #include "host/period/ipv6_directions.h"
 
@@ -21,29 +27,74 @@ std::string TitleOf(const char* what, Timestamp from, Timestamp to) {
                      TimeText(to / kMicrosPerSecond));
 }
 
+// Takes buckets rather than reports.
+bool TakesBuckets(RunKind kind, const Destination& destination) {
+  return kind == RunKind::kPeriodic && destination.kind->append != nullptr;
+}
+
+std::string SummaryOf(const Report& report, const ReportOptions& options) {
+  char* text = nullptr;
+  std::size_t size = 0;
+  std::FILE* const file = open_memstream(&text, &size);
+  if (file == nullptr) throw std::bad_alloc();
+  PrintSummary(report, options, file);
+  std::fclose(file);
+  std::string summary(text, size);
+  std::free(text);
+  return summary;
+}
+
+[[noreturn]] void FailTerminal() {
+  throw HostError(
+      fmt::format("summaries cannot be written to standard output: {}", std::strerror(errno)));
+}
+
+void PrintBuffered(std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) FailTerminal();
+}
+
+// Past the buffer, and its lock, that the plug-in may want for what it says.
+void PrintDirectly(std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) FailTerminal();
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+}
+
 }  // namespace
 
 RunReport::RunReport(RunKind kind, std::span<const GroupInfo> groups, const HomeRanges& home,
-                     const StandIns& stand_ins, const OutputOptions& options, Console& console)
+                     const StandIns& stand_ins, const OutputOptions& options, bool has_writers,
+                     Console& console)
     : kind_(kind),
       groups_(groups),
       home_(home),
       stand_ins_(stand_ins),
       options_(options),
       console_(console),
-      interval_(groups),
-      run_(groups),
+      interval_(std::make_shared<Period>(groups)),
+      run_(std::make_shared<Period>(groups)),
       bucket_(groups),
-      has_buckets_(kind == RunKind::kPeriodic &&
-                   std::ranges::any_of(options.destinations, [](const Destination& destination) {
-                     return destination.kind->append != nullptr;
-                   })) {}
+      has_buckets_(std::ranges::any_of(
+          options.destinations, [&](const Destination& to) { return TakesBuckets(kind, to); })),
+      has_writers_(has_writers),
+      terminal_(
+          std::make_unique<Outlet>("standard output", Outlet::Keeps::kOnce, has_writers, console)) {
+  for (const Destination& to : options.destinations) {
+    const auto keeps = TakesBuckets(kind, to) ? Outlet::Keeps::kAll : Outlet::Keeps::kNewest;
+    const std::string name = to.IsStandardOutput() ? "standard output" : to.place;
+    outlets_.push_back(std::make_unique<Outlet>(name, keeps, has_writers, console));
+  }
+}
 
 void RunReport::Take(const Tick& tick, std::vector<Harvest> harvests, double seconds) {
   try {
     Add(tick, std::move(harvests), seconds);
   } catch (const std::exception& error) {
-    failed_ = true;
+    has_failed_ = true;
     console_.Error(fmt::format("a report could not be made: {}", error.what()));
   }
 }
@@ -53,30 +104,46 @@ void RunReport::Add(const Tick& tick, std::vector<Harvest> harvests, double seco
   for (const Harvest& harvest : harvests) AddIpv6Directions(home_, harvest.store.get());
   kernel_drops_.TakeOff(tick.losses.kernel, harvests);
   if (has_buckets_) TakeBucket(tick, harvests);
-  if (interval_.from == 0) interval_.from = tick.from;
-  interval_.to = tick.to;
-  interval_.Add(tick.intake, tick.losses);
-  for (Harvest& harvest : harvests) interval_.Add(std::move(harvest));
-  if (periodic) interval_.Prune();
+  if (interval_->from == 0) interval_->from = tick.from;
+  interval_->to = tick.to;
+  interval_->Add(tick.intake, tick.losses);
+  for (Harvest& harvest : harvests) interval_->Add(std::move(harvest));
+  if (periodic) interval_->Prune();
   if (tick.is_last) return End(seconds);
-  if (tick.shows) Show(interval_, TitleOf("Interval", interval_.from, interval_.to), 0);
-  if (!tick.ends_interval) return;
-  run_.Add(interval_);
-  run_.Prune();
-  interval_ = Period(groups_);
+  if (!tick.ends_interval) {
+    if (tick.shows) ShowSoFar();
+    return;
+  }
+  const std::shared_ptr<const Period> ended =
+      std::exchange(interval_, std::make_shared<Period>(groups_));
+  if (tick.shows) Show(ended, TitleOf("Interval", ended->from, ended->to), 0);
+  run_->Add(*ended);
+  run_->Prune();
   has_intervals_ = true;
+}
+
+// The interval goes on; files are written of what it is now.
+void RunReport::ShowSoFar() {
+  std::shared_ptr<Period> shown = interval_;
+  if (has_writers_ && std::ranges::any_of(options_.destinations, [this](const Destination& to) {
+        return !TakesBuckets(kind_, to);
+      })) {
+    shown = std::make_shared<Period>(groups_);
+    shown->Add(*interval_);
+  }
+  Show(shown, TitleOf("Interval", shown->from, shown->to), 0);
 }
 
 void RunReport::End(double seconds) {
   if (!has_intervals_) {
     const bool periodic = kind_ == RunKind::kPeriodic;
-    return Show(interval_, periodic ? TitleOf("The run", interval_.from, interval_.to) : "",
+    return Show(interval_, periodic ? TitleOf("The run", interval_->from, interval_->to) : "",
                 seconds);
   }
-  Show(interval_, TitleOf("Interval", interval_.from, interval_.to), 0);
-  run_.Add(interval_);
-  run_.Prune();
-  Show(run_, TitleOf("The run", run_.from, run_.to), seconds);
+  Show(interval_, TitleOf("Interval", interval_->from, interval_->to), 0);
+  run_->Add(*interval_);
+  run_->Prune();
+  Show(run_, TitleOf("The run", run_->from, run_->to), seconds);
 }
 
 void RunReport::TakeBucket(const Tick& tick, const std::vector<Harvest>& harvests) {
@@ -100,16 +167,16 @@ void RunReport::EndBuckets(const Tick& tick) {
     if (options_.report.Wants(group)) options.group_ids.push_back(group.id);
   }
   if (ended.empty()) return;
-  bool written = true;
   if (!options.group_ids.empty()) {
-    const Report report = ReportOn(bucket_);
+    const auto sheets = std::make_shared<SheetRecord>();
+    WriteSheets(ReportOn(bucket_), options, sheets.get());
     const TimeBucket bucket{bucket_.from / kMicrosPerSecond, options_.keep_days};
-    for (const Destination& to : options_.destinations) {
-      if (to.kind->append == nullptr) continue;
-      written = Write([&] { to.kind->append(report, options, to.place, bucket); }) && written;
+    for (std::size_t i = 0; i < outlets_.size(); ++i) {
+      const Destination& to = options_.destinations[i];
+      if (!TakesBuckets(kind_, to)) continue;
+      outlets_[i]->Take([&to, sheets, bucket] { to.kind->append(*sheets, to.place, bucket); });
     }
   }
-  if (!written) return;  // with the next one
   if (ended.size() == groups_.size()) {
     bucket_ = Period(groups_);
   } else {
@@ -130,39 +197,52 @@ Report RunReport::ReportOn(const Period& period) const {
           period.exporters().streams_evicted()};
 }
 
-void RunReport::Show(const Period& period, std::string title, double seconds) {
-  Report report = ReportOn(period);
-  report.captures = captures_;
-  report.title = std::move(title);
-  report.seconds = seconds;
-  if (kind_ == RunKind::kWhole && report.exporters.empty() && report.intake.Unclaimed() > 0) {
-    console_.Notice("no export datagram was found; exporters that use another port need --port");
-  }
-  // A document on standard output stands there alone; where nothing was read there is no summary.
-  const bool is_taken = std::ranges::any_of(options_.destinations, &Destination::IsStandardOutput);
-  if (!is_taken && (report.intake.Packets() > 0 || kind_ == RunKind::kPeriodic)) {
-    PrintSummary(report, options_.report, stdout);
-    if (std::ferror(stdout) != 0 && !failed_.exchange(true)) {
-      console_.Error("summaries cannot be written to standard output");
-    }
-  }
-  for (const Destination& to : options_.destinations) {
-    if (kind_ == RunKind::kPeriodic && to.kind->append != nullptr) continue;
-    Write([&] { to.kind->write(report, options_.report, to.place); });
+void RunReport::Show(const std::shared_ptr<const Period>& period, const std::string& title,
+                     double seconds) {
+  const auto make = [this, period, title, seconds] {
+    Report report = ReportOn(*period);
+    report.captures = captures_;
+    report.title = title;
+    report.seconds = seconds;
+    return report;
+  };
+  ShowSummary(make());
+  for (std::size_t i = 0; i < outlets_.size(); ++i) {
+    const Destination& to = options_.destinations[i];
+    if (TakesBuckets(kind_, to)) continue;
+    outlets_[i]->Take([this, make, &to] { to.kind->write(make(), options_.report, to.place); });
   }
 }
 
-// One output that cannot be written keeps none of the others from it.
-template <class Writer>
-bool RunReport::Write(Writer&& writer) {
-  try {
-    writer();
-    return true;
-  } catch (const HostError& error) {
-    failed_ = true;
-    console_.Error(error.what());
-    return false;
+// A document on standard output stands there alone; where nothing was read there is no summary.
+void RunReport::ShowSummary(const Report& report) {
+  if (kind_ == RunKind::kWhole && report.exporters.empty() && report.intake.Unclaimed() > 0) {
+    console_.Notice("no export datagram was found; exporters that use another port need --port");
   }
+  const bool is_taken = std::ranges::any_of(options_.destinations, &Destination::IsStandardOutput);
+  if (is_taken || (report.intake.Packets() == 0 && kind_ == RunKind::kWhole)) return;
+  terminal_->Take([text = SummaryOf(report, options_.report),
+                   print = has_writers_ ? PrintDirectly : PrintBuffered] { print(text); });
+}
+
+void RunReport::Watch() {
+  terminal_->Watch();
+  for (const auto& outlet : outlets_) outlet->Watch();
+}
+
+std::vector<Outlet*> RunReport::FinishBy(Outlet::Clock::time_point deadline) {
+  for (const auto& outlet : outlets_) outlet->TryAgain();
+  std::vector<Outlet*> left;
+  if (!terminal_->FinishBy(deadline)) left.push_back(terminal_.get());
+  for (const auto& outlet : outlets_) {
+    if (!outlet->FinishBy(deadline)) left.push_back(outlet.get());
+  }
+  return left;
+}
+
+bool RunReport::Succeeded() {
+  return !has_failed_ && terminal_->Succeeded() &&
+         std::ranges::all_of(outlets_, [](const auto& outlet) { return outlet->Succeeded(); });
 }
 
 }  // namespace flow::host

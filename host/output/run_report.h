@@ -2,10 +2,12 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "host/output/outlet.h"
 #include "host/output/outputs.h"
 #include "host/period/period.h"
 #include "host/period/reporter.h"
@@ -22,9 +24,11 @@ enum class RunKind {
 
 class RunReport {
  public:
-  // options' groups are ids. All outlive the report.
+  // options' groups are ids. With writers, outputs are written in threads of their own: Take waits
+  // for none of them. All outlive the report.
   RunReport(RunKind kind, std::span<const GroupInfo> groups, const HomeRanges& home,
-            const StandIns& stand_ins, const OutputOptions& options, Console& console);
+            const StandIns& stand_ins, const OutputOptions& options, bool has_writers,
+            Console& console);
 
   // Captures that were read; for the report of the whole.
   std::vector<CaptureResult>& captures() { return captures_; }
@@ -32,8 +36,14 @@ class RunReport {
   // Take adds what the lanes counted until a tick, and reports what the tick asks for.
   void Take(const Tick& tick, std::vector<Harvest> harvests, double seconds);
 
-  // Whether every output could be written so far.
-  [[nodiscard]] bool Succeeded() const { return !failed_; }
+  // Watch tells of outputs that are stuck, and of those that no longer are. Any thread.
+  void Watch();
+
+  // FinishBy waits for the writers, and gives the outputs that are not done by the deadline.
+  std::vector<Outlet*> FinishBy(Outlet::Clock::time_point deadline);
+
+  // Whether every output could be written, in the end.
+  [[nodiscard]] bool Succeeded();
 
  private:
   void Add(const Tick& tick, std::vector<Harvest> harvests, double seconds);
@@ -41,10 +51,9 @@ class RunReport {
   void EndBuckets(const Tick& tick);
   void End(double seconds);
   [[nodiscard]] Report ReportOn(const Period& period) const;
-  void Show(const Period& period, std::string title, double seconds);
-  // False when it failed, which is told.
-  template <class Writer>
-  bool Write(Writer&& writer);
+  void Show(const std::shared_ptr<const Period>& period, const std::string& title, double seconds);
+  void ShowSummary(const Report& report);
+  void ShowSoFar();
 
   RunKind kind_;
   std::span<const GroupInfo> groups_;
@@ -54,12 +63,15 @@ class RunReport {
   Console& console_;
   std::vector<CaptureResult> captures_;
   KernelDrops kernel_drops_;
-  Period interval_;
-  Period run_;     // the intervals before
-  Period bucket_;  // for the outputs that take buckets
+  std::shared_ptr<Period> interval_;
+  std::shared_ptr<Period> run_;  // the intervals before
+  Period bucket_;                // for the outputs that take buckets
   bool has_buckets_;
   bool has_intervals_ = false;
-  std::atomic<bool> failed_ = false;
+  std::atomic<bool> has_failed_ = false;
+  bool has_writers_;
+  std::unique_ptr<Outlet> terminal_;              // the writers come last: what they write lasts
+  std::vector<std::unique_ptr<Outlet>> outlets_;  // for each destination
 };
 
 }  // namespace flow::host

@@ -11,7 +11,7 @@
 
 #include "host/base/error.h"
 #include "host/output/outputs.h"
-#include "host/output/sheets.h"
+#include "host/output/sheet_record.h"
 
 namespace flow::host {
 namespace {
@@ -147,10 +147,9 @@ class Database final : public SheetSink {
 
 }  // namespace
 
-void AppendSqlite(const Report& report, const ReportOptions& options, const std::string& path,
-                  const TimeBucket& bucket) {
+void AppendSqlite(const SheetRecord& sheets, const std::string& path, const TimeBucket& bucket) {
   Database database(path, bucket);
-  WriteSheets(report, options, &database);
+  sheets.Replay(&database);
   database.Commit();
 }
 
