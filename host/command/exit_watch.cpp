@@ -15,6 +15,7 @@ namespace {
 struct Watch {
   std::mutex mutex;
   std::function<void()> on_exit;
+  std::function<void()> on_wait;
   std::atomic<std::thread::id> in_charge;
 };
 
@@ -35,7 +36,7 @@ void RunOnExit() {
     on_exit = std::exchange(watch.on_exit, nullptr);
   }
   if (!on_exit) return;
-  alarm(60);  // whatever happens now, the process ends
+  alarm(20);  // whatever happens now, the process ends
   on_exit();
 }
 
@@ -47,6 +48,12 @@ void WaitForLastWord() {
   const std::atomic<std::thread::id>& in_charge = TheWatch().in_charge;
   while (in_charge.load() == std::thread::id()) std::this_thread::sleep_for(1ms);
   if (in_charge.load() == std::this_thread::get_id()) return;
+  std::function<void()> on_wait;
+  {
+    const std::lock_guard lock(TheWatch().mutex);
+    on_wait = TheWatch().on_wait;
+  }
+  if (on_wait) on_wait();
   for (;;) pause();
 }
 
@@ -61,17 +68,19 @@ int EnlistHandlers() {
 
 }  // namespace
 
-ExitWatch::ExitWatch(std::function<void()> on_exit) {
+ExitWatch::ExitWatch(std::function<void()> on_exit, std::function<void()> on_wait) {
   TheWatch();  // made before the handlers are enlisted, so destroyed after they run
   static const int enlisted = EnlistHandlers();
   static_cast<void>(enlisted);
   const std::lock_guard lock(TheWatch().mutex);
   TheWatch().on_exit = std::move(on_exit);
+  TheWatch().on_wait = std::move(on_wait);
 }
 
 ExitWatch::~ExitWatch() {
   {
     const std::lock_guard lock(TheWatch().mutex);
+    TheWatch().on_wait = nullptr;
     if (std::exchange(TheWatch().on_exit, nullptr)) return;
   }
   // Another thread is saying the last word. What it speaks of lasts until the process has ended.

@@ -8,8 +8,9 @@ namespace flow::host {
 
 class ExitWatch {
  public:
-  // on_exit runs when the process is ended by exit() while the watch stands.
-  explicit ExitWatch(std::function<void()> on_exit);
+  // on_exit runs when the process is ended by exit() while the watch stands; on_wait in each other
+  // thread that ends the process meanwhile, and from then on waits.
+  ExitWatch(std::function<void()> on_exit, std::function<void()> on_wait);
   ~ExitWatch();
   ExitWatch(const ExitWatch&) = delete;
   ExitWatch& operator=(const ExitWatch&) = delete;

@@ -19,6 +19,7 @@
 #include "host/base/error.h"
 #include "host/base/number_text.h"
 #include "host/command/exit_watch.h"
+#include "host/command/lane_watch.h"
 #include "host/command/meter_setup.h"
 #include "host/command/policy_check.h"
 #include "host/command/signals.h"
@@ -54,6 +55,8 @@ std::vector<IpAddress> AddressesFrom(const std::vector<std::string>& texts) {
   return addresses;
 }
 
+using Clock = std::chrono::steady_clock;
+
 class Listen {
  public:
   explicit Listen(const ListenOptions& options)
@@ -71,8 +74,13 @@ class Listen {
     archive_->Open();
   }
 
+  ~Listen() { signals_.OnLate(nullptr); }
+  Listen(const Listen&) = delete;
+  Listen& operator=(const Listen&) = delete;
+
   int Run() {
-    const ExitWatch watch([this] { PluginEndedProcess(); });
+    signals_.OnLate([this] { EndLate(); });
+    const ExitWatch watch([this] { PluginEndedProcess(); }, [this] { setup_.lanes().RestHere(); });
     setup_.Start(LaneMode::kDrop);
     OpenSockets();
     RestoreTemplates();
@@ -92,22 +100,27 @@ class Listen {
   bool OpenSocket(const Endpoint& here, const IID& protocol);
   void RestoreTemplates();
   void Step();
-  void Receive(Port* port, int most_batches);
+  bool Receive(Port* port, int most_batches);
   void TakeSignals();
   void CheckPolicies();
   void TakeCheckResult();
+  void Watch();
   void EndPeriod(Timestamp now);
   void Reap(Tick tick);
   Losses TakeLosses();
   void SaveTemplates();
   int End();
+  void ReceiveRest(Clock::time_point until);
+  void EndLanes(Clock::time_point deadline);
   void PluginEndedProcess();
+  void EndLate();
 
   const ListenOptions& options_;
   std::vector<IpAddress> addresses_;
   Signals signals_;  // before any thread
   Console console_;
   MeterSetup setup_;
+  LaneWatch lane_watch_{console_, setup_.stand_ins()};
   OutputOptions output_;
   Schedule schedule_;
   std::optional<TemplateArchive> archive_;
@@ -120,8 +133,9 @@ class Listen {
   bool check_again_ = false;
   bool told_overflow_ = false;
   bool wants_summary_ = false;
-  std::atomic<bool> failed_ = false;
+  bool failed_ = false;
   bool ending_ = false;
+  Clock::time_point next_watch_;
   RunReport report_{RunKind::kPeriodic,
                     setup_.catalog().groups(),
                     setup_.site_settings().home,
@@ -131,6 +145,8 @@ class Listen {
                     console_};
   SilenceWatch silence_{Timestamp{options_.silent_after} * kMicrosPerSecond, setup_.stand_ins(),
                         [this](const std::string& text) { console_.Notice(text); }};
+  Outlet templates_{fmt::format("the directory {}", options_.state_directory),
+                    Outlet::Keeps::kNewest, true, console_};
   Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {
     SaveTemplates();
     silence_.Take(tick.to, harvests);
@@ -201,6 +217,10 @@ void Listen::RestoreTemplates() {
 
 // Step waits for whatever comes next and takes it.
 void Listen::Step() {
+  if (setup_.lanes().IsEnding()) {
+    ReceiveRest(Clock::now() + std::chrono::milliseconds(200));  // which counts as dropped
+    setup_.lanes().RestIfEnding();
+  }
   constexpr int kMostWait = 250;    // milliseconds; periods end about as late
   constexpr int kGatheredWait = 2;  // while a busy lane leaves datagrams gathered
   const bool gathered = setup_.lanes().PushIdle();
@@ -221,7 +241,7 @@ void Listen::Step() {
       sockets_.erase(sockets_.begin() + static_cast<std::ptrdiff_t>(i));
     }
   }
-  console_.Sum();
+  Watch();
   // A report that takes longer than a period makes the next one longer.
   const Timestamp now = Now();
   period_start_ = std::min(period_start_, now);  // a clock may be set back
@@ -233,11 +253,23 @@ void Listen::Step() {
   }
 }
 
-void Listen::Receive(Port* port, int most_batches) {
+void Listen::Watch() {
+  const auto now = Clock::now();
+  if (now < next_watch_) return;
+  next_watch_ = now + std::chrono::seconds(1);
+  lane_watch_.Look(setup_.lanes());
+  report_.Watch();
+  templates_.Watch();
+  console_.Sum();
+}
+
+// True when more may be waiting.
+bool Listen::Receive(Port* port, int most_batches) {
   const auto take = [&](const UdpPacket& packet) { setup_.intake().Take(*port->protocol, packet); };
   for (int i = 0; i < most_batches; ++i) {
-    if (port->socket->Receive(&buffers_, Now(), take) < ReceiveBuffers::kDatagrams) return;
+    if (port->socket->Receive(&buffers_, Now(), take) < ReceiveBuffers::kDatagrams) return false;
   }
+  return true;
 }
 
 void Listen::TakeSignals() {
@@ -254,7 +286,6 @@ void Listen::TakeSignals() {
         break;
       default:
         ending_ = true;
-        Signals::LetInterrupt();
     }
   }
 }
@@ -317,48 +348,94 @@ void Listen::SaveTemplates() {
   if (archive_->TakeOverflow() && !std::exchange(told_overflow_, true)) {
     console_.Notice("there are more, or larger, templates than are kept across restarts");
   }
-  try {
+  templates_.Take([this] {
     setup_.stand_ins().Save();
     archive_->Save(NowSeconds());
-  } catch (const HostError& error) {
-    failed_ = true;
-    console_.Error(error.what());
-  }
+  });
 }
 
 // What the kernel has taken so far is metered before the end; senders may go on for ever.
-int Listen::End() {
-  constexpr int kMostBatches = 4096;
-  constexpr std::chrono::seconds kLongestReport(45);
+void Listen::ReceiveRest(Clock::time_point until) {
   for (Port& port : sockets_) {
     try {
-      Receive(&port, kMostBatches);
+      while (Receive(&port, 1) && Clock::now() < until) {
+      }
     } catch (const HostError& error) {
       failed_ = true;
       console_.Error(error.what());
     }
   }
+}
+
+// Every part of the end has its time, and together they have less than the signals' thread grants.
+int Listen::End() {
+  using namespace std::chrono_literals;
+  const auto start = Clock::now();
+  ReceiveRest(start + 1s);
   setup_.lanes().Push();
   Reap({.from = period_start_, .to = Now(), .is_last = true});
-  if (!reporter_.WaitFor(kLongestReport)) {
-    console_.Error("the summary cannot be written: nobody reads standard output");
-    std::_Exit(kExitTrouble);
+  const bool is_in_time = reporter_.WaitBy(start + 5s);
+  if (!is_in_time) EndLanes(start + 6s);
+  const auto deadline = start + 9s;
+  std::vector<Outlet*> left = report_.FinishBy(deadline);
+  if (!templates_.FinishBy(deadline)) left.push_back(&templates_);
+  for (Outlet* const outlet : left) {
+    console_.Error(fmt::format("{} takes nothing: {} reports are not written", outlet->name(),
+                               Thousands(outlet->Waiting())));
   }
   if (sockets_.empty()) console_.Error("no socket is left");
-  return sockets_.empty() || failed_ || !report_.Succeeded() ? kExitTrouble : kExitOk;
+  failed_ = failed_ || sockets_.empty() || !left.empty() || !report_.Succeeded() ||
+            !templates_.Succeeded();
+  const int status = failed_ ? kExitTrouble : kExitOk;
+  if (is_in_time && left.empty()) return status;
+  static_cast<void>(console_.FinishBy(start + 9500ms));
+  std::_Exit(status);  // past threads that will not end
+}
+
+// A lane that is still at work has too much to do, or is at one datagram.
+void Listen::EndLanes(Clock::time_point deadline) {
+  const std::uint64_t before = setup_.lanes().Dropped();
+  setup_.lanes().EndBy(deadline, true);
+  const auto busy = setup_.lanes().Busy();
+  lane_watch_.TellLost(busy);
+  failed_ = failed_ || !busy.empty();
+  const std::uint64_t left = setup_.lanes().Dropped() - before;
+  if (left > 0) {
+    console_.Notice(
+        fmt::format("{} datagrams that waited for a meter are not metered", Thousands(left)));
+  }
+  Tick tick{.from = period_start_, .to = Now(), .is_last = true};
+  tick.losses = TakeLosses();
+  reporter_.FinishHere(setup_.lanes(), tick);
 }
 
 // In the middle of a datagram, in a lane's thread.
 void Listen::PluginEndedProcess() {
+  using namespace std::chrono_literals;
+  const auto start = Clock::now();
   console_.Error(
       "the plug-in ended the process because it cannot read a policy file; it says why on "
       "standard output");
-  if (sockets_.empty()) return;
-  setup_.lanes().EndHere();
-  Tick tick{.from = period_start_, .to = Now(), .is_last = true};
-  tick.intake = setup_.intake().Reap();
-  tick.losses = TakeLosses();
-  reporter_.FinishHere(setup_.lanes(), tick);
+  if (!sockets_.empty()) {
+    setup_.lanes().EndBy(start + 2s, false);
+    lane_watch_.TellLost(setup_.lanes().Busy());
+    Tick tick{.from = period_start_, .to = Now(), .is_last = true};
+    tick.intake = setup_.intake().Reap();
+    tick.losses = TakeLosses();
+    reporter_.FinishHere(setup_.lanes(), tick);
+    for (const Outlet* const outlet : report_.FinishBy(start + 8s)) {
+      console_.Error(fmt::format("{} takes nothing", outlet->name()));
+    }
+    static_cast<void>(templates_.FinishBy(start + 8s));
+  }
+  static_cast<void>(console_.FinishBy(start + 9s));
+}
+
+// In the thread of the signals: the one of the intake hangs.
+void Listen::EndLate() {
+  console_.Error(
+      fmt::format("ended by force, {} seconds after the signal", Signals::kLongestEnd.count()));
+  static_cast<void>(console_.FinishBy(Clock::now() + std::chrono::milliseconds(200)));
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ class Replay {
   }
 
   int Run() {
-    const ExitWatch watch([this] { PluginEndedProcess(); });
+    const ExitWatch watch([this] { PluginEndedProcess(); }, [this] { setup_.lanes().RestHere(); });
     setup_.Start(options_.meter.instances > 1 ? LaneMode::kWait : LaneMode::kInline);
     for (const std::string& path : options_.captures) ReadCapture(path);
     Reap({.to = setup_.intake().counts().last, .is_last = true});
@@ -48,6 +48,7 @@ class Replay {
       CaptureReader reader(path);
       CapturedPacket packet;
       while (reader.Next(&packet)) {
+        setup_.lanes().RestIfEnding();
         ++result.packets;
         if (options_.interval != 0 && schedule_.IsDue(packet.time)) EndPeriod(packet.time);
         setup_.intake().Take(reader.LinkType(), packet);
@@ -82,7 +83,7 @@ class Replay {
         "the plug-in ended the process because it cannot read a policy file; it says why on "
         "standard output");
     if (report_.captures().empty()) return;
-    setup_.lanes().EndHere();
+    setup_.lanes().EndBy(Lanes::Clock::now() + std::chrono::seconds(2), false);
     Tick tick{.intake = setup_.intake().Reap(), .is_last = true};
     tick.losses.queue = setup_.lanes().Dropped();
     tick.from = tick.intake.first;

@@ -155,6 +155,7 @@ Status StatsEngine::SetKeyAttributes(const GUID& group, const char* key, const c
 
 Status StatsEngine::SetKeyProperty(const GUID& group, const char* key, const char* name,
                                    const char* value) {
+  RestIfAsked();
   store_->SetProperty(store_->Group(group), key, name, TextOrEmpty(value), now_);
   return kStatusOk;
 }
@@ -242,6 +243,7 @@ Status StatsEngine::GetCurrentTime(std::uint64_t* seconds) {
 }
 
 Status StatsEngine::MarkRecord() {
+  RestIfAsked();
   ++store_->records;
   return kStatusOk;
 }
@@ -264,6 +266,7 @@ Status StatsEngine::TagFlow(const GUID& /*flowGroup*/, const char* flowKey, cons
 
 Status StatsEngine::PostChannelMessage(const GUID& channel, const IID& sender, std::uint32_t length,
                                        void* data) {
+  RestIfAsked();
   channels_.Post(channel, sender, {static_cast<std::uint8_t*>(data), length});
   return kStatusOk;
 }

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -42,6 +44,13 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   // SetAhead makes the answer to the next question for the time so late that what a component does
   // at least every hour, or as often as that, is due.
   void SetAhead(std::uint32_t seconds) { ahead_ = std::max(seconds, 3600U) + 1; }
+
+  // AskRest has the thread that counts call rest at the next record, property or message, even in
+  // the middle of a datagram; what was said so far is whole. Any thread may ask, once.
+  void AskRest(std::function<void()> rest) {
+    rest_ = std::move(rest);
+    is_asked_to_rest_.store(true, std::memory_order_release);
+  }
 
   Status UpdateCounter(const GUID& group, const char* key, int meter, std::uint64_t value) override;
   Status UpdateCounterKeyLen(const GUID& group, int keyLength, const char* key, int meter,
@@ -96,6 +105,9 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   FlowTotals& FlowOf(const char* key);
   FlowTotals& TouchFlow(const char* key);
   void SendFlow();
+  void RestIfAsked() {
+    if (is_asked_to_rest_.load(std::memory_order_acquire)) rest_();
+  }
 
   StatsStore* store_;
   ChannelSink& channels_;
@@ -109,6 +121,8 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   std::string flow_key_;
   FlowTotals flow_{};
   bool has_flow_ = false;
+  std::atomic<bool> is_asked_to_rest_ = false;
+  std::function<void()> rest_;
 };
 
 }  // namespace flow::host

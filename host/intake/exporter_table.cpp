@@ -20,6 +20,8 @@ constexpr RefusalName kNames[] = {
     {"cut_short", "cut short"},
     {"refused", "refused by the meter"},
     {"other_protocol", "of another protocol than the port's"},
+    {"too_dear", "held back, as a meter had been too long at one of them"},
+    {"unfinished", "cut off by the end of the run"},
 };
 static_assert(std::size(kNames) == kRefusals);
 

@@ -26,8 +26,10 @@ enum class Refusal : std::uint8_t {
   kCutShort,
   kFailed,
   kOtherProtocol,  // NetFlow on a port of sFlow, or the other way round
+  kTooDear,        // went through no meter: its exporter's take too long
+  kUnfinished,     // the meter was at it when the run ended
 };
-inline constexpr std::size_t kRefusals = 6;
+inline constexpr std::size_t kRefusals = 8;
 
 // RefusalText is the reason as it reads after a number, as in "3 of an unknown version"; RefusalId
 // its name in files.

@@ -76,19 +76,35 @@ void Lane::Handle(const IID& protocol, const UdpPacket& packet) {
   if (mailbox_.HasMail()) TakeMessages();
   packet_.Set(packet);
   engine_.SetTime(packet.time);
-  const std::uint64_t records_before = store_->records;
+  records_before_ = store_->records;
+  at_work_ = &packet;
   Refusal refusal = Claim(protocol, packet);
   if (refusal == Refusal::kNone) {
     for (Component& component : components_) {
       if (component.meter && component.protocol == protocol) refusal = Count(component, packet);
     }
   }
-  const std::uint64_t records = store_->records - records_before;
+  at_work_ = nullptr;
+  const std::uint64_t records = store_->records - records_before_;
   records_.store(records_.load(std::memory_order_relaxed) + records, std::memory_order_relaxed);
+  Note(packet, records, refusal);
+}
+
+void Lane::Note(const UdpPacket& packet, std::uint64_t records, Refusal refusal) {
   const Endpoint exporter{packet_.Source(), packet.source.port};
   const auto datagram = WithoutShim(packet.Payload(), exporter.address);
   takes_shims_ = takes_shims_ || datagram.size() < packet.payload_length;
   exporters_.Note({exporter, packet.time, datagram, records, refusal, engine_.TakeWords(),
+                   packet.destination.port});
+}
+
+void Lane::HoldBack(const UdpPacket& packet) {
+  exporters_.Note({packet.source,
+                   packet.time,
+                   packet.Payload(),
+                   0,
+                   Refusal::kTooDear,
+                   {},
                    packet.destination.port});
 }
 
@@ -150,6 +166,10 @@ std::vector<std::string> Lane::LookAtPolicies(Timestamp now) {
 }
 
 Harvest Lane::Reap() {
+  if (at_work_ != nullptr) {
+    Note(*at_work_, store_->records - records_before_, Refusal::kUnfinished);
+    at_work_ = nullptr;
+  }
   auto fresh = std::make_unique<StatsStore>(groups_);
   engine_.UseStore(*fresh);
   fresh->CopyNotes(*store_);  // told once, and true from then on

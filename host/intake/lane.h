@@ -49,6 +49,9 @@ class Lane final : private ChannelSink {
   // Handle takes in the messages that wait, then the datagram to its protocol's handler and meters.
   void Handle(const IID& protocol, const UdpPacket& packet);
 
+  // HoldBack counts a datagram that is not to be metered, for the time that it would take.
+  void HoldBack(const UdpPacket& packet);
+
   // NoteDropped counts datagrams that never came this far.
   void NoteDropped(const DroppedNumbers& dropped);
 
@@ -56,11 +59,14 @@ class Lane final : private ChannelSink {
   void TakeMessages();
   Mailbox& mailbox() { return mailbox_; }
 
-  // Reap hands out what was counted since the last harvest; counting goes on from zero.
+  // Reap hands out what was counted since the last harvest; counting goes on from zero. A datagram
+  // that the lane came to rest in counts as far as it was metered.
   Harvest Reap();
 
   // From 1.
   [[nodiscard]] int number() const { return number_; }
+  // AskRest has the lane's thread call rest in the middle of a datagram; see StatsEngine.
+  void AskRest(std::function<void()> rest) { engine_.AskRest(std::move(rest)); }
 
   // WatchPolicies has the meters that look at their policy from time to time take note of it: they
   // know a newer file by the one that they met at their first look.
@@ -88,6 +94,7 @@ class Lane final : private ChannelSink {
   Refusal Claim(const IID& protocol, const UdpPacket& packet);
   Refusal Count(Component& component, const UdpPacket& packet);
   void Knock(Component& component, Timestamp now);
+  void Note(const UdpPacket& packet, std::uint64_t records, Refusal refusal);
   void Post(const GUID& channel, const CLSID& sender, std::span<std::uint8_t> message) override;
 
   int number_;
@@ -102,6 +109,8 @@ class Lane final : private ChannelSink {
   PacketContext packet_;
   bool takes_shims_ = false;  // the meters take a forwarder's shim off
   std::vector<Component> components_;
+  const UdpPacket* at_work_ = nullptr;  // a datagram that is being metered
+  std::uint64_t records_before_ = 0;    // it
   std::atomic<std::uint64_t> records_ = 0;
 };
 

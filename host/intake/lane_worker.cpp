@@ -1,5 +1,8 @@
 #include "host/intake/lane_worker.h"
 
+#include <time.h>
+#include <unistd.h>
+
 #include <utility>
 
 #include "host/intake/lane.h"
@@ -10,6 +13,17 @@ namespace {
 // For the numbers of dropped datagrams, some 400,000 of NetFlow, while a lane is at one batch.
 constexpr std::size_t kMostNumbers = std::size_t{32} << 20;
 
+TimeBudget::Clock::duration TimeOf(clockid_t clock) {
+  timespec time{};
+  clock_gettime(clock, &time);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+// To a few milliseconds, and cheap enough for every datagram.
+TimeBudget::Clock::time_point CoarseNow() {
+  return TimeBudget::Clock::time_point(TimeOf(CLOCK_MONOTONIC_COARSE));
+}
+
 }  // namespace
 
 LaneWorker::LaneWorker(Lane& lane, std::size_t most_batches, bool drops_when_full)
@@ -19,8 +33,9 @@ LaneWorker::LaneWorker(Lane& lane, std::size_t most_batches, bool drops_when_ful
     has_work_.notify_one();
   });
   thread_ = std::thread([this] {
+    id_ = std::this_thread::get_id();
     Loop();
-    has_ended_ = true;
+    RestHere();
   });
 }
 
@@ -98,12 +113,18 @@ void LaneWorker::Loop() {
     if (!queue_.empty()) {
       work = std::move(queue_.front());
       queue_.pop_front();
-      if (work.batch) --queued_batches_;
+      if (work.batch) {
+        --queued_batches_;
+        at_work_ = work.batch.get();
+        given_ += at_work_->entries().size();
+        left_in_batch_ = at_work_->entries().size();
+      }
       has_room_.notify_one();
     }
     lock.unlock();
     Do(work);
     lock.lock();
+    at_work_ = nullptr;
     if (work.batch) {
       work.batch->Clear();
       constexpr std::size_t kMostSpare = 16;
@@ -118,15 +139,59 @@ void LaneWorker::Do(const Work& work) {
     lane_.NoteDropped(*work.dropped);
     numbers_kept_ -= work.dropped->Size();
   }
-  if (work.batch) {
-    std::size_t left = work.batch->entries().size();
-    for (const PacketBatch::Entry& entry : work.batch->entries()) {
-      if (ended_.load(std::memory_order_relaxed)) return;
-      left_in_batch_.store(--left, std::memory_order_relaxed);
-      lane_.Handle(*entry.protocol, entry.packet);
-    }
-  }
+  if (work.batch) Meter(*work.batch);
   if (work.task) work.task(lane_);
+}
+
+void LaneWorker::Meter(const PacketBatch& batch) {
+  std::size_t left = batch.entries().size();
+  auto now = CoarseNow();
+  used_ = TimeOf(CLOCK_THREAD_CPUTIME_ID);
+  for (const PacketBatch::Entry& entry : batch.entries()) {
+    if (ended_.load(std::memory_order_relaxed)) return;  // what is left counts as dropped
+    left_in_batch_.store(--left, std::memory_order_relaxed);
+    if (!drops_when_full_) {
+      lane_.Handle(*entry.protocol, entry.packet);
+      continue;
+    }
+    if (budget_.IsHeldBack(entry.packet.source.address, now)) {
+      lane_.HoldBack(entry.packet);
+      continue;
+    }
+    lane_.Handle(*entry.protocol, entry.packet);
+    const auto before = std::exchange(now, CoarseNow());
+    if (now - before >= TimeBudget::kMost) Spend(entry.packet.source.address, now - before);
+  }
+}
+
+// A thread that was not let run has spent no time.
+void LaneWorker::Spend(const IpAddress& exporter, TimeBudget::Clock::duration took) {
+  const auto before = std::exchange(used_, TimeOf(CLOCK_THREAD_CPUTIME_ID));
+  const auto offence = budget_.Spend(exporter, std::min(took, used_ - before), CoarseNow());
+  if (!offence) return;
+  constexpr std::size_t kMostOffences = 100;
+  const std::lock_guard lock(mutex_);
+  if (offences_.size() < kMostOffences) offences_.push_back(*offence);
+}
+
+std::optional<LaneWorker::AtWork> LaneWorker::Now() {
+  const std::lock_guard lock(mutex_);
+  if (at_work_ == nullptr) return std::nullopt;
+  const std::size_t left = left_in_batch_;
+  const std::size_t at = at_work_->entries().size() - left;
+  if (at == 0) return std::nullopt;
+  const UdpPacket& packet = at_work_->entries()[at - 1].packet;
+  return AtWork{packet.source, packet.payload_length, given_ - left};
+}
+
+std::vector<TimeBudget::Offence> LaneWorker::TakeOffences() {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(offences_, {});
+}
+
+void LaneWorker::RestHere() {
+  dropped_ += left_in_batch_.exchange(0);
+  rests_.store(true, std::memory_order_release);
 }
 
 void LaneWorker::Finish() {
@@ -143,9 +208,13 @@ void LaneWorker::Finish() {
 void LaneWorker::End() {
   const std::lock_guard lock(mutex_);
   ended_ = true;
-  std::size_t left = left_in_batch_ + (gathered_ ? gathered_->entries().size() : 0);
+  std::size_t left = gathered_ ? gathered_->entries().size() : 0;
   for (const Work& work : queue_) left += work.batch ? work.batch->entries().size() : 0;
   dropped_ += left;
+  lane_.AskRest([this] {
+    RestHere();
+    for (;;) pause();  // the process is about to end
+  });
   has_work_.notify_one();
   has_room_.notify_one();
 }

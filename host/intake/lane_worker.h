@@ -8,11 +8,13 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
 #include "host/intake/dropped_numbers.h"
 #include "host/intake/packet_batch.h"
+#include "host/intake/time_budget.h"
 
 namespace flow::host {
 
@@ -22,7 +24,15 @@ class LaneWorker {
  public:
   using Task = std::function<void(Lane&)>;
 
-  // Starts the thread. At most most_batches full batches wait; the lane outlives the worker.
+  // The datagram that a lane is at.
+  struct AtWork {
+    Endpoint exporter;
+    std::size_t length = 0;
+    std::uint64_t number = 0;  // of the datagrams that the lane was given
+  };
+
+  // Starts the thread. At most most_batches full batches wait; the lane outlives the worker. With
+  // drops_when_full exporters have a budget of time, too.
   LaneWorker(Lane& lane, std::size_t most_batches, bool drops_when_full);
   ~LaneWorker();
   LaneWorker(const LaneWorker&) = delete;
@@ -38,12 +48,19 @@ class LaneWorker {
 
   // Finish waits until everything is done and ends the thread.
   void Finish();
-  // End has the thread end after the datagram that it is at, and does not wait for it. Whatever is
-  // left behind that counts as dropped.
+  // End has the thread end after the datagram that it is at, or come to rest within it where the
+  // meter makes a call that allows that, and does not wait for it. Whatever is left behind that
+  // counts as dropped.
   void End();
-  [[nodiscard]] bool HasEnded() const { return has_ended_; }
+  // Whether the thread has ended or rests for ever, so that another may look at the lane.
+  [[nodiscard]] bool Rests() const { return rests_.load(std::memory_order_acquire); }
+  // RestHere is for the lane's own thread when it is not to come back.
+  void RestHere();
+  [[nodiscard]] bool IsThisThread() const { return id_ == std::this_thread::get_id(); }
 
-  [[nodiscard]] bool IsThisThread() const { return thread_.get_id() == std::this_thread::get_id(); }
+  // For the watch, from any thread.
+  [[nodiscard]] std::optional<AtWork> Now();
+  std::vector<TimeBudget::Offence> TakeOffences();
   [[nodiscard]] std::uint64_t Dropped() const { return dropped_.load(std::memory_order_relaxed); }
 
  private:
@@ -59,6 +76,8 @@ class LaneWorker {
   std::unique_ptr<DroppedNumbers> TakeDropped();
   void Loop();
   void Do(const Work& work);
+  void Meter(const PacketBatch& batch);
+  void Spend(const IpAddress& exporter, TimeBudget::Clock::duration took);
 
   Lane& lane_;
   std::size_t most_batches_;
@@ -74,10 +93,17 @@ class LaneWorker {
   std::deque<Work> queue_;
   std::size_t queued_batches_ = 0;
   std::vector<std::unique_ptr<PacketBatch>> spare_;
+  const PacketBatch* at_work_ = nullptr;
+  std::uint64_t given_ = 0;  // datagrams, those at work included
+  std::vector<TimeBudget::Offence> offences_;
   bool finishing_ = false;
   std::atomic<std::size_t> left_in_batch_ = 0;  // behind the datagram that the thread is at
   std::atomic<bool> ended_ = false;             // nothing more is to be done
-  std::atomic<bool> has_ended_ = false;         // nothing more will be
+  std::atomic<bool> rests_ = false;             // nothing more will be
+
+  TimeBudget budget_;                   // the thread's own
+  TimeBudget::Clock::duration used_{};  // processor time of the thread, when last asked
+  std::atomic<std::thread::id> id_;
   std::thread thread_;
 };
 

@@ -53,10 +53,6 @@ std::size_t Lanes::LaneOf(const UdpPacket& packet) {
 }
 
 void Lanes::Take(const IID& protocol, const UdpPacket& packet) {
-  if (ended_) {
-    intake_rests_ = true;
-    for (;;) pause();  // the process is about to end
-  }
   const std::size_t lane = LaneOf(packet);
   if (!workers_.empty()) return workers_[lane]->Take(protocol, packet);
   lanes_[lane]->Handle(protocol, packet);
@@ -84,20 +80,57 @@ void Lanes::Finish() {
   for (const auto& worker : workers_) worker->Finish();
 }
 
-void Lanes::EndHere() {
+void Lanes::EndBy(Clock::time_point deadline, bool in_intake) {
   using namespace std::chrono_literals;
-  if (workers_.empty()) return;
-  ended_ = true;
-  for (int i = 0; i < 20 && !intake_rests_; ++i) std::this_thread::sleep_for(5ms);
+  if (workers_.empty() || ended_.exchange(true)) return;
+  RestHere();
+  // What the intake has taken is in the queues once it rests. It may wait for something else, for
+  // ever, so that the lanes have half of the time.
+  const auto half = Clock::now() + (deadline - Clock::now()) / 2;
+  while (!in_intake && !intake_rests_ && Clock::now() < half) std::this_thread::sleep_for(5ms);
   for (const auto& worker : workers_) worker->End();
-  // A lane that is ending the process too waits in the middle of its datagram, and the intake may
-  // be waiting for a datagram: neither may ever say that it rests.
-  const auto rests = [](const auto& worker) {
-    return worker->HasEnded() || worker->IsThisThread();
-  };
-  for (int i = 0; i < 200 && !std::ranges::all_of(workers_, rests); ++i) {
+  const auto rests = [](const auto& worker) { return worker->Rests(); };
+  while (!std::ranges::all_of(workers_, rests) && Clock::now() < deadline) {
     std::this_thread::sleep_for(5ms);
   }
+}
+
+void Lanes::EachAtRest(const std::function<void(Lane&)>& visit) {
+  if (workers_.empty()) return Each(visit);
+  for (std::size_t i = 0; i < lanes_.size(); ++i) {
+    if (workers_[i]->Rests()) visit(*lanes_[i]);
+  }
+}
+
+void Lanes::RestIfEnding() {
+  if (!ended_) return;
+  intake_rests_ = true;
+  for (;;) pause();  // the process is about to end
+}
+
+void Lanes::RestHere() {
+  for (const auto& worker : workers_) {
+    if (worker->IsThisThread()) worker->RestHere();
+  }
+}
+
+std::vector<Lanes::BusyLane> Lanes::Busy() const {
+  std::vector<BusyLane> busy;
+  for (std::size_t i = 0; i < workers_.size(); ++i) {
+    if (workers_[i]->Rests()) continue;
+    const auto at = workers_[i]->Now();
+    if (at) busy.push_back({i + 1, *at});
+  }
+  return busy;
+}
+
+std::vector<TimeBudget::Offence> Lanes::TakeOffences() {
+  std::vector<TimeBudget::Offence> all;
+  for (const auto& worker : workers_) {
+    const auto offences = worker->TakeOffences();
+    all.insert(all.end(), offences.begin(), offences.end());
+  }
+  return all;
 }
 
 void Lanes::Each(const std::function<void(Lane&)>& visit) {

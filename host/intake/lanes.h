@@ -4,6 +4,7 @@
 #include <absl/container/flat_hash_map.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -22,6 +23,8 @@ enum class LaneMode {
 
 class Lanes {
  public:
+  using Clock = std::chrono::steady_clock;
+
   // count is at least 1. Components are made, and read their policies, in the calling thread.
   Lanes(const LaneParts& parts, int count, LaneMode mode);
   ~Lanes();
@@ -40,10 +43,28 @@ class Lanes {
   // Finish waits until all is done and ends the threads.
   void Finish();
 
-  // EndHere is for the end of the process in the middle of a lane's work: all lanes and the intake
-  // come to rest, after which the caller may look at the lanes with Each.
-  void EndHere();
-  void Each(const std::function<void(Lane&)>& visit);
+  // EndBy is for an end that does not wait for the lanes, as when the plug-in ends the process in
+  // the middle of a datagram. The intake, unless this is its thread, and the lanes come to rest, in
+  // the middle of a datagram too, or are given up at the deadline; what waited for them counts as
+  // dropped. Then the caller may look at those that rest with EachAtRest; the others stand in Busy.
+  void EndBy(Clock::time_point deadline, bool in_intake);
+  void EachAtRest(const std::function<void(Lane&)>& visit);
+
+  // RestIfEnding is for the thread of the intake, between datagrams: it does not return when
+  // another thread is ending the process.
+  void RestIfEnding();
+  [[nodiscard]] bool IsEnding() const { return ended_; }
+  // RestHere is for a lane's thread that is not to come back from a datagram.
+  void RestHere();
+
+  // What each lane is at that does not rest, for the watch. Any thread may ask.
+  struct BusyLane {
+    std::size_t lane;  // from 1
+    LaneWorker::AtWork at;
+  };
+  [[nodiscard]] std::vector<BusyLane> Busy() const;
+  // Exporters that are held back since it was last asked.
+  std::vector<TimeBudget::Offence> TakeOffences();
 
   [[nodiscard]] std::size_t size() const { return lanes_.size(); }
 
@@ -53,6 +74,7 @@ class Lanes {
 
  private:
   std::size_t LaneOf(const UdpPacket& packet);
+  void Each(const std::function<void(Lane&)>& visit);
 
   std::vector<std::unique_ptr<Lane>> lanes_;
   std::vector<std::unique_ptr<LaneWorker>> workers_;  // one for each lane, none for kInline

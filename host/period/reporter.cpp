@@ -47,21 +47,32 @@ void Reporter::Wait() {
   changed_.wait(lock, [this] { return rounds_.empty(); });
 }
 
-bool Reporter::WaitFor(std::chrono::seconds most) {
+bool Reporter::WaitBy(Clock::time_point deadline) {
   std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, most, [this] { return rounds_.empty(); });
+  return changed_.wait_until(lock, deadline, [this] { return rounds_.empty(); });
 }
 
 void Reporter::FinishHere(Lanes& lanes, const Tick& last) {
   End();
-  for (const auto& round : rounds_) {
-    std::erase_if(round->harvests, [](const Harvest& harvest) { return harvest.store == nullptr; });
-    handler_(round->tick, std::move(round->harvests));
+  for (std::vector<Harvest> harvests; std::optional<Tick> tick = TakeRound(&harvests);) {
+    tick->is_last = false;  // the last tick is
+    handler_(*tick, std::move(harvests));
   }
-  rounds_.clear();
   std::vector<Harvest> harvests;
-  lanes.Each([&](Lane& lane) { harvests.push_back(lane.Reap()); });
+  lanes.EachAtRest([&](Lane& lane) { harvests.push_back(lane.Reap()); });
   handler_(last, std::move(harvests));
+}
+
+// What lanes that do not rest hand out later goes nowhere.
+std::optional<Tick> Reporter::TakeRound(std::vector<Harvest>* harvests) {
+  const std::lock_guard lock(mutex_);
+  if (rounds_.empty()) return std::nullopt;
+  Round& round = *rounds_.front();
+  *harvests = std::exchange(round.harvests, std::vector<Harvest>(round.harvests.size()));
+  std::erase_if(*harvests, [](const Harvest& harvest) { return harvest.store == nullptr; });
+  Tick tick = round.tick;
+  rounds_.pop_front();
+  return tick;
 }
 
 void Reporter::Loop() {

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -42,10 +43,11 @@ class Reporter {
   // IsBusy tells whether something is still to be handled; Wait waits until nothing is.
   [[nodiscard]] bool IsBusy();
   void Wait();
-  bool WaitFor(std::chrono::seconds most);  // false when something still is
+  using Clock = std::chrono::steady_clock;
+  bool WaitBy(Clock::time_point deadline);  // false when something still is
 
-  // FinishHere is for the end of the process, when no lane works any more: what some lanes have
-  // handed out and others never will is handled in this thread, and then the last tick.
+  // FinishHere is for an end after Lanes::EndBy: what some lanes have handed out and others never
+  // will is handled in this thread, and then the last tick with what the lanes at rest still have.
   void FinishHere(Lanes& lanes, const Tick& last);
 
  private:
@@ -57,6 +59,7 @@ class Reporter {
   };
 
   void Take(Round* round, Lane* lane);
+  std::optional<Tick> TakeRound(std::vector<Harvest>* harvests);
   void Loop();
   void End();
 
