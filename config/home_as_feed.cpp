@@ -1,6 +1,7 @@
 #include "config/home_as_feed.h"
 
 #include <glob.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -35,6 +36,11 @@ void ReadFeed(std::istream& file, IOmbrelContainer* site, FlatSet<std::uint32_t>
     const auto as_number = static_cast<std::uint32_t>(number);
     if (as_number != 0) numbers->Insert(as_number);
   }
+}
+
+bool IsRegularFile(const std::string& path) {
+  struct stat status = {};
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 }  // namespace
@@ -78,8 +84,9 @@ bool HomeAsFeed::LoadHomeNetsFromLatestFile(const std::string& feed, IOmbrelCont
     return true;
   }
   Log(site, kLogProgress, "FLOW: loading home as numbers from AS file " + latest);
-  std::ifstream file(latest);
-  if (!file) {
+  std::ifstream file;
+  if (IsRegularFile(latest)) file.open(latest);  // a pipe would be waited for
+  if (!file.is_open()) {
     Log(site, kLogError, "FLOW: Error loading home AS Number feed file");
     return false;
   }

@@ -1,5 +1,7 @@
 // What has been learnt as text, for people who look into what an exporter has sent.
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -75,7 +77,10 @@ void TemplateSets::DumpTemplates() const {
   host_.site->GetInstanceNumber(&instance);
   const std::string path =
       std::string(directory.get()) + "/TemplateDump-" + std::to_string(instance) + ".txt";
-  FILE* const file = std::fopen(path.c_str(), "w");
+  // Neither through a link that stands in its place, nor waiting for who reads a pipe.
+  const int descriptor =
+      open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
+  FILE* const file = descriptor < 0 ? nullptr : fdopen(descriptor, "w");
   if (file == nullptr) {
     Log(host_.site, kLogError,
         std::string("Dump Template DB Error ") + std::strerror(errno) + " f=" + path);

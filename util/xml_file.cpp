@@ -1,5 +1,6 @@
 // Reading documents from files: what a file's bytes are taken for, and the way out of a program
 // that cannot do without one.
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -29,10 +30,14 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
-// Opens for reading in byte mode; null with errno set when that fails. fopen opens a directory too,
-// but nothing can be read from it. A null name is that of no file.
+// Opens for reading in byte mode; null with errno set when that fails. A directory can be opened
+// too, but nothing can be read from it; a pipe is empty, and its other end is not waited for. A
+// null name is that of no file.
 File Open(const char* file_name) {
-  File file(std::fopen(file_name == nullptr ? "" : file_name, "rb"));
+  const int descriptor =
+      open(file_name == nullptr ? "" : file_name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (descriptor < 0) return nullptr;
+  File file(fdopen(descriptor, "rb"));
   struct stat status = {};
   if (file != nullptr && fstat(fileno(file.get()), &status) == 0 && S_ISDIR(status.st_mode)) {
     file.reset();

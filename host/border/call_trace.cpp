@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/base/error.h"
+#include "host/base/files.h"
 #include "host/base/guid_text.h"
 #include "host/base/printable.h"
 
@@ -17,9 +18,11 @@ std::string Quoted(const char* text) {
 std::string Quoted(std::string_view text) { return fmt::format("\"{}\"", Printable(text)); }
 
 CallTrace::CallTrace(const std::string& path)
-    : file_(path == "-" ? stdout : std::fopen(path.c_str(), "w")), owned_(path != "-") {
+    : file_(path == "-" ? stdout : nullptr), owned_(path != "-") {
+  const int file = owned_ ? OpenOutput(path) : -1;
+  if (file >= 0) file_ = fdopen(file, "w");
   if (file_ == nullptr) {
-    throw HostError(fmt::format("trace file {} cannot be written: {}", path, std::strerror(errno)));
+    throw HostError(fmt::format("trace file {} cannot be written: {}", path, FileTrouble(errno)));
   }
 }
 

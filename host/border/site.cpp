@@ -1,11 +1,13 @@
 #include "host/border/site.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <utility>
 
 #include "flowhandlers/kit/interface_ptr.h"
 #include "host/base/console.h"
+#include "host/base/files.h"
 #include "host/border/call_trace.h"
 #include "host/policy/default_policies.h"
 
@@ -50,6 +52,14 @@ Status Site::PreparePluginConfigFile(const IID& owner, const char* fileName, cha
     if (!elsewhere) console_.Notice(fmt::format("wrote the default policy {}", path.string()));
   }
   policy_.UseAt(path);
+  // The plug-in would wait for the other end of a pipe. What else is wrong it says itself.
+  const int file = OpenToRead(path.string());
+  if (file < 0 && errno == ENOTSUP) {
+    console_.Error(
+        fmt::format("policy file {} cannot be read: {}", path.string(), FileTrouble(ENOTSUP)));
+    return kStatusFailed;
+  }
+  if (file >= 0) close(file);
   *fullPath = kit::GiveText(path.string());
   return kStatusOk;
 }

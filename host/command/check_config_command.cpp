@@ -4,10 +4,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
-
 #include "host/base/console.h"
 #include "host/base/error.h"
+#include "host/base/files.h"
 #include "host/base/printable.h"
 #include "host/command/meter_setup.h"
 #include "host/policy/default_policies.h"
@@ -85,8 +84,7 @@ class ConfigCheck {
       }
       return false;
     }
-    std::ifstream file(path, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    const std::string text = ReadFile(path.string()).value_or("");  // the plug-in says why
     const std::vector<PolicyRemark> remarks = CheckPolicyNames(name, text);
     for (const PolicyRemark& remark : remarks) {
       console_.Notice(fmt::format("{}, line {}: {}", path.string(), remark.line, remark.text));

@@ -7,7 +7,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
+#include <optional>
+#include <sstream>
+
+#include "host/base/error.h"
+#include "host/base/files.h"
 
 namespace flow::host {
 namespace {
@@ -17,20 +21,10 @@ void SyncAndClose(int descriptor, bool* failed) {
   if (close(descriptor) != 0) *failed = true;
 }
 
-bool WriteAll(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(descriptor, text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    text.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
 // The new file takes the old one's place only once it is on the disk, and so does its name.
 bool ReplaceFile(const std::string& path, std::string_view text) {
   const std::string part = path + ".part";
-  const int file = open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  const int file = CreateAnew(part, 0644);
   if (file < 0) return false;
   bool failed = !WriteAll(file, text);
   SyncAndClose(file, &failed);
@@ -50,9 +44,12 @@ StateFile::StateFile(const std::string& directory, std::string_view name, std::s
 
 bool StateFile::Load(std::int64_t now, const std::function<bool(const std::string& line)>& take,
                      std::string* trouble) const {
-  std::error_code error;
-  if (!std::filesystem::exists(path_, error)) return false;
-  std::ifstream file(path_);
+  const std::optional<std::string> text = ReadFile(path_);
+  if (!text && errno == ENOENT) return false;
+  if (!text) {
+    throw HostError(fmt::format("{} cannot be read: {}", path_, FileTrouble(errno)));
+  }
+  std::istringstream file(*text);
   std::string line;
   std::size_t lines = 0;
   bool whole = false;

@@ -16,7 +16,7 @@ class StateFile {
   StateFile(const std::string& directory, std::string_view name, std::string_view format);
 
   // Load gives the lines to take, until one that it refuses. A damaged file is set aside: then
-  // *trouble says so. False when there is none, or a damaged one.
+  // *trouble says so. False when there is none, or a damaged one; HostError when it cannot be read.
   bool Load(std::int64_t now, const std::function<bool(const std::string& line)>& take,
             std::string* trouble) const;
 

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +16,7 @@
 #include <utility>
 
 #include "host/base/error.h"
+#include "host/base/files.h"
 #include "host/export/export_format.h"
 
 namespace flow::host {
@@ -25,6 +27,22 @@ constexpr std::string_view kFormat = "flowhost templates 1";
 
 // Stands in a line before the bytes of a message that begins with a domain.
 constexpr std::string_view kDomain = "domain ";
+
+// Whoever can open a file can lock it: nobody else may.
+int OpenLock(const std::string& path) {
+  if (!IsPlainOrNone(path)) {
+    errno = ENOTSUP;
+    return -1;
+  }
+  constexpr mode_t kMine = 0600;
+  const int lock =
+      open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kMine);
+  if (lock >= 0 && fchmod(lock, kMine) != 0) {
+    close(lock);
+    return -1;
+  }
+  return lock;
+}
 
 }  // namespace
 
@@ -40,10 +58,10 @@ void TemplateArchive::Open() {
   std::error_code error;
   std::filesystem::create_directories(directory, error);
   const std::string lock_path = (directory / "lock").string();
-  if (!error) lock_ = open(lock_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (!error) lock_ = OpenLock(lock_path);
   if (lock_ < 0) {
     throw HostError(fmt::format("templates cannot be kept in {}: {}", directory.string(),
-                                error ? error.message() : std::strerror(errno)));
+                                error ? error.message() : FileTrouble(errno)));
   }
   if (flock(lock_, LOCK_EX | LOCK_NB) != 0) {
     throw HostError(

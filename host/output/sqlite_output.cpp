@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/base/error.h"
+#include "host/base/files.h"
 #include "host/output/outputs.h"
 #include "host/output/sheet_record.h"
 
@@ -38,6 +39,9 @@ class Database final : public SheetSink {
   // With a bucket, tables stay as they are, and rows are added to them.
   explicit Database(const std::string& path, std::optional<TimeBucket> bucket = std::nullopt)
       : path_(path), bucket_(bucket) {
+    if (!IsPlainOrNone(path)) {
+      throw HostError(fmt::format("database {} cannot be written: it is no regular file", path));
+    }
     sqlite3* opened = nullptr;
     const int result = sqlite3_open(path.c_str(), &opened);
     database_.reset(opened);

@@ -1,9 +1,11 @@
 #include "host/policy/default_policies.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
+
+#include "host/base/files.h"
 
 namespace flow::host {
 namespace {
@@ -81,14 +83,11 @@ bool WriteDefaultPolicy(const std::filesystem::path& path, std::error_code* erro
   // Written aside and renamed: another run must never read half a policy.
   std::filesystem::path draft = path;
   draft += ".new";
-  errno = 0;
-  std::ofstream out(draft, std::ios::trunc);
-  out << text;
-  out.close();
-  if (!out) {
-    *error = std::error_code(errno != 0 ? errno : EIO, std::generic_category());
-    return false;
-  }
+  const int file = CreateAnew(draft.string(), 0666);
+  const bool written = file >= 0 && WriteAll(file, text);
+  if (!written) *error = std::error_code(errno, std::generic_category());
+  if (file >= 0) close(file);
+  if (!written) return false;
   std::filesystem::rename(draft, path, *error);
   return !*error;
 }
