@@ -365,14 +365,35 @@ def run_flooded(folder):
         expect("lost on the way", seen["sequence"]["lost"], on_the_way)
 
 
+def run_ended_by_plugin(folder):
+    """what waited when the plug-in ended the process is told as lost, in all lanes"""
+    gate = folder / "gate"
+    collector = Collector(folder, "--interval", "3600", "--instances", "4", plugin=FAKE_PLUGIN, protocols=("fake",),
+                          environment={"FAKE_PLUGIN_GATE": str(gate)})
+    here = ("127.0.0.1", collector.ports["fake"])
+    exporters = [socket.socket(socket.AF_INET, socket.SOCK_DGRAM) for _ in range(16)]
+    for exporter in exporters:
+        for number in range(52):
+            kind = {0: b"W", 25: b"B"}.get(number, b".")
+            exporter.sendto(b"\0\5" + bytes(27) + kind, here)
+    time.sleep(0.5)
+    gate.touch()
+    expect("exit status of the ended", collector.process.wait(60), 255)
+    report = json.loads(collector.json.read_text())
+    lost = report["lost_datagrams"]
+    expect("metered and lost", sum(e["datagrams"] for e in report["exporters"]) + lost["kernel"] + lost["queue"], 16 * 52)
+    expect("lost", lost["queue"] > 0, True)
+
+
 def main():
     if shutil.which("softflowd", path=os.environ["PATH"] + ":/usr/sbin") is None:
         sys.exit(77)
-    for scenario in (run_live, run_reloaded, run_restarted, run_over_ipv6, run_port_taken, run_silent, run_flooded):
+    for scenario in (run_live, run_reloaded, run_restarted, run_over_ipv6, run_port_taken, run_silent, run_flooded,
+                     run_ended_by_plugin):
         with tempfile.TemporaryDirectory() as folder:
             scenario(pathlib.Path(folder))
     print("\n".join(failures) or
-          "live totals, reload, feed, restart, IPv6, a taken port, silence and a flood are as they should be")
+          "live totals, reload, feed, restart, IPv6, a taken port, silence, a flood and a sudden end are as they should be")
     sys.exit(bool(failures))
 
 
