@@ -24,6 +24,7 @@ constexpr KindName kKinds[] = {
     {"malformed", "malformed"},
     {"reserved_exporter", "of exporters that call themselves 240.x.x.x"},
     {"spare_exporter", "of more exporters over IPv6 than are told apart"},
+    {"stranger", "of sources that --allow does not name"},
 };
 static_assert(std::size(kKinds) == kPacketKinds);
 

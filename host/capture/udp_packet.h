@@ -23,8 +23,9 @@ enum class PacketKind : std::uint8_t {
   // These are UDP; the intake refuses them.
   kReservedExporter,  // would be taken for an exporter over IPv6
   kSpareExporter,     // over IPv6, and there are too many of those
+  kStranger,          // not of the sources that are allowed
 };
-inline constexpr std::size_t kPacketKinds = 11;
+inline constexpr std::size_t kPacketKinds = 12;
 
 // KindText is the kind as it reads after a number, as in "12 TCP"; KindId its name in files.
 std::string_view KindText(PacketKind kind);

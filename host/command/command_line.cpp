@@ -42,6 +42,7 @@ constexpr char kListenExamples[] =
     "Examples:\n"
     "  flowhost listen                                 the ports that the handlers prefer\n"
     "  flowhost listen --port netflow=9996 --port sflow=6344 --bind 192.0.2.1\n"
+    "  flowhost listen --allow 192.0.2.0/24 --allow 2001:db8::/32   exporters of these alone\n"
     "  flowhost listen --interval 300 --sqlite flows.db --state /var/lib/flowhost";
 
 constexpr char kReplayExamples[] =
@@ -74,11 +75,10 @@ constexpr LogLevel kLogLevels[] = {{"error", kLogError},
                                    {"progress", kLogProgress},
                                    {"information", kLogInformation}};
 
-Network NetworkFrom(const std::string& text) {
+Network NetworkFrom(const char* option, const std::string& text) {
   Network network;
   if (!ParseNetwork(text, &network)) {
-    throw CLI::ValidationError("--home",
-                               text + " is no network such as 10.0.0.0/8 or 2001:db8::/32");
+    throw CLI::ValidationError(option, text + " is no network such as 10.0.0.0/8 or 2001:db8::/32");
   }
   return network;
 }
@@ -133,7 +133,8 @@ void AddMeterOptions(CLI::App* app, MeterOptions* options, const char* port_help
   app->add_option_function<std::vector<std::string>>(
          "--home",
          [options](const std::vector<std::string>& texts) {
-           for (const std::string& text : texts) options->home.push_back(NetworkFrom(text));
+           for (const std::string& text : texts)
+             options->home.push_back(NetworkFrom("--home", text));
          },
          "A home network of IPv4 or IPv6; repeatable (default for each of the two: 10.0.0.0/8, "
          "172.16.0.0/12 and 192.168.0.0/16; fc00::/7). Those of IPv6 decide the totals by "
@@ -196,6 +197,17 @@ void AddListenOptions(CLI::App* app, ListenOptions* options) {
   app->add_option("--bind", options->bind,
                   "IPv4 or IPv6 address to listen on; repeatable (default: all)")
       ->type_name("ADDRESS")
+      ->allow_extra_args(false);
+  app->add_option_function<std::vector<std::string>>(
+         "--allow",
+         [options](const std::vector<std::string>& texts) {
+           for (const std::string& text : texts) {
+             options->allow.push_back(NetworkFrom("--allow", text));
+           }
+         },
+         "A network of IPv4 or IPv6, or an address, whose datagrams are taken; repeatable. Others "
+         "are counted and dropped (default: all may send)")
+      ->type_name("CIDR")
       ->allow_extra_args(false);
   app->add_option("--interval", options->interval, "Seconds between summaries (default: 60)")
       ->type_name("SECONDS")

@@ -1,30 +1,26 @@
 #include "host/command/listen_command.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <poll.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <ctime>
-#include <memory>
 #include <optional>
+#include <span>
 #include <utility>
 
 #include "host/base/console.h"
-#include "host/base/endpoint.h"
 #include "host/base/error.h"
 #include "host/base/number_text.h"
 #include "host/command/exit_watch.h"
 #include "host/command/lane_watch.h"
+#include "host/command/listen_ports.h"
 #include "host/command/meter_setup.h"
 #include "host/command/policy_check.h"
 #include "host/command/signals.h"
 #include "host/intake/template_archive.h"
-#include "host/intake/udp_socket.h"
 #include "host/output/run_report.h"
 #include "host/period/reporter.h"
 #include "host/period/schedule.h"
@@ -33,27 +29,8 @@
 namespace flow::host {
 namespace {
 
-Timestamp Now() {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return Timestamp{now.tv_sec} * kMicrosPerSecond + now.tv_nsec / 1000;
-}
-
+Timestamp Now() { return NowMicros(); }
 std::int64_t NowSeconds() { return Now() / kMicrosPerSecond; }
-
-// Without any, those that stand for all addresses of a family; a machine may do without IPv6.
-std::vector<IpAddress> AddressesFrom(const std::vector<std::string>& texts) {
-  std::vector<IpAddress> addresses;
-  for (const std::string& text : texts) {
-    const auto address = IpAddress::Parse(text);
-    if (!address) throw UsageError(fmt::format("--bind: {} is no address", text));
-    addresses.push_back(*address);
-  }
-  if (!addresses.empty()) return addresses;
-  addresses.emplace_back();
-  if (HasIpv6()) addresses.push_back(*IpAddress::Parse("::"));
-  return addresses;
-}
 
 using Clock = std::chrono::steady_clock;
 
@@ -61,7 +38,7 @@ class Listen {
  public:
   explicit Listen(const ListenOptions& options)
       : options_(options),
-        addresses_(AddressesFrom(options.bind)),
+        allowed_(options.allow),
         console_(options.meter.log_level),
         setup_(options.meter, "", console_),
         output_(options.output),
@@ -82,25 +59,18 @@ class Listen {
     signals_.OnLate([this] { EndLate(); });
     const ExitWatch watch([this] { PluginEndedProcess(); }, [this] { setup_.lanes().RestHere(); });
     setup_.Start(LaneMode::kDrop);
-    OpenSockets();
+    OpenPorts();
     RestoreTemplates();
     setup_.lanes().ForEach([](Lane& lane) { lane.WatchPolicies(Now()); });
     schedule_.IsDue(Now());
-    while (!ending_ && !sockets_.empty()) Step();
+    while (!ending_ && !ports_.empty()) Step();
     return End();
   }
 
  private:
-  struct Port {
-    std::unique_ptr<UdpSocket> socket;
-    const IID* protocol;
-  };
-
-  void OpenSockets();
-  bool OpenSocket(const Endpoint& here, const IID& protocol);
+  void OpenPorts();
   void RestoreTemplates();
   void Step();
-  bool Receive(Port* port, int most_batches);
   void TakeSignals();
   void CheckPolicies();
   void TakeCheckResult();
@@ -110,13 +80,12 @@ class Listen {
   Losses TakeLosses();
   void SaveTemplates();
   int End();
-  void ReceiveRest(Clock::time_point until);
   void EndLanes(Clock::time_point deadline);
   void PluginEndedProcess();
   void EndLate();
 
   const ListenOptions& options_;
-  std::vector<IpAddress> addresses_;
+  HomeRanges allowed_;
   Signals signals_;  // before any thread
   Console console_;
   MeterSetup setup_;
@@ -124,11 +93,12 @@ class Listen {
   OutputOptions output_;
   Schedule schedule_;
   std::optional<TemplateArchive> archive_;
-  std::vector<Port> sockets_;
-  ReceiveBuffers buffers_;
+  ListenPorts ports_{options_, console_};
+  ListenPorts::Visit take_ = [this](const IID& protocol, const UdpPacket& packet) {
+    setup_.intake().Take(protocol, packet);
+  };
   Timestamp period_start_ = Now();
   std::uint64_t queue_drops_told_ = 0;
-  PortDrops lost_with_sockets_;
   std::optional<PolicyCheck> check_;
   bool check_again_ = false;
   bool told_overflow_ = false;
@@ -154,38 +124,12 @@ class Listen {
   }};
 };
 
-bool Listen::OpenSocket(const Endpoint& here, const IID& protocol) {
-  try {
-    sockets_.push_back({std::make_unique<UdpSocket>(here, options_.receive_buffer), &protocol});
-    return true;
-  } catch (const HostError& error) {
-    failed_ = true;
-    console_.Error(error.what());
-    return false;
-  }
-}
-
-void Listen::OpenSockets() {
-  const auto wanted = PortsToListenOn(setup_.components(), options_.meter.extra_ports);
-  for (const IpAddress& address : addresses_) {
-    std::vector<std::string> names;
-    for (const ProtocolPort& port : wanted) {
-      const auto& handler = *port.handler->handler;
-      if (!OpenSocket({address, port.port}, handler.protocol)) continue;
-      names.push_back(fmt::format("{} ({})", port.port, handler.name));
-    }
-    if (names.empty()) continue;
-    console_.Notice(
-        fmt::format("listening on {}, UDP ports {}", address.Text(), fmt::join(names, ", ")));
-  }
-  if (sockets_.empty()) throw HostError("there is no port to listen on");
-  std::size_t smallest = options_.receive_buffer;
-  for (const Port& port : sockets_) smallest = std::min(smallest, port.socket->receive_buffer());
-  if (smallest < options_.receive_buffer) {
-    console_.Notice(
-        fmt::format("the kernel grants sockets {} of the {} wanted for bursts; raise "
-                    "net.core.rmem_max for more",
-                    SiBytes(smallest), SiBytes(options_.receive_buffer)));
+void Listen::OpenPorts() {
+  ports_.Open(setup_.components());
+  if (options_.allow.empty()) {
+    console_.Notice("datagrams of anybody are metered; --allow names who may send");
+  } else {
+    setup_.intake().AllowOnly(allowed_);
   }
 }
 
@@ -218,29 +162,19 @@ void Listen::RestoreTemplates() {
 // Step waits for whatever comes next and takes it.
 void Listen::Step() {
   if (setup_.lanes().IsEnding()) {
-    ReceiveRest(Clock::now() + std::chrono::milliseconds(200));  // which counts as dropped
+    ports_.ReceiveRest(Clock::now() + std::chrono::milliseconds(200),
+                       take_);  // which counts as dropped
     setup_.lanes().RestIfEnding();
   }
   constexpr int kMostWait = 250;    // milliseconds; periods end about as late
   constexpr int kGatheredWait = 2;  // while a busy lane leaves datagrams gathered
   const bool gathered = setup_.lanes().PushIdle();
   std::vector<pollfd> polled{{signals_.descriptor(), POLLIN, 0}};
-  for (const Port& port : sockets_) polled.push_back({port.socket->descriptor(), POLLIN, 0});
+  ports_.AddTo(&polled);
   poll(polled.data(), polled.size(), gathered ? kGatheredWait : kMostWait);
 
   if (polled[0].revents != 0) TakeSignals();
-  constexpr int kBatches = 16;  // from one socket before it is the others' turn
-  for (std::size_t i = sockets_.size(); i-- > 0;) {
-    if (polled[i + 1].revents == 0) continue;
-    try {
-      Receive(&sockets_[i], kBatches);
-    } catch (const HostError& error) {
-      failed_ = true;
-      console_.Error(error.what());
-      lost_with_sockets_[sockets_[i].socket->port()] += sockets_[i].socket->TakeDrops();
-      sockets_.erase(sockets_.begin() + static_cast<std::ptrdiff_t>(i));
-    }
-  }
+  ports_.Receive(std::span(polled).subspan(1), take_);
   Watch();
   // A report that takes longer than a period makes the next one longer.
   const Timestamp now = Now();
@@ -261,15 +195,6 @@ void Listen::Watch() {
   report_.Watch();
   templates_.Watch();
   console_.Sum();
-}
-
-// True when more may be waiting.
-bool Listen::Receive(Port* port, int most_batches) {
-  const auto take = [&](const UdpPacket& packet) { setup_.intake().Take(*port->protocol, packet); };
-  for (int i = 0; i < most_batches; ++i) {
-    if (port->socket->Receive(&buffers_, Now(), take) < ReceiveBuffers::kDatagrams) return false;
-  }
-  return true;
 }
 
 void Listen::TakeSignals() {
@@ -336,8 +261,7 @@ void Listen::Reap(Tick tick) {
 
 Losses Listen::TakeLosses() {
   Losses losses;
-  losses.kernel = std::exchange(lost_with_sockets_, {});
-  for (const Port& port : sockets_) losses.kernel[port.socket->port()] += port.socket->TakeDrops();
+  losses.kernel = ports_.TakeDrops();
   const std::uint64_t queue = setup_.lanes().Dropped();
   losses.queue = queue - std::exchange(queue_drops_told_, queue);
   return losses;
@@ -354,24 +278,11 @@ void Listen::SaveTemplates() {
   });
 }
 
-// What the kernel has taken so far is metered before the end; senders may go on for ever.
-void Listen::ReceiveRest(Clock::time_point until) {
-  for (Port& port : sockets_) {
-    try {
-      while (Receive(&port, 1) && Clock::now() < until) {
-      }
-    } catch (const HostError& error) {
-      failed_ = true;
-      console_.Error(error.what());
-    }
-  }
-}
-
 // Every part of the end has its time, and together they have less than the signals' thread grants.
 int Listen::End() {
   using namespace std::chrono_literals;
   const auto start = Clock::now();
-  ReceiveRest(start + 1s);
+  ports_.ReceiveRest(start + 1s, take_);
   setup_.lanes().Push();
   Reap({.from = period_start_, .to = Now(), .is_last = true});
   const bool is_in_time = reporter_.WaitBy(start + 5s);
@@ -383,9 +294,9 @@ int Listen::End() {
     console_.Error(fmt::format("{} takes nothing: {} reports are not written", outlet->name(),
                                Thousands(outlet->Waiting())));
   }
-  if (sockets_.empty()) console_.Error("no socket is left");
-  failed_ = failed_ || sockets_.empty() || !left.empty() || !report_.Succeeded() ||
-            !templates_.Succeeded();
+  if (ports_.empty()) console_.Error("no socket is left");
+  failed_ = failed_ || ports_.HasFailed() || ports_.empty() || !left.empty() ||
+            !report_.Succeeded() || !templates_.Succeeded();
   const int status = failed_ ? kExitTrouble : kExitOk;
   if (is_in_time && left.empty()) return status;
   static_cast<void>(console_.FinishBy(start + 9500ms));
@@ -416,7 +327,7 @@ void Listen::PluginEndedProcess() {
   console_.Error(
       "the plug-in ended the process because it cannot read a policy file; it says why on "
       "standard output");
-  if (!sockets_.empty()) {
+  if (!ports_.empty()) {
     setup_.lanes().EndBy(start + 2s, false);
     lane_watch_.TellLost(setup_.lanes().Busy());
     Tick tick{.from = period_start_, .to = Now(), .is_last = true};

@@ -37,6 +37,7 @@ struct ListenOptions {
   MeterOptions meter;
   OutputOptions output;
   std::vector<std::string> bind;          // addresses; empty for all of both families
+  std::vector<Network> allow;             // sources; empty for all
   std::uint32_t interval = 60;            // seconds
   std::uint32_t silent_after = 300;       // seconds; 0 for never
   std::string state_directory;            // empty for none

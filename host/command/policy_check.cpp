@@ -43,7 +43,9 @@ PolicyCheck::PolicyCheck(const std::string& plugin, const SiteSettings& settings
 }
 
 PolicyCheck::~PolicyCheck() {
-  if (process_ != 0) waitpid(process_, nullptr, 0);
+  if (process_ == 0) return;
+  kill(process_, SIGKILL);  // it may hang where we do not
+  waitpid(process_, nullptr, 0);
 }
 
 std::optional<bool> PolicyCheck::Result() {

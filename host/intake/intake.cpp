@@ -42,7 +42,9 @@ void Intake::Take(int link_type, const CapturedPacket& packet) {
 
 void Intake::Take(const IID& protocol, const UdpPacket& datagram) {
   NoteTime(datagram.time);
-  ++counts_.packets[static_cast<std::size_t>(Hand(protocol, datagram))];
+  const bool is_stranger = allowed_ != nullptr && !allowed_->Contains(datagram.source.address);
+  const PacketKind kind = is_stranger ? PacketKind::kStranger : Hand(protocol, datagram);
+  ++counts_.packets[static_cast<std::size_t>(kind)];
 }
 
 // Hand gives a datagram to its lane, or tells as what it is to be counted instead. The plug-in

@@ -11,6 +11,7 @@
 #include "host/intake/lanes.h"
 #include "host/intake/port_map.h"
 #include "host/intake/stand_ins.h"
+#include "host/policy/home_ranges.h"
 
 namespace flow::host {
 
@@ -32,6 +33,9 @@ class Intake {
   Intake(const PortMap& ports, Lanes& lanes, StandIns& stand_ins)
       : ports_(ports), lanes_(lanes), stand_ins_(stand_ins) {}
 
+  // AllowOnly has datagrams of sockets taken from these sources alone; they outlive the intake.
+  void AllowOnly(const HomeRanges& sources) { allowed_ = &sources; }
+
   // Take takes a packet of a capture, or a datagram of a protocol's socket.
   void Take(int link_type, const CapturedPacket& packet);
   void Take(const IID& protocol, const UdpPacket& datagram);
@@ -48,7 +52,8 @@ class Intake {
   const PortMap& ports_;
   Lanes& lanes_;
   StandIns& stand_ins_;
-  std::vector<std::uint8_t> made_;  // a datagram over IPv6 as the plug-in is given it
+  const HomeRanges* allowed_ = nullptr;  // null for all
+  std::vector<std::uint8_t> made_;       // a datagram over IPv6 as the plug-in is given it
   IntakeCounts counts_;
 };
 

@@ -95,6 +95,9 @@ HomeRanges::HomeRanges(const std::vector<Network>& networks) {
 }
 
 bool HomeRanges::Contains(std::uint32_t ipv4) const { return Holds(ipv4_, ipv4); }
-bool HomeRanges::Contains(const IpAddress& ipv6) const { return Holds(ipv6_, ipv6); }
+bool HomeRanges::Contains(const IpAddress& address) const {
+  const bool is_ipv4 = address.family() == Family::kIpv4;
+  return is_ipv4 ? Contains(address.AsIpv4()) : Holds(ipv6_, address);
+}
 
 }  // namespace flow::host

@@ -1,4 +1,4 @@
-// The networks that count as home.
+// Sets of networks: those that count as home, or that may send.
 #pragma once
 
 #include <cstdint>
@@ -34,10 +34,10 @@ class HomeRanges {
   // Those of IPv4, which are all that a plug-in can ask for.
   [[nodiscard]] const std::vector<Network>& ipv4_networks() const { return ipv4_networks_; }
 
-  // Contains asks for an IPv4 address in host byte order, as meters do twice per record, or for one
-  // of IPv6; its cost grows with the logarithm of the number of networks.
+  // Contains asks for an IPv4 address in host byte order, as meters do twice per record, or for any
+  // address; its cost grows with the logarithm of the number of networks.
   [[nodiscard]] bool Contains(std::uint32_t ipv4) const;
-  [[nodiscard]] bool Contains(const IpAddress& ipv6) const;
+  [[nodiscard]] bool Contains(const IpAddress& address) const;
 
  private:
   template <class Address>

@@ -51,6 +51,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"LogLevel", {"replay", "--log-level", "loud", "x"}, 2, "loud is none of error"},
         {"NoInstances", {"replay", "--instances", "0", "x"}, 2, "not in range"},
         {"SilentForTooLong", {"listen", "--silent-after", "5 min"}, 2, "--silent-after"},
+        {"AllowedWithoutForm", {"listen", "--allow", "10.0.0"}, 2, "--allow: 10.0.0 is no network"},
         {"UnknownGroup",
          {"replay", "--plugin", FakePlugin(), "--group", "frob", "x"},
          2,

@@ -51,6 +51,13 @@ def cut_ipfix(port):
         yield exporter.send(struct.pack(">HHIII HH", 10, 24, 0, number, 0, 256, 9 + number % 65000) + bytes(4))
 
 
+def strangers(port):
+    """a flood of whoever is not allowed to send"""
+    exporter = sender(port, "127.9.9.9")
+    while True:
+        yield exporter.send(struct.pack(">HHIII HH", 10, 24, 0, 0, 0, 256, 9) + bytes(4))
+
+
 def v9(*sets):
     return struct.pack(">HHIIII", 9, len(sets), 1000, 1_700_000_000, 1, 0) + b"".join(
         struct.pack(">HH", number, 4 + len(body)) + body for number, body in sets)
@@ -164,6 +171,7 @@ class Collector:
 # name, what hangs, what is sent, options
 CASES = {
     "distinct_lines": dict(attack=cut_ipfix),
+    "strangers": dict(attack=strangers, options=("--allow", "127.0.0.1")),
     "full_stderr": dict(attack=cut_ipfix, full=("stderr",)),
     "full_stdout": dict(full=("stdout",)),
     "full_both": dict(attack=cut_ipfix, full=("stdout", "stderr")),
@@ -208,6 +216,8 @@ def run(name, folder, full=(), attack_with=None, options=(), policy=""):
         faults.append("log lines")
     if metered + told < sent.value * (0.5 if attack_with else 1):
         faults.append("records missing")
+    if attack_with is strangers and "warning" in log:
+        faults.append("strangers are metered")
     if attack_with is cut_ipfix and "stderr" not in full and " more like it from 1 exporter in " not in log:
         faults.append("log lines are not summed")
     if ARGUMENTS.verbose:
