@@ -205,6 +205,37 @@ TEST(StatsEngine, KeepsLabelsAndProperties) {
   EXPECT_EQ(notes.properties.at("rate"), "20");
 }
 
+// The order in which they are said is a guess, whatever comes, also over a change of stores.
+TEST(StatsEngine, KeepsWhatWasSaidLastOfProperties) {
+  Host host;
+  StatsStore next(host.catalog.groups());
+  std::map<std::string, std::string> said;
+  std::mt19937 random(3);
+  for (int i = 0; i < 20'000; ++i) {
+    const bool in_order = i % 100 < 80;
+    const auto number = static_cast<std::uint32_t>(i % 100);
+    const std::string key = std::to_string(in_order ? number : random() % 100);
+    const std::string name = random() % 50 == 0 ? "other" : "rate";
+    const std::string value = random() % 50 == 0 ? std::to_string(i) : "1";
+    if (i == 10'000) {
+      host.engine.UseStore(next);
+      next.CopyNotes(host.store);
+    }
+    host.engine.SetKeyProperty(i % 7 == 0 ? kUnknown : kHosts, key.c_str(), name.c_str(),
+                               value.c_str());
+    said[(i % 7 == 0 ? "unknown " : "hosts ") + key + " " + name] = value;
+  }
+  std::map<std::string, std::string> kept;
+  for (const GUID& group : {kHosts, kUnknown}) {
+    for (const auto& [key, notes] : next.Group(group).notes) {
+      for (const auto& [name, value] : notes.properties) {
+        kept[(group == kHosts ? "hosts " : "unknown ") + key + " " + name] = value;
+      }
+    }
+  }
+  EXPECT_EQ(kept, said);
+}
+
 TEST(StatsEngine, TellsTheTimeOfTheDatagram) {
   Host host;
   host.engine.SetTime(1'700'000'000'999'999);
