@@ -131,9 +131,9 @@ void TemplateArchive::DropOld(std::int64_t now) {
   });
 }
 
-std::vector<std::string> TemplateArchive::Lines() const {
+std::vector<std::string> TemplateArchive::Lines(const std::vector<Entry>& entries) {
   std::vector<std::string> lines;
-  for (const Entry& entry : Newest()) {
+  for (const Entry& entry : entries) {
     const std::string_view bytes(reinterpret_cast<const char*>(entry.message->bytes.data()),
                                  entry.message->bytes.size());
     lines.push_back(fmt::format("{} {}{}", entry.time, entry.message->has_domain ? kDomain : "",
@@ -143,14 +143,14 @@ std::vector<std::string> TemplateArchive::Lines() const {
 }
 
 void TemplateArchive::Save(std::int64_t now) {
-  std::vector<std::string> lines;
+  std::vector<Entry> entries;
   {
     const std::lock_guard lock(mutex_);
     if (!std::exchange(has_news_, false)) return;
     DropOld(now);
-    lines = Lines();
+    entries = Newest();
   }
-  if (file_.Save(lines)) return;
+  if (file_.Save(Lines(entries))) return;  // lanes that learn templates wait for neither
   const int reason = errno;
   const std::lock_guard lock(mutex_);
   has_news_ = true;

@@ -88,7 +88,7 @@ class TemplateArchive {
   bool ReadLine(const std::string& line, std::int64_t now);
   void DropOld(std::int64_t now);
   [[nodiscard]] std::vector<Entry> Newest() const;
-  [[nodiscard]] std::vector<std::string> Lines() const;
+  static std::vector<std::string> Lines(const std::vector<Entry>& entries);
 
   StateFile file_;
   mutable std::mutex mutex_;
