@@ -291,8 +291,9 @@ int Listen::End() {
   std::vector<Outlet*> left = report_.FinishBy(deadline);
   if (!templates_.FinishBy(deadline)) left.push_back(&templates_);
   for (Outlet* const outlet : left) {
-    console_.Error(fmt::format("{} takes nothing: {} reports are not written", outlet->name(),
-                               Thousands(outlet->Waiting())));
+    const std::size_t waiting = outlet->Waiting();
+    console_.Error(fmt::format("{} takes nothing: {} report{} not written", outlet->name(),
+                               Thousands(waiting), waiting == 1 ? " is" : "s are"));
   }
   if (ports_.empty()) console_.Error("no socket is left");
   failed_ = failed_ || ports_.HasFailed() || ports_.empty() || !left.empty() ||
