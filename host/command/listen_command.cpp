@@ -287,7 +287,7 @@ int Listen::End() {
   Reap({.from = period_start_, .to = Now(), .is_last = true});
   const bool is_in_time = reporter_.WaitBy(start + 5s);
   if (!is_in_time) EndLanes(start + 6s);
-  const auto deadline = start + 9s;
+  const auto deadline = start + 8s;
   std::vector<Outlet*> left = report_.FinishBy(deadline);
   if (!templates_.FinishBy(deadline)) left.push_back(&templates_);
   for (Outlet* const outlet : left) {
@@ -300,7 +300,7 @@ int Listen::End() {
             !report_.Succeeded() || !templates_.Succeeded();
   const int status = failed_ ? kExitTrouble : kExitOk;
   if (is_in_time && left.empty()) return status;
-  static_cast<void>(console_.FinishBy(start + 9500ms));
+  static_cast<void>(console_.FinishBy(start + 8500ms));
   std::_Exit(status);  // past threads that will not end
 }
 
@@ -340,7 +340,7 @@ void Listen::PluginEndedProcess() {
     }
     static_cast<void>(templates_.FinishBy(start + 8s));
   }
-  static_cast<void>(console_.FinishBy(start + 9s));
+  static_cast<void>(console_.FinishBy(start + 8500ms));
 }
 
 // In the thread of the signals: the one of the intake hangs.
