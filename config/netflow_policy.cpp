@@ -68,6 +68,8 @@ void NetflowPolicy::LoadFlowSettings(const XMLNode& policy, IOmbrelContainer* si
   for (const Reader* reader = kFirstFilter; reader != std::end(kReaders); ++reader) {
     if (*reader != nullptr) (*reader)(policy, this);
   }
+  counted_bits = fCount64Bit ? ~std::uint64_t{0} : 0xFFFFFFFF;
+  rate_bits = fCount64Bit ? ~std::uint32_t{0} : 0x3FFF;
   if (fMergeHTTP || fMergeHTTPS || fMergeDNS) {
     fTerminateFlowDisabled = true;
     Log(site, kLogProgress,

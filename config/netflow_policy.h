@@ -3,6 +3,7 @@
 // before the first one every switch is off.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 
@@ -43,9 +44,14 @@ struct NetflowPolicy {
   bool fHomeASNumbers = false;
   FlatSet<std::uint32_t> HomeASSet;
 
-  // Counted is what counts of an exported number.
+  // What counts of an exported number, and of a sampling rate: by Count64Bit, once for a load.
+  std::uint64_t counted_bits = 0xFFFFFFFF;
+  std::uint32_t rate_bits = 0x3FFF;  // as many as a v5 header has
   [[nodiscard]] std::uint64_t Counted(std::uint64_t number) const noexcept {
-    return fCount64Bit ? number : static_cast<std::uint32_t>(number);
+    return number & counted_bits;
+  }
+  [[nodiscard]] std::uint32_t CountedRate(std::int32_t rate) const noexcept {
+    return std::max(static_cast<std::uint32_t>(rate) & rate_bits, 1U);
   }
 
   [[nodiscard]] bool IsHomeAs(std::uint32_t as_number) const noexcept {

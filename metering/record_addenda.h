@@ -14,7 +14,7 @@ struct RecordAddenda {
   std::uint64_t packets = 0;
   std::uint32_t sampling_rate = 1;
 
-  // First and last time, where the record has them as such. With ExactTimes alone.
+  // First and last time, where the record has them as such and ExactTimes is on.
   bool has_times = false;
   TimePair start = {};
   TimePair end = {};

@@ -96,13 +96,17 @@ void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* si
 // What a record counts for, sampling applied.
 RecordMetering::Amounts RecordMetering::AmountsOf(const nf5_record& rec,
                                                   const nf5_header& hdr) const {
-  std::uint64_t rate = SamplingMultiplier(hdr);
-  std::uint64_t bytes = rec.dOctets.ToHost();
-  std::uint64_t packets = rec.dPkts.ToHost();
-  if (addenda_ != nullptr) [[unlikely]] {
+  std::uint64_t rate = 0;
+  std::uint64_t bytes = 0;
+  std::uint64_t packets = 0;
+  if (addenda_ != nullptr) {
     rate = addenda_->sampling_rate;
     bytes = addenda_->bytes;
     packets = addenda_->packets;
+  } else {
+    rate = SamplingMultiplier(hdr);
+    bytes = rec.dOctets.ToHost();
+    packets = rec.dPkts.ToHost();
   }
   bytes = rate * (bytes + packets * static_cast<std::uint64_t>(policy_.AddL2AccountingBytes));
   packets = rate * packets;

@@ -56,11 +56,8 @@ SetError DataSets::v9_ProcessDataFlowset(const ExportSource& source, const nf9_h
   SetError error = SetError::kNone;
   const Template* const fields = templates_.Find(source, LoadBe16(set.data()), &error);
   if (fields == nullptr) return error;
-  const Set at_hand = {source, header, *fields};
-  metering_.Use(policy_.fCount64Bit || policy_.fExactTimes ? &addenda_ : nullptr);
-  state_.domain = source.domain;
-  state_.packet_interval = 0;
-  state_.packet_space.reset();
+  const Set at_hand = {source, *fields};
+  Begin(at_hand, header);
   while (records.Remaining() > 0) {
     const std::size_t before = records.Remaining();
     error = v9_ProcessDataFlowset_single(at_hand, &records);
@@ -71,9 +68,24 @@ SetError DataSets::v9_ProcessDataFlowset(const ExportSource& source, const nf9_h
   return SetError::kNone;
 }
 
+// What all records of a set share.
+void DataSets::Begin(const Set& set, const nf9_header& header) {
+  const std::uint32_t exporter = set.source.ip.source.AsStored();
+  state_.domain = set.source.domain;
+  state_.rate = state_.domain ? state_.rates.RateInDomain(exporter, *state_.domain)
+                              : state_.rates.RateOf(exporter);
+  state_.packet_interval = 0;
+  state_.packet_space.reset();
+  header_.SysUptime = header.SysUptime;
+  header_.unix_secs = header.unix_secs;
+  takes_times_ = policy_.fExactTimes && set.fields.HasTimes();
+  addenda_.has_times = false;
+  metering_.Use(&addenda_);
+}
+
 SetError DataSets::v9_ProcessDataFlowset_single(const Set& set, ByteCursor* records) {
   StartRecord(set.source.Address(), &state_);
-  if (policy_.fExactTimes) times_.Clear();
+  if (takes_times_) times_.Clear();
   const SetError error = DecodeFields(set.fields, records);
   if (error != SetError::kNone) return error;
 
@@ -82,7 +94,8 @@ SetError DataSets::v9_ProcessDataFlowset_single(const Set& set, ByteCursor* reco
   NameApplication();
   NameInterface(set.source);
   if (record.first > record.last) std::swap(record.first, record.last);
-  if (IsDuplicateEgress(set)) {
+  // Where all is ingress there is nothing to compare with.
+  if (set.fields.CarriesDirection() && IsDuplicateEgress(set)) {
     TellLeftOut(set, left_out::kDuplicateEgress);
     return SetError::kNone;
   }
@@ -111,7 +124,7 @@ SetError DataSets::DecodeFields(const Template& fields, ByteCursor* records) {
   std::span<const std::uint8_t> bytes;
   if (fields.HasPlan() && records->Take(fields.RecordLength(), &bytes)) {
     DecodeByPlan(fields.Plan(), bytes.data(), &state_);
-    if (policy_.fExactTimes) TakeTimes(fields, bytes.data());
+    if (takes_times_) TakeTimes(fields, bytes.data());
     return SetError::kNone;
   }
   // Field by field: what comes before an overflow has its effect.
@@ -127,7 +140,7 @@ SetError DataSets::DecodeFields(const Template& fields, ByteCursor* records) {
     }
     DecodeField(fields.PlaceOfField(i), {bytes.data(), length, is_variable}, &state_);
     const std::uint32_t type = fields.Fields()[i].type;
-    if (policy_.fExactTimes && IsExactTime(type)) times_.Take(type, bytes.data(), length);
+    if (takes_times_ && IsExactTime(type)) times_.Take(type, bytes.data(), length);
   }
   return SetError::kNone;
 }
@@ -165,7 +178,6 @@ void DataSets::NameInterface(const ExportSource& source) const {
 }
 
 bool DataSets::IsDuplicateEgress(const Set& set) {
-  if (!set.fields.CarriesDirection()) return false;  // all ingress: nothing to compare with
   const nf9_record& record = state_.record;
   if (record.direction == kEgress && policy_.fIgnoreAllEgress) {
     duplicates_.CountDropped();
@@ -190,19 +202,16 @@ bool DataSets::IsDuplicateEgress(const Set& set) {
 void DataSets::CountNetflow9(const Set& set) {
   const nf9_record& record = state_.record;
   const ip_header& ip = set.source.ip;
-  const std::uint32_t exporter = ip.source.AsStored();
-  const std::int32_t rate = state_.domain ? state_.rates.RateInDomain(exporter, *state_.domain)
-                                          : state_.rates.RateOf(exporter);
   nf5_record flow_record = FlowRecordOf(record);
-  nf5_header header{};
-  header.SysUptime = set.header.SysUptime;
-  header.unix_secs = set.header.unix_secs;
-  header.sampling_interval = be16::FromHost(static_cast<std::uint16_t>(rate));
+  header_.sampling_interval = be16::FromHost(static_cast<std::uint16_t>(state_.rate));
   SetExtFields();
-  if (policy_.fCount64Bit || policy_.fExactTimes) SetAddenda(static_cast<std::uint32_t>(rate));
+  addenda_.bytes = record.bytes;
+  addenda_.packets = record.packets;
+  addenda_.sampling_rate = policy_.CountedRate(state_.rate);
+  if (takes_times_) times_.Tell(&addenda_);
   const bool has_forward = policy_.Counted(record.bytes) != 0;
   if (has_forward) {
-    metering_.ProcRecord(host_.engine, host_.site, flow_record, header, ip, ext_);
+    metering_.ProcRecord(host_.engine, host_.site, flow_record, header_, ip, ext_);
   }
   if (policy_.Counted(record.rev_bytes) == 0 ||
       policy_.IgnoreEgressRouterSet.Contains(record.exporter_addr)) {
@@ -215,16 +224,7 @@ void DataSets::CountNetflow9(const Set& set) {
   addenda_.bytes = record.rev_bytes;
   addenda_.packets = record.rev_packets;
   Reverse(&flow_record, &ext_);
-  metering_.ProcRecord(host_.engine, host_.site, flow_record, header, ip, ext_);
-}
-
-// What stands beside the records of the flow.
-void DataSets::SetAddenda(std::uint32_t rate) {
-  const std::uint32_t used = policy_.fCount64Bit ? rate : rate & 0x3FFF;  // as a v5 header has it
-  addenda_ = {.bytes = state_.record.bytes,
-              .packets = state_.record.packets,
-              .sampling_rate = std::max(used, 1U)};
-  if (policy_.fExactTimes) times_.Tell(&addenda_);
+  metering_.ProcRecord(host_.engine, host_.site, flow_record, header_, ip, ext_);
 }
 
 void DataSets::SetExtFields() {

@@ -42,17 +42,16 @@ class DataSets {
   // The data set at hand: what all of its records share.
   struct Set {
     const ExportSource& source;
-    const nf9_header& header;
     const Template& fields;
   };
 
+  void Begin(const Set& set, const nf9_header& header);
   SetError v9_ProcessDataFlowset_single(const Set& set, ByteCursor* records);
   SetError DecodeFields(const Template& fields, ByteCursor* records);
   void NameApplication() const;
   void NameInterface(const ExportSource& source) const;
-  bool IsDuplicateEgress(const Set& set);
+  [[gnu::noinline]] bool IsDuplicateEgress(const Set& set);
   void CountNetflow9(const Set& set);
-  [[gnu::noinline]] void SetAddenda(std::uint32_t rate);
   [[gnu::cold, gnu::noinline]] void TellLeftOut(const Set& set, int reason) const;
   [[gnu::noinline]] void TakeTimes(const Template& fields, const std::uint8_t* record);
   void SetExtFields();
@@ -67,8 +66,10 @@ class DataSets {
   ext_fields ext_ = {};
   bool ext_has_texts_ = false;
 
-  RecordAddenda addenda_;
-  ExactTimes times_;  // of the record at hand, with the switch of that name
+  nf5_header header_ = {};  // what one of v5 would say of the set at hand
+  RecordAddenda addenda_;   // of the record at hand, and its absolute times where they are wanted
+  ExactTimes times_;
+  bool takes_times_ = false;
   DuplicateEgress duplicates_;
 };
 

@@ -32,6 +32,7 @@ struct DecodeState {
   SamplingRates& rates;
 
   std::optional<std::uint32_t> domain = std::nullopt;  // of the data set, as in ExportSource
+  std::int32_t rate = 0;                               // of its exporter or domain, as told last
 
   // Of the data set at hand: so many packets are taken in a row, then so many are passed over.
   std::uint32_t packet_interval = 0;

@@ -15,17 +15,18 @@ namespace flow {
 
 class ExactTimes {
  public:
-  void Clear() noexcept { start_ = end_ = 0; }
+  void Clear() noexcept { times_[kStart] = times_[kEnd] = 0; }
 
   // Take looks at a field with such a time. A time of 0, or of another length, is none.
   void Take(std::uint32_t element, const std::uint8_t* value, std::size_t length) noexcept;
 
-  // Tell puts the times into *out where there are any; a single one is both.
+  // Tell puts the times into *out, if there are any; a single one is both.
   void Tell(RecordAddenda* out) const noexcept;
 
  private:
-  std::int64_t start_ = 0;  // milliseconds since 1970; 0: none
-  std::int64_t end_ = 0;
+  enum { kStart, kEnd };  // as the elements follow each other
+
+  std::int64_t times_[2] = {};  // milliseconds since 1970, never below 0; 0: none
 };
 
 }  // namespace flow

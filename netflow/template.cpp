@@ -19,6 +19,7 @@ Template::Template(std::vector<nf9_field_t> fields) : fields_(std::move(fields))
     rows_.push_back(row);
     carries_direction_ =
         carries_direction_ || PlaceAt(row).offset == offsetof(nf9_record, direction);
+    has_times_ = has_times_ || IsExactTime(field.type);
     has_plan_ =
         has_plan_ && field.length != kVariableLength && length + field.length < kVariableLength;
     if (!has_plan_) continue;

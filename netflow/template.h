@@ -42,6 +42,9 @@ class Template {
   };
   [[nodiscard]] const std::vector<TimeField>& TimeFields() const noexcept { return times_; }
 
+  // HasTimes tells whether there are any, in a record without a plan too.
+  [[nodiscard]] bool HasTimes() const noexcept { return has_times_; }
+
   // CarriesDirection tells whether its records say if they are ingress or egress.
   [[nodiscard]] bool CarriesDirection() const noexcept { return carries_direction_; }
 
@@ -51,6 +54,7 @@ class Template {
   std::uint32_t record_length_ = 0;
   bool has_plan_ = false;
   bool carries_direction_ = false;
+  bool has_times_ = false;
   std::vector<nf9_field_t> fields_;
   std::vector<TimeField> times_;
   std::vector<std::uint16_t> rows_;  // of the fields' elements

@@ -68,6 +68,11 @@ TEST_F(Sampling, LearntRates) {
   }
   EXPECT_EQ(Metered({.address = "10.0.0.1", .port = 2}), cases[5].second) << "whatever the port";
   EXPECT_EQ(Metered(b_), "1000 bytes 10 packets");
+  Fields own = kFlowFields;
+  own.push_back({34, 4});
+  Send(V9(Learn(own, 301), Data(FlowRecord().U32(50), 301)), b_);
+  EXPECT_THAT(Said(), testing::Contains(testing::HasSubstr(" 50000 bytes 500 packets")))
+      << "what the record itself tells";
 }
 
 // All rates are published, in the order of the addresses as stored, whenever one is learnt.
