@@ -218,6 +218,7 @@ void Lane::Knock(Component& component, Timestamp now) {
   packet_.Set(packet);
   engine_.SetTime(now);
   if (component.meter) Count(component, packet);
+  component.site->SpeakOf(nullptr);  // what it does until the next one is about nobody
 }
 
 void Lane::Post(const GUID& channel, const CLSID& /*sender*/, std::span<std::uint8_t> message) {
