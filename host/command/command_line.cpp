@@ -8,6 +8,7 @@
 
 #include "host/base/build_text.h"
 #include "host/base/error.h"
+#include "host/command/store_line.h"
 #include "host/names/group_catalog.h"
 
 namespace flow::host {
@@ -43,7 +44,7 @@ constexpr char kListenExamples[] =
     "  flowhost listen                                 the ports that the handlers prefer\n"
     "  flowhost listen --port netflow=9996 --port sflow=6344 --bind 192.0.2.1\n"
     "  flowhost listen --allow 192.0.2.0/24 --allow 2001:db8::/32   exporters of these alone\n"
-    "  flowhost listen --interval 300 --sqlite flows.db --state /var/lib/flowhost";
+    "  flowhost listen --interval 300 --store /var/lib/flowhost/store --state /var/lib/flowhost";
 
 constexpr char kReplayExamples[] =
     "Examples:\n"
@@ -173,6 +174,8 @@ void AddOutputOptions(CLI::App* app, OutputOptions* options) {
       ->allow_extra_args(false);
   app->add_flag("--raw-keys", options->report.raw_keys, "Show keys as the library names them");
   app->add_flag("--exact", options->report.exact, "Show bytes to the last digit");
+  app->add_flag("--split-flows", options->report.split_flows,
+                "Show flows apart by exporter, interfaces and clients' ports of 53, 80 and 443");
   for (const OutputKind& kind : OutputKinds()) {
     app->add_option_function<std::string>(
            fmt::format("--{}", kind.name),
@@ -190,6 +193,7 @@ void AddListenOptions(CLI::App* app, ListenOptions* options) {
                   "A UDP port to listen on instead of those that the handlers prefer, as in "
                   "netflow=9996; repeatable");
   AddOutputOptions(app, &options->output);
+  AddStoreOptions(app, &options->store);
   app->add_option("--keep-days", options->output.keep_days,
                   "How long time buckets stay in the SQLite database (default: 7; 0 for ever)")
       ->type_name("N")
@@ -267,6 +271,8 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   AddMeterOptions(replay_app, &replay.meter,
                   "A further UDP port of a protocol, as in netflow=9996; repeatable");
   AddOutputOptions(replay_app, &replay.output);
+  replay.store.KeepAll();
+  AddStoreOptions(replay_app, &replay.store);
   replay_app
       ->add_option("--interval", replay.interval,
                    "Report every so many seconds of the captures' time, in bounded memory "

@@ -18,6 +18,7 @@
 #include "host/command/lane_watch.h"
 #include "host/command/listen_ports.h"
 #include "host/command/meter_setup.h"
+#include "host/command/open_store.h"
 #include "host/command/policy_check.h"
 #include "host/command/signals.h"
 #include "host/intake/template_archive.h"
@@ -106,11 +107,13 @@ class Listen {
   bool failed_ = false;
   bool ending_ = false;
   Clock::time_point next_watch_;
+  std::unique_ptr<Store> store_ = OpenStore(options_.store, setup_, console_, StoreMode::kDrop);
   RunReport report_{RunKind::kPeriodic,
                     setup_.catalog().groups(),
                     setup_.site_settings().home,
                     setup_.stand_ins(),
                     output_,
+                    store_.get(),
                     true,
                     console_};
   SilenceWatch silence_{Timestamp{options_.silent_after} * kMicrosPerSecond, setup_.stand_ins(),
@@ -290,16 +293,18 @@ int Listen::End() {
   const auto deadline = start + 8s;
   std::vector<Outlet*> left = report_.FinishBy(deadline);
   if (!templates_.FinishBy(deadline)) left.push_back(&templates_);
+  const bool is_stored = store_ == nullptr || store_->FinishBy(deadline);
+  if (!is_stored) console_.Error("the store takes too long: its last minutes are not written");
   for (Outlet* const outlet : left) {
     const std::size_t waiting = outlet->Waiting();
     console_.Error(fmt::format("{} takes nothing: {} report{} not written", outlet->name(),
                                Thousands(waiting), waiting == 1 ? " is" : "s are"));
   }
   if (ports_.empty()) console_.Error("no socket is left");
-  failed_ = failed_ || ports_.HasFailed() || ports_.empty() || !left.empty() ||
+  failed_ = failed_ || ports_.HasFailed() || ports_.empty() || !left.empty() || !is_stored ||
             !report_.Succeeded() || !templates_.Succeeded();
   const int status = failed_ ? kExitTrouble : kExitOk;
-  if (is_in_time && left.empty()) return status;
+  if (is_in_time && is_stored && left.empty()) return status;
   static_cast<void>(console_.FinishBy(start + 8500ms));
   std::_Exit(status);  // past threads that will not end
 }
@@ -339,6 +344,7 @@ void Listen::PluginEndedProcess() {
       console_.Error(fmt::format("{} takes nothing", outlet->name()));
     }
     static_cast<void>(templates_.FinishBy(start + 8s));
+    if (store_ != nullptr) static_cast<void>(store_->FinishBy(start + 8s));
   }
   static_cast<void>(console_.FinishBy(start + 8500ms));
 }

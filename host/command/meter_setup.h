@@ -26,6 +26,9 @@ class MeterSetup {
     site_settings_.defaults_directory = directory;
   }
 
+  // HearRecords has flows keep what else is counted for their records.
+  void HearRecords() { catalog_.HearRecords(); }
+
   // Start makes the lanes; the meters read their policies here. Lanes work side by side where there
   // are several, and no trace wants the calls in order.
   void Start(LaneMode mode);

@@ -9,6 +9,7 @@
 #include "host/intake/port_map.h"
 #include "host/output/outputs.h"
 #include "host/policy/home_ranges.h"
+#include "host/store/store_options.h"
 
 namespace flow::host {
 
@@ -27,6 +28,7 @@ struct MeterOptions {
 struct ReplayOptions {
   MeterOptions meter;
   OutputOptions output;
+  StoreOptions store;
   std::string trace;
   std::uint32_t interval = 0;  // seconds of capture time; 0 for one report of the whole
   std::vector<std::string> captures;
@@ -36,6 +38,7 @@ struct ReplayOptions {
 struct ListenOptions {
   MeterOptions meter;
   OutputOptions output;
+  StoreOptions store;
   std::vector<std::string> bind;          // addresses; empty for all of both families
   std::vector<Network> allow;             // sources; empty for all
   std::uint32_t interval = 60;            // seconds

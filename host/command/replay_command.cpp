@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <memory>
 #include <utility>
 
 #include "host/base/console.h"
@@ -11,6 +12,7 @@
 #include "host/capture/capture_reader.h"
 #include "host/command/exit_watch.h"
 #include "host/command/meter_setup.h"
+#include "host/command/open_store.h"
 #include "host/command/progress.h"
 #include "host/output/run_report.h"
 #include "host/period/reporter.h"
@@ -50,7 +52,7 @@ class Replay {
       while (reader.Next(&packet)) {
         setup_.lanes().RestIfEnding();
         ++result.packets;
-        if (options_.interval != 0 && schedule_.IsDue(packet.time)) EndPeriod(packet.time);
+        if (has_periods_) EndPeriods(packet.time);
         setup_.intake().Take(reader.LinkType(), packet);
         if (progress_.IsDue()) progress_.Show(path, reader.Position(), setup_.lanes().Records());
       }
@@ -60,6 +62,15 @@ class Replay {
       console_.Error(error.what());
     }
     console_.ClearProgress();
+  }
+
+  // Captures that were given out of order begin a bucket of their own.
+  void EndPeriods(Timestamp now) {
+    if (store_ != nullptr && schedule_.IsSetBack(now)) {
+      reporter_.Wait();
+      Reap({.from = schedule_.From(), .to = schedule_.To()});
+    }
+    if (schedule_.IsDue(now)) EndPeriod(now);
   }
 
   void EndPeriod(Timestamp now) {
@@ -73,7 +84,7 @@ class Replay {
 
   void Reap(Tick tick) {
     tick.intake = setup_.intake().Reap();
-    if (tick.from == 0) tick.from = options_.interval == 0 ? tick.intake.first : schedule_.From();
+    if (tick.from == 0) tick.from = has_periods_ ? schedule_.From() : tick.intake.first;
     reporter_.Reap(setup_.lanes(), std::move(tick));
   }
 
@@ -97,11 +108,14 @@ class Replay {
   MeterSetup setup_;
   OutputOptions output_;
   Schedule schedule_;
+  bool has_periods_ = options_.interval != 0 || !options_.store.directory.empty();
+  std::unique_ptr<Store> store_ = OpenStore(options_.store, setup_, console_, StoreMode::kWait);
   RunReport report_{options_.interval == 0 ? RunKind::kWhole : RunKind::kPeriodic,
                     setup_.catalog().groups(),
                     setup_.site_settings().home,
                     setup_.stand_ins(),
                     output_,
+                    store_.get(),
                     false,
                     console_};
   Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {

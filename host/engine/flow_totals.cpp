@@ -1,6 +1,7 @@
 #include "host/engine/flow_totals.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace flow::host {
 namespace {
@@ -18,6 +19,11 @@ void MergeTimes(const FlowTotals& part, FlowTotals* into) {
   }
 }
 
+// What is not known is zero.
+void Take(std::uint32_t part, std::uint32_t* into) {
+  if (part != 0) *into = part;
+}
+
 }  // namespace
 
 void MergeFlow(const FlowTotals& part, FlowTotals* into) {
@@ -32,6 +38,22 @@ void MergeFlow(const FlowTotals& part, FlowTotals* into) {
   into->updates += part.updates;
   if (part.tag != 0) into->tag = part.tag;
   if (part.text != 0) into->text = part.text;
+  into->records += part.records;
+  MergeRecordWords(part, into);
+}
+
+void MergeRecordWords(const FlowTotals& part, FlowTotals* into) {
+  constexpr std::uint8_t kNoMac[6] = {};
+  for (int i = 0; i < 2; ++i) {
+    Take(part.as_numbers[i], &into->as_numbers[i]);
+    Take(part.next_hops[i], &into->next_hops[i]);
+    if (std::memcmp(part.macs[i], kNoMac, sizeof(kNoMac)) != 0) {
+      std::memcpy(into->macs[i], part.macs[i], sizeof(kNoMac));
+    }
+  }
+  Take(part.vrf, &into->vrf);
+  Take(part.app, &into->app);
+  Take(part.user, &into->user);
 }
 
 }  // namespace flow::host

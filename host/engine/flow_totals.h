@@ -22,6 +22,15 @@ struct FlowTotals {
   std::uint32_t closes;     // how often it was said to have ended
   std::uint32_t updates;    // volumes and counters of records
   std::uint32_t has_times;  // 1: the times are the exporter's; 0: when the engine was told of it
+  // What was counted between the same two marks as the flow: of its two sides, or of the record.
+  std::uint32_t as_numbers[2];
+  std::uint32_t next_hops[2];  // IP and BGP
+  std::uint32_t vrf;
+  std::uint32_t app;
+  std::uint32_t user;
+  std::uint32_t records;
+  std::uint8_t macs[2][6];
+  std::uint32_t unused;
 };
 inline constexpr std::size_t kFlowWords = sizeof(FlowTotals) / sizeof(std::uint64_t);
 static_assert(sizeof(FlowTotals) % sizeof(std::uint64_t) == 0);
@@ -29,5 +38,8 @@ static_assert(std::is_trivially_copyable_v<FlowTotals>);
 
 // MergeFlow adds another part of the same flow; its tag and text count as told later.
 void MergeFlow(const FlowTotals& part, FlowTotals* into);
+
+// MergeRecordWords adds what records said beside their flow, where they said anything.
+void MergeRecordWords(const FlowTotals& part, FlowTotals* into);
 
 }  // namespace flow::host

@@ -28,6 +28,19 @@ enum class KeyKind : std::uint8_t {
   kMacPair,      // two MAC addresses with " ->" between them
 };
 
+// What a group's key says of the record that it is counted for.
+enum class RecordWord : std::uint8_t {
+  kNone,
+  kAsNumber,
+  kIpNextHop,
+  kBgpNextHop,
+  kVrf,
+  kApplication,
+  kUser,
+  kMac,
+  kFlow,
+};
+
 enum class Unit : std::uint8_t { kBytes, kPackets, kCount };
 
 struct MeterInfo {
@@ -44,6 +57,7 @@ struct GroupInfo {
   std::string key_title;  // heading of the keys: Host
   KeyKind key_kind = KeyKind::kText;
   bool from_plugin = false;
+  RecordWord word = RecordWord::kNone;
   std::vector<MeterInfo> meters;
   std::vector<int> ranking;  // keys are ranked by the sum of these meters
 

@@ -17,6 +17,40 @@ std::size_t Column(int meter) { return static_cast<std::size_t>(meter); }
 
 std::string_view TextOrEmpty(const char* text) { return text == nullptr ? "" : text; }
 
+// Decimal, negative from 2147483648 on.
+std::uint32_t AsNumberOf(std::string_view key) {
+  const bool is_negative = key.starts_with('-');
+  std::uint32_t number = 0;
+  for (const char digit : key.substr(is_negative ? 1 : 0)) {
+    number = number * 10 + static_cast<std::uint32_t>(digit - '0');
+  }
+  return is_negative ? 0 - number : number;
+}
+
+std::uint32_t DigitOf(char digit) {
+  return static_cast<std::uint32_t>(digit <= '9' ? digit - '0' : digit - 'A' + 10);
+}
+
+// "C0.A8.01.0A"; of IPv6 there is none.
+std::uint32_t AddressOf(std::string_view key) {
+  constexpr std::size_t kLength = 11;
+  std::uint32_t address = 0;
+  if (key.size() != kLength) return 0;
+  for (std::size_t i = 0; i < kLength; i += 3) {
+    address = address << 8 | DigitOf(key[i]) << 4 | DigitOf(key[i + 1]);
+  }
+  return address;
+}
+
+// "00:1B:21:3A:4F:5C".
+void ReadMac(std::string_view key, std::uint8_t* mac) {
+  constexpr std::size_t kLength = 17;
+  if (key.size() != kLength) return;
+  for (std::size_t i = 0; i < kLength; i += 3) {
+    *mac++ = static_cast<std::uint8_t>(DigitOf(key[i]) << 4 | DigitOf(key[i + 1]));
+  }
+}
+
 std::int64_t Milliseconds(const TimePair& time) { return time.seconds * 1000 + time.milliseconds; }
 
 }  // namespace
@@ -28,6 +62,7 @@ template <std::size_t kExtent>
 inline void StatsEngine::Update(const GUID& group, std::string_view key,
                                 std::span<const Increment, kExtent> increments) {
   GroupCounters& counters = store_->Group(group);
+  if (counters.info.word != RecordWord::kNone) HearRecordWord(counters, key, increments);
   bool all_known = true;
   for (const Increment& each : increments) all_known &= each.column < counters.columns;
   if (!all_known) return UpdatePartly(counters, key, increments);
@@ -64,7 +99,62 @@ inline void StatsEngine::UpdateKnown(GroupCounters& counters, std::string_view k
   for (const Increment& increment : increments) row[increment.column] += increment.value;
 }
 
+// A meter with the number 1 or 3 of AS numbers is the source's, 2 or 4 the destination's; of MAC
+// addresses it is 0 and 1.
+void StatsEngine::HearRecordWord(const GroupCounters& counters, std::string_view key,
+                                 std::span<const Increment> increments) {
+  has_record_words_ = true;
+  const std::size_t meter = increments.back().column;
+  switch (counters.info.word) {
+    case RecordWord::kAsNumber:
+      record_.as_numbers[meter != 0 && meter % 2 == 0 ? 1 : 0] = AsNumberOf(key);
+      break;
+    case RecordWord::kIpNextHop:
+      record_.next_hops[0] = AddressOf(key);
+      break;
+    case RecordWord::kBgpNextHop:
+      record_.next_hops[1] = AddressOf(key);
+      break;
+    case RecordWord::kVrf:
+      record_.vrf = vrf_.NumberOf(key, store_);
+      break;
+    case RecordWord::kApplication:
+      record_.app = app_.NumberOf(key, store_);
+      break;
+    case RecordWord::kUser:
+      record_.user = user_.NumberOf(key, store_);
+      break;
+    case RecordWord::kMac:
+      ReadMac(key, record_.macs[meter == 1 ? 1 : 0]);
+      break;
+    case RecordWord::kFlow:
+      is_reverse_ = is_reverse_ || meter % 2 == 1;
+      break;
+    case RecordWord::kNone:
+      break;
+  }
+}
+
+// A record without a flow takes what it said with it.
+void StatsEngine::EndRecord() {
+  if (record_has_flow_) {
+    ++flow_.records;
+    if (has_record_words_) {
+      if (is_reverse_) {
+        std::swap(record_.as_numbers[0], record_.as_numbers[1]);
+        std::swap(record_.macs[0], record_.macs[1]);
+      }
+      MergeRecordWords(record_, &flow_);
+    }
+  }
+  if (has_record_words_) record_ = {};
+  has_record_words_ = false;
+  record_has_flow_ = false;
+  is_reverse_ = false;
+}
+
 void StatsEngine::Flush() {
+  EndRecord();
   SendFlow();
   queue_.Flush();
 }
@@ -163,6 +253,7 @@ Status StatsEngine::SetKeyProperty(const GUID& group, const char* key, const cha
 // FlowOf gives what is being said about a flow; about another one than before, what was said so far
 // goes to the store.
 FlowTotals& StatsEngine::FlowOf(const char* key) {
+  record_has_flow_ = true;
   if (has_flow_ && std::strcmp(key, flow_key_.c_str()) == 0) return flow_;
   SendFlow();
   flow_key_ = key;
@@ -200,6 +291,7 @@ Status StatsEngine::UpdateFlowCounter(const GUID& /*flowGroup*/, const char* flo
   const auto column = static_cast<std::size_t>(meter);
   if (column < std::size(flow.meters)) {
     flow.meters[column] += value;
+    is_reverse_ = is_reverse_ || column % 2 == 1;
   } else {
     ++store_->stray_updates;
   }
@@ -244,6 +336,7 @@ Status StatsEngine::GetCurrentTime(std::uint64_t* seconds) {
 
 Status StatsEngine::MarkRecord() {
   RestIfAsked();
+  EndRecord();
   ++store_->records;
   return kStatusOk;
 }

@@ -87,6 +87,24 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
                                    std::uint64_t value, const char* text) override;
 
  private:
+  // The number of a text that comes again in record after record.
+  class RecentText {
+   public:
+    std::uint32_t NumberOf(std::string_view text, StatsStore* store) {
+      if (store != store_ || text != text_) {
+        number_ = store->Intern(text);
+        text_ = text;
+        store_ = store;
+      }
+      return number_;
+    }
+
+   private:
+    const StatsStore* store_ = nullptr;
+    std::string text_;
+    std::uint32_t number_ = 0;
+  };
+
   // Update adds at most UpdateQueue::kMostIncrements values to a key; a column is a meter's index.
   template <std::size_t kExtent>
   void Update(const GUID& group, std::string_view key,
@@ -102,6 +120,10 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
                    std::span<const Increment, kExtent> increments);
   void UpdatePartly(GroupCounters& counters, std::string_view key,
                     std::span<const Increment> increments);
+  // HearRecordWord keeps what a counter update says of the record; EndRecord gives it to the flow.
+  void HearRecordWord(const GroupCounters& counters, std::string_view key,
+                      std::span<const Increment> increments);
+  void EndRecord();
   FlowTotals& FlowOf(const char* key);
   FlowTotals& TouchFlow(const char* key);
   void SendFlow();
@@ -121,6 +143,14 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   std::string flow_key_;
   FlowTotals flow_{};
   bool has_flow_ = false;
+  // What was said of the record at hand: of its source and of its destination, or of all of it.
+  FlowTotals record_{};
+  bool has_record_words_ = false;
+  bool record_has_flow_ = false;
+  bool is_reverse_ = false;  // its source is side B of its flow
+  RecentText vrf_;
+  RecentText app_;
+  RecentText user_;
   std::atomic<bool> is_asked_to_rest_ = false;
   std::function<void()> rest_;
 };

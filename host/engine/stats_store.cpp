@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/engine/shown_flow.h"
+
 namespace flow::host {
 namespace {
 
@@ -89,7 +91,7 @@ void StatsStore::ForgetTold() {
   told_.clear();
 }
 
-void StatsStore::Merge(const StatsStore& other) {
+void StatsStore::MergeCounters(const StatsStore& other) {
   MergeBesideKeys(other);
   for (const auto& from : other.groups_) {
     if (from.get() == other.flow_group_) continue;
@@ -99,6 +101,10 @@ void StatsStore::Merge(const StatsStore& other) {
       for (std::size_t i = 0; i < into.columns; ++i) sums[i] += values[i];
     });
   }
+}
+
+void StatsStore::Merge(const StatsStore& other) {
+  MergeCounters(other);
   other.flow_group_->table.ForEach([&](std::string_view key, const std::uint64_t* values) {
     FlowTotals part = Flow(values);
     RenumberTexts(other, &part);
@@ -156,9 +162,26 @@ void StatsStore::MergeNotes(const GroupCounters& from, GroupCounters* into) {
 }
 
 // Texts have other numbers in another store.
-void StatsStore::RenumberTexts(const StatsStore& other, FlowTotals* flow) {
-  if (flow->tag != 0) flow->tag = Intern(other.TextOf(flow->tag));
-  if (flow->text != 0) flow->text = Intern(other.TextOf(flow->text));
+template <class Texts>
+void StatsStore::RenumberTexts(const Texts& texts, FlowTotals* flow) {
+  for (std::uint32_t* const number :
+       {&flow->tag, &flow->text, &flow->vrf, &flow->app, &flow->user}) {
+    if (*number != 0) *number = Intern(texts.TextOf(*number));
+  }
+}
+
+FlowBatch StatsStore::TakeFlows() {
+  return {std::exchange(flow_group_->table, KeyTable(kFlowWords)), texts_};
+}
+
+void StatsStore::AddFlows(const FlowBatch& flows, bool as_shown) {
+  ShownFlow shown;
+  flows.table.ForEach([&](std::string_view key, const std::uint64_t* values) {
+    FlowTotals part = Flow(values);
+    RenumberTexts(flows, &part);
+    if (as_shown) key = shown.Of(key, &part);
+    MergeFlow(part, &Flow(flow_group_->table.FindOrAdd(key)));
+  });
 }
 
 void StatsStore::CopyNotes(const StatsStore& other) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/base/timestamp.h"
+#include "host/engine/flow_batch.h"
 #include "host/engine/flow_totals.h"
 #include "host/engine/group_info.h"
 #include "host/engine/key_table.h"
@@ -79,6 +80,14 @@ class StatsStore {
   void Merge(const StatsStore& other);
   void Merge(StatsStore&& other);
 
+  // MergeCounters is the first form without flows.
+  void MergeCounters(const StatsStore& other);
+
+  // TakeFlows hands out all flows; AddFlows adds some. Shown flows are those that differ in no more
+  // than exporter, interfaces or client's port brought together.
+  FlowBatch TakeFlows();
+  void AddFlows(const FlowBatch& flows, bool as_shown);
+
   // CopyNotes takes over what was said about keys beside their counts.
   void CopyNotes(const StatsStore& other);
 
@@ -117,7 +126,8 @@ class StatsStore {
   [[gnu::cold]] GroupCounters& AddUnknownGroup(const GUID& guid);
   void MergeBesideKeys(const StatsStore& other);
   void MergeNotes(const GroupCounters& from, GroupCounters* into);
-  void RenumberTexts(const StatsStore& other, FlowTotals* flow);
+  template <class Texts>  // that know what a number stands for
+  void RenumberTexts(const Texts& texts, FlowTotals* flow);
   static void Prune(GroupCounters* group);
 
   std::vector<std::unique_ptr<GroupCounters>> groups_;

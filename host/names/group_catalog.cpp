@@ -26,6 +26,7 @@ struct HostGroup {
   KeyKind key_kind;
   std::span<const HostMeter> meters;
   std::string_view ranking = "0";  // digits of the meters that rank the keys
+  RecordWord word = RecordWord::kNone;
 };
 
 constexpr HostMeter kBytes[] = {{0, "bytes", "Bytes"}};
@@ -88,7 +89,7 @@ constexpr HostGroup kHostGroups[] = {
     {MakeGuid("C51B48D4-7876-479E-B0D9-BD9EFF03CE2E"), "applications", "Applications",
      "Application", KeyKind::kApplication, kApplications},
     {MakeGuid("322AFE57-BA50-47B1-BE5C-EBC05BCC186B"), "application_tags", "Application tags",
-     "Tag", KeyKind::kText, kApplications},
+     "Tag", KeyKind::kText, kApplications, "0", RecordWord::kApplication},
     {MakeGuid("E89BCD56-30AD-40F5-B1C8-8B7683F440BD"), "protocols", "IP protocols", "Protocol",
      KeyKind::kProtocol, kBytes},
     {MakeGuid("9F5AD3A9-C74D-46D8-A8A8-DCDD773730BA"), "ethertypes", "IPv4 and IPv6", "Ethertype",
@@ -100,26 +101,26 @@ constexpr HostGroup kHostGroups[] = {
     {MakeGuid("467AE21F-F2B7-4509-EA69-514CF2352D36"), "prefixes6", "IPv6 prefixes", "Prefix",
      KeyKind::kText, kPrefixes},
     {MakeGuid("120A3124-E2BB-47BD-6C64-71BBB861C428"), "as_numbers", "AS numbers", "AS",
-     KeyKind::kAsNumber, kAsNumbers},
+     KeyKind::kAsNumber, kAsNumbers, "0", RecordWord::kAsNumber},
     {MakeGuid("1D86CAB7-B4C4-433E-BCB9-C779A4244D70"), "as_interfaces", "AS numbers by interface",
      "AS on interface", KeyKind::kAsInterface, kAsInterfaces, "01"},
     {MakeGuid("79693CA3-ED3C-43B3-E12A-A3F64B125E4F"), "ip_next_hops", "IP next hops", "Next hop",
-     KeyKind::kIpv4, kBytes},
+     KeyKind::kIpv4, kBytes, "0", RecordWord::kIpNextHop},
     {MakeGuid("FC61EC07-BED0-4734-C64C-F5932FD8B943"), "bgp_next_hops", "BGP next hops", "Next hop",
-     KeyKind::kIpv4, kBytes},
+     KeyKind::kIpv4, kBytes, "0", RecordWord::kBgpNextHop},
     {MakeGuid("7FAB8F84-C580-424B-2BA4-B2546D2DB15A"), "vrfs", "Routing instances", "VRF",
-     KeyKind::kText, kBytes},
+     KeyKind::kText, kBytes, "0", RecordWord::kVrf},
     {MakeGuid("0EC72E9E-3AD2-43FD-8173-74693EEA08D0"), "vlans", "VLANs", "VLAN", KeyKind::kVlan,
      kVlans},
     {MakeGuid("4B09BD22-3B99-40FC-8215-94A430EA0A35"), "macs", "MAC addresses", "MAC",
-     KeyKind::kText, kMacs, "01"},
+     KeyKind::kText, kMacs, "01", RecordWord::kMac},
     {MakeGuid("79F60A94-44BD-4C55-891A-77823D59161B"), "mac_pairs", "MAC pairs",
      "Source -> destination", KeyKind::kMacPair, kBytes},
     {MakeGuid("86A8880D-F4B2-4E49-A4FA-718880CAA976"), "application_ids", "Application ids",
-     "Application", KeyKind::kText, kTexts},
+     "Application", KeyKind::kText, kTexts, "0", RecordWord::kApplication},
     {MakeGuid("9021F5D3-FEFB-401B-99EC-EF2ACD088578"), "user_ids", "User ids", "User",
-     KeyKind::kText, kTexts},
-    {kFlowGroup, "flows", "Flows", "Flow", KeyKind::kSession, kFlows, "01"},
+     KeyKind::kText, kTexts, "0", RecordWord::kUser},
+    {kFlowGroup, "flows", "Flows", "Flow", KeyKind::kSession, kFlows, "01", RecordWord::kFlow},
 };
 
 GroupInfo FromTable(const HostGroup& row) {
@@ -186,6 +187,13 @@ GroupCatalog::GroupCatalog(std::span<const GroupDescription> plugin_groups) {
     for (const GroupDescription& description : plugin_groups) {
       groups_.push_back(FromPlugin(description));
     }
+  }
+}
+
+void GroupCatalog::HearRecords() {
+  for (GroupInfo& group : groups_) {
+    const auto row = std::ranges::find(kHostGroups, group.id, &HostGroup::id);
+    if (row != std::end(kHostGroups)) group.word = row->word;
   }
 }
 

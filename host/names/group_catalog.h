@@ -26,6 +26,9 @@ class GroupCatalog {
   // In the order in which a summary shows them.
   [[nodiscard]] const std::vector<GroupInfo>& groups() const { return groups_; }
 
+  // HearRecords says what the keys of groups tell of the record that they are counted for.
+  void HearRecords();
+
   // The length of the shortest time bucket of a group, in microseconds.
   [[nodiscard]] Timestamp ShortestBucket() const;
 

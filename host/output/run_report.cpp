@@ -67,13 +67,14 @@ void PrintDirectly(std::string_view text) {
 }  // namespace
 
 RunReport::RunReport(RunKind kind, std::span<const GroupInfo> groups, const HomeRanges& home,
-                     const StandIns& stand_ins, const OutputOptions& options, bool has_writers,
-                     Console& console)
+                     const StandIns& stand_ins, const OutputOptions& options, Store* store,
+                     bool has_writers, Console& console)
     : kind_(kind),
       groups_(groups),
       home_(home),
       stand_ins_(stand_ins),
       options_(options),
+      store_(store),
       console_(console),
       interval_(std::make_shared<Period>(groups)),
       run_(std::make_shared<Period>(groups)),
@@ -103,13 +104,18 @@ void RunReport::Add(const Tick& tick, std::vector<Harvest> harvests, double seco
   const bool periodic = kind_ == RunKind::kPeriodic;
   for (const Harvest& harvest : harvests) AddIpv6Directions(home_, harvest.store.get());
   kernel_drops_.TakeOff(tick.losses.kernel, harvests);
+  for (const Harvest& harvest : harvests) TakeFlows(tick, harvest.store.get());
+  if (store_ != nullptr) store_->Take(tick, harvests);
   if (has_buckets_) TakeBucket(tick, harvests);
   if (interval_->from == 0) interval_->from = tick.from;
   interval_->to = tick.to;
   interval_->Add(tick.intake, tick.losses);
   for (Harvest& harvest : harvests) interval_->Add(std::move(harvest));
   if (periodic) interval_->Prune();
-  if (tick.is_last) return End(seconds);
+  if (tick.is_last) {
+    if (store_ != nullptr) store_->End();
+    return End(seconds);
+  }
   if (!tick.ends_interval) {
     if (tick.shows) ShowSoFar();
     return;
@@ -132,6 +138,14 @@ void RunReport::ShowSoFar() {
     shown->Add(*interval_);
   }
   Show(shown, TitleOf("Interval", shown->from, shown->to), 0);
+}
+
+// Whole into the store, and into reports as they are shown.
+void RunReport::TakeFlows(const Tick& tick, StatsStore* counted) {
+  if (store_ == nullptr && options_.report.split_flows) return;
+  FlowBatch flows = counted->TakeFlows();
+  counted->AddFlows(flows, !options_.report.split_flows);
+  if (store_ != nullptr) store_->TakeFlows(tick, std::move(flows));
 }
 
 void RunReport::End(double seconds) {
@@ -241,7 +255,7 @@ std::vector<Outlet*> RunReport::FinishBy(Outlet::Clock::time_point deadline) {
 }
 
 bool RunReport::Succeeded() {
-  return !has_failed_ && terminal_->Succeeded() &&
+  return !has_failed_ && (store_ == nullptr || store_->Succeeded()) && terminal_->Succeeded() &&
          std::ranges::all_of(outlets_, [](const auto& outlet) { return outlet->Succeeded(); });
 }
 

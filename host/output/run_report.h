@@ -11,6 +11,7 @@
 #include "host/output/outputs.h"
 #include "host/period/period.h"
 #include "host/period/reporter.h"
+#include "host/store/store.h"
 
 namespace flow::host {
 
@@ -24,10 +25,10 @@ enum class RunKind {
 
 class RunReport {
  public:
-  // options' groups are ids. With writers, outputs are written in threads of their own: Take waits
-  // for none of them. All outlive the report.
+  // options' groups are ids; store may be null. With writers, outputs are written in threads of
+  // their own: Take waits for none of them. All outlive the report.
   RunReport(RunKind kind, std::span<const GroupInfo> groups, const HomeRanges& home,
-            const StandIns& stand_ins, const OutputOptions& options, bool has_writers,
+            const StandIns& stand_ins, const OutputOptions& options, Store* store, bool has_writers,
             Console& console);
 
   // Captures that were read; for the report of the whole.
@@ -47,6 +48,7 @@ class RunReport {
 
  private:
   void Add(const Tick& tick, std::vector<Harvest> harvests, double seconds);
+  void TakeFlows(const Tick& tick, StatsStore* counted);
   void TakeBucket(const Tick& tick, const std::vector<Harvest>& harvests);
   void EndBuckets(const Tick& tick);
   void End(double seconds);
@@ -60,6 +62,7 @@ class RunReport {
   const HomeRanges& home_;
   const StandIns& stand_ins_;
   const OutputOptions& options_;
+  Store* store_;
   Console& console_;
   std::vector<CaptureResult> captures_;
   KernelDrops kernel_drops_;

@@ -12,10 +12,13 @@ class Schedule {
   // In microseconds; interval 0 for none.
   Schedule(Timestamp bucket, Timestamp interval) : bucket_(bucket), interval_(interval) {}
 
+  // IsSetBack tells whether the clock was set back by more than what is awaited.
+  [[nodiscard]] bool IsSetBack(Timestamp now) const { return next_ != 0 && now < from_ - bucket_; }
+
   // IsDue tells whether something ended before now; the first time it is asked, the clock starts.
   // A clock that was set back by more than what is awaited starts anew.
   bool IsDue(Timestamp now) {
-    if (next_ == 0 || now < from_ - bucket_) Start(now);
+    if (next_ == 0 || IsSetBack(now)) Start(now);
     return now >= next_;
   }
 
@@ -32,7 +35,8 @@ class Schedule {
     return span;
   }
 
-  // From is when the bucket at hand began.
+  // From is when the bucket at hand began, To when it ends.
+  [[nodiscard]] Timestamp To() const { return next_; }
   [[nodiscard]] Timestamp From() const { return from_; }
 
  private:

@@ -48,6 +48,11 @@ Statement& Statement::Bind(int place, std::span<const std::uint8_t> bytes) {
   return *this;
 }
 
+Statement& Statement::BindStatic(int place, std::span<const std::uint8_t> bytes) {
+  Check(sqlite3_bind_blob64(statement_.get(), place, bytes.data(), bytes.size(), SQLITE_STATIC));
+  return *this;
+}
+
 Statement& Statement::BindNull(int place) {
   Check(sqlite3_bind_null(statement_.get(), place));
   return *this;
@@ -96,17 +101,21 @@ void Statement::Check(int result) const {
 Database::Database(const std::string& path, int flags)
     : path_(std::make_unique<std::string>(path)) {
   constexpr int kPatienceMs = 10'000;
+  // Nobody asks SQLite how much memory it has, and a database is one thread's at a time.
+  static const int without_statistics = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+  static_cast<void>(without_statistics);
   sqlite3* opened = nullptr;
-  const int result = sqlite3_open_v2(path.c_str(), &opened, flags, nullptr);
+  const int result = sqlite3_open_v2(path.c_str(), &opened, flags | SQLITE_OPEN_NOMUTEX, nullptr);
   database_.reset(opened);
   Check(result);
   sqlite3_busy_timeout(opened, kPatienceMs);
 }
 
-Database Database::ToWrite(const std::string& path) {
+Database Database::ToWrite(const std::string& path, Sync sync) {
   Database database(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-  // Without a sync a commit; what the machine's end can take are the last commits, never order.
-  database.Execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL");
+  database.Execute(
+      fmt::format("PRAGMA synchronous={}; PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=4000",
+                  sync == Sync::kNever ? "OFF" : "NORMAL"));
   return database;
 }
 

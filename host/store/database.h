@@ -24,6 +24,8 @@ class Statement {
   Statement& Bind(int place, std::uint64_t value);  // cut at the largest integer of the database
   Statement& Bind(int place, std::string_view text);
   Statement& Bind(int place, std::span<const std::uint8_t> bytes);
+  // Without a copy: the bytes stay until the next step is over.
+  Statement& BindStatic(int place, std::span<const std::uint8_t> bytes);
   Statement& BindNull(int place);
 
   // Step goes to the next row; false when there is none, and then it can be bound anew.
@@ -50,11 +52,17 @@ class Statement {
   std::string_view path_;  // the database's
 };
 
+// When what was written has to be on the disk. The end of the process takes nothing in any case.
+enum class Sync {
+  kAtCheckpoints,  // the machine's end can take the last commits, never their order
+  kNever,          // the machine's end can take the database
+};
+
 // A database; its statements end before it. HostError where something fails.
 class Database {
  public:
   // ToWrite makes a database that is missing; one that is written is in WAL mode until Close.
-  static Database ToWrite(const std::string& path);
+  static Database ToWrite(const std::string& path, Sync sync = Sync::kAtCheckpoints);
   static Database ToRead(const std::string& path);
 
   Statement Prepare(const std::string& sql);

@@ -180,24 +180,6 @@ void DescribeGroup(Database* database, const GroupInfo& group, int place) {
   }
 }
 
-// A table of the group a tier, and a view of all of them under the group's id.
-void CreateGroup(Database* database, const GroupInfo& group) {
-  std::string columns = "bucket INTEGER, key TEXT, keys INTEGER, bound INTEGER";
-  for (const ValueColumn& column : ValueColumns(group)) {
-    columns += fmt::format(", {} INTEGER", Identifier(column.name));
-  }
-  std::string view;
-  for (const Tier& tier : kTiers) {
-    const std::string table = Identifier(TierTable(group.id, tier));
-    database->Execute(
-        fmt::format("CREATE TABLE IF NOT EXISTS {} ({}, PRIMARY KEY (bucket, key)) WITHOUT ROWID",
-                    table, columns));
-    view += fmt::format("{}SELECT '{}' AS tier, datetime(bucket, 'unixepoch') AS time, * FROM {}",
-                        view.empty() ? "" : " UNION ALL ", tier.name, table);
-  }
-  database->Execute(fmt::format("CREATE VIEW IF NOT EXISTS {} AS {}", Identifier(group.id), view));
-}
-
 // A database that was just made has neither of the two numbers.
 void CheckVersion(Database* database) {
   const std::int64_t id = database->Ask("PRAGMA application_id").value_or(0);
@@ -275,6 +257,24 @@ void CreateCounters(Database* database, std::span<const GroupInfo> groups) {
   }
   PutMeta(database, "schema", kStoreVersion);
   database->Commit();
+}
+
+// A table of the group a tier, and a view of all of them under the group's id.
+void CreateGroup(Database* database, const GroupInfo& group) {
+  std::string columns = "bucket INTEGER, key TEXT, keys INTEGER, bound INTEGER";
+  for (const ValueColumn& column : ValueColumns(group)) {
+    columns += fmt::format(", {} INTEGER", Identifier(column.name));
+  }
+  std::string view;
+  for (const Tier& tier : kTiers) {
+    const std::string table = Identifier(TierTable(group.id, tier));
+    database->Execute(
+        fmt::format("CREATE TABLE IF NOT EXISTS {} ({}, PRIMARY KEY (bucket, key)) WITHOUT ROWID",
+                    table, columns));
+    view += fmt::format("{}SELECT '{}' AS tier, datetime(bucket, 'unixepoch') AS time, * FROM {}",
+                        view.empty() ? "" : " UNION ALL ", tier.name, table);
+  }
+  database->Execute(fmt::format("CREATE VIEW IF NOT EXISTS {} AS {}", Identifier(group.id), view));
 }
 
 void CreateFlowFile(Database* database, std::int64_t hour) {

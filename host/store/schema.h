@@ -60,6 +60,8 @@ std::string FlowFilePath(const std::string& directory, std::int64_t hour);
 // CreateCounters and CreateFlowFile make what a database has not yet. HostError when it is of a
 // later version, or none of ours.
 void CreateCounters(Database* database, std::span<const GroupInfo> groups);
+// CreateGroup makes the tables and the view of a group.
+void CreateGroup(Database* database, const GroupInfo& group);
 void CreateFlowFile(Database* database, std::int64_t hour);
 
 // The columns of the table of flows, in its order.

@@ -268,7 +268,7 @@ def run_over_ipv6(folder):
         if state == "damaged":
             (folder / "state" / "stand-ins").write_text("nonsense")
         collector = Collector(folder, "--bind", "::1", "--state", folder / "state", "--group", "flowgens", "--group",
-                              "flowintfs", "--group", "flows", "--csv", folder / "csv", "--sqlite", folder / "flows.db")
+                              "flowintfs", "--group", "flows", "--split-flows", "--csv", folder / "csv", "--sqlite", folder / "flows.db")
         collector.wait_for("listening on ::1")
         exporter.sendto(datagrams[min(number, 1)], ("::1", collector.ports["netflow"]))
         status, report = collector.end()

@@ -1,0 +1,22 @@
+// Flows that were taken out of a store, with their texts.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/engine/flow_totals.h"
+#include "host/engine/key_table.h"
+
+namespace flow::host {
+
+struct FlowBatch {
+  KeyTable table{kFlowWords};
+  std::vector<std::string> texts;  // by number, from 1
+
+  [[nodiscard]] std::string_view TextOf(std::uint32_t number) const {
+    return number == 0 ? std::string_view() : std::string_view(texts[number - 1]);
+  }
+};
+
+}  // namespace flow::host

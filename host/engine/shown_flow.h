@@ -1,0 +1,21 @@
+// Flows as reports show them: what an exporter, an interface or a client's port keeps apart is one.
+#pragma once
+
+#include <array>
+#include <string_view>
+
+#include "host/engine/flow_totals.h"
+
+namespace flow::host {
+
+class ShownFlow {
+ public:
+  // Of gives the key under which a flow is shown, valid until the next call, and makes the flow fit
+  // it. The clients' ports are one where the service is 53, 80 or 443; such a flow has no end.
+  std::string_view Of(std::string_view key, FlowTotals* flow);
+
+ private:
+  std::array<char, 128> key_;
+};
+
+}  // namespace flow::host

@@ -1,0 +1,190 @@
+#include "host/store/exporter_rows.h"
+
+#include <fmt/format.h>
+
+#include <string>
+
+namespace flow::host {
+namespace {
+
+using Row = ExporterTable::Row;
+
+enum class Sum : std::uint8_t { kAdds, kLatest };  // how two values become one
+
+struct HealthColumn {
+  std::string_view name;
+  Sum sum;
+  std::uint64_t (*value)(const ExporterHealth& health);
+};
+
+template <auto kMember>
+std::uint64_t Count(const ExporterHealth& health) {
+  return health.row.counts.*kMember;
+}
+template <auto kMember>
+std::uint64_t Book(const ExporterHealth& health) {
+  return health.row.counts.books.*kMember;
+}
+template <auto kMember>
+std::uint64_t Gap(const ExporterHealth& health) {
+  return health.row.counts.gaps.*kMember;
+}
+
+std::uint64_t Seen(const ExporterHealth& health) {
+  return static_cast<std::uint64_t>(health.row.counts.last_seen / kMicrosPerSecond);
+}
+
+// Behind bucket, exporter, port, version and lost_unit.
+constexpr HealthColumn kHealthColumns[] = {
+    {"datagrams", Sum::kAdds, Count<&ExporterCounts::datagrams>},
+    {"bytes", Sum::kAdds, Count<&ExporterCounts::bytes>},
+    {"described", Sum::kAdds, Book<&RecordBooks::described>},
+    {"reverse", Sum::kAdds, Book<&RecordBooks::reverse>},
+    {"records", Sum::kAdds, Book<&RecordBooks::metered>},
+    {"left_out", Sum::kAdds,
+     [](const ExporterHealth& health) { return health.row.counts.books.LeftOutSum(); }},
+    {"refused", Sum::kAdds,
+     [](const ExporterHealth& health) { return health.row.counts.Refused(); }},
+    {"templates", Sum::kLatest, Count<&ExporterCounts::templates>},
+    {"sets_without_template", Sum::kAdds, Count<&ExporterCounts::unknown_sets>},
+    {"broken_sets", Sum::kAdds, Book<&RecordBooks::broken_sets>},
+    {"lost", Sum::kAdds,
+     [](const ExporterHealth& health) { return health.row.counts.gaps.Lost(); }},
+    {"lost_samples", Sum::kAdds,
+     [](const ExporterHealth& health) { return health.row.counts.sample_gaps.Lost(); }},
+    {"lost_here", Sum::kAdds, Gap<&SequenceGaps::here>},
+    {"dropped", Sum::kAdds, Count<&ExporterCounts::dropped>},
+    {"gaps", Sum::kAdds, Gap<&SequenceGaps::gaps>},
+    {"late", Sum::kAdds, Gap<&SequenceGaps::late>},
+    {"restarts", Sum::kAdds, Gap<&SequenceGaps::restarts>},
+    {"jumps", Sum::kAdds, Gap<&SequenceGaps::jumps>},
+    {"last_seen", Sum::kLatest, Seen},
+    {"sampling_rate", Sum::kLatest,
+     [](const ExporterHealth& health) { return health.sampling_rate; }},
+};
+
+std::string InsertHealth() {
+  std::string names = "bucket, exporter, port, version, lost_unit";
+  std::string places = "?, ?, ?, ?, ?";
+  std::string sums;
+  for (const HealthColumn& column : kHealthColumns) {
+    names += fmt::format(", {}", column.name);
+    places += ", ?";
+    constexpr std::string_view kForms[] = {"{0} = {0} + excluded.{0}",
+                                           "{0} = max({0}, excluded.{0})"};
+    sums += sums.empty() ? "" : ", ";
+    sums += fmt::format(fmt::runtime(kForms[static_cast<std::size_t>(column.sum)]), column.name);
+  }
+  return fmt::format("INSERT INTO health_minute ({}) VALUES ({}) ON CONFLICT DO UPDATE SET {}",
+                     names, places, sums);
+}
+
+// What a tier's span has, from the tier below.
+std::string AddUpHealth(const Tier& below, const Tier& tier) {
+  std::string names = "bucket, exporter, port, version, lost_unit";
+  std::string sums = "?1, exporter, port, version, max(lost_unit)";
+  for (const HealthColumn& column : kHealthColumns) {
+    names += fmt::format(", {}", column.name);
+    sums += fmt::format(", {}({})", column.sum == Sum::kAdds ? "sum" : "max", column.name);
+  }
+  return fmt::format(
+      "INSERT OR REPLACE INTO health_{} ({}) SELECT {} FROM health_{} WHERE bucket >= ?1 AND "
+      "bucket < ?1 + {} GROUP BY exporter, port, version",
+      tier.name, names, sums, below.name, tier.seconds);
+}
+
+std::string AddUpLosses(const Tier& below, const Tier& tier) {
+  return fmt::format(
+      "INSERT OR REPLACE INTO losses_{} SELECT ?1, exporter, port, version, place, reason, "
+      "sum(count), unit FROM losses_{} WHERE bucket >= ?1 AND bucket < ?1 + {} GROUP BY exporter, "
+      "port, version, place, reason",
+      tier.name, below.name, tier.seconds);
+}
+
+}  // namespace
+
+ExporterRows::ExporterRows(Database* database)
+    : database_(*database),
+      health_(database->Prepare(InsertHealth())),
+      loss_(database->Prepare("INSERT INTO losses_minute VALUES (?, ?, ?, ?, ?, ?, ?, ?) ON "
+                              "CONFLICT DO UPDATE SET count = count + excluded.count")),
+      exporter_(database->Prepare(
+          "INSERT INTO exporters VALUES (?1, ?2, ?3, ?4, ?4, ?5, nullif(?6, 0)) ON CONFLICT DO "
+          "UPDATE SET last_seen = max(last_seen, excluded.last_seen), templates = "
+          "excluded.templates, sampling_rate = coalesce(excluded.sampling_rate, "
+          "sampling_rate)")) {}
+
+// All that are too many for rows of their own are an exporter without an address.
+void ExporterRows::BindSource(Statement* statement, const ExportSource& source, int place) {
+  const bool is_one = source != ExportSource{};
+  statement->Bind(place, is_one ? source.endpoint.address.Text() : std::string())
+      .Bind(place + 1, std::uint64_t{source.endpoint.port})
+      .Bind(place + 2, is_one ? source.version.Text() : std::string());
+}
+
+void ExporterRows::Write(std::int64_t minute, const std::vector<ExporterHealth>& exporters,
+                         const Losses& losses) {
+  for (const ExporterHealth& health : exporters) {
+    const Row& row = health.row;
+    health_.Bind(1, minute);
+    BindSource(&health_, row.key, 2);
+    health_.Bind(5, UnitOf(row.key.version));
+    int place = 5;
+    for (const HealthColumn& column : kHealthColumns) health_.Bind(++place, column.value(health));
+    health_.Run();
+    WriteLosses(minute, row);
+    BindSource(&exporter_, row.key, 1);
+    exporter_.Bind(4, Seen(health))
+        .Bind(5, row.counts.templates)
+        .Bind(6, health.sampling_rate)
+        .Run();
+  }
+  for (const auto& [port, datagrams] : losses.kernel) {
+    loss_.Bind(1, minute).Bind(2, "").Bind(3, std::uint64_t{port}).Bind(4, "");
+    loss_.Bind(5, "here").Bind(6, "kernel").Bind(7, datagrams).Bind(8, "datagrams");
+    if (datagrams > 0) loss_.Run();
+  }
+}
+
+void ExporterRows::WriteLosses(std::int64_t minute, const Row& row) {
+  const auto write = [&](std::string_view place, std::string_view reason, std::uint64_t count,
+                         std::string_view unit) {
+    if (count > 0) WriteLoss(minute, row.key, place, reason, count, unit);
+  };
+  const ExporterCounts& counts = row.counts;
+  write("way", "sequence", counts.gaps.Lost(), UnitOf(row.key.version));
+  write("way", "samples", counts.sample_gaps.Lost(), "samples");
+  write("here", "queue", counts.dropped, "datagrams");
+  for (std::size_t i = 1; i < kRefusals; ++i) {
+    write("refused", RefusalId(static_cast<Refusal>(i)), counts.refused[i], "datagrams");
+  }
+  write("left_out", "no_template", counts.unknown_sets, "sets");
+  write("left_out", "broken_sets", counts.books.broken_sets, "sets");
+  for (std::size_t i = 0; i < kLeftOuts; ++i) {
+    write("left_out", LeftOutId(static_cast<LeftOut>(i)), counts.books.left_out[i], "records");
+  }
+}
+
+void ExporterRows::WriteLoss(std::int64_t minute, const ExportSource& source,
+                             std::string_view place, std::string_view reason, std::uint64_t count,
+                             std::string_view unit) {
+  loss_.Bind(1, minute);
+  BindSource(&loss_, source, 2);
+  loss_.Bind(5, place).Bind(6, reason).Bind(7, count).Bind(8, unit).Run();
+}
+
+void ExporterRows::AddUp(std::size_t tier, std::int64_t bucket) {
+  for (const std::string& sql :
+       {AddUpHealth(kTiers[tier - 1], kTiers[tier]), AddUpLosses(kTiers[tier - 1], kTiers[tier])}) {
+    database_.Prepare(sql).Bind(1, bucket).Run();
+  }
+}
+
+void ExporterRows::DropBefore(const Tier& tier, std::int64_t bucket) {
+  database_.Execute(
+      fmt::format("DELETE FROM health_{0} WHERE bucket < {1}; "
+                  "DELETE FROM losses_{0} WHERE bucket < {1}",
+                  tier.name, bucket));
+}
+
+}  // namespace flow::host

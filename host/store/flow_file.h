@@ -1,0 +1,68 @@
+// The file of an hour's flows, while it is written: a transaction a minute.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/engine/flow_batch.h"
+#include "host/engine/text_map.h"
+#include "host/intake/stand_ins.h"
+#include "host/store/database.h"
+#include "host/store/session.h"
+
+namespace flow::host {
+
+// Flows that there was no room to keep.
+struct NotKept {
+  std::uint64_t flows = 0;
+  std::uint64_t bytes = 0;
+  std::uint64_t packets = 0;
+
+  void Add(const FlowBatch& batch);
+  void Add(const NotKept& other);
+};
+
+class FlowFile {
+ public:
+  // Makes the file, or goes on with it. HostError when it cannot.
+  FlowFile(const std::string& path, Sync sync, std::int64_t hour, const StandIns& stand_ins);
+
+  // TrimAfter takes out the rows behind so many.
+  void TrimAfter(std::int64_t rows);
+
+  // Write adds flows to a minute, whose transaction begins with the first of them.
+  void Write(std::int64_t minute, const FlowBatch& batch);
+  // Commit ends a minute; its rows count from here. The result is how many it has now.
+  std::uint64_t Commit(std::int64_t minute, const NotKept& not_kept);
+  void Rollback();
+
+  void Close() { database_.CloseWritten(); }
+
+  [[nodiscard]] std::int64_t hour() const { return hour_; }
+  [[nodiscard]] const std::string& path() const { return database_.path(); }
+  [[nodiscard]] std::int64_t rows() const { return rows_; }
+
+ private:
+  void Begin();
+  void BindFlow(const Session& session, const FlowTotals& flow);
+  std::int64_t ExporterId(std::string_view key);
+  // 0 for none.
+  std::int64_t TextId(const FlowBatch& batch, std::uint32_t number);
+  std::int64_t TextId(std::string_view text);
+  void ReadNumbers();
+
+  Database database_;
+  std::int64_t hour_;
+  const StandIns& stand_ins_;
+  Statement insert_;
+  bool writing_ = false;
+  std::int64_t rows_ = 0;
+  std::int64_t rows_before_ = 0;     // when the minute began
+  TextMap<std::int64_t> exporters_;  // by key
+  TextMap<std::int64_t> texts_;
+  std::vector<std::int64_t> batch_texts_;  // of the batch at hand, by its number
+};
+
+}  // namespace flow::host

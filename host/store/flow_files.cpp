@@ -1,0 +1,58 @@
+#include "host/store/flow_files.h"
+
+#include <filesystem>
+
+#include "host/store/store_files.h"
+
+namespace flow::host {
+
+void FlowFiles::Trim(std::int64_t hour, std::int64_t rows) {
+  const std::string path = FlowFilePath(options_.directory, hour);
+  if (!std::filesystem::exists(path)) return;
+  FlowFile file(path, options_.sync(), hour, stand_ins_);
+  file.TrimAfter(rows);
+  file.Close();
+}
+
+bool FlowFiles::Open(std::int64_t bucket) {
+  const std::int64_t hour = HourOf(bucket);
+  if (file_ && file_->hour() == hour) return false;
+  Close();
+  file_.reset();
+  const std::string path = FlowFilePath(options_.directory, hour);
+  MakeFile(path);
+  file_.emplace(path, options_.sync(), hour, stand_ins_);
+  return true;
+}
+
+std::uint64_t FlowFiles::Commit(std::int64_t bucket, const NotKept& not_kept) {
+  return file_->Commit(Minute(bucket), not_kept);
+}
+
+void FlowFiles::Rollback() {
+  if (file_) file_->Rollback();
+}
+
+std::vector<std::int64_t> FlowFiles::DropOld(std::int64_t now) {
+  std::vector<FlowFileEntry> entries = ListFlowFiles(options_.directory);
+  std::uint64_t bytes = 0;
+  for (const FlowFileEntry& entry : entries) bytes += entry.bytes;
+  std::vector<std::int64_t> dropped;
+  for (const FlowFileEntry& entry : entries) {  // the oldest first
+    const bool is_old = options_.keep_flows_seconds != 0 &&
+                        entry.hour + kHourSeconds <= now - options_.keep_flows_seconds;
+    const bool is_much = options_.most_flow_bytes != 0 && bytes > options_.most_flow_bytes;
+    if ((!is_old && !is_much) || (file_ && file_->hour() == entry.hour)) continue;
+    DropFile(entry.path);
+    bytes -= entry.bytes;
+    dropped.push_back(entry.hour);
+  }
+  return dropped;
+}
+
+std::optional<FlowFile>& FlowFiles::Close() {
+  if (file_) file_->Close();
+  return file_;
+}
+
+}  // namespace flow::host

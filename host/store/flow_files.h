@@ -1,0 +1,49 @@
+// The files of flows below a store: one an hour, old ones deleted as files.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/store/flow_file.h"
+#include "host/store/store_options.h"
+
+namespace flow::host {
+
+class FlowFiles {
+ public:
+  FlowFiles(const StoreOptions& options, const StandIns& stand_ins)
+      : options_(options), stand_ins_(stand_ins) {}
+
+  // Trim takes the rows behind so many out of an hour's file: counters know nothing of them.
+  void Trim(std::int64_t hour, std::int64_t rows);
+
+  // Open has a minute's file at hand; true when another one was, or none.
+  bool Open(std::int64_t bucket);
+  // Write adds flows to a minute whose file is at hand, Commit ends it. HostError when one fails,
+  // and then Rollback.
+  void Write(std::int64_t bucket, const FlowBatch& batch) { file_->Write(Minute(bucket), batch); }
+  std::uint64_t Commit(std::int64_t bucket, const NotKept& not_kept);
+  void Rollback();
+
+  // DropOld deletes the files that are older than they are kept, and the oldest of more than the
+  // limit. The result is their hours.
+  std::vector<std::int64_t> DropOld(std::int64_t now);
+
+  // Close ends what is written; the result is the file, closed, where there is one.
+  std::optional<FlowFile>& Close();
+
+  // The file that is written; null before the first.
+  [[nodiscard]] const FlowFile* file() const { return file_ ? &*file_ : nullptr; }
+
+ private:
+  static std::int64_t HourOf(std::int64_t bucket) { return bucket / kHourSeconds * kHourSeconds; }
+  static std::int64_t Minute(std::int64_t bucket) { return bucket % kHourSeconds / kMinuteSeconds; }
+
+  const StoreOptions& options_;
+  const StandIns& stand_ins_;
+  std::optional<FlowFile> file_;
+};
+
+}  // namespace flow::host

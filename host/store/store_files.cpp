@@ -1,0 +1,74 @@
+#include "host/store/store_files.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+
+#include "host/base/error.h"
+#include "host/store/schema.h"
+
+namespace flow::host {
+namespace {
+
+// Beside a database that is written; SQLite gives them the database's mode.
+constexpr const char* kCompanions[] = {"-wal", "-shm", "-journal"};
+
+// When the hour of a file's name begins; -1 for another name.
+std::int64_t HourOf(const std::string& name) {
+  std::tm hour{};
+  const char* const end = strptime(name.c_str(), "%Y-%m-%dT%H", &hour);
+  return end == nullptr || std::string_view(end) != ".sqlite" ? -1 : timegm(&hour);
+}
+
+}  // namespace
+
+void MakeDirectories(const std::string& directory) {
+  std::error_code error;
+  std::filesystem::create_directories(FlowDirectory(directory), error);
+  if (error) throw HostError(fmt::format("{}: {}", directory, error.message()));
+}
+
+void MakeFile(const std::string& path) {
+  constexpr mode_t kMode = S_IRUSR | S_IWUSR | S_IRGRP;
+  const int file = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kMode);
+  if (file < 0) {
+    if (errno == EEXIST) return;
+    throw HostError(fmt::format("{}: {}", path, std::strerror(errno)));
+  }
+  fchmod(file, kMode);  // whatever the umask
+  close(file);
+}
+
+std::vector<FlowFileEntry> ListFlowFiles(const std::string& directory) {
+  std::vector<FlowFileEntry> entries;
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator(FlowDirectory(directory), ignored)) {
+    const std::int64_t hour = HourOf(entry.path().filename().string());
+    if (hour < 0) continue;
+    std::uintmax_t bytes = entry.file_size(ignored);
+    for (const char* const companion : kCompanions) {
+      const std::uintmax_t more =
+          std::filesystem::file_size(entry.path().string() + companion, ignored);
+      if (!ignored) bytes += more;
+    }
+    entries.push_back({hour, entry.path().string(), bytes});
+  }
+  std::ranges::sort(entries, {}, &FlowFileEntry::hour);
+  return entries;
+}
+
+void DropFile(const std::string& path) {
+  std::error_code ignored;
+  std::filesystem::remove(path, ignored);
+  for (const char* const companion : kCompanions)
+    std::filesystem::remove(path + companion, ignored);
+}
+
+}  // namespace flow::host

@@ -1,0 +1,26 @@
+// The files of a store in its directory.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace flow::host {
+
+// MakeDirectories makes the store's directories, MakeFile a file that a group may read, where they
+// are missing. HostError when they cannot be made.
+void MakeDirectories(const std::string& directory);
+void MakeFile(const std::string& path);
+
+struct FlowFileEntry {
+  std::int64_t hour;
+  std::string path;
+  std::uint64_t bytes;  // with what is not yet merged into it
+};
+// The files of flows that there are, by hour.
+std::vector<FlowFileEntry> ListFlowFiles(const std::string& directory);
+
+// DropFile deletes a database and what stands beside it.
+void DropFile(const std::string& path);
+
+}  // namespace flow::host

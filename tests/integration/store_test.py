@@ -1,0 +1,157 @@
+#!/usr/bin/env python3
+"""store_test.py FLOWHOST PLUGIN FLOWGEN: stores as those find them who know only their tables: against what the exporter
+claims, after restarts and kills in the middle of an hour, and as another user."""
+import os
+import pathlib
+import random
+import sqlite3
+import subprocess
+import sys
+import tempfile
+import time
+
+FLOWHOST, PLUGIN, FLOWGEN = sys.argv[1:4]
+failures = []
+
+
+def expect(what, seen, wanted):
+    if seen != wanted:
+        failures.append(f"{what}: {seen}, not {wanted}")
+
+
+def make(folder, name, minutes, *options):
+    capture = folder / f"{name}.pcap"
+    said = subprocess.run([FLOWGEN, "--exporters", "4", "--hosts", "600", "--minutes", str(minutes),
+                           "--realistic", *options, "--write", capture], check=True, capture_output=True, text=True).stdout
+    return capture, {line.split()[0]: int(line.split()[1]) for line in said.splitlines() if line.split()[1].isdigit()}
+
+
+def replay(folder, store, *captures):
+    return [FLOWHOST, "replay", "--plugin", PLUGIN, "--config", folder / "policies", "--top", "0", "--store", store,
+            "--store-keys", "minute=30", "--store-keys", "hour=100", *captures]
+
+
+def run(*words):
+    subprocess.run(replay(*words), check=True, stdout=subprocess.DEVNULL)
+
+
+def ask(path, sql):
+    with sqlite3.connect(f"file:{path}?mode=ro", uri=True) as database:
+        return database.execute(sql).fetchall()
+
+
+def counters(store, sql):
+    return ask(store / "counters.sqlite", sql)
+
+
+def flows_by_minute(store):
+    found = {}
+    for path in sorted((store / "flows").glob("*.sqlite")):
+        found |= {bucket: row for bucket, *row in ask(path, "SELECT bucket, sum(bytes_both), sum(packets + packets_rev), "
+                                                      "sum(records), count(*) FROM flow_list GROUP BY 1")}
+    return found
+
+
+def check_sums(what, store, tiers=("minute", "hour", "day")):
+    """every tier and the flows have the same traffic, minute by minute"""
+    minutes = {bucket: row for bucket, *row in
+               counters(store, "SELECT bucket, bytes, packets, records, flows FROM buckets WHERE tier = 'minute' AND records")}
+    expect(f"{what}: flows of minutes", flows_by_minute(store), minutes)
+    for tier in tiers:
+        traffic = counters(store, f"SELECT sum(bytes), sum(records) FROM buckets WHERE tier = '{tier}'")
+        expect(f"{what}: {tier}", traffic, [(sum(m[0] for m in minutes.values()), sum(m[2] for m in minutes.values()))])
+        for group, times in (("protocols", 1), ("hosts", 2), ("flowintfs", 2)):
+            total = counters(store, f"SELECT sum(bytes) FROM {group} WHERE tier = '{tier}'")[0][0]
+            expect(f"{what}: {group} by {tier}", total, times * traffic[0][0])
+
+
+def rows_of_hour(store, group):
+    return counters(store, f"SELECT * FROM {group}_hour ORDER BY bucket, key")
+
+
+def test_whole(folder):
+    capture, claimed = make(folder, "whole", 130, "--records", "40000", "--format", "mixed")
+    run(folder, folder / "whole", capture)
+    check_sums("whole", folder / "whole")
+    expect("whole: claimed", counters(folder / "whole", "SELECT sum(bytes), sum(packets), sum(records) FROM buckets "
+                                      "WHERE tier = 'hour'"), [(claimed["bytes"], claimed["packets"], claimed["records"])])
+    # The largest of an hour, not of its minutes; all of them are known from the flows.
+    hour = 1700002800
+    truth = dict(ask(folder / "whole" / "flows" / "2023-11-14T23.sqlite",
+                     "SELECT host, sum(bytes) FROM (SELECT src AS host, bytes_both AS bytes FROM flow_list UNION ALL "
+                     "SELECT dst, bytes_both FROM flow_list) GROUP BY 1 ORDER BY 2 DESC, 1 LIMIT 100"))
+    seen = dict(counters(folder / "whole", f"SELECT key, bytes FROM hosts_hour WHERE bucket = {hour} AND key != '(others)'"))
+    expect("whole: hosts of an hour", (seen, set(counters(folder / "whole", "SELECT bound FROM hosts_hour"))), (truth, {(0,)}))
+
+
+def test_restart(folder):
+    """two runs, the second from the middle of an hour on, leave what one leaves"""
+    whole, _ = make(folder, "one", 90, "--records", "20000")
+    data = whole.read_bytes()
+    at, cut = 24, None
+    while at < len(data):
+        seconds, _, size = (int.from_bytes(data[at + i:at + i + 4], "little") for i in (0, 4, 8))
+        if cut is None and seconds >= 1700000000 + 20 * 60:
+            cut = at
+        at += 16 + size
+    parts = [folder / "first.pcap", folder / "second.pcap"]
+    parts[0].write_bytes(data[:cut])
+    parts[1].write_bytes(data[:24] + data[cut:])
+    run(folder, folder / "one", whole)
+    for part in parts:
+        run(folder, folder / "two", part)
+    check_sums("restarted", folder / "two")
+    for group in ("hosts", "applications", "flowintfs"):
+        expect(f"restarted: {group}", rows_of_hour(folder / "two", group), rows_of_hour(folder / "one", group))
+    # What is known of the running hour is gone: bounds, but nothing wrong.
+    run(folder, folder / "three", parts[0])
+    for running in (folder / "three").glob("running-*"):
+        running.unlink()
+    run(folder, folder / "three", parts[1])
+    check_sums("rebuilt", folder / "three")
+    exact = {row[:2]: row[4] for row in rows_of_hour(folder / "one", "hosts")}
+    wrong = [row for row in rows_of_hour(folder / "three", "hosts")
+             if row[1] != "(others)" and row[:2] in exact and not row[4] <= exact[row[:2]] <= row[4] + row[3]]
+    expect("rebuilt: bounds", wrong, [])
+    expect("rebuilt: told", counters(folder / "three", "SELECT rebuilt FROM buckets WHERE tier = 'hour'"), [(1,), (0,)])
+
+
+def test_kills(folder):
+    capture, _ = make(folder, "long", 600, "--records", "60000")
+    random.seed(1)
+    for _ in range(4):
+        process = subprocess.Popen(replay(folder, folder / "killed", capture), stdout=subprocess.DEVNULL)
+        time.sleep(random.uniform(0.3, 1.5))
+        process.kill()
+        process.wait()
+    run(folder, folder / "killed", capture)
+    check_sums("killed", folder / "killed")
+    expect("killed: sound", counters(folder / "killed", "PRAGMA integrity_check"), [("ok",)])
+    ends = counters(folder / "killed", "SELECT how FROM runs ORDER BY run")
+    expect("killed: runs", (ends[-1], {how for how, in ends[:-1]} - {"killed", "end"}), (("end",), set()))
+
+
+def test_other_user(folder):
+    """one of the file's group, who may not write, after the writer has closed"""
+    python = "/usr/bin/python3"  # that others may run, too
+    if os.getuid() != 0 or not os.path.exists(python):
+        return print("not root: no other user")
+    os.chmod(folder, 0o755)
+    code = f"import sqlite3; print(sqlite3.connect('file:{folder}/whole/counters.sqlite?mode=ro', uri=True)" \
+           ".execute('SELECT count(*) > 0 FROM hosts_minute').fetchone()[0])"
+    for group, wanted in ((0, "1\n"), (65534, "")):
+        out = subprocess.run([python, "-c", code], user=65534, group=group, extra_groups=[], capture_output=True,
+                             text=True).stdout
+        expect(f"as another user of group {group}", out, wanted)
+
+
+def main():
+    with tempfile.TemporaryDirectory() as name:
+        folder = pathlib.Path(name)
+        for test in (test_whole, test_restart, test_kills, test_other_user):
+            test(folder)
+    print("\n".join(failures) or "as it should be")
+    return 1 if failures else 0
+
+
+sys.exit(main())
