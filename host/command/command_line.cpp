@@ -23,6 +23,7 @@ constexpr char kExamples[] =
     "  flowhost replay router.pcap\n"
     "  flowhost replay --top 20 --group hosts --group flows router.pcap\n"
     "  flowhost listen --state /var/lib/flowhost\n"
+    "  flowhost store --store /var/lib/flowhost/store\n"
     "  flowhost check-config /etc/flowhost\n"
     "  flowhost info\n"
     "\n"
@@ -255,12 +256,11 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   app.require_subcommand(1);
   app.failure_message([](const CLI::App*, const CLI::Error& error) {
     const bool no_command = std::string_view(error.what()) == "A subcommand is required";
-    return fmt::format(
-        "flowhost: {}\nRun flowhost --help for how it is used.\n",
-        no_command
-            ? "a command is required: replay, listen, top, flows, series, losses, exporters, "
-              "compare, check-config or info"
-            : error.what());
+    return fmt::format("flowhost: {}\nRun flowhost --help for how it is used.\n",
+                       no_command ? "a command is required: replay, listen, store, top, flows, "
+                                    "series, losses, exporters, "
+                                    "compare, check-config or info"
+                                  : error.what());
   });
   app.set_version_flag("--version", fmt::format("flowhost {}", BuildText()));
 
@@ -300,6 +300,13 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
       "check-config", "Tell whether the plug-in can use the policy files in a directory");
   AddCheckConfigOptions(check_app, &check);
 
+  StoreCommandOptions store;
+  CLI::App* const store_app = app.add_subcommand(
+      "store", "Tell what a store has, how large it is, how far it reaches, and its gaps");
+  store_app->add_option("--store", store.directory, "The directory of the store")
+      ->required()
+      ->type_name("DIR");
+
   InfoOptions info;
   CLI::App* const info_app = app.add_subcommand(
       "info", "Tell what the plug-in offers: components, protocols, ports, groups, meters");
@@ -317,6 +324,7 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   if (listen_app->parsed()) return listen;
   if (check_app->parsed()) return check;
   if (const auto question = ask.Parsed()) return *question;
+  if (store_app->parsed()) return store;
   return info;
 }
 

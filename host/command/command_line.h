@@ -9,8 +9,8 @@
 
 namespace flow::host {
 
-using Command =
-    std::variant<ReplayOptions, ListenOptions, InfoOptions, CheckConfigOptions, AskCommand>;
+using Command = std::variant<ReplayOptions, ListenOptions, InfoOptions, CheckConfigOptions,
+                             AskCommand, StoreCommandOptions>;
 
 // ParseCommandLine gives the command. Help and errors are printed here; then there is no command
 // and *status is the exit status.

@@ -15,6 +15,7 @@
 #include "host/command/losses_command.h"
 #include "host/command/replay_command.h"
 #include "host/command/series_command.h"
+#include "host/command/store_command.h"
 #include "host/command/top_command.h"
 
 namespace flow::host {
@@ -24,6 +25,7 @@ int Run(const ReplayOptions& options) { return RunReplay(options); }
 int Run(const ListenOptions& options) { return RunListen(options); }
 int Run(const InfoOptions& options) { return RunInfo(options); }
 int Run(const CheckConfigOptions& options) { return RunCheckConfig(options); }
+int Run(const StoreCommandOptions& options) { return RunStore(options); }
 
 int Ask(const TopOptions& options) { return RunTop(options); }
 int Ask(const FlowsOptions& options) { return RunFlows(options); }

@@ -59,4 +59,8 @@ struct InfoOptions {
   std::string plugin;
 };
 
+struct StoreCommandOptions {
+  std::string directory;
+};
+
 }  // namespace flow::host

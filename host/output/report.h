@@ -35,8 +35,8 @@ struct ReportOptions {
   std::vector<std::string> group_ids;  // empty for all groups
   bool raw_keys = false;
   bool split_flows = false;  // by client port, exporter and interfaces, as they were counted
-  bool exact = false;       // bytes to the last digit rather than in units
-  bool only_top_n = false;  // in files: no more keys of a group than its top-N setting says
+  bool exact = false;        // bytes to the last digit rather than in units
+  bool only_top_n = false;   // in files: no more keys of a group than its top-N setting says
 
   [[nodiscard]] bool Wants(const GroupInfo& group) const;
 };

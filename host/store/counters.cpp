@@ -54,6 +54,8 @@ Counters::Counters(const StoreOptions& options, std::span<const GroupInfo> group
       put_alive_(database_.Prepare("UPDATE runs SET alive = max(alive, ?) WHERE run = ?")),
       put_rows_(database_.Prepare("UPDATE flow_files SET rows = ?1 WHERE hour = ?2 AND ?1 >= 0")) {
   rows_.KnowGroups(groups_);
+  PutMeta(&database_, "keep_flows_seconds", options_.keep_flows_seconds);
+  PutMeta(&database_, "most_flow_bytes", static_cast<std::int64_t>(options_.most_flow_bytes));
   Statement tier =
       database_.Prepare("UPDATE tiers SET keep_seconds = ?, kept_keys = ? WHERE tier = ?");
   for (std::size_t i = 0; i < std::size(kTiers); ++i) {

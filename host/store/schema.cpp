@@ -198,11 +198,11 @@ void CheckVersion(Database* database) {
       fmt::format("PRAGMA application_id={}; PRAGMA user_version={}", kStoreId, kStoreVersion));
 }
 
+}  // namespace
+
 void PutMeta(Database* database, std::string_view name, std::int64_t value) {
   database->Prepare("INSERT OR REPLACE INTO meta VALUES (?, ?)").Bind(1, name).Bind(2, value).Run();
 }
-
-}  // namespace
 
 std::vector<ValueColumn> ValueColumns(const GroupInfo& group) {
   std::vector<ValueColumn> columns{{"bytes", {}}, {"packets", {}}};

@@ -64,6 +64,9 @@ void CreateCounters(Database* database, std::span<const GroupInfo> groups);
 void CreateGroup(Database* database, const GroupInfo& group);
 void CreateFlowFile(Database* database, std::int64_t hour);
 
+// PutMeta writes a number into the table meta.
+void PutMeta(Database* database, std::string_view name, std::int64_t value);
+
 // The columns of the table of flows, in its order.
 inline constexpr std::string_view kFlowColumnNames[] = {
     "minute",   "first", "last",    "src",       "dst",         "sport",    "dport",
