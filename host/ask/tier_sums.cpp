@@ -40,12 +40,14 @@ void TierSums::ReadPart(StoredCounters* counters, const StoredGroup& group, cons
   Statement limits = OverPart(
       counters,
       fmt::format("bucket, min(CASE WHEN key <> ?3 THEN {0} END), max(CASE WHEN key = ?3 THEN {0} "
-                  "END), max(CASE WHEN key = ?3 THEN keys END)",
+                  "END), sum(keys)",
                   column),
       group, part, "GROUP BY bucket");
   limits.Bind(3, kOthersKey);
   absl::flat_hash_map<std::int64_t, std::uint64_t> cutoffs;
   while (limits.Step()) {
+    ++buckets_;
+    most_keys_ = std::max(most_keys_, static_cast<std::size_t>(limits.Integer(3)));
     const std::int64_t others = limits.Integer(2);
     if (others <= 0) continue;
     const std::int64_t smallest = limits.IsNull(1) ? others : limits.Integer(1);
@@ -53,8 +55,7 @@ void TierSums::ReadPart(StoredCounters* counters, const StoredGroup& group, cons
         static_cast<std::uint64_t>(ranking_ == 0 ? std::min(smallest, others) : others);
     cutoffs[limits.Integer(0)] = cutoff;
     cutoffs_ += cutoff;
-    most_others_ = std::max(most_others_, static_cast<std::uint64_t>(limits.Integer(3)));
-    ++buckets_with_others_;
+    has_others_ = true;
   }
   Statement rows = OverPart(counters, "bucket, key, bound" + ColumnList(group), group, part);
   while (rows.Step()) {

@@ -1,6 +1,7 @@
 // Sums over the buckets of a group, and how exact they are.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -38,9 +39,9 @@ class TierSums {
   [[nodiscard]] std::size_t ranking() const { return ranking_; }
   // All keys together.
   [[nodiscard]] const std::vector<std::uint64_t>& totals() const { return totals_; }
-  // How many keys there are; at least, where several buckets have others.
-  [[nodiscard]] std::uint64_t keys() const { return sums_.size() + most_others_; }
-  [[nodiscard]] bool knows_keys() const { return buckets_with_others_ <= 1; }
+  // How many keys there are; at least, where the others of several buckets may be the same ones.
+  [[nodiscard]] std::uint64_t keys() const { return std::max(sums_.size(), most_keys_); }
+  [[nodiscard]] bool knows_keys() const { return !has_others_ || buckets_ == 1; }
 
  private:
   void ReadPart(StoredCounters* counters, const StoredGroup& group, const TierPart& part);
@@ -50,8 +51,9 @@ class TierSums {
   KeyTable sums_;  // behind the columns: cutoffs of buckets that have the key, bounds
   std::vector<std::uint64_t> totals_;
   std::uint64_t cutoffs_ = 0;  // of all buckets
-  std::uint64_t most_others_ = 0;
-  std::size_t buckets_with_others_ = 0;
+  std::size_t buckets_ = 0;
+  std::size_t most_keys_ = 0;  // in one of them
+  bool has_others_ = false;
 };
 
 // Lines draws what each key had over the time in `points` steps, as far as the tiers have it.
