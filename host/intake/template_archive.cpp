@@ -106,8 +106,9 @@ std::vector<TemplateArchive::Entry> TemplateArchive::Newest() const {
   std::vector<Entry> entries;
   for (const auto& [key, entry] : templates_) entries.push_back(entry);
   std::ranges::sort(entries, {}, &Entry::order);
-  const auto same = std::ranges::unique(entries, {}, &Entry::order);
-  entries.erase(same.begin(), same.end());
+  // clang 14 does not take std::ranges::unique of this library.
+  const auto is_same = [](const Entry& a, const Entry& b) { return a.order == b.order; };
+  entries.erase(std::unique(entries.begin(), entries.end(), is_same), entries.end());
   return entries;
 }
 
