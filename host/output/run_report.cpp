@@ -235,8 +235,17 @@ void RunReport::ShowSummary(const Report& report) {
   }
   const bool is_taken = std::ranges::any_of(options_.destinations, &Destination::IsStandardOutput);
   if (is_taken || (report.intake.Packets() == 0 && kind_ == RunKind::kWhole)) return;
-  terminal_->Take([text = SummaryOf(report, options_.report),
-                   print = has_writers_ ? PrintDirectly : PrintBuffered] { print(text); });
+  std::string text = SummaryOf(report, options_.report);
+  constexpr std::chrono::seconds kPatience(5);
+  if (console_.Stuck() >= kPatience) {
+    text +=
+        fmt::format("\nStandard error has taken nothing for {} s; {} lines of the log are lost.\n",
+                    std::chrono::floor<std::chrono::seconds>(console_.Stuck()).count(),
+                    Thousands(console_.Lost()));
+  }
+  terminal_->Take([text = std::move(text), print = has_writers_ ? PrintDirectly : PrintBuffered] {
+    print(text);
+  });
 }
 
 void RunReport::Watch() {

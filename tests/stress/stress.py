@@ -125,6 +125,7 @@ class Collector:
         if locked:
             self.lock = sqlite3.connect(self.database)
             self.lock.execute("BEGIN EXCLUSIVE")
+        self.summary = folder / "summary"
         self.pipes = [full_pipe() for _ in full]
         streams = {"stdout": (folder / "summary").open("w"), "stderr": self.log.open("w")}
         streams.update({name: pipe[1] for name, pipe in zip(full, self.pipes)})
@@ -234,6 +235,8 @@ def run(name, folder, attack_with=None, **how):
         faults.append("log lines")
     if metered + told < sent.value * (0.5 if attack_with else 1):
         faults.append("records missing")
+    if full == ("stderr",) and not ARGUMENTS.short and "Standard error has taken nothing" not in collector.summary.read_text():
+        faults.append("a stuck log is not told")
     if attack_with is strangers and "warning" in log:
         faults.append("strangers are metered")
     if attack_with is cut_ipfix and "stderr" not in full and " more like it from 1 exporter in " not in log:
