@@ -338,6 +338,14 @@ constexpr Row kWorkloads[] = {
     {"sflow_malformed", SFlowMalformed},
 };
 
+std::string On(std::initializer_list<std::string_view> switches) {
+  std::string settings;
+  for (const std::string_view name : switches) {
+    settings.append("<").append(name).append(">true</").append(name).append(">");
+  }
+  return settings;
+}
+
 }  // namespace
 
 Datagram MakeDatagram(std::uint32_t exporter, std::vector<std::uint8_t> payload) {
@@ -350,14 +358,13 @@ Datagram MakeDatagram(std::uint32_t exporter, std::vector<std::uint8_t> payload)
 
 std::string PolicySettings(std::string_view policy) {
   if (policy == "default") return {};
-  std::string settings;
-  for (const std::string_view name :
-       {"MeterTCPConnections", "MeterAppConnections", "CheckPacketsForCorruption",
-        "EnableShimTunnel", "AddEdges", "MeterLinkAS", "AllowVariableLengthStrings",
-        "TagFlowsWithDirection"}) {
-    settings.append("<").append(name).append(">true</").append(name).append(">");
+  if (policy == "exact") {
+    return On({"Count64Bit", "TemplatesPerDomain", "ExactTimes", "UseSamplingSpace", "CountLeftOut",
+               "SharePaddedTemplates", "MeterIPv6Samples", "SkipUndecodedSamples"});
   }
-  return settings +
+  return On({"MeterTCPConnections", "MeterAppConnections", "CheckPacketsForCorruption",
+             "EnableShimTunnel", "AddEdges", "MeterLinkAS", "AllowVariableLengthStrings",
+             "TagFlowsWithDirection"}) +
          "<HomeASNumbers>64512,64513,64514</HomeASNumbers>"
          "<FilterHostsExclude>198.51.100.1,198.51.100.2</FilterHostsExclude>"
          "<FilterInterfacesExclude>198.51.100.1_1,198.51.100.2_2</FilterInterfacesExclude>";
