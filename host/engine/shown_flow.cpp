@@ -60,7 +60,6 @@ void MergePorts(const Places& places, char* key, FlowTotals* flow) {
 }  // namespace
 
 std::string_view ShownFlow::Of(std::string_view key, FlowTotals* flow) {
-  flow->closes = 0;
   constexpr std::size_t kShortest = 63;
   if (key.size() < kShortest || key.size() > key_.size()) return key;
   const Places places(key);

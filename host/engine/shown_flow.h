@@ -11,7 +11,7 @@ namespace flow::host {
 class ShownFlow {
  public:
   // Of gives the key under which a flow is shown, valid until the next call, and makes the flow fit
-  // it. The clients' ports are one where the service is 53, 80 or 443; such a flow has no end.
+  // it. The clients' ports are one where the service is 53, 80 or 443.
   std::string_view Of(std::string_view key, FlowTotals* flow);
 
  private:

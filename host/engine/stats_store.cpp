@@ -174,13 +174,21 @@ FlowBatch StatsStore::TakeFlows() {
   return {std::exchange(flow_group_->table, KeyTable(kFlowWords)), texts_};
 }
 
-void StatsStore::AddFlows(const FlowBatch& flows, bool as_shown) {
+void StatsStore::AddFlows(const FlowBatch& flows) {
+  flows.table.ForEach([&](std::string_view key, const std::uint64_t* values) {
+    FlowTotals part = Flow(values);
+    RenumberTexts(flows, &part);
+    MergeFlow(part, &Flow(flow_group_->table.FindOrAdd(key)));
+  });
+}
+
+void StatsStore::AddShownFlows(const FlowBatch& flows, bool have_ends) {
   ShownFlow shown;
   flows.table.ForEach([&](std::string_view key, const std::uint64_t* values) {
     FlowTotals part = Flow(values);
     RenumberTexts(flows, &part);
-    if (as_shown) key = shown.Of(key, &part);
-    MergeFlow(part, &Flow(flow_group_->table.FindOrAdd(key)));
+    if (!have_ends) part.closes = 0;
+    MergeFlow(part, &Flow(flow_group_->table.FindOrAdd(shown.Of(key, &part))));
   });
 }
 

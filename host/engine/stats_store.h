@@ -83,10 +83,11 @@ class StatsStore {
   // MergeCounters is the first form without flows.
   void MergeCounters(const StatsStore& other);
 
-  // TakeFlows hands out all flows; AddFlows adds some. Shown flows are those that differ in no more
-  // than exporter, interfaces or client's port brought together.
+  // TakeFlows hands out all flows; AddFlows adds some, as they are or as reports show them: those
+  // that differ in no more than exporter, interfaces or client's port are one.
   FlowBatch TakeFlows();
-  void AddFlows(const FlowBatch& flows, bool as_shown);
+  void AddFlows(const FlowBatch& flows);
+  void AddShownFlows(const FlowBatch& flows, bool have_ends);
 
   // CopyNotes takes over what was said about keys beside their counts.
   void CopyNotes(const StatsStore& other);

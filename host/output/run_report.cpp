@@ -64,6 +64,12 @@ void PrintDirectly(std::string_view text) {
   }
 }
 
+// What becomes one flow has no end, where it is of NetFlow.
+bool HasNetflow(const ExporterTable& exporters) {
+  return std::ranges::any_of(exporters.Rows(),
+                             [](const ExporterTable::Row& row) { return !row.key.version.sflow; });
+}
+
 }  // namespace
 
 RunReport::RunReport(RunKind kind, std::span<const GroupInfo> groups, const HomeRanges& home,
@@ -104,7 +110,7 @@ void RunReport::Add(const Tick& tick, std::vector<Harvest> harvests, double seco
   const bool periodic = kind_ == RunKind::kPeriodic;
   for (const Harvest& harvest : harvests) AddIpv6Directions(home_, harvest.store.get());
   kernel_drops_.TakeOff(tick.losses.kernel, harvests);
-  for (const Harvest& harvest : harvests) TakeFlows(tick, harvest.store.get());
+  for (const Harvest& harvest : harvests) TakeFlows(tick, harvest);
   if (store_ != nullptr) store_->Take(tick, harvests);
   if (has_buckets_) TakeBucket(tick, harvests);
   if (interval_->from == 0) interval_->from = tick.from;
@@ -141,10 +147,14 @@ void RunReport::ShowSoFar() {
 }
 
 // Whole into the store, and into reports as they are shown.
-void RunReport::TakeFlows(const Tick& tick, StatsStore* counted) {
+void RunReport::TakeFlows(const Tick& tick, const Harvest& harvest) {
   if (store_ == nullptr && options_.report.split_flows) return;
-  FlowBatch flows = counted->TakeFlows();
-  counted->AddFlows(flows, !options_.report.split_flows);
+  FlowBatch flows = harvest.store->TakeFlows();
+  if (options_.report.split_flows) {
+    harvest.store->AddFlows(flows);
+  } else {
+    harvest.store->AddShownFlows(flows, !HasNetflow(harvest.exporters));
+  }
   if (store_ != nullptr) store_->TakeFlows(tick, std::move(flows));
 }
 
