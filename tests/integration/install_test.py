@@ -35,6 +35,8 @@ def run(*command, **environment):
 def install(folder):
     """the installed tree, moved to where nothing was told that it would be"""
     run("cmake", "--install", BUILD, "--prefix", folder / "first")
+    unit = (folder / "first" / "lib" / "systemd" / "system" / "flowhost.service").read_text()
+    expect("the service", f"ExecStart={folder / 'first' / 'bin' / 'flowhost'} " in unit, True)
     moved = folder / "elsewhere" / "tree"
     moved.parent.mkdir()
     (folder / "first").rename(moved)
