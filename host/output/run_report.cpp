@@ -64,10 +64,13 @@ void PrintDirectly(std::string_view text) {
   }
 }
 
-// What becomes one flow has no end, where it is of NetFlow.
-bool HasNetflow(const ExporterTable& exporters) {
-  return std::ranges::any_of(exporters.Rows(),
-                             [](const ExporterTable::Row& row) { return !row.key.version.sflow; });
+// What becomes one flow has no end, where it is of NetFlow; in which lane that was does not matter.
+bool HasNetflow(const std::vector<Harvest>& harvests) {
+  return std::ranges::any_of(harvests, [](const Harvest& harvest) {
+    return std::ranges::any_of(harvest.exporters.Rows(), [](const ExporterTable::Row& row) {
+      return !row.key.version.sflow;
+    });
+  });
 }
 
 }  // namespace
@@ -110,7 +113,8 @@ void RunReport::Add(const Tick& tick, std::vector<Harvest> harvests, double seco
   const bool periodic = kind_ == RunKind::kPeriodic;
   for (const Harvest& harvest : harvests) AddIpv6Directions(home_, harvest.store.get());
   kernel_drops_.TakeOff(tick.losses.kernel, harvests);
-  for (const Harvest& harvest : harvests) TakeFlows(tick, harvest);
+  const bool has_ends = !HasNetflow(harvests);
+  for (const Harvest& harvest : harvests) TakeFlows(tick, harvest, has_ends);
   if (store_ != nullptr) store_->Take(tick, harvests);
   if (has_buckets_) TakeBucket(tick, harvests);
   if (interval_->from == 0) interval_->from = tick.from;
@@ -147,13 +151,13 @@ void RunReport::ShowSoFar() {
 }
 
 // Whole into the store, and into reports as they are shown.
-void RunReport::TakeFlows(const Tick& tick, const Harvest& harvest) {
+void RunReport::TakeFlows(const Tick& tick, const Harvest& harvest, bool has_ends) {
   if (store_ == nullptr && options_.report.split_flows) return;
   FlowBatch flows = harvest.store->TakeFlows();
   if (options_.report.split_flows) {
     harvest.store->AddFlows(flows);
   } else {
-    harvest.store->AddShownFlows(flows, !HasNetflow(harvest.exporters));
+    harvest.store->AddShownFlows(flows, has_ends);
   }
   if (store_ != nullptr) store_->TakeFlows(tick, std::move(flows));
 }

@@ -48,7 +48,7 @@ class RunReport {
 
  private:
   void Add(const Tick& tick, std::vector<Harvest> harvests, double seconds);
-  void TakeFlows(const Tick& tick, const Harvest& harvest);
+  void TakeFlows(const Tick& tick, const Harvest& harvest, bool has_ends);
   void TakeBucket(const Tick& tick, const std::vector<Harvest>& harvests);
   void EndBuckets(const Tick& tick);
   void End(double seconds);

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <fstream>
 
@@ -12,7 +13,7 @@ namespace flow::host::test {
 namespace {
 
 std::string Write(const std::string& name, const std::string& text) {
-  std::string path = testing::TempDir() + name;
+  std::string path = testing::TempDir() + name + "." + std::to_string(getpid());
   std::ofstream(path, std::ios::binary) << text;
   return path;
 }

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -26,10 +27,11 @@ using Sums = std::map<std::string, std::int64_t>;
 class Questions : public testing::Test {
  protected:
   static void SetUpTestSuite() {
-    directory_ = testing::TempDir() + "/questions";
-    std::filesystem::remove_all(directory_);
+    // ctest runs every test in a process of its own, several at once.
+    directory_ = testing::TempDir() + "/questions." + std::to_string(getpid());
     WriteMadeStore(kMade, directory_);
   }
+  static void TearDownTestSuite() { std::filesystem::remove_all(directory_); }
 
   static std::string At(int minute) { return "@" + std::to_string(kMade.start + minute * 60); }
 
@@ -292,7 +294,7 @@ TEST_F(Questions, WhatIsLeftOfATimeIsShown) {
 }
 
 TEST_F(Questions, AreShownAsText) {
-  const std::string names = testing::TempDir() + "/names";
+  const std::string names = directory_ + "/names";
   std::ofstream(names) << "# ours\n10.0.0.2   web server\n10.0.0.0/24 office\nAS64500 us\n";
   const std::vector<std::string> span{"--store", directory_, "--utc", "--from", "2026-11-25"};
   const auto ask = [&](std::vector<std::string> arguments) {
