@@ -15,7 +15,7 @@ class ShownFlow {
   std::string_view Of(std::string_view key, FlowTotals* flow);
 
  private:
-  std::array<char, 128> key_;
+  std::array<char, 160> key_;  // an exporter of IPv6 makes the longest, 134
 };
 
 }  // namespace flow::host

@@ -46,7 +46,13 @@ TEST(ShownFlow, BringsTogetherWhatWasKeptApart) {
     EXPECT_EQ(flow.meters[1], each.turned ? 10 : 0);
   }
   FlowTotals flow{};
-  EXPECT_EQ(ShownFlow().Of("", &flow), "");
+  ShownFlow shown;
+  EXPECT_EQ(shown.Of("", &flow), "");
+  const Case& longest = cases[std::size(cases) - 1];
+  EXPECT_EQ(
+      shown.Of(std::string(longest.sides) + "20010DB80010000000000000000000FE_00000002_00000003",
+               &flow),
+      longest.shown + merged);
 }
 
 TEST(Session, IsReadFromItsKey) {
