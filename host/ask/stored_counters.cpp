@@ -212,6 +212,13 @@ std::vector<AnswerGap> StoredCounters::GapsOf(const TimeSpan& span) {
   return gaps;
 }
 
+TimeSpan StoredCounters::Whole() {
+  Statement ends =
+      database_.Prepare("SELECT min(bucket), max(bucket) FROM buckets WHERE tier = 'minute'");
+  ends.Step();
+  return {ends.Integer(0), ends.Integer(1) + kMinuteSeconds};
+}
+
 std::vector<AnswerLoss> StoredCounters::LossesOf(const Cover& cover) {
   using Key = std::array<std::string, 4>;  // exporter, place, reason, unit
   std::map<Key, AnswerLoss> losses;

@@ -63,6 +63,9 @@ class StoredCounters {
   // line of steps.
   Cover CoverOf(const TimeSpan& span, std::int64_t most_seconds = kDaySeconds);
 
+  // From the first minute that is kept to the end of the last.
+  TimeSpan Whole();
+
   // What was lost in a span.
   std::vector<AnswerLoss> LossesOf(const Cover& cover);
 

@@ -80,9 +80,18 @@ constexpr char kCompareExamples[] =
     "  flowhost compare hosts --of 10.0.0.5 --new-peers --from -24h --against -48h";
 
 void AddAskOptions(CLI::App* app, AskOptions* options) {
-  app->add_option("--store", options->store, "Directory of the store")
-      ->type_name("DIR")
-      ->required();
+  app->add_option("--store", options->store, "Directory of the store")->type_name("DIR");
+  app->add_option("--read", options->read.captures,
+                  "Captures rather than a store; without --from all that they have")
+      ->type_name("CAPTURE...");
+  app->add_option("--plugin", options->read.plugin, "With --read: the plug-in library")
+      ->type_name("PATH");
+  app->add_option("--port", options->read.ports, "With --read: as replay takes it; repeatable")
+      ->type_name("PROTOCOL=N")
+      ->allow_extra_args(false);
+  app->add_option("--home", options->read.home, "With --read: as replay takes it; repeatable")
+      ->type_name("CIDR")
+      ->allow_extra_args(false);
   app->add_option("--from", options->span.from, "When the span begins")->type_name("TIME");
   app->add_option("--to", options->span.to, "When it ends")->type_name("TIME");
   app->add_flag("--utc", options->utc, "Read and show times in UTC rather than of this place");

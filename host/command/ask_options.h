@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/ask/times.h"
+#include "host/command/capture_store.h"
 #include "host/output/answers.h"
 
 namespace flow::host {
@@ -14,6 +15,7 @@ namespace flow::host {
 // What every question needs. Empty texts are what was not said.
 struct AskOptions {
   std::string store;
+  CaptureOptions read;  // captures rather than a store
   SpanWords span;
   std::string by = "bytes";
   std::size_t top = 10;

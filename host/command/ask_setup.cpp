@@ -29,9 +29,26 @@ KeyNames NamesFor(const AskOptions& options) {
 AskSetup::AskSetup(const AskOptions& options, std::int64_t usual_seconds)
     : view_(ViewFor(options)),
       now_(std::time(nullptr)),
-      span_(ResolveSpan(options.span, usual_seconds, now_, view_.zone)),
       names_(NamesFor(options)),
-      counters_(options.store) {}
+      counters_(OpenStore(options)),
+      span_(SpanFor(options, usual_seconds)) {}
+
+// Whoever reads captures asks about all of them, where nothing else is said.
+TimeSpan AskSetup::SpanFor(const AskOptions& options, std::int64_t usual_seconds) {
+  const bool says_when = !options.span.from.empty() || !options.span.to.empty();
+  if (captures_ && !says_when) return counters_.Whole();
+  return ResolveSpan(options.span, usual_seconds, now_, view_.zone);
+}
+
+std::string AskSetup::OpenStore(const AskOptions& options) {
+  if (options.store.empty() == options.read.captures.empty()) {
+    throw UsageError("a question is asked of --store DIR or of --read CAPTURE...");
+  }
+  // What is wrong with the words is told before captures are read.
+  ResolveSpan(options.span, kDaySeconds, now_, view_.zone);
+  if (!options.store.empty()) return options.store;
+  return captures_.emplace(options.read).directory();
+}
 
 int AskSetup::Show(const Answer& answer) const {
   PrintAnswer(answer, view_, stdout);

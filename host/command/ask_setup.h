@@ -1,10 +1,13 @@
 // What stands around a question: the store, the span, the names, where the answer goes.
 #pragma once
 
+#include <optional>
+
 #include "host/ask/answer.h"
 #include "host/ask/key_names.h"
 #include "host/ask/stored_counters.h"
 #include "host/command/ask_options.h"
+#include "host/command/capture_store.h"
 
 namespace flow::host {
 
@@ -24,11 +27,15 @@ class AskSetup {
   [[nodiscard]] int Show(const Answer& answer) const;
 
  private:
+  std::string OpenStore(const AskOptions& options);
+  TimeSpan SpanFor(const AskOptions& options, std::int64_t usual_seconds);
+
   AnswerView view_;
   std::int64_t now_;
-  TimeSpan span_;
   KeyNames names_;
+  std::optional<CaptureStore> captures_;
   StoredCounters counters_;
+  TimeSpan span_;
 };
 
 }  // namespace flow::host

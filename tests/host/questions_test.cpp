@@ -318,7 +318,10 @@ TEST_F(Questions, AreShownAsText) {
 
 TEST_F(Questions, ThatCannotBeAreTold) {
   const std::pair<std::vector<std::string>, const char*> cases[] = {
-      {{"top", "hosts"}, "--store is required"},
+      {{"top", "hosts"}, "of --store DIR or of --read CAPTURE"},
+      {{"top", "hosts", "--store", directory_, "--read", "x"}, "of --store DIR or of --read"},
+      {{"top", "hosts", "--read", "/nowhere.pcap", "--plugin", FakePlugin()},
+       "nowhere.pcap: No such file"},
       {{"top", "hosts", "--store", "/nowhere"}, "there is no store in /nowhere"},
       {{"top", "frob", "--store", directory_}, "there is no group 'frob'; there are as, "},
       {{"top", "hosts", "--by", "frob", "--store", directory_}, "hosts are not counted by frob"},
