@@ -53,7 +53,7 @@ def run(folder, options):
         return subprocess.run([FLOWHOST, "replay", *common, "capture.pcap"], cwd=folder, stdin=subprocess.DEVNULL,
                               capture_output=True, text=True, timeout=60)
     # It runs until it is told to end: at once, by what timeout sends.
-    return subprocess.run(["timeout", "--preserve-status", "2", FLOWHOST, "listen", *common, "--bind", "127.0.0.1", "--port",
+    return subprocess.run(["timeout", "--preserve-status", "8", FLOWHOST, "listen", *common, "--bind", "127.0.0.1", "--port",
                            "netflow=39381"], cwd=folder, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60)
 
 
