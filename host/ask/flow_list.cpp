@@ -41,7 +41,7 @@ class Picker : public FlowTaker {
     const FlowSums sums{number(0), number(1), number(2), hour_ms + number(3), hour_ms + number(4)};
     AddFlows(sums, &total_);
     ++rows_;
-    const Place place{RankOf(sums), row.file().hour(), row.Integer(5), row.is_reverse()};
+    const Place place{RankOf(sums, order_), row.file().hour(), row.Integer(5), row.is_reverse()};
     if (places_.size() == top_ && (top_ == 0 || !place.IsBefore(places_.front()))) return;
     places_.push_back(place);
     std::ranges::push_heap(places_, kIsBefore);
@@ -55,24 +55,6 @@ class Picker : public FlowTaker {
   [[nodiscard]] std::uint64_t rows() const { return rows_; }
 
  private:
-  [[nodiscard]] std::int64_t RankOf(const FlowSums& sums) const {
-    switch (order_) {
-      case FlowOrder::kBytes:
-        return static_cast<std::int64_t>(sums.bytes);
-      case FlowOrder::kPackets:
-        return static_cast<std::int64_t>(sums.packets);
-      case FlowOrder::kFlows:
-        return static_cast<std::int64_t>(sums.flows);
-      case FlowOrder::kDuration:
-        return static_cast<std::int64_t>(sums.last - sums.first);
-      case FlowOrder::kFirst:
-        return -static_cast<std::int64_t>(sums.first);
-      case FlowOrder::kLast:
-        return -static_cast<std::int64_t>(sums.last);
-    }
-    return 0;
-  }
-
   FlowOrder order_;
   std::size_t top_;
   std::vector<Place> places_;  // a heap, the last of the order in front

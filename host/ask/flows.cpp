@@ -28,25 +28,6 @@ struct Ranked {
   const FlowSums* sums;
 };
 
-// Larger is earlier.
-std::int64_t RankOf(const FlowSums& sums, FlowOrder order) {
-  switch (order) {
-    case FlowOrder::kBytes:
-      return static_cast<std::int64_t>(sums.bytes);
-    case FlowOrder::kPackets:
-      return static_cast<std::int64_t>(sums.packets);
-    case FlowOrder::kFlows:
-      return static_cast<std::int64_t>(sums.flows);
-    case FlowOrder::kDuration:
-      return static_cast<std::int64_t>(sums.last - sums.first);
-    case FlowOrder::kFirst:
-      return -static_cast<std::int64_t>(sums.first);
-    case FlowOrder::kLast:
-      return -static_cast<std::int64_t>(sums.last);
-  }
-  return 0;
-}
-
 // The columns of sums: what the answer is ordered by stands first, with its share of all.
 class SumColumns {
  public:
@@ -261,6 +242,24 @@ Answer Listed(StoredCounters* counters, const FlowsQuestion& question, const Tim
 }
 
 }  // namespace
+
+std::int64_t RankOf(const FlowSums& sums, FlowOrder order) {
+  switch (order) {
+    case FlowOrder::kBytes:
+      return static_cast<std::int64_t>(sums.bytes);
+    case FlowOrder::kPackets:
+      return static_cast<std::int64_t>(sums.packets);
+    case FlowOrder::kFlows:
+      return static_cast<std::int64_t>(sums.flows);
+    case FlowOrder::kDuration:
+      return static_cast<std::int64_t>(sums.last - sums.first);
+    case FlowOrder::kFirst:
+      return -static_cast<std::int64_t>(sums.first);
+    case FlowOrder::kLast:
+      return -static_cast<std::int64_t>(sums.last);
+  }
+  return 0;
+}
 
 FlowOrder ParseFlowOrder(const std::string& text) {
   for (const auto& [name, order] : kOrders) {

@@ -9,6 +9,7 @@
 #include "host/ask/answer.h"
 #include "host/ask/expression.h"
 #include "host/ask/flow_fields.h"
+#include "host/ask/flow_groups.h"
 #include "host/ask/flow_scan.h"
 #include "host/ask/key_names.h"
 #include "host/ask/stored_counters.h"
@@ -19,6 +20,9 @@ enum class FlowOrder : std::uint8_t { kBytes, kPackets, kFlows, kDuration, kFirs
 
 // ParseFlowOrder takes "bytes", "packets", "flows", "duration", "first" and "last". UsageError.
 FlowOrder ParseFlowOrder(const std::string& text);
+
+// RankOf is what an order goes by: larger is earlier.
+std::int64_t RankOf(const FlowSums& sums, FlowOrder order);
 
 struct FlowsQuestion {
   std::string filter_text;
