@@ -73,12 +73,14 @@ void Signals::Loop() {
 
 void Signals::Forward(int signal) {
   if (IsEnd(signal)) {
+    const auto now = Clock::now();
+    if (end_by_ && now - (*end_by_ - kLongestEnd) < kSameWish) return;
     if (end_by_) {
       const sigset_t set = SetOf({SIGINT, SIGTERM});
       pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
       kill(getpid(), signal);
     }
-    end_by_ = Clock::now() + kLongestEnd;
+    end_by_ = now + kLongestEnd;
   }
   // A pipe that is full holds enough of them.
   if (write(forward_, &signal, sizeof(signal)) < 0) return;

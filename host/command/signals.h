@@ -16,9 +16,12 @@ class Signals {
 
   // From SIGINT or SIGTERM to the end of the process.
   static constexpr std::chrono::seconds kLongestEnd{10};
+  // timeout(1) and service managers signal the process and then its group: both are one wish.
+  static constexpr std::chrono::milliseconds kSameWish{500};
 
   // Blocks SIGINT, SIGTERM, SIGHUP, SIGUSR1 and SIGCHLD in this thread and all that it starts, and
-  // ignores SIGPIPE. A second SIGINT or SIGTERM ends the process at once.
+  // ignores SIGPIPE. A second SIGINT or SIGTERM, kSameWish after the first, ends the process at
+  // once.
   Signals();
   ~Signals();
   Signals(const Signals&) = delete;
