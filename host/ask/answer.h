@@ -39,7 +39,7 @@ using AnswerValue = std::variant<std::monostate, std::string, std::int64_t, doub
 struct AnswerRow {
   std::vector<AnswerValue> values;  // as many as columns
   bool is_least = false;            // what it has of the ranking column may be more
-  std::vector<double> line;         // of the column that is one
+  std::vector<double> line;         // of the column that is one, or of the answer's steps
 };
 
 struct AnswerGap {
@@ -57,6 +57,13 @@ struct AnswerLoss {
   std::optional<double> share;  // of the exporter's traffic
 };
 
+// Steps of time, where rows have a line with a value for each.
+struct AnswerSteps {
+  std::int64_t from = 0;
+  std::int64_t seconds = 0;  // of each
+  std::vector<double> lost;  // of any exporter, on the way and here
+};
+
 struct Answer {
   std::string what;
   std::optional<TimeSpan> span;
@@ -70,6 +77,7 @@ struct Answer {
   std::optional<AnswerRow> total;
   std::vector<AnswerGap> gaps;
   std::vector<AnswerLoss> losses;
+  std::optional<AnswerSteps> steps;
   std::vector<std::string> notes;  // whole sentences
 };
 

@@ -21,6 +21,7 @@ constexpr FlowField kFields[] = {
     {"sport", "From port", FieldForm::kPort, FieldEnd::kSource, "sport", "dport"},
     {"dport", "To port", FieldForm::kPort, FieldEnd::kDestination, "sport", "dport"},
     {"port", "Port", FieldForm::kPort, FieldEnd::kEither, "sport", "dport"},
+    {"service", "Service", FieldForm::kPort, FieldEnd::kNone, "dport", ""},
     {"proto", "Protocol", FieldForm::kProtocol, FieldEnd::kNone, "proto", ""},
     {"exporter", "Exporter", FieldForm::kExporter, FieldEnd::kNone, "exporter", ""},
     {"in", "In", FieldForm::kNumber, FieldEnd::kSource, "in_if", "out_if"},
@@ -147,6 +148,28 @@ void PutField(const FlowField& field, const FlowRow& row, std::size_t column, st
       return PutBytes(row.file().TextOf(row.Integer(column)), key);
     default:
       return PutNumber(row, column, key);
+  }
+}
+
+bool HasDirections(const std::vector<const FlowField*>& fields) {
+  return std::ranges::any_of(fields, [](const FlowField* field) {
+    return field->end == FieldEnd::kSource || field->end == FieldEnd::kDestination;
+  });
+}
+
+FlowKeys::FlowKeys(const std::vector<const FlowField*>& fields)
+    : fields_(fields), has_either_(std::ranges::any_of(fields, [](const FlowField* field) {
+        return field->end == FieldEnd::kEither;
+      })) {}
+
+void FlowKeys::Make(const FlowRow& row, std::size_t first, std::size_t end,
+                    std::string* key) const {
+  key->clear();
+  std::size_t column = first;
+  for (const FlowField* const field : fields_) {
+    const bool is_either = field->end == FieldEnd::kEither;
+    PutField(*field, row, is_either ? column + end : column, key);
+    column += is_either ? 2 : 1;
   }
 }
 

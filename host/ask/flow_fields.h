@@ -1,6 +1,7 @@
 // The fields of flows that answers can be grouped by.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -43,6 +44,34 @@ void AddColumns(const FlowField& field, std::vector<std::string>* columns);
 // PutField appends a column's value to a key, so that equal values have equal bytes and a key can
 // be taken apart again.
 void PutField(const FlowField& field, const FlowRow& row, std::size_t column, std::string* key);
+
+// HasDirections: whether the fields tell source from destination.
+bool HasDirections(const std::vector<const FlowField*>& fields);
+
+// The keys of a flow: one, or two where fields mean either end and the ends differ.
+class FlowKeys {
+ public:
+  explicit FlowKeys(const std::vector<const FlowField*>& fields);
+
+  // `first`: the row's column that is the fields' first.
+  template <class Visit>
+  void ForEach(const FlowRow& row, std::size_t first, Visit visit) {
+    Make(row, first, 0, &key_);
+    visit(std::string_view(key_));
+    if (!has_either_) return;
+    Make(row, first, 1, &other_key_);
+    if (other_key_ != key_) visit(std::string_view(other_key_));
+  }
+
+ private:
+  // end: which one is meant by fields of either end.
+  void Make(const FlowRow& row, std::size_t first, std::size_t end, std::string* key) const;
+
+  const std::vector<const FlowField*>& fields_;
+  bool has_either_;
+  std::string key_;
+  std::string other_key_;
+};
 
 // TakeField takes a field off the front of a key, as it is read.
 std::string TakeField(const FlowField& field, std::string_view* key);

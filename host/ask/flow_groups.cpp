@@ -27,10 +27,7 @@ FlowSums& MutableSums(std::uint64_t* values) { return *reinterpret_cast<FlowSums
 class Grouper : public FlowTaker {
  public:
   Grouper(const std::vector<const FlowField*>& fields, const TimeSpan& span, std::int64_t step)
-      : fields_(fields), from_(span.from), step_(step) {
-    has_either_ = std::ranges::any_of(
-        fields, [](const FlowField* field) { return field->end == FieldEnd::kEither; });
-  }
+      : keys_(fields), from_(span.from), step_(step) {}
 
   void Take(const FlowRow& row) override {
     const auto number = [&row](std::size_t column) {
@@ -40,11 +37,8 @@ class Grouper : public FlowTaker {
     const FlowSums sums{number(kBytes), number(kPackets), number(kRecords),
                         hour_ms + number(kFirst), hour_ms + number(kLast)};
     AddFlows(sums, &total_);
-    MakeKey(row, 0, &key_);
-    Add(key_, sums);
-    if (!has_either_) return;
-    MakeKey(row, 1, &other_key_);
-    if (other_key_ != key_) Add(other_key_, sums);
+    keys_.ForEach(row, kFields,
+                  [&](std::string_view key) { Add(step_ == 0 ? key : Stepped(key, row), sums); });
   }
 
   KeyTable& Finish() {
@@ -56,19 +50,12 @@ class Grouper : public FlowTaker {
   [[nodiscard]] const FlowSums& total() const { return total_; }
 
  private:
-  // end: which one is meant by fields of either end.
-  void MakeKey(const FlowRow& row, std::size_t end, std::string* key) const {
-    key->clear();
-    std::size_t column = kFields;
-    for (const FlowField* const field : fields_) {
-      const bool is_either = field->end == FieldEnd::kEither;
-      PutField(*field, row, is_either ? column + end : column, key);
-      column += is_either ? 2 : 1;
-    }
-    if (step_ == 0) return;
+  std::string_view Stepped(std::string_view key, const FlowRow& row) {
     const std::int64_t time = row.file().hour() + row.Integer(kMinute) * kMinuteSeconds;
     const std::int64_t number = (time - from_) / step_;
-    key->append(reinterpret_cast<const char*>(&number), sizeof(number));
+    stepped_.assign(key);
+    stepped_.append(reinterpret_cast<const char*>(&number), sizeof(number));
+    return stepped_;
   }
 
   // A key on its way: its place in memory is brought near while others are counted.
@@ -100,16 +87,14 @@ class Grouper : public FlowTaker {
     AddFlows(waiting->sums, &MutableSums(sums));
   }
 
-  const std::vector<const FlowField*>& fields_;
+  FlowKeys keys_;
   std::int64_t from_;
   std::int64_t step_;
-  bool has_either_;
   KeyTable table_{kFlowSumWords};
   std::array<Waiting, kAhead> waiting_;
   std::size_t added_ = 0;
   FlowSums total_{};
-  std::string key_;
-  std::string other_key_;
+  std::string stepped_;
 };
 
 }  // namespace
@@ -125,12 +110,8 @@ void AddFlows(const FlowSums& part, FlowSums* into) {
 
 FlowGroups GroupFlows(const std::string& directory, const Expression& filter, const TimeSpan& span,
                       const std::vector<const FlowField*>& fields, std::int64_t step) {
-  ScanQuestion question{filter, span, HasDirections(filter), Columns()};
-  for (const FlowField* const field : fields) {
-    question.has_directions |=
-        field->end == FieldEnd::kSource || field->end == FieldEnd::kDestination;
-    AddColumns(*field, &question.columns);
-  }
+  ScanQuestion question{filter, span, HasDirections(filter) || HasDirections(fields), Columns()};
+  for (const FlowField* const field : fields) AddColumns(*field, &question.columns);
   std::vector<std::unique_ptr<Grouper>> groupers;
   std::vector<FlowTaker*> takers;
   for (std::size_t i = 0; i < ScanThreads(); ++i) {

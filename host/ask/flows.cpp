@@ -7,7 +7,9 @@
 #include <utility>
 
 #include "host/ask/flow_groups.h"
+#include "host/ask/flow_lines.h"
 #include "host/ask/flow_list.h"
+#include "host/ask/steps.h"
 #include "host/ask/top.h"
 #include "host/base/error.h"
 #include "host/base/number_text.h"
@@ -164,6 +166,21 @@ void PutInFront(std::span<const std::string_view> ids, Answer* answer) {
   if (answer->total) arrange(&answer->total->values);
 }
 
+void AddLines(StoredCounters* counters, const FlowsQuestion& question, const TimeSpan& span,
+              const std::vector<std::string>& keys, Answer* answer) {
+  const Steps steps = StepsOf(counters, span, question.step, &answer->notes);
+  DescribeSteps(counters, steps, answer);
+  auto lines = FlowLines(counters->directory(), question.filter, question.fields, steps,
+                         question.order, keys);
+  Line& groups = lines[keys.size()];
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    std::ranges::transform(groups, lines[i], groups.begin(), std::minus());
+    answer->rows[i].line = std::move(lines[i]);
+  }
+  if (answer->others) answer->others->line = std::move(groups);
+  answer->total->line = std::move(lines.back());
+}
+
 Answer Grouped(StoredCounters* counters, const FlowsQuestion& question, const TimeSpan& span,
                const KeyNames& names) {
   const Cover cover = counters->CoverOf(span, kMinuteSeconds);
@@ -178,11 +195,13 @@ Answer Grouped(StoredCounters* counters, const FlowsQuestion& question, const Ti
   groups.table.ForEach(
       [&](std::string_view, const std::uint64_t* values) { Sum(FlowGroups::Sums(values), &all); });
   FlowSums shown{};
+  std::vector<std::string> keys;
   for (const Ranked& ranked : LargestOf(groups, question)) {
     AnswerRow row;
     row.values = KeyValues(question.fields, FieldTexts(question.fields, ranked.key), names);
     columns.AddValues(*ranked.sums, &row.values);
     Sum(*ranked.sums, &shown);
+    keys.emplace_back(ranked.key);
     answer.rows.push_back(std::move(row));
   }
   if (groups.table.size() > answer.rows.size()) {
@@ -193,6 +212,7 @@ Answer Grouped(StoredCounters* counters, const FlowsQuestion& question, const Ti
   }
   answer.total = SumRow(question.fields.size(), "all that match");
   columns.AddValues(groups.total, &answer.total->values);
+  if (question.step != 0) AddLines(counters, question, span, keys, &answer);
   return answer;
 }
 

@@ -30,6 +30,8 @@ struct FlowsQuestion {
   std::vector<const FlowField*> fields;  // empty for single flows
   FlowOrder order = FlowOrder::kBytes;   // kFirst and kLast: earliest first; else largest
   std::size_t top = 10;
+  // Seconds; not 0: groups get lines of such steps.
+  std::int64_t step = 0;
 };
 
 Answer AskFlows(StoredCounters* counters, const FlowsQuestion& question, const TimeSpan& span,

@@ -3,15 +3,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 #include <vector>
 
 #include "host/ask/flow_groups.h"
 #include "host/ask/flows.h"
+#include "host/ask/steps.h"
 #include "host/ask/top.h"
-#include "host/base/error.h"
-#include "host/base/number_text.h"
 
 namespace flow::host {
 namespace {
@@ -25,49 +23,16 @@ struct Step {
   bool is_least = false;
 };
 
-// A length that people count in, for about forty steps.
-std::int64_t StepFor(std::int64_t seconds) {
-  constexpr std::int64_t kLengths[] = {60,   300,   600,   900,   1800,  3600,
-                                       7200, 10800, 21600, 43200, 86400, 604800};
-  constexpr std::int64_t kSteps = 48;
-  for (const std::int64_t length : kLengths) {
-    if (seconds / length <= kSteps) return length;
-  }
-  return kLengths[std::size(kLengths) - 1];
-}
-
-// The longest bucket of which a step is made up.
-std::int64_t BucketFor(std::int64_t step, std::int64_t from) {
-  for (std::size_t tier = std::size(kTiers); tier-- > 0;) {
-    const std::int64_t seconds = kTiers[tier].seconds;
-    if (step % seconds == 0 && from % seconds == 0) return seconds;
-  }
-  return kMinuteSeconds;
-}
-
 class Series {
  public:
   Series(StoredCounters* counters, const SeriesQuestion& question, const TimeSpan& asked)
       : counters_(counters), question_(question) {
-    step_ = question.step == 0 ? StepFor(asked.Seconds()) : question.step;
-    if (step_ % kMinuteSeconds != 0) {
-      throw UsageError(fmt::format("--step: {} seconds are no whole minutes", step_));
-    }
-    const std::int64_t edge = std::min(step_, kHourSeconds);
-    const TimeSpan span{asked.from / edge * edge, asked.to};
-    cover_ = counters->CoverOf(span, BucketFor(step_, span.from));
-    for (const TierPart& part : cover_.parts) {
-      const std::int64_t seconds = kTiers[part.tier].seconds;
-      if (seconds <= step_) continue;
-      step_ = seconds;
-      answer_.notes.push_back(fmt::format("of this time there are no shorter steps than {}",
-                                          DurationText(step_ * 1000)));
-    }
-    steps_.resize(static_cast<std::size_t>((cover_.span.Seconds() + step_ - 1) / step_));
+    plan_ = StepsOf(counters, asked, question.step, &answer_.notes);
+    steps_.resize(plan_.count);
   }
 
   Answer Make() {
-    Coverage(counters_, cover_, &answer_);
+    Coverage(counters_, plan_.cover, &answer_);
     answer_.what = question_.what;
     ReadTraffic();
     if (question_.filter) {
@@ -85,14 +50,10 @@ class Series {
   }
 
  private:
-  Step& StepAt(std::int64_t time) {
-    const std::int64_t number = (time - cover_.span.from) / step_;
-    return steps_[static_cast<std::size_t>(
-        std::clamp<std::int64_t>(number, 0, static_cast<std::int64_t>(steps_.size()) - 1))];
-  }
+  Step& StepAt(std::int64_t time) { return steps_[plan_.At(time)]; }
 
   void ReadTraffic() {
-    for (const TierPart& part : cover_.parts) {
+    for (const TierPart& part : plan_.cover.parts) {
       Statement rows = counters_->database().Prepare(
           "SELECT bucket, bytes, packets, ran FROM buckets "
           "WHERE tier = ? AND bucket >= ? AND bucket < ?");
@@ -115,7 +76,7 @@ class Series {
       counts_packets_ |= std::ranges::find(group.columns, "packets", &StoredGroup::Column::name) !=
                          group.columns.end();
       const bool has_packets = counts_packets_;
-      for (const TierPart& part : cover_.parts) {
+      for (const TierPart& part : plan_.cover.parts) {
         Statement rows = counters_->database().Prepare(
             fmt::format("SELECT bucket, key, bytes, {}, {}, bound FROM {} "
                         "WHERE bucket >= ? AND bucket < ? AND key IN (?, ?) ORDER BY bucket",
@@ -162,14 +123,14 @@ class Series {
 
   void ReadFlows() {
     const FlowGroups groups =
-        GroupFlows(counters_->directory(), *question_.filter, cover_.span, {}, step_);
+        GroupFlows(counters_->directory(), *question_.filter, plan_.cover.span, {}, plan_.seconds);
     Answer covered;
-    FlowCoverage(counters_, cover_, groups.scan, &covered);
+    FlowCoverage(counters_, plan_.cover, groups.scan, &covered);
     covered.what = std::move(answer_.what);
     answer_ = std::move(covered);
     groups.table.ForEach([this](std::string_view key, const std::uint64_t* values) {
       const FlowSums& sums = FlowGroups::Sums(values);
-      Step& step = StepAt(cover_.span.from + StepOf(key) * step_);
+      Step& step = StepAt(plan_.cover.span.from + StepOf(key) * plan_.seconds);
       step.bytes += static_cast<std::int64_t>(sums.bytes);
       step.packets += static_cast<std::int64_t>(sums.packets);
     });
@@ -203,14 +164,15 @@ class Series {
       answer_.is_exact &= !step.is_least;
     }
     for (std::size_t i = 0; i < steps_.size(); ++i) {
-      const std::int64_t time = cover_.span.from + static_cast<std::int64_t>(i) * step_;
-      AnswerRow row = Row(steps_[i], step_);
+      const std::int64_t time =
+          plan_.cover.span.from + static_cast<std::int64_t>(i) * plan_.seconds;
+      AnswerRow row = Row(steps_[i], plan_.seconds);
       row.values[0] = time * 1000;
       row.values.back() = static_cast<double>(RankOf(steps_[i])) / static_cast<double>(most);
       row.is_least = steps_[i].is_least;
       answer_.rows.push_back(std::move(row));
     }
-    answer_.total = Row(sum, cover_.span.Seconds());
+    answer_.total = Row(sum, plan_.cover.span.Seconds());
     answer_.total->values[0] = std::string("all");
   }
 
@@ -241,8 +203,7 @@ class Series {
 
   StoredCounters* counters_;
   const SeriesQuestion& question_;
-  std::int64_t step_ = 0;
-  Cover cover_;
+  Steps plan_;
   std::vector<Step> steps_;
   bool counts_packets_ = false;
   Answer answer_;

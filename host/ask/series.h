@@ -17,7 +17,7 @@ struct SeriesQuestion {
   std::string key;
   std::optional<Expression> filter;
   std::string what;       // in the title
-  std::int64_t step = 0;  // seconds; 0: about forty steps
+  std::int64_t step = 0;  // as StepsOf takes it
   bool by_packets = false;
 };
 

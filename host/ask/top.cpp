@@ -9,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+#include "host/ask/steps.h"
 #include "host/ask/tier_sums.h"
 #include "host/base/error.h"
 #include "host/base/number_text.h"
@@ -46,7 +47,11 @@ class TopAnswer {
  public:
   TopAnswer(StoredCounters* counters, const TopQuestion& question, const TimeSpan& asked,
             const KeyNames& names)
-      : counters_(counters), question_(question), names_(names), cover_(counters->CoverOf(asked)) {
+      : counters_(counters),
+        question_(question),
+        names_(names),
+        asked_(asked),
+        cover_(counters->CoverOf(asked)) {
     for (StoredGroup& group : counters->Groups(question.group)) {
       const std::size_t ranking = ColumnOf(group, question.by);
       auto sums = std::make_unique<TierSums>(counters, group, cover_, ranking);
@@ -64,6 +69,7 @@ class TopAnswer {
     for (const Place& place : places) AddRow(place);
     if (question_.wants_lines) AddLines(places);
     AddSums();
+    if (question_.step != 0) AddSteps(places);
     answer_.is_exact = IsExact(places);
     if (!places.empty() && !answer_.is_exact) {
       answer_.notes.emplace_back(
@@ -163,6 +169,32 @@ class TopAnswer {
     }
   }
 
+  // What the others had is what all keys had without those that are shown.
+  void AddSteps(const std::vector<Place>& places) {
+    const Steps steps = StepsOf(counters_, asked_, question_.step, &answer_.notes);
+    DescribeSteps(counters_, steps, &answer_);
+    Line others(steps.count);
+    for (const Part& part : parts_) {
+      std::vector<std::string> keys;
+      std::vector<std::size_t> rows;
+      for (std::size_t i = 0; i < places.size(); ++i) {
+        if (places[i].part != &part) continue;
+        keys.emplace_back(places[i].key.key);
+        rows.push_back(i);
+      }
+      auto lines = CounterLines(counters_, part.group, steps, question_.by, keys);
+      std::ranges::transform(others, lines.back(), others.begin(), std::plus());
+      for (std::size_t i = 0; i < rows.size(); ++i) {
+        std::ranges::transform(others, lines[i], others.begin(), std::minus());
+        answer_.rows[rows[i]].line = std::move(lines[i]);
+      }
+    }
+    if (answer_.others) answer_.others->line = std::move(others);
+    if (answer_.total) {
+      answer_.total->line = TrafficLine(counters_, steps, RankingKind() == ValueKind::kPackets);
+    }
+  }
+
   // The others, so that columns add up, and all traffic, which a flow of two hosts has once.
   void AddSums() {
     Values others(First().columns.size(), 0);
@@ -213,6 +245,7 @@ class TopAnswer {
   StoredCounters* counters_;
   const TopQuestion& question_;
   const KeyNames& names_;
+  TimeSpan asked_;
   Cover cover_;
   std::vector<Part> parts_;
   std::size_t ranking_ = 0;

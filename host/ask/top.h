@@ -14,7 +14,8 @@ struct TopQuestion {
   std::string group;
   std::string by = "bytes";  // a column of the group
   std::size_t top = 10;
-  bool wants_lines = false;
+  bool wants_lines = false;  // a few steps, for who sees pictures
+  std::int64_t step = 0;     // seconds; not 0: lines of such steps
 };
 
 // UsageError where there is no such group or column.

@@ -117,6 +117,12 @@ void AddRanking(CLI::App* app, AskOptions* options, const std::string& what) {
   app->add_option("--top", options->top, "Rows shown (default: 10)")->type_name("N");
 }
 
+void AddStep(CLI::App* app, std::string* step) {
+  app->add_option("--step", *step,
+                  "With --json, what each row had step by step; whole minutes, as in 5m")
+      ->type_name("LENGTH");
+}
+
 // A key of a group by a name of its own: --host 10.0.0.5.
 struct KeyOption {
   const char* name;
@@ -139,6 +145,7 @@ void AddFlows(CLI::App* app, FlowsOptions* options) {
   app->add_option("--sort", options->sort,
                   "As --by, or by duration, or the earliest first by first or last")
       ->type_name("WHAT");
+  AddStep(app, &options->step);
   app->add_option("FILTER", options->filter, "Which flows (default: all)")->type_name("");
 }
 
@@ -187,6 +194,7 @@ AskCommandLine::AskCommandLine(CLI::App* app) : app_(app) {
   CLI::App* const top =
       add("top", "Ask a store for the largest of a group", kTopExamples, &top_.ask);
   AddRanking(top, &top_.ask, "bytes (default), packets, or another column of the group");
+  AddStep(top, &top_.step);
   top->add_option("GROUP", top_.group, "What is counted")->required()->type_name("");
 
   CLI::App* const flows = add("flows", "Ask a store for flows, one by one or summed",

@@ -30,6 +30,7 @@ struct AskOptions {
 struct TopOptions {
   AskOptions ask;
   std::string group;
+  std::string step;  // not empty: what each had step by step as well
 };
 
 struct FlowsOptions {
@@ -37,6 +38,7 @@ struct FlowsOptions {
   std::string filter;
   std::string group_by;
   std::string sort;  // empty: by what `by` says
+  std::string step;  // as in TopOptions
 };
 
 struct SeriesOptions {

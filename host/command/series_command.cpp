@@ -4,6 +4,7 @@
 
 #include "host/ask/filter.h"
 #include "host/ask/series.h"
+#include "host/ask/steps.h"
 #include "host/base/error.h"
 #include "host/command/ask_setup.h"
 
@@ -39,13 +40,7 @@ int RunSeries(const SeriesOptions& options) {
     throw UsageError(fmt::format("--by: a series has bytes or packets, no '{}'", options.ask.by));
   }
   question.by_packets = options.ask.by == "packets";
-  if (!options.step.empty()) {
-    const auto step = ParseLength(options.step);
-    if (!step) {
-      throw UsageError(fmt::format("--step: '{}' is no length such as 5m or 1h", options.step));
-    }
-    question.step = *step;
-  }
+  question.step = ParseStep(options.step);
   AskSetup setup(options.ask, kHourSeconds);
   return setup.Show(AskSeries(setup.counters(), question, setup.span()));
 }

@@ -1,6 +1,8 @@
 #include "host/command/top_command.h"
 
+#include "host/ask/steps.h"
 #include "host/ask/top.h"
+#include "host/base/error.h"
 #include "host/command/ask_setup.h"
 
 namespace flow::host {
@@ -11,6 +13,10 @@ int RunTop(const TopOptions& options) {
   question.group = options.group;
   question.by = options.ask.by;
   question.top = options.ask.top;
+  question.step = ParseStep(options.step);
+  if (question.step != 0 && options.ask.form != AnswerForm::kJson) {
+    throw UsageError("--step: what each had step by step is shown with --json alone");
+  }
   question.wants_lines = setup.view().is_terminal && options.ask.form == AnswerForm::kText;
   return setup.Show(AskTop(setup.counters(), question, setup.span(), setup.names()));
 }

@@ -1,7 +1,9 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <cmath>
 #include <variant>
+#include <vector>
 
 #include "host/output/answer_forms.h"
 
@@ -20,6 +22,13 @@ Json ValueJson(const AnswerValue& value) {
         }
       },
       value);
+}
+
+// Lines are sums of whole numbers.
+Json LineJson(const std::vector<double>& line) {
+  Json values = Json::array();
+  for (const double value : line) values.push_back(std::llround(value));
+  return values;
 }
 
 // Drawings are left out, and texts beside a key that are empty.
@@ -41,6 +50,7 @@ Json RowJson(const Answer& answer, const AnswerRow& row) {
     object[column.id] = ValueJson(row.values[i]);
   }
   if (row.is_least) object["at_least"] = true;
+  if (answer.steps && !row.line.empty()) object["line"] = LineJson(row.line);
   return object;
 }
 
@@ -66,6 +76,11 @@ void PrintJson(const Answer& answer, const AnswerView& view, std::FILE* out) {
   if (!answer.beside.empty()) root["beside"] = answer.beside;
   root["source"] = answer.source;
   root["exact"] = answer.is_exact;
+  if (answer.steps) {
+    root["steps"] = {{"from", answer.steps->from},
+                     {"seconds", answer.steps->seconds},
+                     {"lost", LineJson(answer.steps->lost)}};
+  }
   root["rows"] = Json::array();
   for (const AnswerRow& row : answer.rows) root["rows"].push_back(RowJson(answer, row));
   if (answer.others) root["rows"].push_back(RowJson(answer, *answer.others));

@@ -213,6 +213,32 @@ TEST_F(Questions, ASeriesHasItsStepsAndItsGaps) {
   EXPECT_EQ(flows["rows"][1]["bytes"], sums.at("1"));
 }
 
+// With --step rows have lines: of counters, and of flows, over the edge of two files.
+TEST_F(Questions, LinesAddUpToTheirRowsAndToAllTraffic) {
+  const auto sum = [](const Json& row) {
+    std::int64_t bytes = 0;
+    for (const std::int64_t value : row["line"]) bytes += value;
+    return bytes;
+  };
+  const Json counters = Ask({"top", "hosts", "--top", "3", "--step", "5m"}, 10, 70);
+  const Json flows = Ask({"flows", "--group-by", "host", "--top", "3", "--step", "5m"}, 10, 70);
+  std::vector<std::int64_t> truth(12);
+  for (int minute = 10; minute < 70; ++minute) {
+    FlowsOfMinute(kMade, minute, [&](const MadeFlow& flow) {
+      truth[static_cast<std::size_t>(minute / 5 - 2)] += Both(flow);
+    });
+  }
+  for (const Json& answer : {counters, flows}) {
+    EXPECT_EQ(answer["steps"]["from"], kMade.start + 600);
+    EXPECT_EQ(answer["steps"]["seconds"], 300);
+    EXPECT_EQ(answer["total"]["line"], truth);
+    ASSERT_EQ(answer["rows"].size(), 4) << "the others, too";
+    for (const Json& row : answer["rows"]) EXPECT_EQ(sum(row), row["bytes"]) << row["key"];
+  }
+  EXPECT_EQ(Ask({"top", "totals", "--step", "5m"}, 0, 20)["steps"]["lost"],
+            Json({0, kMadeLost, 0, 0}));
+}
+
 TEST_F(Questions, ExportersTellWhatTheyLostAndWhenTheyWereSilent) {
   const Json losses = Ask({"losses"});
   ASSERT_EQ(losses["rows"].size(), 1U);
@@ -332,6 +358,8 @@ TEST_F(Questions, ThatCannotBeAreTold) {
       {{"flows", "--sort", "size", "--store", directory_}, "not by 'size'"},
       {{"series", "--step", "90", "--store", directory_}, "90 seconds are no whole minutes"},
       {{"series", "--step", "often", "--store", directory_}, "'often' is no length such as 5m"},
+      {{"top", "hosts", "--step", "5m", "--store", directory_}, "with --json alone"},
+      {{"flows", "--step", "5m", "--json", "--store", directory_}, "alone, with --group-by"},
       {{"series", "tcp", "--host", "10.0.0.1", "--store", directory_}, "are two questions"},
       {{"compare", "hosts", "--store", directory_}, "--against is required"},
       {{"compare", "hosts", "--against", "yesterday", "--new-peers", "--store", directory_},
