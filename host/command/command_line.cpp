@@ -8,6 +8,7 @@
 
 #include "host/base/build_text.h"
 #include "host/base/error.h"
+#include "host/command/describe.h"
 #include "host/command/store_line.h"
 #include "host/names/group_catalog.h"
 
@@ -313,6 +314,7 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   AddPluginOption(info_app, &info.plugin);
 
   const AskCommandLine ask(&app);
+  AddDescribe(&app);
 
   try {
     app.parse(argc, argv);
