@@ -1,0 +1,32 @@
+// Where answers come from: the server, or what a report has in it.
+import { byId } from "./elements.js";
+import { ReportSource } from "./report.js";
+
+// What was asked cannot be answered, and why; `where` is the place in a filter that is meant.
+export class Refusal extends Error {
+  constructor(message, where = null) {
+    super(message);
+    this.where = where;
+  }
+}
+
+class Server {
+  isReport = false;
+
+  async ask(what, said, signal) {
+    const query = new URLSearchParams();
+    for (const [name, value] of Object.entries(said)) {
+      if (value !== "" && value !== null && value !== undefined) query.set(name, value);
+    }
+    const response = await fetch(`api/${what}?${query}`, { signal, cache: "no-store" });
+    const isJson = response.headers.get("content-type")?.startsWith("application/json");
+    const body = isJson ? await response.json() : { error: await response.text() };
+    if (response.ok) return body;
+    throw new Refusal(body.error ?? `the server says ${response.status}`, body.where ?? null);
+  }
+}
+
+export function openSource() {
+  const embedded = byId("report-data");
+  return embedded ? new ReportSource(JSON.parse(embedded.textContent)) : new Server();
+}
