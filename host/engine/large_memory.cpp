@@ -2,9 +2,13 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <mutex>
 #include <new>
+#include <vector>
 
 namespace flow::host {
 namespace {
@@ -30,20 +34,81 @@ std::byte* MapHuge(std::size_t bytes) {
 
 bool IsHuge(std::size_t bytes) { return bytes >= kHugePage && bytes % kHugePage == 0; }
 
+class Spare {
+ public:
+  // Null where there is none of that size.
+  std::byte* Take(std::size_t bytes) {
+    const std::lock_guard lock(mutex_);
+    const auto found = std::ranges::find(kept_, bytes, &Piece::bytes);
+    if (found == kept_.end()) return nullptr;
+    std::byte* const memory = found->memory;
+    *found = kept_.back();
+    kept_.pop_back();
+    held_ -= bytes;
+    return memory;
+  }
+
+  void Put(std::byte* memory, std::size_t bytes) {
+    if (!HasRoom(bytes)) return static_cast<void>(munmap(memory, bytes));
+    std::memset(memory, 0, bytes);
+    const std::lock_guard lock(mutex_);
+    kept_.push_back({memory, bytes});
+    held_ += bytes;
+    Shrink();
+  }
+
+  void KeepAtMost(std::size_t bytes) {
+    const std::lock_guard lock(mutex_);
+    most_ = bytes;
+    Shrink();
+  }
+
+ private:
+  struct Piece {
+    std::byte* memory;
+    std::size_t bytes;
+  };
+
+  bool HasRoom(std::size_t bytes) {
+    const std::lock_guard lock(mutex_);
+    return held_ + bytes <= most_;
+  }
+  void Shrink() {
+    for (; held_ > most_; kept_.pop_back()) {
+      munmap(kept_.back().memory, kept_.back().bytes);
+      held_ -= kept_.back().bytes;
+    }
+  }
+
+  std::mutex mutex_;
+  std::vector<Piece> kept_;
+  std::size_t held_ = 0;
+  std::size_t most_ = std::size_t{256} << 20;
+};
+
+// Stays to the end: tables of static storage may be let go after everything else.
+Spare& TheSpare() {
+  static Spare& spare = *new Spare;
+  return spare;
+}
+
 }  // namespace
 
 void FreeLargeMemory::operator()(std::byte* memory) const {
   if (IsHuge(bytes)) {
-    munmap(memory, bytes);
+    TheSpare().Put(memory, bytes);
   } else {
     std::free(memory);
   }
 }
 
 LargeMemory AllocateLarge(std::size_t bytes) {
-  void* const memory = IsHuge(bytes) ? MapHuge(bytes) : std::calloc(1, bytes);
+  void* memory = IsHuge(bytes) ? TheSpare().Take(bytes) : std::calloc(1, bytes);
+  if (memory == nullptr && IsHuge(bytes)) memory = MapHuge(bytes);
   if (memory == nullptr) throw std::bad_alloc();
   return LargeMemory(static_cast<std::byte*>(memory), FreeLargeMemory{bytes});
 }
+
+void KeepSpareMemory(std::size_t most_bytes) { TheSpare().KeepAtMost(most_bytes); }
 
 }  // namespace flow::host
