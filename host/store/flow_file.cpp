@@ -1,10 +1,9 @@
 #include "host/store/flow_file.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
-#include <array>
+#include <limits>
 #include <utility>
 
 #include "host/names/key_text.h"
@@ -13,10 +12,8 @@
 namespace flow::host {
 namespace {
 
-std::string InsertFlow() {
-  return fmt::format("INSERT INTO flows ({}) VALUES ({})", fmt::join(kFlowColumnNames, ", "),
-                     fmt::join(std::vector<std::string>(std::size(kFlowColumnNames), "?"), ", "));
-}
+// The largest integer of the database.
+constexpr std::uint64_t kLargestCount = std::numeric_limits<std::int64_t>::max();
 
 bool IsZero(std::span<const std::uint8_t> bytes) {
   for (const std::uint8_t byte : bytes) {
@@ -40,6 +37,12 @@ struct Volume {
   [[nodiscard]] bool IsEmpty(int way) const { return (bytes[way] | packets[way]) == 0; }
 };
 
+Database OpenFlowFile(const std::string& path, Sync sync, std::int64_t hour) {
+  Database database = Database::ToWrite(path, sync);
+  CreateFlowFile(&database, hour);
+  return database;
+}
+
 // What a row says of one side of a flow.
 struct Side {
   const SessionEnd& end;
@@ -48,12 +51,16 @@ struct Side {
 
 }  // namespace
 
+void NotKept::Add(const FlowTotals& flow) {
+  const Volume volume(flow);
+  ++flows;
+  bytes += volume.bytes[0] + volume.bytes[1];
+  packets += volume.packets[0] + volume.packets[1];
+}
+
 void NotKept::Add(const FlowBatch& batch) {
-  flows += batch.table.size();
   batch.table.ForEach([this](std::string_view, const std::uint64_t* values) {
-    const Volume volume(*reinterpret_cast<const FlowTotals*>(values));
-    bytes += volume.bytes[0] + volume.bytes[1];
-    packets += volume.packets[0] + volume.packets[1];
+    Add(*reinterpret_cast<const FlowTotals*>(values));
   });
 }
 
@@ -64,18 +71,25 @@ void NotKept::Add(const NotKept& other) {
 }
 
 FlowFile::FlowFile(const std::string& path, Sync sync, std::int64_t hour, const StandIns& stand_ins)
-    : database_(Database::ToWrite(path, sync)), hour_(hour), stand_ins_(stand_ins) {
-  CreateFlowFile(&database_, hour);
-  insert_ = database_.Prepare(InsertFlow());
+    : database_(OpenFlowFile(path, sync, hour)),
+      hour_(hour),
+      stand_ins_(stand_ins),
+      waiting_(&database_) {
   ReadNumbers();
 }
 
 void FlowFile::ReadNumbers() {
   rows_ = database_.Ask("SELECT max(rowid) FROM flows").value_or(0);
+  waiting_.Clear();
+  new_texts_.clear();
+  new_exporters_.clear();
   texts_.clear();
   exporters_.clear();
+  exporter_keys_.clear();
   Statement texts = database_.Prepare("SELECT id, text FROM texts");
   while (texts.Step()) texts_[std::string(texts.Text(1))] = texts.Integer(0);
+  Statement exporters = database_.Prepare("SELECT id, text FROM exporters");
+  while (exporters.Step()) exporters_[std::string(exporters.Text(1))] = exporters.Integer(0);
 }
 
 void FlowFile::TrimAfter(std::int64_t rows) {
@@ -95,52 +109,72 @@ void FlowFile::Begin() {
   rows_before_ = rows_;
 }
 
-void FlowFile::Write(std::int64_t minute, const FlowBatch& batch) {
+NotKept FlowFile::Write(std::int64_t minute, const FlowBatch& batch) {
   Begin();
   batch_texts_.assign(batch.texts.size() + 1, 0);
-  insert_.Bind(1, minute);
+  minute_ = minute;
+  NotKept sums;
   Session session{};
   batch.table.ForEach([&](std::string_view key, const std::uint64_t* values) {
     FlowTotals flow = *reinterpret_cast<const FlowTotals*>(values);
+    sums.Add(flow);
     if (!ReadSession(key, &session)) session = {};
     flow.tag = static_cast<std::uint32_t>(TextId(batch, flow.tag));
     flow.text = static_cast<std::uint32_t>(TextId(batch, flow.text));
     flow.vrf = static_cast<std::uint32_t>(TextId(batch, flow.vrf));
     flow.app = static_cast<std::uint32_t>(TextId(batch, flow.app));
     flow.user = static_cast<std::uint32_t>(TextId(batch, flow.user));
-    BindFlow(session, flow);
-    insert_.Run();
+    if (waiting_.IsFull()) waiting_.Write();
+    PutFlow(session, flow, &waiting_.Add());
     ++rows_;
   });
+  WriteRows();
+  return sums;
+}
+
+void FlowFile::WriteRows() {
+  waiting_.Write();
+  for (const NewText& text : std::exchange(new_texts_, {})) {
+    database_.Prepare("INSERT INTO texts VALUES (?, ?)").Bind(1, text.id).Bind(2, text.text).Run();
+  }
+  for (const NewText& exporter : std::exchange(new_exporters_, {})) {
+    const IpAddress address = IpAddress::Parse(exporter.text).value_or(IpAddress());
+    database_.Prepare("INSERT INTO exporters VALUES (?, ?, ?)")
+        .Bind(1, exporter.id)
+        .Bind(2, address.bytes())
+        .Bind(3, exporter.text)
+        .Run();
+  }
 }
 
 // Side A has the larger port, but for sFlow; who alone has sent is the source in any case.
-void FlowFile::BindFlow(const Session& session, const FlowTotals& flow) {
+void FlowFile::PutFlow(const Session& session, const FlowTotals& flow, FlowRows::Row* row) {
   const Volume volume(flow);
   const bool one_way = volume.IsEmpty(0) || volume.IsEmpty(1);
   const bool from_b = one_way ? !volume.IsEmpty(1) : session.a.port < session.b.port;
   const Side source = from_b ? Side{session.b, 1} : Side{session.a, 0};
   const Side destination = from_b ? Side{session.a, 0} : Side{session.b, 1};
-  int place = 1;
-  const auto number = [&](std::int64_t value) { insert_.Bind(++place, value); };
-  const auto count = [&](std::uint64_t value) { insert_.Bind(++place, value); };
-  // Zero is what exporters say when they do not know.
-  const auto known = [&](std::int64_t value) {
-    value == 0 ? insert_.BindNull(++place) : insert_.Bind(++place, value);
+  auto cell = row->begin();
+  const auto number = [&](std::int64_t value) { (cell++)->Set(value); };
+  const auto count = [&](std::uint64_t value) {
+    number(static_cast<std::int64_t>(std::min(value, kLargestCount)));
   };
-  const auto bytes = [&](std::span<const std::uint8_t> value) {
-    value.empty() || IsZero(value) ? insert_.BindNull(++place) : insert_.BindStatic(++place, value);
+  // Zero is what exporters say when they do not know.
+  const auto known = [&](std::int64_t value) { value == 0 ? (cell++)->Clear() : number(value); };
+  const auto bytes = [&](std::span<const std::uint8_t> value) { (cell++)->Set(value); };
+  const auto known_bytes = [&](std::span<const std::uint8_t> value) {
+    IsZero(value) ? (cell++)->Clear() : bytes(value);
   };
   const auto hop = [&](std::uint32_t address) {
-    address == 0 ? insert_.BindNull(++place)
-                 : insert_.Bind(++place, IpAddress::Ipv4(address).bytes());
+    address == 0 ? (cell++)->Clear() : bytes(IpAddress::Ipv4(address).bytes());
   };
   // Without times of the exporter there may be a duration.
   const bool has_duration = flow.has_times == 0 && flow.duration_ms != 0;
+  number(minute_);
   number((has_duration ? flow.last_ms - flow.duration_ms : flow.first_ms) - hour_ * 1000);
   number(flow.last_ms - hour_ * 1000);
-  insert_.BindStatic(++place, session.AddressOf(source.end));
-  insert_.BindStatic(++place, session.AddressOf(destination.end));
+  bytes(session.AddressOf(source.end));
+  bytes(session.AddressOf(destination.end));
   number(source.end.port);
   number(destination.end.port);
   number(session.protocol);
@@ -161,27 +195,19 @@ void FlowFile::BindFlow(const Session& session, const FlowTotals& flow) {
   known(flow.app);
   known(flow.user != 0 ? flow.user : flow.text);
   known(flow.tag);
-  bytes(flow.macs[source.way]);
-  bytes(flow.macs[destination.way]);
+  known_bytes(flow.macs[source.way]);
+  known_bytes(flow.macs[destination.way]);
 }
 
 std::int64_t FlowFile::ExporterId(std::string_view key) {
   if (key.empty() || key.find_first_not_of("0.") == std::string_view::npos) return 0;
-  const auto known = exporters_.find(key);
-  if (known != exporters_.end()) return known->second;
+  const auto known = exporter_keys_.find(key);
+  if (known != exporter_keys_.end()) return known->second;
   const std::string text = ReadableKey(KeyKind::kGuess, RealKey(stand_ins_, KeyKind::kGuess, key));
-  const std::optional<IpAddress> address = IpAddress::Parse(text);
-  Statement find = database_.Prepare("SELECT id FROM exporters WHERE text = ?");
-  std::int64_t id = find.Bind(1, text).Step() ? find.Integer(0) : 0;
-  if (id == 0) {
-    database_.Prepare("INSERT INTO exporters (address, text) VALUES (?, ?)")
-        .Bind(1, address.value_or(IpAddress()).bytes())
-        .Bind(2, text)
-        .Run();
-    id = database_.Ask("SELECT last_insert_rowid()").value_or(0);
-  }
-  exporters_.emplace(key, id);
-  return id;
+  const auto [exporter, is_new] =
+      exporters_.emplace(text, static_cast<std::int64_t>(exporters_.size()) + 1);
+  if (is_new) new_exporters_.push_back({exporter->second, text});
+  return exporter_keys_.emplace(key, exporter->second).first->second;
 }
 
 std::int64_t FlowFile::TextId(const FlowBatch& batch, std::uint32_t number) {
@@ -193,12 +219,9 @@ std::int64_t FlowFile::TextId(const FlowBatch& batch, std::uint32_t number) {
 
 std::int64_t FlowFile::TextId(std::string_view text) {
   if (text.empty()) return 0;
-  const auto known = texts_.find(text);
-  if (known != texts_.end()) return known->second;
-  database_.Prepare("INSERT INTO texts (text) VALUES (?)").Bind(1, text).Run();
-  const std::int64_t id = database_.Ask("SELECT last_insert_rowid()").value_or(0);
-  texts_.emplace(text, id);
-  return id;
+  const auto [known, is_new] = texts_.emplace(text, static_cast<std::int64_t>(texts_.size()) + 1);
+  if (is_new) new_texts_.push_back({known->second, std::string(text)});
+  return known->second;
 }
 
 std::uint64_t FlowFile::Commit(std::int64_t minute, const NotKept& not_kept) {

@@ -10,16 +10,18 @@
 #include "host/engine/text_map.h"
 #include "host/intake/stand_ins.h"
 #include "host/store/database.h"
+#include "host/store/flow_rows.h"
 #include "host/store/session.h"
 
 namespace flow::host {
 
-// Flows that there was no room to keep.
+// Flows in sum; most often those that there was no room to keep.
 struct NotKept {
   std::uint64_t flows = 0;
   std::uint64_t bytes = 0;
   std::uint64_t packets = 0;
 
+  void Add(const FlowTotals& flow);
   void Add(const FlowBatch& batch);
   void Add(const NotKept& other);
 };
@@ -32,8 +34,9 @@ class FlowFile {
   // TrimAfter takes out the rows behind so many.
   void TrimAfter(std::int64_t rows);
 
-  // Write adds flows to a minute, whose transaction begins with the first of them.
-  void Write(std::int64_t minute, const FlowBatch& batch);
+  // Write adds flows to a minute, whose transaction begins with the first of them, and gives their
+  // sum.
+  NotKept Write(std::int64_t minute, const FlowBatch& batch);
   // Commit ends a minute; its rows count from here. The result is how many it has now.
   std::uint64_t Commit(std::int64_t minute, const NotKept& not_kept);
   void Rollback();
@@ -46,21 +49,32 @@ class FlowFile {
 
  private:
   void Begin();
-  void BindFlow(const Session& session, const FlowTotals& flow);
+  void PutFlow(const Session& session, const FlowTotals& flow, FlowRows::Row* row);
   std::int64_t ExporterId(std::string_view key);
   // 0 for none.
   std::int64_t TextId(const FlowBatch& batch, std::uint32_t number);
   std::int64_t TextId(std::string_view text);
+  void WriteRows();
   void ReadNumbers();
+
+  // A text with a number that the file has, or will have when the rows are written.
+  struct NewText {
+    std::int64_t id;
+    std::string text;
+  };
 
   Database database_;
   std::int64_t hour_;
   const StandIns& stand_ins_;
-  Statement insert_;
+  FlowRows waiting_;
+  std::vector<NewText> new_exporters_;
+  std::vector<NewText> new_texts_;
+  std::int64_t minute_ = 0;  // of the rows
   bool writing_ = false;
   std::int64_t rows_ = 0;
   std::int64_t rows_before_ = 0;     // when the minute began
-  TextMap<std::int64_t> exporters_;  // by key
+  TextMap<std::int64_t> exporters_;  // by text
+  TextMap<std::int64_t> exporter_keys_;
   TextMap<std::int64_t> texts_;
   std::vector<std::int64_t> batch_texts_;  // of the batch at hand, by its number
 };

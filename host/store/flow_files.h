@@ -23,7 +23,9 @@ class FlowFiles {
   bool Open(std::int64_t bucket);
   // Write adds flows to a minute whose file is at hand, Commit ends it. HostError when one fails,
   // and then Rollback.
-  void Write(std::int64_t bucket, const FlowBatch& batch) { file_->Write(Minute(bucket), batch); }
+  NotKept Write(std::int64_t bucket, const FlowBatch& batch) {
+    return file_->Write(Minute(bucket), batch);
+  }
   std::uint64_t Commit(std::int64_t bucket, const NotKept& not_kept);
   void Rollback();
 

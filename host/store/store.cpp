@@ -198,15 +198,13 @@ bool Store::Try(Action&& action) {
 }
 
 void Store::WriteFlows(std::int64_t bucket, const FlowBatch& batch) {
-  NotKept sums;
-  sums.Add(batch);
-  uncommitted_.Add(sums);
   if (Try([&] {
         OpenFlows(bucket);
-        flows_.Write(bucket, batch);
+        uncommitted_.Add(flows_.Write(bucket, batch));
       })) {
     return;
   }
+  uncommitted_.Add(batch);
   LoseFlows();
 }
 
