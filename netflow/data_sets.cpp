@@ -120,34 +120,63 @@ void DataSets::TellLeftOut(const Set& set, int reason) const {
   flow::TellLeftOut(host_.engine, kIpv4KeyLength, set.source.address_key.text, reason);
 }
 
+[[gnu::always_inline]] inline SetError DataSets::DecodeNext(const Template& fields, std::size_t i,
+                                                            ByteCursor* records) {
+  std::span<const std::uint8_t> bytes;
+  const auto [type, template_length] = fields.Fields()[i];
+  std::uint32_t length = template_length;
+  const bool is_variable = length == kVariableLength && policy_.fAllowVariableStrings;
+  if (is_variable) {
+    if (!records->Take(1, &bytes)) return SetError::kVariableOverflow;
+    length = bytes[0];
+  }
+  if (!records->Take(length, &bytes)) {
+    return is_variable ? SetError::kVariableOverflow : SetError::kFieldOverflow;
+  }
+  DecodeField(fields.PlaceOfField(i), {bytes.data(), length, is_variable}, &state_);
+  if (takes_times_ && IsExactTime(type)) times_.Take(type, bytes.data(), length);
+  return SetError::kNone;
+}
+
 SetError DataSets::DecodeFields(const Template& fields, ByteCursor* records) {
   std::span<const std::uint8_t> bytes;
-  if (fields.HasPlan() && records->Take(fields.RecordLength(), &bytes)) {
-    DecodeByPlan(fields.Plan(), bytes.data(), &state_);
-    if (takes_times_) TakeTimes(fields, bytes.data());
+  if (fields.HasPlan() && records->Take(fields.Whole().length, &bytes)) {
+    DecodeRun(fields.Whole(), bytes.data());
     return SetError::kNone;
   }
-  // Field by field: what comes before an overflow has its effect.
-  for (std::size_t i = 0; i < fields.Fields().size(); ++i) {
-    std::uint32_t length = fields.Fields()[i].length;
-    const bool is_variable = length == kVariableLength && policy_.fAllowVariableStrings;
-    if (is_variable) {
-      if (!records->Take(1, &bytes)) return SetError::kVariableOverflow;
-      length = bytes[0];
-    }
-    if (!records->Take(length, &bytes)) {
-      return is_variable ? SetError::kVariableOverflow : SetError::kFieldOverflow;
-    }
-    DecodeField(fields.PlaceOfField(i), {bytes.data(), length, is_variable}, &state_);
-    const std::uint32_t type = fields.Fields()[i].type;
-    if (takes_times_ && IsExactTime(type)) times_.Take(type, bytes.data(), length);
+  return DecodeRuns(fields, records);
+}
+
+SetError DataSets::DecodeRuns(const Template& fields, ByteCursor* records) {
+  std::span<const std::uint8_t> bytes;
+  if (!policy_.fAllowVariableStrings) return WalkFields(fields, 0, records);
+  for (const Template::Run& run : fields.Runs()) {
+    if (!records->Take(run.length, &bytes)) return WalkFields(fields, run.first, records);
+    if (!run.plan.IsEmpty()) DecodeRun(run, bytes.data());
+    if (run.end == fields.Fields().size()) return SetError::kNone;
+    const SetError error = DecodeNext(fields, run.end, records);
+    if (error != SetError::kNone) return error;
+  }
+  return fields.Runs().empty() ? WalkFields(fields, 0, records) : SetError::kNone;
+}
+
+void DataSets::DecodeRun(const Template::Run& run, const std::uint8_t* bytes) {
+  DecodeByPlan(run.plan, bytes, &state_);
+  if (takes_times_) TakeTimes(run, bytes);
+}
+
+// Field by field: what comes before an overflow has its effect.
+SetError DataSets::WalkFields(const Template& fields, std::size_t first, ByteCursor* records) {
+  for (std::size_t i = first; i < fields.Fields().size(); ++i) {
+    const SetError error = DecodeNext(fields, i, records);
+    if (error != SetError::kNone) return error;
   }
   return SetError::kNone;
 }
 
-void DataSets::TakeTimes(const Template& fields, const std::uint8_t* record) {
-  for (const Template::TimeField& time : fields.TimeFields()) {
-    times_.Take(time.type, record + time.offset, time.length);
+void DataSets::TakeTimes(const Template::Run& run, const std::uint8_t* bytes) {
+  for (const Template::TimeField& time : run.times) {
+    times_.Take(time.type, bytes + time.offset, time.length);
   }
 }
 

@@ -48,12 +48,16 @@ class DataSets {
   void Begin(const Set& set, const nf9_header& header);
   SetError v9_ProcessDataFlowset_single(const Set& set, ByteCursor* records);
   SetError DecodeFields(const Template& fields, ByteCursor* records);
+  [[gnu::noinline]] SetError DecodeRuns(const Template& fields, ByteCursor* records);
+  void DecodeRun(const Template::Run& run, const std::uint8_t* bytes);
+  SetError WalkFields(const Template& fields, std::size_t first, ByteCursor* records);
+  SetError DecodeNext(const Template& fields, std::size_t i, ByteCursor* records);
   void NameApplication() const;
   void NameInterface(const ExportSource& source) const;
   [[gnu::noinline]] bool IsDuplicateEgress(const Set& set);
   void CountNetflow9(const Set& set);
   [[gnu::cold, gnu::noinline]] void TellLeftOut(const Set& set, int reason) const;
-  [[gnu::noinline]] void TakeTimes(const Template& fields, const std::uint8_t* record);
+  [[gnu::noinline]] void TakeTimes(const Template::Run& run, const std::uint8_t* bytes);
   void SetExtFields();
 
   const NetflowPolicy& policy_;

@@ -49,6 +49,8 @@ class RecordPlan {
   [[nodiscard]] const Step* Steps() const noexcept { return steps_.data(); }
   [[nodiscard]] std::size_t End(std::size_t move) const noexcept { return ends_[move]; }
 
+  [[nodiscard]] bool IsEmpty() const noexcept { return ends_[kNoMove] == 0; }
+
   // Presence is what the moves add to a record's presence.
   [[nodiscard]] std::uint8_t Presence() const noexcept { return presence_; }
 

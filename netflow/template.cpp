@@ -11,29 +11,47 @@ namespace flow {
 Template::Template(std::vector<nf9_field_t> fields) : fields_(std::move(fields)) {
   fields_.shrink_to_fit();
   rows_.reserve(fields_.size());
-  std::vector<RecordPlan::Field> planned;
-  std::uint64_t length = 0;
-  has_plan_ = true;
   for (const nf9_field_t& field : fields_) {
     const std::uint16_t row = RowOf(field.type);
     rows_.push_back(row);
     carries_direction_ =
         carries_direction_ || PlaceAt(row).offset == offsetof(nf9_record, direction);
     has_times_ = has_times_ || IsExactTime(field.type);
-    has_plan_ =
-        has_plan_ && field.length != kVariableLength && length + field.length < kVariableLength;
-    if (!has_plan_) continue;
-    planned.push_back(
-        {static_cast<std::uint16_t>(length), static_cast<std::uint16_t>(field.length), row});
-    if (IsExactTime(field.type)) {
-      times_.push_back({static_cast<std::uint16_t>(length),
-                        static_cast<std::uint16_t>(field.length), field.type});
-    }
-    length += field.length;
   }
-  times_.shrink_to_fit();
-  record_length_ = static_cast<std::uint32_t>(length);
-  if (has_plan_) plan_ = RecordPlan(planned);
+  runs_ = MakeRuns();
+  has_plan_ = runs_.size() == 1 && runs_[0].end == fields_.size();
+  if (!has_plan_) return;
+  whole_ = std::move(runs_[0]);
+  runs_ = {};
+}
+
+std::vector<Template::Run> Template::MakeRuns() const {
+  std::vector<Run> runs;
+  std::vector<RecordPlan::Field> planned;
+  Run run;
+  const auto end_run = [&](std::size_t end) {
+    run.end = static_cast<std::uint32_t>(end);
+    run.plan = RecordPlan(planned);
+    run.times.shrink_to_fit();
+    runs.push_back(std::exchange(run, {}));
+    run.first = static_cast<std::uint32_t>(end + 1);
+    planned.clear();
+  };
+  for (std::size_t i = 0; i < fields_.size(); ++i) {
+    const auto [type, length] = fields_[i];
+    if (length == kVariableLength) {
+      if (runs.size() == kMostRuns) return {};
+      end_run(i);
+      continue;
+    }
+    if (run.length + length >= kVariableLength) return {};
+    planned.push_back({run.length, static_cast<std::uint16_t>(length), rows_[i]});
+    if (IsExactTime(type)) run.times.push_back({run.length, planned.back().length, type});
+    run.length = static_cast<std::uint16_t>(run.length + length);
+  }
+  if (!planned.empty() || runs.empty()) end_run(fields_.size());
+  runs.shrink_to_fit();
+  return runs;
 }
 
 }  // namespace flow

@@ -1,5 +1,5 @@
-// The two ways of reading a record give the same: the plan that is made of a template, and the walk
-// from field to field, which a field of variable length asks for.
+// The two ways of reading a record give the same: the plans that are made of a template, and the
+// walk from field to field, which many fields of variable length ask for.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ struct PlanCase {
   std::size_t cut = 0;         // bytes of one more record that the set breaks off
 };
 
-// CallsOfBoth meters the records under their template, and under the same with an empty field of
+// CallsOfBoth meters the records under their template, and under the same with empty fields of
 // variable length behind it. It gives the host's calls of the former and of the latter, with the
 // reason for which each set was given up as last line.
 struct BothWays {
