@@ -60,6 +60,7 @@ class Listen {
     signals_.OnLate([this] { EndLate(); });
     const ExitWatch watch([this] { PluginEndedProcess(); }, [this] { setup_.lanes().RestHere(); });
     setup_.Start(LaneMode::kDrop);
+    if (store_ != nullptr) reporter_.TakeFlowsEarly(setup_.lanes());
     OpenPorts();
     RestoreTemplates();
     setup_.lanes().ForEach([](Lane& lane) { lane.WatchPolicies(Now()); });
@@ -121,10 +122,11 @@ class Listen {
   Outlet templates_{fmt::format("the directory {}", options_.state_directory),
                     Outlet::Keeps::kNewest, true, console_};
   Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {
-    SaveTemplates();
-    silence_.Take(tick.to, harvests);
-    report_.Take(tick, std::move(harvests), 0);
-  }};
+                       SaveTemplates();
+                       silence_.Take(tick.to, harvests);
+                       report_.Take(tick, std::move(harvests), 0);
+                     },
+                     [this](EarlyFlows flows) { report_.TakeEarly(std::move(flows)); }};
 };
 
 void Listen::OpenPorts() {

@@ -37,6 +37,7 @@ class Replay {
   int Run() {
     const ExitWatch watch([this] { PluginEndedProcess(); }, [this] { setup_.lanes().RestHere(); });
     setup_.Start(options_.meter.instances > 1 ? LaneMode::kWait : LaneMode::kInline);
+    if (store_ != nullptr) reporter_.TakeFlowsEarly(setup_.lanes());
     for (const std::string& path : options_.captures) ReadCapture(path);
     Reap({.to = setup_.intake().counts().last, .is_last = true});
     reporter_.Wait();
@@ -119,8 +120,9 @@ class Replay {
                     false,
                     console_};
   Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {
-    report_.Take(tick, std::move(harvests), progress_.Seconds());
-  }};
+                       report_.Take(tick, std::move(harvests), progress_.Seconds());
+                     },
+                     [this](EarlyFlows flows) { report_.TakeEarly(std::move(flows)); }};
   bool failed_ = false;
 };
 

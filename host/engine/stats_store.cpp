@@ -121,13 +121,16 @@ void StatsStore::Merge(StatsStore&& other) {
       for (std::size_t i = 0; i < into.columns; ++i) sums[i] += values[i];
     });
   }
-  KeyTable& flows = other.flow_group_->table;
-  if (!other.texts_.empty()) {
-    flows.ForEach([&](std::string_view, const std::uint64_t* values) {
-      RenumberTexts(other, &Flow(const_cast<std::uint64_t*>(values)));
+  MoveFlows(other.TakeFlows());
+}
+
+void StatsStore::MoveFlows(FlowBatch&& flows) {
+  if (!flows.texts.empty()) {
+    flows.table.ForEach([&](std::string_view, const std::uint64_t* values) {
+      RenumberTexts(flows, &Flow(const_cast<std::uint64_t*>(values)));
     });
   }
-  flow_group_->table.Absorb(std::move(flows), [](std::uint64_t* into, std::uint64_t* part) {
+  flow_group_->table.Absorb(std::move(flows.table), [](std::uint64_t* into, std::uint64_t* part) {
     MergeFlow(Flow(part), &Flow(into));
   });
 }

@@ -84,8 +84,10 @@ class StatsStore {
   void MergeCounters(const StatsStore& other);
 
   // TakeFlows hands out all flows; AddFlows adds some, as they are or as reports show them: those
-  // that differ in no more than exporter, interfaces or client's port are one.
+  // that differ in no more than exporter, interfaces or client's port are one. MoveFlows empties
+  // the batch and costs much less.
   FlowBatch TakeFlows();
+  void MoveFlows(FlowBatch&& flows);
   void AddFlows(const FlowBatch& flows);
   void AddShownFlows(const FlowBatch& flows, bool have_ends);
 

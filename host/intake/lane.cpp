@@ -88,6 +88,13 @@ void Lane::Handle(const IID& protocol, const UdpPacket& packet) {
   const std::uint64_t records = store_->records - records_before_;
   records_.store(records_.load(std::memory_order_relaxed) + records, std::memory_order_relaxed);
   Note(packet, records, refusal);
+  has_netflow_ = has_netflow_ || protocol == kNetflowProtocol;
+  if (store_->flow_group().table.size() > most_flows_) HandOutFlowsNow(packet.time);
+}
+
+void Lane::HandOutFlowsNow(Timestamp now) {
+  engine_.Flush();
+  flow_sink_(*this, {store_->TakeFlows(), now, has_netflow_});
 }
 
 void Lane::Note(const UdpPacket& packet, std::uint64_t records, Refusal refusal) {

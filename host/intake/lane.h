@@ -4,6 +4,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
+#include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <span>
@@ -40,6 +43,13 @@ struct Harvest {
   ExporterTable exporters;
 };
 
+// Flows that a lane hands out before it is asked, so that it does not hold too many.
+struct EarlyFlows {
+  FlowBatch flows;
+  Timestamp time = 0;        // of the last datagram
+  bool has_netflow = false;  // some may be of NetFlow
+};
+
 class Lane final : private ChannelSink {
  public:
   // Makes the components of lane number (from 1) and attaches them. HostError when one refuses.
@@ -62,6 +72,14 @@ class Lane final : private ChannelSink {
   // Reap hands out what was counted since the last harvest; counting goes on from zero. A datagram
   // that the lane came to rest in counts as far as it was metered.
   Harvest Reap();
+
+  // HandOutFlows has the lane hand out its flows, in its thread, whenever it holds more than so
+  // many. Those that go on have another part afterwards.
+  using FlowSink = std::function<void(const Lane& lane, EarlyFlows flows)>;
+  void HandOutFlows(std::size_t most, FlowSink sink) {
+    most_flows_ = most;
+    flow_sink_ = std::move(sink);
+  }
 
   // From 1.
   [[nodiscard]] int number() const { return number_; }
@@ -95,6 +113,7 @@ class Lane final : private ChannelSink {
   Refusal Count(Component& component, const UdpPacket& packet);
   void Knock(Component& component, Timestamp now);
   void Note(const UdpPacket& packet, std::uint64_t records, Refusal refusal);
+  void HandOutFlowsNow(Timestamp now);
   void Post(const GUID& channel, const CLSID& sender, std::span<std::uint8_t> message) override;
 
   int number_;
@@ -112,6 +131,9 @@ class Lane final : private ChannelSink {
   const UdpPacket* at_work_ = nullptr;  // a datagram that is being metered
   std::uint64_t records_before_ = 0;    // it
   std::atomic<std::uint64_t> records_ = 0;
+  std::size_t most_flows_ = std::numeric_limits<std::size_t>::max();
+  FlowSink flow_sink_;
+  bool has_netflow_ = false;
 };
 
 }  // namespace flow::host

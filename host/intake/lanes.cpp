@@ -76,6 +76,10 @@ void Lanes::ForEach(const std::function<void(Lane&)>& task) {
   for (const auto& worker : workers_) worker->Run(task);
 }
 
+void Lanes::HandOutFlows(std::size_t most, const Lane::FlowSink& sink) {
+  for (const auto& lane : lanes_) lane->HandOutFlows(most, sink);
+}
+
 void Lanes::Finish() {
   for (const auto& worker : workers_) worker->Finish();
 }

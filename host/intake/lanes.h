@@ -40,6 +40,9 @@ class Lanes {
   bool PushIdle();
   // ForEach runs a task in every lane, after all datagrams taken so far.
   void ForEach(const std::function<void(Lane&)>& task);
+  // HandOutFlows has every lane hand out its flows early where there are many; before the first
+  // datagram.
+  void HandOutFlows(std::size_t most, const Lane::FlowSink& sink);
   // Finish waits until all is done and ends the threads.
   void Finish();
 

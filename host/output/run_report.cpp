@@ -15,7 +15,6 @@
 #include "host/base/number_text.h"
 #include "host/output/sheet_record.h"
 #include "host/output/summary.h"
-#include "host/period/ipv6_directions.h"
 
 namespace flow::host {
 namespace {
@@ -80,11 +79,11 @@ RunReport::RunReport(RunKind kind, std::span<const GroupInfo> groups, const Home
                      bool has_writers, Console& console)
     : kind_(kind),
       groups_(groups),
-      home_(home),
       stand_ins_(stand_ins),
       options_(options),
       store_(store),
       console_(console),
+      directions_(home),
       interval_(std::make_shared<Period>(groups)),
       run_(std::make_shared<Period>(groups)),
       bucket_(groups),
@@ -111,10 +110,14 @@ void RunReport::Take(const Tick& tick, std::vector<Harvest> harvests, double sec
 
 void RunReport::Add(const Tick& tick, std::vector<Harvest> harvests, double seconds) {
   const bool periodic = kind_ == RunKind::kPeriodic;
-  for (const Harvest& harvest : harvests) AddIpv6Directions(home_, harvest.store.get());
   kernel_drops_.TakeOff(tick.losses.kernel, harvests);
   const bool has_ends = !HasNetflow(harvests);
-  for (const Harvest& harvest : harvests) TakeFlows(tick, harvest, has_ends);
+  for (const Harvest& harvest : harvests) {
+    directions_.Add(harvest.store->flow_group().table);
+    directions_.AddTo(harvest.store.get());
+    if (store_ == nullptr && options_.report.split_flows) continue;
+    TakeFlows(tick.to - 1, harvest.store->TakeFlows(), has_ends);
+  }
   if (store_ != nullptr) store_->Take(tick, harvests);
   if (has_buckets_) TakeBucket(tick, harvests);
   if (interval_->from == 0) interval_->from = tick.from;
@@ -150,16 +153,25 @@ void RunReport::ShowSoFar() {
   Show(shown, TitleOf("Interval", shown->from, shown->to), 0);
 }
 
-// Whole into the store, and into reports as they are shown.
-void RunReport::TakeFlows(const Tick& tick, const Harvest& harvest, bool has_ends) {
-  if (store_ == nullptr && options_.report.split_flows) return;
-  FlowBatch flows = harvest.store->TakeFlows();
-  if (options_.report.split_flows) {
-    harvest.store->AddFlows(flows);
-  } else {
-    harvest.store->AddShownFlows(flows, has_ends);
+void RunReport::TakeEarly(EarlyFlows early) {
+  try {
+    directions_.Add(early.flows.table);
+    TakeFlows(early.time, std::move(early.flows), !early.has_netflow);
+    if (kind_ == RunKind::kPeriodic) interval_->Prune();
+  } catch (const std::exception& error) {
+    has_failed_ = true;
+    console_.Error(fmt::format("flows could not be taken: {}", error.what()));
   }
-  if (store_ != nullptr) store_->TakeFlows(tick, std::move(flows));
+}
+
+// Whole into the store, and into reports as they are shown.
+void RunReport::TakeFlows(Timestamp time, FlowBatch flows, bool has_ends) {
+  const auto show = [&](Period* period) {
+    options_.report.split_flows ? period->AddFlows(flows) : period->AddShownFlows(flows, has_ends);
+  };
+  show(interval_.get());
+  if (has_buckets_) show(&bucket_);
+  if (store_ != nullptr) store_->TakeFlows(time, std::move(flows));
 }
 
 void RunReport::End(double seconds) {

@@ -9,6 +9,7 @@
 
 #include "host/output/outlet.h"
 #include "host/output/outputs.h"
+#include "host/period/ipv6_directions.h"
 #include "host/period/period.h"
 #include "host/period/reporter.h"
 #include "host/store/store.h"
@@ -37,6 +38,9 @@ class RunReport {
   // Take adds what the lanes counted until a tick, and reports what the tick asks for.
   void Take(const Tick& tick, std::vector<Harvest> harvests, double seconds);
 
+  // TakeEarly takes flows of the tick that is to come.
+  void TakeEarly(EarlyFlows early);
+
   // Watch tells of outputs that are stuck, and of those that no longer are. Any thread.
   void Watch();
 
@@ -48,7 +52,7 @@ class RunReport {
 
  private:
   void Add(const Tick& tick, std::vector<Harvest> harvests, double seconds);
-  void TakeFlows(const Tick& tick, const Harvest& harvest, bool has_ends);
+  void TakeFlows(Timestamp time, FlowBatch flows, bool has_ends);
   void TakeBucket(const Tick& tick, const std::vector<Harvest>& harvests);
   void EndBuckets(const Tick& tick);
   void End(double seconds);
@@ -59,13 +63,13 @@ class RunReport {
 
   RunKind kind_;
   std::span<const GroupInfo> groups_;
-  const HomeRanges& home_;
   const StandIns& stand_ins_;
   const OutputOptions& options_;
   Store* store_;
   Console& console_;
   std::vector<CaptureResult> captures_;
   KernelDrops kernel_drops_;
+  Ipv6Directions directions_;
   std::shared_ptr<Period> interval_;
   std::shared_ptr<Period> run_;  // the intervals before
   Period bucket_;                // for the outputs that take buckets

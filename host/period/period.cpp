@@ -23,9 +23,12 @@ void Period::Add(const IntakeCounts& intake, const Losses& losses) {
 
 void Period::Add(Harvest harvest) {
   exporters_.Merge(harvest.exporters);
-  // The first store is taken as it is: merging costs as much as counting.
+  // The first store is taken as it is: merging costs as much as counting. Flows may have come
+  // before it.
   if (std::exchange(is_fresh_, false)) {
+    FlowBatch flows = store_->TakeFlows();
     store_ = std::move(harvest.store);
+    store_->MoveFlows(std::move(flows));
   } else {
     store_->Merge(std::move(*harvest.store));
   }

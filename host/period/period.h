@@ -30,6 +30,11 @@ class Period {
   void Add(const IntakeCounts& intake, const Losses& losses);
   void Add(Harvest harvest);
   void Add(const std::vector<Harvest>& harvests);
+  // Adds flows that are in no harvest.
+  void AddFlows(const FlowBatch& flows) { store_->AddFlows(flows); }
+  void AddShownFlows(const FlowBatch& flows, bool have_ends) {
+    store_->AddShownFlows(flows, have_ends);
+  }
   // Adds what another period holds.
   void Add(const Period& other);
   // Prune lets the smallest keys go where there are more than a long run keeps.

@@ -1,10 +1,12 @@
 #include "host/period/reporter.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace flow::host {
 
-Reporter::Reporter(Handler handler) : handler_(std::move(handler)), thread_([this] { Loop(); }) {}
+Reporter::Reporter(Handler handler, EarlyHandler early)
+    : handler_(std::move(handler)), early_(std::move(early)), thread_([this] { Loop(); }) {}
 
 Reporter::~Reporter() { End(); }
 
@@ -37,9 +39,29 @@ void Reporter::Take(Round* round, Lane* lane) {
   if (--round->awaited == 0) changed_.notify_all();
 }
 
+void Reporter::TakeFlowsEarly(Lanes& lanes) {
+  constexpr std::size_t kMostFlows = std::size_t{1} << 18;  // some 60 MB
+  lanes.HandOutFlows(kMostFlows, [this](const Lane& lane, EarlyFlows flows) {
+    TakeEarly(lane, std::move(flows));
+  });
+}
+
+// A lane that has yet to come to a tick which was begun hands out what belongs to that tick.
+void Reporter::TakeEarly(const Lane& lane, EarlyFlows flows) {
+  const std::lock_guard lock(mutex_);
+  const auto at = static_cast<std::size_t>(lane.number() - 1);
+  const auto awaited = std::ranges::find_if(rounds_, [at](const auto& round) {
+    return round->awaited > 0 && round->harvests[at].store == nullptr;
+  });
+  const auto round =
+      awaited == rounds_.end() ? rounds_.emplace_back(std::make_shared<Round>()) : *awaited;
+  round->early.push_back(std::move(flows));
+  changed_.notify_all();
+}
+
 bool Reporter::IsBusy() {
   const std::lock_guard lock(mutex_);
-  return !rounds_.empty();
+  return std::ranges::any_of(rounds_, [](const auto& round) { return round->tick.has_value(); });
 }
 
 void Reporter::Wait() {
@@ -54,9 +76,9 @@ bool Reporter::WaitBy(Clock::time_point deadline) {
 
 void Reporter::FinishHere(Lanes& lanes, const Tick& last) {
   End();
-  for (std::vector<Harvest> harvests; std::optional<Tick> tick = TakeRound(&harvests);) {
-    tick->is_last = false;  // the last tick is
-    handler_(*tick, std::move(harvests));
+  while (const std::shared_ptr<Round> round = TakeRound()) {
+    if (round->tick) round->tick->is_last = false;  // the last tick is
+    Handle(round.get());
   }
   std::vector<Harvest> harvests;
   lanes.EachAtRest([&](Lane& lane) { harvests.push_back(lane.Reap()); });
@@ -64,15 +86,22 @@ void Reporter::FinishHere(Lanes& lanes, const Tick& last) {
 }
 
 // What lanes that do not rest hand out later goes nowhere.
-std::optional<Tick> Reporter::TakeRound(std::vector<Harvest>* harvests) {
+std::shared_ptr<Reporter::Round> Reporter::TakeRound() {
   const std::lock_guard lock(mutex_);
-  if (rounds_.empty()) return std::nullopt;
-  Round& round = *rounds_.front();
-  *harvests = std::exchange(round.harvests, std::vector<Harvest>(round.harvests.size()));
-  std::erase_if(*harvests, [](const Harvest& harvest) { return harvest.store == nullptr; });
-  Tick tick = round.tick;
+  if (rounds_.empty()) return nullptr;
+  const auto round = std::make_shared<Round>();
+  Round& begun = *rounds_.front();
+  round->tick = begun.tick;
+  round->early = std::exchange(begun.early, {});
+  round->harvests = std::exchange(begun.harvests, std::vector<Harvest>(begun.harvests.size()));
+  std::erase_if(round->harvests, [](const Harvest& harvest) { return harvest.store == nullptr; });
   rounds_.pop_front();
-  return tick;
+  return round;
+}
+
+void Reporter::Handle(Round* round) {
+  for (EarlyFlows& flows : round->early) early_(std::move(flows));
+  if (round->tick) handler_(*round->tick, std::move(round->harvests));
 }
 
 void Reporter::Loop() {
@@ -83,7 +112,7 @@ void Reporter::Loop() {
     if (!has_whole()) return;
     const std::shared_ptr<Round> round = rounds_.front();
     lock.unlock();
-    handler_(round->tick, std::move(round->harvests));
+    Handle(round.get());
     lock.lock();
     rounds_.pop_front();
     changed_.notify_all();

@@ -32,7 +32,9 @@ class Reporter {
  public:
   using Handler = std::function<void(const Tick& tick, std::vector<Harvest> harvests)>;
 
-  explicit Reporter(Handler handler);
+  using EarlyHandler = std::function<void(EarlyFlows flows)>;
+
+  Reporter(Handler handler, EarlyHandler early);
   ~Reporter();
   Reporter(const Reporter&) = delete;
   Reporter& operator=(const Reporter&) = delete;
@@ -40,7 +42,12 @@ class Reporter {
   // Reap has every lane hand out what it counted until now; it is handled once all have.
   void Reap(Lanes& lanes, Tick tick);
 
-  // IsBusy tells whether something is still to be handled; Wait waits until nothing is.
+  // TakeFlowsEarly has the lanes hand out flows before a tick where they hold many: a lane stays
+  // small, and the flows are handled while it goes on, before the tick that it comes to next.
+  // Before the first datagram.
+  void TakeFlowsEarly(Lanes& lanes);
+
+  // IsBusy tells whether a tick is still to be handled; Wait waits until nothing is.
   [[nodiscard]] bool IsBusy();
   void Wait();
   using Clock = std::chrono::steady_clock;
@@ -51,19 +58,23 @@ class Reporter {
   void FinishHere(Lanes& lanes, const Tick& last);
 
  private:
-  // What the lanes hand out at a tick.
+  // What the lanes hand out at a tick, or some flows before it.
   struct Round {
-    Tick tick;
+    std::optional<Tick> tick;
     std::vector<Harvest> harvests;  // by lane, whichever is done first: so it reads the same again
     std::size_t awaited = 0;
+    std::vector<EarlyFlows> early;
   };
 
   void Take(Round* round, Lane* lane);
-  std::optional<Tick> TakeRound(std::vector<Harvest>* harvests);
+  void TakeEarly(const Lane& lane, EarlyFlows flows);
+  std::shared_ptr<Round> TakeRound();
+  void Handle(Round* round);
   void Loop();
   void End();
 
   Handler handler_;
+  EarlyHandler early_;
   std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<std::shared_ptr<Round>>

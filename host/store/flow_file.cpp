@@ -226,6 +226,12 @@ std::int64_t FlowFile::TextId(std::string_view text) {
 
 std::uint64_t FlowFile::Commit(std::int64_t minute, const NotKept& not_kept) {
   Begin();
+  if (rows_ > rows_before_ && minute_ != minute) {
+    database_.Prepare("UPDATE flows SET minute = ? WHERE rowid > ?")
+        .Bind(1, minute)
+        .Bind(2, rows_before_)
+        .Run();
+  }
   database_
       .Prepare(
           "INSERT INTO minutes VALUES (?, ?, ?, ?, ?, ?) ON CONFLICT DO UPDATE SET last_row = "

@@ -37,7 +37,8 @@ class FlowFile {
   // Write adds flows to a minute, whose transaction begins with the first of them, and gives their
   // sum.
   NotKept Write(std::int64_t minute, const FlowBatch& batch);
-  // Commit ends a minute; its rows count from here. The result is how many it has now.
+  // Commit ends a minute, of which all rows are since the last one; they count from here. The
+  // result is how many there are.
   std::uint64_t Commit(std::int64_t minute, const NotKept& not_kept);
   void Rollback();
 

@@ -21,8 +21,8 @@ constexpr std::uint64_t kMostFlows = 4'000'000;
 // And so many minutes that could not be written.
 constexpr std::size_t kMostMinutes = 60;
 
-std::int64_t BucketOf(const Tick& tick) {
-  return (tick.to - 1) / kMicrosPerSecond / kMinuteSeconds * kMinuteSeconds;
+std::int64_t BucketOf(Timestamp time) {
+  return time / kMicrosPerSecond / kMinuteSeconds * kMinuteSeconds;
 }
 
 // Readable, but without names: those stand in a table of their own.
@@ -87,7 +87,7 @@ void Store::WaitAWhile() {
   static_cast<void>(writer_.FinishBy(Writer::Clock::now() + kWhile));
 }
 
-void Store::TakeFlows(const Tick& tick, FlowBatch flows) {
+void Store::TakeFlows(Timestamp time, FlowBatch flows) {
   const std::uint64_t count = flows.table.size();
   if (count == 0) return;
   const auto is_full = [&] { return flows_waiting_ > 0 && flows_waiting_ + count > kMostFlows; };
@@ -101,7 +101,7 @@ void Store::TakeFlows(const Tick& tick, FlowBatch flows) {
   }
   flows_waiting_ += count;
   const auto batch = std::make_shared<FlowBatch>(std::move(flows));
-  Post([this, batch, bucket = BucketOf(tick)] {
+  Post([this, batch, bucket = BucketOf(time)] {
     WriteFlows(bucket, *batch);
     flows_waiting_ -= batch->table.size();
   });
@@ -120,7 +120,7 @@ void Store::Take(const Tick& tick, const std::vector<Harvest>& harvests) {
 
 void Store::EndMinute(const Tick& tick) {
   const auto minute = std::make_shared<StoredMinute>();
-  minute->bucket = BucketOf(tick);
+  minute->bucket = BucketOf(tick.to - 1);
   minute->from = std::exchange(from_, 0) / kMicrosPerSecond;
   minute->to = tick.to / kMicrosPerSecond;
   TakeExporters(minute.get());
@@ -197,7 +197,10 @@ bool Store::Try(Action&& action) {
   }
 }
 
+// What comes before a minute ends is the minute's, whatever its time was.
 void Store::WriteFlows(std::int64_t bucket, const FlowBatch& batch) {
+  if (open_minute_ == 0) open_minute_ = bucket;
+  bucket = open_minute_;
   if (Try([&] {
         OpenFlows(bucket);
         uncommitted_.Add(flows_.Write(bucket, batch));
@@ -227,8 +230,14 @@ void Store::LoseFlows() {
 void Store::WriteMinute(StoredMinute minute, NotKept not_kept) {
   not_kept.Add(std::exchange(lost_, {}));
   if (Try([&] {
+        // Of another hour they are where a clock was set.
+        std::int64_t bucket = std::exchange(open_minute_, 0);
+        if (bucket / kHourSeconds == minute.bucket / kHourSeconds || bucket == 0) {
+          bucket = minute.bucket;
+        }
+        OpenFlows(bucket);
+        minute.flows = flows_.Commit(bucket, not_kept);
         OpenFlows(minute.bucket);
-        minute.flows = flows_.Commit(minute.bucket, not_kept);
       })) {
     uncommitted_ = {};
   } else {

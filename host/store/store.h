@@ -32,9 +32,10 @@ class Store {
   Store(const StoreOptions& options, std::span<const GroupInfo> groups, const StandIns& stand_ins,
         Console& console);
 
-  // TakeFlows takes the flows of a tick, and Take all else that was counted in it; a minute is
-  // written when it ends.
-  void TakeFlows(const Tick& tick, FlowBatch flows);
+  // TakeFlows takes flows that were counted at a time or before it, in the tick that is to come,
+  // and Take all else that was counted in it. Flows are written as they come, but they count when
+  // their minute ends.
+  void TakeFlows(Timestamp time, FlowBatch flows);
   void Take(const Tick& tick, const std::vector<Harvest>& harvests);
 
   // End writes what there is and closes; where whoever counts waits, it is done then. FinishBy
@@ -87,6 +88,7 @@ class Store {
   std::int64_t unwritten_from_ = 0;
   std::int64_t unwritten_to_ = 0;  // 0 for none
   std::int64_t hour_ = 0;          // of the flow file at hand
+  std::int64_t open_minute_ = 0;   // that has flows, and has not ended; 0 for none
   bool is_new_hour_ = false;
   bool in_trouble_ = false;
 

@@ -359,7 +359,10 @@ TEST(Ipv6Directions, AddUpEveryFlow) {
   host.engine.Flush();
   Network network;
   ASSERT_TRUE(ParseNetwork("2001:db8::/32", &network));
-  AddIpv6Directions(HomeRanges({network}), &host.store);
+  const HomeRanges home({network});
+  Ipv6Directions directions(home);
+  directions.Add(host.store.flow_group().table);
+  directions.AddTo(&host.store);
   const auto volume = [&](const std::string& key) {
     return std::pair(host.Value(kTotals, key, 0), host.Value(kTotals, key, 1));
   };
