@@ -1,16 +1,18 @@
 #!/usr/bin/env python3
-"""store_test.py FLOWHOST PLUGIN FLOWGEN: stores as those find them who know only their tables: against what the exporter
+"""store_test.py FLOWHOST PLUGIN FLOWGEN [KILLS]: stores as those find them who know only their tables: against what the exporter
 claims, after restarts and kills in the middle of an hour, and as another user."""
 import os
 import pathlib
 import random
 import sqlite3
+import struct
 import subprocess
 import sys
 import tempfile
 import time
 
 FLOWHOST, PLUGIN, FLOWGEN = sys.argv[1:4]
+KILLS = int(sys.argv[4]) if len(sys.argv) > 4 else 4
 failures = []
 
 
@@ -69,6 +71,15 @@ def rows_of_hour(store, group):
     return counters(store, f"SELECT * FROM {group}_hour ORDER BY bucket, key")
 
 
+def test_early(folder):
+    """lanes hand out flows before the minute ends where they hold many"""
+    capture, claimed = make(folder, "early", 1, "--records", "450000", "--format", "netflow9")
+    run(folder, folder / "early", capture)
+    check_sums("early", folder / "early")
+    expect("early: claimed", counters(folder / "early", "SELECT sum(bytes), sum(packets), sum(records) FROM buckets WHERE "
+                                      "tier = 'minute'"), [(claimed["bytes"], claimed["packets"], claimed["records"])])
+
+
 def test_whole(folder):
     capture, claimed = make(folder, "whole", 130, "--records", "40000", "--format", "mixed")
     run(folder, folder / "whole", capture)
@@ -116,19 +127,42 @@ def test_restart(folder):
     expect("rebuilt: told", counters(folder / "three", "SELECT rebuilt FROM buckets WHERE tier = 'hour'"), [(1,), (0,)])
 
 
+def later(capture, hours):
+    """the capture as it would be so many hours later"""
+    data = bytearray(capture.read_bytes())
+    at = 24
+    while at < len(data):
+        seconds, _, length, _ = struct.unpack_from("<IIII", data, at)
+        struct.pack_into("<I", data, at, seconds + hours * 3600)
+        at += 16 + length
+    moved = capture.with_name("later.pcap")
+    moved.write_bytes(data)
+    return moved
+
+
 def test_kills(folder):
+    """after each kill the store opens, no bucket is half, and what is missing is a gap"""
     capture, _ = make(folder, "long", 600, "--records", "60000")
-    random.seed(1)
-    for _ in range(4):
-        process = subprocess.Popen(replay(folder, folder / "killed", capture), stdout=subprocess.DEVNULL)
-        time.sleep(random.uniform(0.3, 1.5))
+    store = folder / "killed"
+    random.seed(KILLS)
+    for number in range(KILLS):
+        moved = later(capture, 11 * number)
+        process = subprocess.Popen(replay(folder, store, moved), stdout=subprocess.DEVNULL)
+        time.sleep(random.uniform(0.1, 0.9))
         process.kill()
         process.wait()
-    run(folder, folder / "killed", capture)
-    check_sums("killed", folder / "killed")
-    expect("killed: sound", counters(folder / "killed", "PRAGMA integrity_check"), [("ok",)])
-    ends = counters(folder / "killed", "SELECT how FROM runs ORDER BY run")
-    expect("killed: runs", (ends[-1], {how for how, in ends[:-1]} - {"killed", "end"}), (("end",), set()))
+        # What one database has and the other has not goes at the next start: here with a capture of nothing.
+        (folder / "nothing.pcap").write_bytes(capture.read_bytes()[:24])
+        run(folder, store, folder / "nothing.pcap")
+        expect(f"killed {number}: sound", counters(store, "PRAGMA integrity_check"), [("ok",)])
+        check_sums(f"killed {number}", store, tiers=("minute",))
+    run(folder, store, later(capture, 11 * KILLS))
+    check_sums("killed", store)
+    ends = [how for how, in counters(store, "SELECT how FROM runs ORDER BY run")]
+    expect("killed: runs", (ends[-1], set(ends[:-1]) - {"killed", "end"}), ("end", set()))
+    gaps = counters(store, "SELECT count(*) FROM gaps WHERE reason = 'killed'")[0][0]
+    expect("killed: gaps", gaps, ends.count("killed"))
+    print(f"{KILLS} kills, {ends.count('killed')} of them in the middle of a run")
 
 
 def test_other_user(folder):
@@ -148,7 +182,7 @@ def test_other_user(folder):
 def main():
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
-        for test in (test_whole, test_restart, test_kills, test_other_user):
+        for test in (test_whole, test_early, test_restart, test_kills, test_other_user):
             test(folder)
     print("\n".join(failures) or "as it should be")
     return 1 if failures else 0
