@@ -14,13 +14,24 @@ void FlowFiles::Trim(std::int64_t hour, std::int64_t rows) {
   file.Close();
 }
 
+// Made aside and renamed: who reads meets it with its tables, or not at all.
+void FlowFiles::MakeFlowFile(const std::string& path, std::int64_t hour) {
+  const std::string draft = path + ".new";
+  DropFile(draft);
+  MakeFile(draft);
+  Database database = Database::ToWrite(draft, options_.sync());
+  CreateFlowFile(&database, hour);
+  database.CloseWritten();
+  std::filesystem::rename(draft, path);
+}
+
 bool FlowFiles::Open(std::int64_t bucket) {
   const std::int64_t hour = HourOf(bucket);
   if (file_ && file_->hour() == hour) return false;
   Close();
   file_.reset();
   const std::string path = FlowFilePath(options_.directory, hour);
-  MakeFile(path);
+  if (!std::filesystem::exists(path)) MakeFlowFile(path, hour);
   file_.emplace(path, options_.sync(), hour, stand_ins_);
   return true;
 }

@@ -40,6 +40,7 @@ class FlowFiles {
   [[nodiscard]] const FlowFile* file() const { return file_ ? &*file_ : nullptr; }
 
  private:
+  void MakeFlowFile(const std::string& path, std::int64_t hour);
   static std::int64_t HourOf(std::int64_t bucket) { return bucket / kHourSeconds * kHourSeconds; }
   static std::int64_t Minute(std::int64_t bucket) { return bucket % kHourSeconds / kMinuteSeconds; }
 

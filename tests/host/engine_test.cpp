@@ -359,8 +359,8 @@ TEST(Ipv6Directions, AddUpEveryFlow) {
   host.engine.Flush();
   Network network;
   ASSERT_TRUE(ParseNetwork("2001:db8::/32", &network));
-  const HomeRanges home({network});
-  Ipv6Directions directions(home);
+  const HomeRanges ranges({network});
+  Ipv6Directions directions(ranges);
   directions.Add(host.store.flow_group().table);
   directions.AddTo(&host.store);
   const auto volume = [&](const std::string& key) {
