@@ -10,6 +10,7 @@
 #include <thread>
 #include <utility>
 
+#include "host/store/read_limit.h"
 #include "host/store/schema.h"
 
 namespace flow::host {
@@ -230,7 +231,10 @@ ScanResult ScanFlows(const std::string& directory, const ScanQuestion& question,
   Scan scan(directory, question);
   std::vector<std::thread> threads;
   for (std::size_t i = 1; i < takers.size(); ++i) {
-    threads.emplace_back([&scan, taker = takers[i]] { scan.Run(taker); });
+    threads.emplace_back([&scan, taker = takers[i], limit = ReadLimit::Current()] {
+      const ReadLimit::Scope scope(limit);
+      scan.Run(taker);
+    });
   }
   scan.Run(takers.front());
   for (std::thread& thread : threads) thread.join();

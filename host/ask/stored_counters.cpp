@@ -69,10 +69,21 @@ StoredCounters::StoredCounters(const std::string& directory)
   }
 }
 
-std::vector<StoredGroup> StoredCounters::Groups(const std::string& name) {
-  std::vector<std::string> known;
+std::vector<std::string> StoredCounters::GroupIds() {
+  std::vector<std::string> ids;
   Statement list = database_.Prepare("SELECT group_id FROM groups ORDER BY place");
-  while (list.Step()) known.emplace_back(list.Text(0));
+  while (list.Step()) ids.emplace_back(list.Text(0));
+  return ids;
+}
+
+std::vector<StoredGroup> StoredCounters::AllGroups() {
+  std::vector<StoredGroup> groups;
+  for (const std::string& id : GroupIds()) groups.push_back(Describe(id));
+  return groups;
+}
+
+std::vector<StoredGroup> StoredCounters::Groups(const std::string& name) {
+  const std::vector<std::string> known = GroupIds();
   std::vector<std::string_view> wanted{name};
   for (const Alias& alias : kAliases) {
     if (SameWord(alias.name, name)) wanted = {alias.groups[0], alias.groups[1]};

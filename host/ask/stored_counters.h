@@ -59,6 +59,9 @@ class StoredCounters {
   // UsageError names all that there are.
   [[nodiscard]] std::vector<StoredGroup> Groups(const std::string& name);
 
+  // All that the store has, in their order.
+  [[nodiscard]] std::vector<StoredGroup> AllGroups();
+
   // In buckets as long as they fit, but not longer than `most_seconds`, as they are wanted for a
   // line of steps.
   Cover CoverOf(const TimeSpan& span, std::int64_t most_seconds = kDaySeconds);
@@ -82,6 +85,7 @@ class StoredCounters {
   };
   using Buckets = std::map<std::int64_t, Bucket>;
 
+  [[nodiscard]] std::vector<std::string> GroupIds();
   StoredGroup Describe(const std::string& id);
   Buckets BucketsOf(std::size_t tier, const TimeSpan& span);
   std::vector<AnswerGap> GapsOf(const TimeSpan& span);

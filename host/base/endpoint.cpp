@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 
 namespace flow::host {
 
@@ -26,6 +27,21 @@ std::string IpAddress::Text() const {
   char text[INET6_ADDRSTRLEN] = "";
   inet_ntop(family_ == Family::kIpv4 ? AF_INET : AF_INET6, bytes_.data(), text, sizeof(text));
   return text;
+}
+
+std::optional<Endpoint> Endpoint::Parse(const std::string& text) {
+  const std::size_t colon = text.rfind(':');
+  if (colon == std::string::npos) return std::nullopt;
+  const char* const end = text.data() + text.size();
+  Endpoint parsed;
+  const auto [stop, error] = std::from_chars(text.data() + colon + 1, end, parsed.port);
+  const bool is_bracketed = text[0] == '[' && colon >= 2 && text[colon - 1] == ']';
+  const auto address =
+      IpAddress::Parse(is_bracketed ? text.substr(1, colon - 2) : text.substr(0, colon));
+  if (error != std::errc() || stop != end || !address) return std::nullopt;
+  if (is_bracketed != (address->family() == Family::kIpv6)) return std::nullopt;
+  parsed.address = *address;
+  return parsed;
 }
 
 std::string Endpoint::Text() const {

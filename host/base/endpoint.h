@@ -63,6 +63,9 @@ struct Endpoint {
   IpAddress address;
   std::uint16_t port = 0;
 
+  // Parse reads what Text writes.
+  static std::optional<Endpoint> Parse(const std::string& text);
+
   // "192.0.2.1:2055", "[2001:db8::1]:2055".
   [[nodiscard]] std::string Text() const;
 

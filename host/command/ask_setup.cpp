@@ -50,9 +50,4 @@ std::string AskSetup::OpenStore(const AskOptions& options) {
   return captures_.emplace(options.read).directory();
 }
 
-int AskSetup::Show(const Answer& answer) const {
-  PrintAnswer(answer, view_, stdout);
-  return kExitOk;
-}
-
 }  // namespace flow::host

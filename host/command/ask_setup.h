@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <utility>
 
 #include "host/ask/answer.h"
 #include "host/ask/key_names.h"
@@ -23,8 +24,8 @@ class AskSetup {
   [[nodiscard]] const AnswerView& view() const { return view_; }
   [[nodiscard]] std::int64_t now() const { return now_; }
 
-  // Show prints the answer; the exit status.
-  [[nodiscard]] int Show(const Answer& answer) const;
+  // Give puts the answer together with how it is to be shown.
+  [[nodiscard]] Answered Give(Answer answer) const { return {std::move(answer), view_}; }
 
  private:
   std::string OpenStore(const AskOptions& options);

@@ -10,6 +10,7 @@
 #include "host/base/error.h"
 #include "host/command/describe.h"
 #include "host/command/store_line.h"
+#include "host/command/web_line.h"
 #include "host/names/group_catalog.h"
 
 namespace flow::host {
@@ -25,6 +26,7 @@ constexpr char kExamples[] =
     "  flowhost replay --top 20 --group hosts --group flows router.pcap\n"
     "  flowhost listen --state /var/lib/flowhost\n"
     "  flowhost store --store /var/lib/flowhost/store\n"
+    "  flowhost serve --store /var/lib/flowhost/store\n"
     "  flowhost check-config /etc/flowhost\n"
     "  flowhost info\n"
     "\n"
@@ -258,10 +260,11 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   app.failure_message([](const CLI::App*, const CLI::Error& error) {
     const bool no_command = std::string_view(error.what()) == "A subcommand is required";
     return fmt::format("flowhost: {}\nRun flowhost --help for how it is used.\n",
-                       no_command ? "a command is required: replay, listen, store, top, flows, "
-                                    "series, losses, exporters, "
-                                    "compare, check-config or info"
-                                  : error.what());
+                       no_command
+                           ? "a command is required: replay, listen, store, serve, top, flows, "
+                             "series, losses, exporters, "
+                             "compare, check-config or info"
+                           : error.what());
   });
   app.set_version_flag("--version", fmt::format("flowhost {}", BuildText()));
 
@@ -308,6 +311,9 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
       ->required()
       ->type_name("DIR");
 
+  ServeOptions serve;
+  const CLI::App* const serve_app = AddServe(&app, &serve);
+
   InfoOptions info;
   CLI::App* const info_app = app.add_subcommand(
       "info", "Tell what the plug-in offers: components, protocols, ports, groups, meters");
@@ -327,6 +333,7 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   if (check_app->parsed()) return check;
   if (const auto question = ask.Parsed()) return *question;
   if (store_app->parsed()) return store;
+  if (serve_app->parsed()) return serve;
   return info;
 }
 

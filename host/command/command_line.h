@@ -6,11 +6,12 @@
 
 #include "host/command/ask_command_line.h"
 #include "host/command/options.h"
+#include "host/command/web_options.h"
 
 namespace flow::host {
 
 using Command = std::variant<ReplayOptions, ListenOptions, InfoOptions, CheckConfigOptions,
-                             AskCommand, StoreCommandOptions>;
+                             AskCommand, StoreCommandOptions, ServeOptions>;
 
 // ParseCommandLine gives the command. Help and errors are printed here; then there is no command
 // and *status is the exit status.

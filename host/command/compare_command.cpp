@@ -8,14 +8,14 @@
 
 namespace flow::host {
 
-int RunCompare(const CompareOptions& options) {
+Answered AnswerCompare(const CompareOptions& options) {
   AskSetup setup(options.ask, kHourSeconds);
   const Zone& zone = setup.view().zone;
   const TimeSpan against = ResolveAgainst(options.against, setup.span(), setup.now(), zone);
   if (!options.new_peers) {
     if (!options.of.empty()) throw UsageError("--of goes with --new-peers");
     const CompareQuestion question{options.group, options.ask.by, options.ask.top};
-    return setup.Show(
+    return setup.Give(
         AskCompare(setup.counters(), question, setup.span(), against, setup.names(), zone));
   }
   const auto host = IpAddress::Parse(options.of);
@@ -24,7 +24,7 @@ int RunCompare(const CompareOptions& options) {
         "--new-peers asks for hosts, and --of for the address of one: compare hosts "
         "--of 10.0.0.5 --new-peers");
   }
-  return setup.Show(AskNewPeers(setup.counters(), *host, options.ask.top, setup.span(), against,
+  return setup.Give(AskNewPeers(setup.counters(), *host, options.ask.top, setup.span(), against,
                                 setup.names(), zone));
 }
 

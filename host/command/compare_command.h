@@ -2,9 +2,10 @@
 #pragma once
 
 #include "host/command/ask_options.h"
+#include "host/output/answers.h"
 
 namespace flow::host {
 
-int RunCompare(const CompareOptions& options);
+Answered AnswerCompare(const CompareOptions& options);
 
 }  // namespace flow::host

@@ -5,9 +5,9 @@
 
 namespace flow::host {
 
-int RunExporters(const ExportersOptions& options) {
+Answered AnswerExporters(const ExportersOptions& options) {
   AskSetup setup(options.ask, kDaySeconds);
-  return setup.Show(AskExporters(setup.counters(), setup.span(), setup.names(), setup.view().zone));
+  return setup.Give(AskExporters(setup.counters(), setup.span(), setup.names(), setup.view().zone));
 }
 
 }  // namespace flow::host

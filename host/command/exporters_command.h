@@ -2,9 +2,10 @@
 #pragma once
 
 #include "host/command/ask_options.h"
+#include "host/output/answers.h"
 
 namespace flow::host {
 
-int RunExporters(const ExportersOptions& options);
+Answered AnswerExporters(const ExportersOptions& options);
 
 }  // namespace flow::host

@@ -5,18 +5,14 @@
 #include <exception>
 
 #include "host/base/error.h"
+#include "host/command/ask_store.h"
 #include "host/command/check_config_command.h"
 #include "host/command/command_line.h"
-#include "host/command/compare_command.h"
-#include "host/command/exporters_command.h"
-#include "host/command/flows_command.h"
 #include "host/command/info_command.h"
 #include "host/command/listen_command.h"
-#include "host/command/losses_command.h"
 #include "host/command/replay_command.h"
-#include "host/command/series_command.h"
+#include "host/command/serve_command.h"
 #include "host/command/store_command.h"
-#include "host/command/top_command.h"
 
 namespace flow::host {
 namespace {
@@ -26,15 +22,12 @@ int Run(const ListenOptions& options) { return RunListen(options); }
 int Run(const InfoOptions& options) { return RunInfo(options); }
 int Run(const CheckConfigOptions& options) { return RunCheckConfig(options); }
 int Run(const StoreCommandOptions& options) { return RunStore(options); }
+int Run(const ServeOptions& options) { return RunServe(options); }
 
-int Ask(const TopOptions& options) { return RunTop(options); }
-int Ask(const FlowsOptions& options) { return RunFlows(options); }
-int Ask(const SeriesOptions& options) { return RunSeries(options); }
-int Ask(const LossesOptions& options) { return RunLosses(options); }
-int Ask(const ExportersOptions& options) { return RunExporters(options); }
-int Ask(const CompareOptions& options) { return RunCompare(options); }
 int Run(const AskCommand& command) {
-  return std::visit([](const auto& options) { return Ask(options); }, command);
+  const Answered answered = AskStore(command);
+  PrintAnswer(answered.answer, answered.view, stdout);
+  return kExitOk;
 }
 
 int Tell(const std::exception& error, int status) {

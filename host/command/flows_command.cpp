@@ -8,7 +8,7 @@
 
 namespace flow::host {
 
-int RunFlows(const FlowsOptions& options) {
+Answered AnswerFlows(const FlowsOptions& options) {
   FlowsQuestion question;
   question.filter_text = options.filter;
   question.filter = ParseFilter(options.filter);
@@ -23,7 +23,7 @@ int RunFlows(const FlowsOptions& options) {
     throw UsageError("--step: there are steps of sums alone, with --group-by");
   }
   AskSetup setup(options.ask, kHourSeconds);
-  return setup.Show(AskFlows(setup.counters(), question, setup.span(), setup.names()));
+  return setup.Give(AskFlows(setup.counters(), question, setup.span(), setup.names()));
 }
 
 }  // namespace flow::host

@@ -2,9 +2,10 @@
 #pragma once
 
 #include "host/command/ask_options.h"
+#include "host/output/answers.h"
 
 namespace flow::host {
 
-int RunFlows(const FlowsOptions& options);
+Answered AnswerFlows(const FlowsOptions& options);
 
 }  // namespace flow::host

@@ -5,9 +5,9 @@
 
 namespace flow::host {
 
-int RunLosses(const LossesOptions& options) {
+Answered AnswerLosses(const LossesOptions& options) {
   AskSetup setup(options.ask, kDaySeconds);
-  return setup.Show(AskLosses(setup.counters(), setup.span(), setup.names()));
+  return setup.Give(AskLosses(setup.counters(), setup.span(), setup.names()));
 }
 
 }  // namespace flow::host

@@ -2,9 +2,10 @@
 #pragma once
 
 #include "host/command/ask_options.h"
+#include "host/output/answers.h"
 
 namespace flow::host {
 
-int RunLosses(const LossesOptions& options);
+Answered AnswerLosses(const LossesOptions& options);
 
 }  // namespace flow::host

@@ -25,7 +25,7 @@ std::string StoredKey(const std::string& group, const std::string& key) {
 
 }  // namespace
 
-int RunSeries(const SeriesOptions& options) {
+Answered AnswerSeries(const SeriesOptions& options) {
   SeriesQuestion question;
   question.group = options.group;
   question.key = StoredKey(options.group, options.key);
@@ -42,7 +42,7 @@ int RunSeries(const SeriesOptions& options) {
   question.by_packets = options.ask.by == "packets";
   question.step = ParseStep(options.step);
   AskSetup setup(options.ask, kHourSeconds);
-  return setup.Show(AskSeries(setup.counters(), question, setup.span()));
+  return setup.Give(AskSeries(setup.counters(), question, setup.span()));
 }
 
 }  // namespace flow::host

@@ -2,9 +2,10 @@
 #pragma once
 
 #include "host/command/ask_options.h"
+#include "host/output/answers.h"
 
 namespace flow::host {
 
-int RunSeries(const SeriesOptions& options);
+Answered AnswerSeries(const SeriesOptions& options);
 
 }  // namespace flow::host

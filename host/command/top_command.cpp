@@ -7,7 +7,7 @@
 
 namespace flow::host {
 
-int RunTop(const TopOptions& options) {
+Answered AnswerTop(const TopOptions& options) {
   AskSetup setup(options.ask, kHourSeconds);
   TopQuestion question;
   question.group = options.group;
@@ -18,7 +18,7 @@ int RunTop(const TopOptions& options) {
     throw UsageError("--step: what each had step by step is shown with --json alone");
   }
   question.wants_lines = setup.view().is_terminal && options.ask.form == AnswerForm::kText;
-  return setup.Show(AskTop(setup.counters(), question, setup.span(), setup.names()));
+  return setup.Give(AskTop(setup.counters(), question, setup.span(), setup.names()));
 }
 
 }  // namespace flow::host

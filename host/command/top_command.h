@@ -2,9 +2,10 @@
 #pragma once
 
 #include "host/command/ask_options.h"
+#include "host/output/answers.h"
 
 namespace flow::host {
 
-int RunTop(const TopOptions& options);
+Answered AnswerTop(const TopOptions& options);
 
 }  // namespace flow::host

@@ -67,7 +67,7 @@ Json LossJson(const AnswerLoss& loss) {
 }  // namespace
 
 // Times are seconds since 1970, but for those of flows, which are milliseconds.
-void PrintJson(const Answer& answer, const AnswerView& view, std::FILE* out) {
+std::string JsonText(const Answer& answer, const AnswerView& view) {
   Json root{{"what", answer.what}};
   if (answer.span) {
     root.update(SpanJson(*answer.span));
@@ -94,7 +94,11 @@ void PrintJson(const Answer& answer, const AnswerView& view, std::FILE* out) {
   for (const AnswerLoss& loss : answer.losses) root["losses"].push_back(LossJson(loss));
   if (!answer.notes.empty()) root["notes"] = answer.notes;
   // Texts from the wire may be no UTF-8 at all.
-  fmt::print(out, "{}\n", root.dump(1, ' ', false, Json::error_handler_t::replace));
+  return root.dump(1, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
+void PrintJson(const Answer& answer, const AnswerView& view, std::FILE* out) {
+  fmt::print(out, "{}", JsonText(answer, view));
 }
 
 }  // namespace flow::host

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
+#include <string>
 
 #include "host/ask/answer.h"
 #include "host/ask/times.h"
@@ -19,8 +21,16 @@ struct AnswerView {
   std::size_t width = 80;
 };
 
+struct Answered {
+  Answer answer;
+  AnswerView view;
+};
+
 // ViewOf tells whether a stream is a terminal, and how wide.
 AnswerView ViewOf(std::FILE* out);
+
+// JsonText is an answer as JSON, with a line end behind it.
+std::string JsonText(const Answer& answer, const AnswerView& view);
 
 void PrintAnswer(const Answer& answer, const AnswerView& view, std::FILE* out);
 

@@ -1,0 +1,11 @@
+// In place of what answers over HTTP, where it is left out of the build.
+#include "host/base/error.h"
+#include "host/command/serve_command.h"
+
+namespace flow::host {
+
+int RunServe(const ServeOptions& /*options*/) {
+  throw UsageError("this flowhost was built without what answers over HTTP (FLOW_WEB)");
+}
+
+}  // namespace flow::host

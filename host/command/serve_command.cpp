@@ -1,0 +1,43 @@
+#include "host/command/serve_command.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+
+#include <csignal>
+
+#include "flowhandlers/host_interfaces.h"
+#include "host/ask/stored_counters.h"
+#include "host/base/console.h"
+#include "host/base/error.h"
+#include "host/command/signals.h"
+#include "host/command/web_site.h"
+#include "host/web/http_server.h"
+
+namespace flow::host {
+namespace {
+
+void AwaitEnd(Signals* signals) {
+  for (;;) {
+    pollfd polled{signals->descriptor(), POLLIN, 0};
+    poll(&polled, 1, -1);
+    while (const std::optional<int> signal = signals->Take()) {
+      if (*signal == SIGINT || *signal == SIGTERM) return;
+    }
+  }
+}
+
+}  // namespace
+
+int RunServe(const ServeOptions& options) {
+  Signals signals;  // before any thread
+  Console console(kLogWarning);
+  StoredCounters(options.web.store);  // or HostError
+  const WebSite site(options.web, false);
+  const HttpServer server(options.web.http,
+                          [&site](const HttpRequest& request) { return site.Answer(request); });
+  console.Notice(fmt::format("http://{}/ shows {}", server.endpoint().Text(), options.web.store));
+  AwaitEnd(&signals);
+  return kExitOk;
+}
+
+}  // namespace flow::host

@@ -1,0 +1,62 @@
+#include "host/command/web_line.h"
+
+#include <CLI/CLI.hpp>
+
+namespace flow::host {
+namespace {
+
+constexpr char kServeExamples[] =
+    "It only reads. /api/top, /api/flows, ... take the options of the commands of the same names\n"
+    "and answer with their JSON; docs/http.md has them.\n"
+    "\n"
+    "Examples:\n"
+    "  flowhost serve --store /var/lib/flowhost/store       http://127.0.0.1:8055/ in a browser\n"
+    "  flowhost serve --store DIR --http 192.0.2.1:8055 --http-user /etc/flowhost/users\n"
+    "                                                       for others too, with a password";
+
+void AddHttpOptions(CLI::App* app, HttpOptions* options, const char* help) {
+  app->add_option_function<std::string>(
+         "--http",
+         [options](const std::string& text) {
+           options->listen = Endpoint::Parse(text);
+           if (options->listen) return;
+           throw CLI::ValidationError(
+               "--http", text + " is no address and port such as 127.0.0.1:8055 or [::1]:8055");
+         },
+         help)
+      ->type_name("ADDRESS:PORT");
+  app->add_option("--http-user", options->users,
+                  "File of those who may ask, lines NAME:HASH as mkpasswd makes hashes (default: "
+                  "everybody on this machine)")
+      ->type_name("FILE");
+  app->add_flag("--http-open", options->is_open,
+                "Let everybody who reaches the address ask, without a password");
+  app->add_option("--http-host", options->hosts,
+                  "A further name that browsers may reach a loopback address by, as behind a "
+                  "proxy; repeatable (default: localhost and the address)")
+      ->type_name("NAME")
+      ->allow_extra_args(false);
+}
+
+}  // namespace
+
+CLI::App* AddServe(CLI::App* app, ServeOptions* options) {
+  CLI::App* const serve =
+      app->add_subcommand("serve", "Show a store in a browser, and answer questions over HTTP");
+  serve->footer(kServeExamples);
+  serve->add_option("--store", options->web.store, "The directory of the store")
+      ->required()
+      ->type_name("DIR");
+  options->web.http.listen = Endpoint{IpAddress::Ipv4(0x7F000001), 8055};
+  AddHttpOptions(serve, &options->web.http, "Where to listen (default: 127.0.0.1:8055)");
+  serve->add_option("--names", options->web.names, "File of names, as the questions have it")
+      ->type_name("FILE");
+  serve
+      ->add_option("--geo", options->web.geo,
+                   "Database of countries and AS numbers, as the questions have it; repeatable")
+      ->type_name("FILE")
+      ->allow_extra_args(false);
+  return serve;
+}
+
+}  // namespace flow::host

@@ -1,0 +1,15 @@
+// The options of what answers over HTTP, for the commands that have it.
+#pragma once
+
+#include "host/command/web_options.h"
+
+namespace CLI {
+class App;
+}
+
+namespace flow::host {
+
+// AddServe adds the command to app; it is given where Parsed.
+CLI::App* AddServe(CLI::App* app, ServeOptions* options);
+
+}  // namespace flow::host

@@ -1,0 +1,23 @@
+// What the web shows, and where.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/web/http_options.h"
+
+namespace flow::host {
+
+// What the questions of the web are answered with.
+struct WebOptions {
+  HttpOptions http;
+  std::string store;             // empty for none
+  std::string names;             // as AskOptions have it
+  std::vector<std::string> geo;  // likewise
+};
+
+struct ServeOptions {
+  WebOptions web;
+};
+
+}  // namespace flow::host
