@@ -30,6 +30,11 @@ void PolicyFile::Hear(std::string_view line) {
   Look(&in_force_);
 }
 
+bool PolicyFile::IsInForce() const {
+  Edition now;
+  return Look(&now) && now == in_force_;
+}
+
 std::string PolicyFile::WhyNotReloaded() const {
   Edition now;
   if (!Look(&now)) return fmt::format("it cannot be read: {}", std::strerror(errno));

@@ -28,6 +28,9 @@ class PolicyFile {
   // How often it has read the file again.
   [[nodiscard]] std::uint64_t reloads() const { return reloads_; }
 
+  // Whether the file is the one that the component has read last.
+  [[nodiscard]] bool IsInForce() const;
+
   // WhyNotReloaded says why the component that was just made to look, where it does so, has kept to
   // what it had read.
   [[nodiscard]] std::string WhyNotReloaded() const;

@@ -8,6 +8,7 @@
 #include "flowhandlers/kit/interface_ptr.h"
 #include "host/base/console.h"
 #include "host/base/files.h"
+#include "host/base/heap_account.h"
 #include "host/border/call_trace.h"
 #include "host/policy/default_policies.h"
 
@@ -22,8 +23,9 @@ Site::Site(const SiteSettings& settings, Console& console, std::string name, lon
       trace_(trace) {}
 
 Status Site::Log(int level, const char* text) {
+  const HeapScope scope(nullptr);
   if (trace_ != nullptr) trace_->Call("Log {} {}", level, Quoted(text));
-  console_.Log(name_, level, text, exporter_);
+  if (!errors_alone_ || level <= kLogError) console_.Log(name_, level, text, exporter_);
   policy_.Hear(text);
   return kStatusOk;
 }

@@ -36,6 +36,9 @@ class Site final : public HostObject<IOmbrelContainer, IID_IOmbrelContainer> {
   // SpeakOf tells whose datagram the component is given, for what it logs meanwhile; null for none.
   void SpeakOf(const IpAddress* exporter) { exporter_ = exporter; }
 
+  // SpeakOfErrorsAlone keeps the log of a component that goes through what others have said.
+  void SpeakOfErrorsAlone(bool alone) { errors_alone_ = alone; }
+
   Status Log(int level, const char* text) override;
   Status GetDataDirectory(char** path) override;
   Status PreparePluginConfigFile(const IID& owner, const char* fileName, char** fullPath) override;
@@ -54,6 +57,7 @@ class Site final : public HostObject<IOmbrelContainer, IID_IOmbrelContainer> {
   CallTrace* trace_;
   const IpAddress* exporter_ = nullptr;
   PolicyFile policy_;
+  bool errors_alone_ = false;
 };
 
 }  // namespace flow::host

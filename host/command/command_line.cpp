@@ -1,13 +1,16 @@
 #include "host/command/command_line.h"
 
+#include <absl/strings/ascii.h>
 #include <absl/strings/match.h>
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
 #include <charconv>
+#include <cstdint>
 
 #include "host/base/build_text.h"
 #include "host/base/error.h"
+#include "host/base/memory_budget.h"
 #include "host/command/describe.h"
 #include "host/command/store_line.h"
 #include "host/command/web_line.h"
@@ -102,6 +105,29 @@ ExtraPort ExtraPortFrom(const std::string& text) {
                                text + " is not of the form PROTOCOL=N, N from 1 to 65535");
   }
   return extra;
+}
+
+// "512M", "2GiB", "1000000000".
+std::size_t MemoryFrom(const std::string& text) {
+  constexpr std::string_view kUnits = "KMGT";
+  std::size_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [after, error] = std::from_chars(text.data(), end, number);
+  std::string_view unit(after, static_cast<std::size_t>(end - after));
+  int shift = 0;
+  if (!unit.empty()) {
+    const std::size_t place = kUnits.find(absl::ascii_toupper(static_cast<unsigned char>(unit[0])));
+    if (place != std::string_view::npos) {
+      shift = 10 * (static_cast<int>(place) + 1);
+      unit.remove_prefix(1);
+    }
+    if (unit == "B" || unit == "iB") unit = {};
+  }
+  const bool fits = error == std::errc() && unit.empty() && number <= SIZE_MAX >> shift;
+  if (!fits || number << shift < kLeastMemory) {
+    throw CLI::ValidationError("--memory", text + " is no size such as 512M or 2G, at least 64M");
+  }
+  return number << shift;
 }
 
 int LogLevelFrom(const std::string& text) {
@@ -229,6 +255,11 @@ void AddListenOptions(CLI::App* app, ListenOptions* options) {
                   "Directory in which templates, and which exporters over IPv6 there are, are kept "
                   "across restarts (default: they are not)")
       ->type_name("DIR");
+  app->add_option_function<std::string>(
+         "--memory", [options](const std::string& text) { options->memory = MemoryFrom(text); },
+         "Memory for what exporters send, as in 512M or 2G; at the limit the least valuable goes, "
+         "counted (default: half of the machine's, at most the control group's)")
+      ->type_name("SIZE");
   app->add_option("--receive-buffer", options->receive_buffer,
                   "Bytes per socket that the kernel is asked to hold (default: 16 MiB)")
       ->type_name("BYTES")

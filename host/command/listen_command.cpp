@@ -13,14 +13,18 @@
 
 #include "host/base/console.h"
 #include "host/base/error.h"
+#include "host/base/heap_account.h"
+#include "host/base/memory_budget.h"
 #include "host/base/number_text.h"
 #include "host/command/exit_watch.h"
 #include "host/command/lane_watch.h"
 #include "host/command/listen_ports.h"
+#include "host/command/memory_watch.h"
 #include "host/command/meter_setup.h"
 #include "host/command/open_store.h"
 #include "host/command/policy_check.h"
 #include "host/command/signals.h"
+#include "host/engine/large_memory.h"
 #include "host/intake/template_archive.h"
 #include "host/output/run_report.h"
 #include "host/period/reporter.h"
@@ -37,11 +41,12 @@ using Clock = std::chrono::steady_clock;
 
 class Listen {
  public:
-  explicit Listen(const ListenOptions& options)
+  Listen(const ListenOptions& options, std::size_t memory)
       : options_(options),
         allowed_(options.allow),
         console_(options.meter.log_level),
         setup_(options.meter, "", console_),
+        memory_watch_(memory, console_),
         output_(options.output),
         schedule_(setup_.catalog().ShortestBucket(),
                   Timestamp{options.interval} * kMicrosPerSecond) {
@@ -59,6 +64,9 @@ class Listen {
   int Run() {
     signals_.OnLate([this] { EndLate(); });
     const ExitWatch watch([this] { PluginEndedProcess(); }, [this] { setup_.lanes().RestHere(); });
+    if (archive_) {
+      setup_.OnUsed([this](const Endpoint& exporter) { archive_->NoteUsed(exporter); });
+    }
     setup_.Start(LaneMode::kDrop);
     if (store_ != nullptr) reporter_.TakeFlowsEarly(setup_.lanes());
     OpenPorts();
@@ -92,6 +100,7 @@ class Listen {
   Console console_;
   MeterSetup setup_;
   LaneWatch lane_watch_{console_, setup_.stand_ins()};
+  MemoryWatch memory_watch_;
   OutputOptions output_;
   Schedule schedule_;
   std::optional<TemplateArchive> archive_;
@@ -108,6 +117,7 @@ class Listen {
   bool failed_ = false;
   bool ending_ = false;
   Clock::time_point next_watch_;
+  Clock::time_point next_policy_check_;
   std::unique_ptr<Store> store_ = OpenStore(options_.store, setup_, console_, StoreMode::kDrop);
   RunReport report_{RunKind::kPeriodic,
                     setup_.catalog().groups(),
@@ -197,6 +207,13 @@ void Listen::Watch() {
   if (now < next_watch_) return;
   next_watch_ = now + std::chrono::seconds(1);
   lane_watch_.Look(setup_.lanes());
+  memory_watch_.Look();
+  constexpr std::chrono::seconds kBetweenChecks(60);
+  if (setup_.lanes().WaitForPolicies() && now >= next_policy_check_) {
+    next_policy_check_ = now + kBetweenChecks;
+    console_.Notice("a meter is to be replaced, and the policies were edited: they are checked");
+    CheckPolicies();
+  }
   report_.Watch();
   templates_.Watch();
   console_.Sum();
@@ -239,13 +256,14 @@ void Listen::TakeCheckResult() {
   if (check_again_) return CheckPolicies();
   if (!*usable) {
     console_.Error(
-        "SIGHUP: nothing is reloaded: a policy cannot be used, see above; the one in force stays");
+        "nothing is reloaded: a policy cannot be used, see above; the one in force stays");
     return;
   }
   setup_.lanes().ForEach([this](Lane& lane) {
     for (const std::string& told : lane.LookAtPolicies(Now())) {
       console_.Notice(fmt::format("SIGHUP: {}", told));
     }
+    if (lane.WaitsForPolicies()) lane.ReplaceMeters(Now());
   });
 }
 
@@ -303,6 +321,7 @@ int Listen::End() {
                                Thousands(waiting), waiting == 1 ? " is" : "s are"));
   }
   if (ports_.empty()) console_.Error("no socket is left");
+  memory_watch_.TellAll();
   failed_ = failed_ || ports_.HasFailed() || ports_.empty() || !left.empty() || !is_stored ||
             !report_.Succeeded() || !templates_.Succeeded();
   const int status = failed_ ? kExitTrouble : kExitOk;
@@ -360,6 +379,12 @@ void Listen::EndLate() {
 
 }  // namespace
 
-int RunListen(const ListenOptions& options) { return Listen(options).Run(); }
+int RunListen(const ListenOptions& options) {
+  const std::size_t memory = options.memory == 0 ? DefaultMemory() : options.memory;
+  KeepHeapSmall(memory);
+  KeepSpareMemory(std::min(memory / 16, std::size_t{256} << 20));
+  ShareMemory(memory, static_cast<std::size_t>(options.meter.instances));
+  return Listen(options, memory).Run();
+}
 
 }  // namespace flow::host

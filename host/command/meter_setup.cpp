@@ -69,8 +69,9 @@ void MeterSetup::TeachTraceNames() {
 }
 
 void MeterSetup::Start(LaneMode mode) {
-  const LaneParts parts{library_.package(), components_, catalog_.groups(),          site_settings_,
-                        channels_,          console_,    trace_ ? &*trace_ : nullptr};
+  const LaneParts parts{
+      library_.package(), components_, catalog_.groups(),           site_settings_,
+      channels_,          console_,    trace_ ? &*trace_ : nullptr, on_used_};
   lanes_.emplace(parts, options_.instances, trace_ ? LaneMode::kInline : mode);
   intake_.emplace(ports_, *lanes_, stand_ins_);
 }

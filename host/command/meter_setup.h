@@ -2,8 +2,10 @@
 // offers, the sites, the lanes and the intake.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/border/call_trace.h"
@@ -32,6 +34,8 @@ class MeterSetup {
   // Start makes the lanes; the meters read their policies here. Lanes work side by side where there
   // are several, and no trace wants the calls in order.
   void Start(LaneMode mode);
+  // OnUsed is to be set before; see LaneParts.
+  void OnUsed(std::function<void(const Endpoint&)> on_used) { on_used_ = std::move(on_used); }
 
   // GroupIds turns names of groups as the user gave them into their ids.
   [[nodiscard]] std::vector<std::string> GroupIds(const std::vector<std::string>& names) const;
@@ -58,6 +62,7 @@ class MeterSetup {
   GroupCatalog catalog_;
   PortMap ports_;
   SiteSettings site_settings_;
+  std::function<void(const Endpoint&)> on_used_;
   ChannelHub channels_;
   StandIns stand_ins_;
   std::optional<Lanes> lanes_;

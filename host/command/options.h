@@ -44,6 +44,7 @@ struct ListenOptions {
   std::uint32_t interval = 60;            // seconds
   std::uint32_t silent_after = 300;       // seconds; 0 for never
   std::string state_directory;            // empty for none
+  std::size_t memory = 0;                 // bytes; 0 for DefaultMemory
   std::size_t receive_buffer = 16 << 20;  // bytes wanted of the kernel, per socket
 };
 

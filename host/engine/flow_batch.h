@@ -13,6 +13,7 @@ namespace flow::host {
 struct FlowBatch {
   KeyTable table{kFlowWords};
   std::vector<std::string> texts;  // by number, from 1
+  FlowSums let_go = {};            // of their time, for want of memory
 
   [[nodiscard]] std::string_view TextOf(std::uint32_t number) const {
     return number == 0 ? std::string_view() : std::string_view(texts[number - 1]);

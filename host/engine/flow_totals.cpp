@@ -26,6 +26,22 @@ void Take(std::uint32_t part, std::uint32_t* into) {
 
 }  // namespace
 
+// Meters of sFlow tell the directions apart in the counters alone.
+void FlowSums::Add(const FlowTotals& flow) {
+  const auto sum = [](std::uint64_t a, std::uint64_t b, std::uint64_t otherwise) {
+    return a + b != 0 ? a + b : otherwise;
+  };
+  ++flows;
+  bytes += sum(flow.meters[0], flow.meters[1], flow.bytes[0] + flow.bytes[1]);
+  packets += sum(flow.meters[2], flow.meters[3], flow.packets[0] + flow.packets[1]);
+}
+
+void FlowSums::Add(const FlowSums& other) {
+  flows += other.flows;
+  bytes += other.bytes;
+  packets += other.packets;
+}
+
 void MergeFlow(const FlowTotals& part, FlowTotals* into) {
   MergeTimes(part, into);
   for (int i = 0; i < 4; ++i) into->meters[i] += part.meters[i];

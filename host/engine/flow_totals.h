@@ -36,6 +36,16 @@ inline constexpr std::size_t kFlowWords = sizeof(FlowTotals) / sizeof(std::uint6
 static_assert(sizeof(FlowTotals) % sizeof(std::uint64_t) == 0);
 static_assert(std::is_trivially_copyable_v<FlowTotals>);
 
+// What flows carried together.
+struct FlowSums {
+  std::uint64_t flows = 0;
+  std::uint64_t bytes = 0;
+  std::uint64_t packets = 0;
+
+  void Add(const FlowTotals& flow);
+  void Add(const FlowSums& other);
+};
+
 // MergeFlow adds another part of the same flow; its tag and text count as told later.
 void MergeFlow(const FlowTotals& part, FlowTotals* into);
 

@@ -6,6 +6,8 @@
 #include <span>
 #include <utility>
 
+#include "host/base/heap_account.h"
+
 namespace flow::host {
 namespace {
 
@@ -25,12 +27,6 @@ const std::uint64_t* KeyTable::Find(std::string_view key) const {
   key = key.substr(0, kLongestKey);
   const Slot& slot = slots_[FindSlot(HashKey(key), key)];
   return slot.row == 0 ? nullptr : ValuesOf(RowAt(slot.row), key.size());
-}
-
-std::size_t KeyTable::Memory() const {
-  std::size_t bytes = slot_count_ * sizeof(Slot);
-  for (const Block& block : blocks_) bytes += block.size;
-  return bytes;
 }
 
 std::size_t KeyTable::FindSlot(std::uint32_t hash, std::string_view key) const {
@@ -84,8 +80,10 @@ std::uint32_t KeyTable::AddRow(std::string_view key) {
   if (blocks_.empty() || blocks_.back().size - blocks_.back().used < bytes) {
     const std::size_t doubled = blocks_.empty() ? kFirstBlock : blocks_.back().size * 2;
     const std::size_t size = std::max(std::min(doubled, kLargestBlock), bytes);
+    const HeapScope scope(nullptr);
     if (blocks_.size() == kMostBlocks) throw std::bad_alloc();  // 32 GiB; rows have no more numbers
     blocks_.push_back({AllocateLarge(size), 0, size});
+    block_bytes_ += size;
   }
   Block& block = blocks_.back();
   std::byte* const row = block.bytes.get() + block.used;
@@ -110,15 +108,14 @@ std::uint32_t KeyTable::AdoptBlocks(KeyTable* other) {
   std::ranges::move(other->blocks_, std::back_inserter(blocks_));
   other->blocks_.clear();
   live_bytes_ += other->live_bytes_;
+  block_bytes_ += other->block_bytes_;
   last_key_ = {};
   return static_cast<std::uint32_t>(before << kBlockBits);
 }
 
 void KeyTable::CompactIfSparse() {
   constexpr std::size_t kSpare = std::size_t{4} << 20;
-  std::size_t bytes = 0;
-  for (const Block& block : blocks_) bytes += block.size;
-  if (bytes <= 3 * live_bytes_ + kSpare) return;
+  if (block_bytes_ <= 3 * live_bytes_ + kSpare) return;
   KeyTable compact(values_);
   compact.Reserve(size_);
   ForEach([&](std::string_view key, const std::uint64_t* values) {

@@ -90,7 +90,7 @@ class KeyTable {
   [[nodiscard]] std::size_t values() const { return values_; }
 
   // Bytes of memory that the table holds.
-  [[nodiscard]] std::size_t Memory() const;
+  [[nodiscard]] std::size_t Memory() const { return slot_count_ * sizeof(Slot) + block_bytes_; }
 
   // ForEach calls visit(key, values) for every row, in the order in which they were added.
   template <class Visit>
@@ -172,6 +172,7 @@ class KeyTable {
   LargeMemory index_;
   Slot* slots_;  // in the index
   std::vector<Block> blocks_;
+  std::size_t block_bytes_ = 0;
   std::size_t live_bytes_ = 0;  // of the rows in the index
   std::string_view last_key_;   // of the last update; in its row
   std::uint64_t* last_values_ = nullptr;

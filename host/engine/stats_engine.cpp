@@ -5,6 +5,8 @@
 #include <cstring>
 #include <utility>
 
+#include "host/base/heap_account.h"
+
 namespace flow::host {
 namespace {
 
@@ -236,6 +238,7 @@ Status StatsEngine::UpdateCounterHashed2(const GUID& group, std::uint32_t /*keyH
 
 Status StatsEngine::SetKeyAttributes(const GUID& group, const char* key, const char* label,
                                      const char* description) {
+  const HeapScope scope(nullptr);
   KeyNotes& notes = store_->NotesOf(store_->Group(group), key);
   notes.label = TextOrEmpty(label);
   notes.description = TextOrEmpty(description);
@@ -360,6 +363,7 @@ Status StatsEngine::TagFlow(const GUID& /*flowGroup*/, const char* flowKey, cons
 Status StatsEngine::PostChannelMessage(const GUID& channel, const IID& sender, std::uint32_t length,
                                        void* data) {
   RestIfAsked();
+  const HeapScope scope(nullptr);
   channels_.Post(channel, sender, {static_cast<std::uint8_t*>(data), length});
   return kStatusOk;
 }

@@ -1,14 +1,36 @@
 #include "host/engine/stats_store.h"
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 
+#include "host/base/heap_account.h"
+#include "host/base/memory_budget.h"
 #include "host/engine/shown_flow.h"
 
 namespace flow::host {
 namespace {
 
 constexpr std::string_view kTextNotKept = "(one of too many texts)";
+
+// The memory that each table may have at most, so that all together have no more than this.
+std::size_t LevelOf(const std::vector<std::unique_ptr<GroupCounters>>& groups, std::size_t bytes) {
+  std::vector<std::size_t> sizes;
+  for (const auto& group : groups) sizes.push_back(group->table.Memory());
+  std::ranges::sort(sizes);
+  std::size_t left = sizes.size();
+  for (const std::size_t size : sizes) {
+    if (size * left > bytes) return bytes / left;
+    bytes -= size;
+    --left;
+  }
+  return MemoryShares::kAll;
+}
+
+void DropStrayNotes(GroupCounters* group) {
+  std::erase_if(group->notes,
+                [&](const auto& note) { return group->table.Find(note.first) == nullptr; });
+}
 
 }  // namespace
 
@@ -34,13 +56,15 @@ GroupCounters& StatsStore::AddGroup(GroupInfo info) {
 }
 
 GroupCounters& StatsStore::AddUnknownGroup(const GUID& guid) {
+  const HeapScope scope(nullptr);
   return AddGroup(UnknownGroup(guid));
 }
 
 std::uint32_t StatsStore::Intern(std::string_view text) {
   const auto known = text_numbers_.find(text);
   if (known != text_numbers_.end()) return known->second;
-  if (texts_.size() >= kMostTexts && text != kTextNotKept) return Intern(kTextNotKept);
+  const HeapScope scope(nullptr);
+  if (texts_.size() >= Shares().texts && text != kTextNotKept) return Intern(kTextNotKept);
   texts_.emplace_back(text);
   const auto number = static_cast<std::uint32_t>(texts_.size());
   text_numbers_.emplace(text, number);
@@ -52,9 +76,10 @@ std::string_view StatsStore::TextOf(std::uint32_t number) const {
 }
 
 KeyNotes& StatsStore::NotesOf(GroupCounters& group, std::string_view key) {
+  const HeapScope scope(nullptr);
   const auto known = group.notes.find(key);
   if (known != group.notes.end()) return known->second;
-  if (group.notes.size() < kMostNotes) return group.notes[std::string(key)];
+  if (group.notes.size() < Shares().notes) return group.notes[std::string(key)];
   return spilled_notes_ = {};
 }
 
@@ -67,6 +92,7 @@ void StatsStore::SetProperty(GroupCounters& group, std::string_view key, std::st
     last_told_ = next;
     return;
   }
+  const HeapScope scope(nullptr);
   KeyNotes& notes = NotesOf(group, key);
   notes.properties.insert_or_assign(std::string(name), value);
   notes.told = now;
@@ -143,6 +169,8 @@ void StatsStore::MergeBesideKeys(const StatsStore& other) {
     GroupCounters& into = Group(from->info.guid);
     MergeNotes(*from, &into);
     into.pruned_keys += from->pruned_keys;
+    into.pruned_most += from->pruned_most;
+    into.pruned_flows.Add(from->pruned_flows);
     for (std::size_t i = 0; i < into.columns; ++i) into.pruned_sums[i] += from->pruned_sums[i];
   }
 }
@@ -174,7 +202,8 @@ void StatsStore::RenumberTexts(const Texts& texts, FlowTotals* flow) {
 }
 
 FlowBatch StatsStore::TakeFlows() {
-  return {std::exchange(flow_group_->table, KeyTable(kFlowWords)), texts_};
+  return {std::exchange(flow_group_->table, KeyTable(kFlowWords)), texts_,
+          std::exchange(flow_group_->pruned_flows, {})};
 }
 
 void StatsStore::AddFlows(const FlowBatch& flows) {
@@ -209,42 +238,68 @@ void StatsStore::Clear(const GUID& group) {
   cleared.notes.clear();
   cleared.pruned_keys = 0;
   cleared.pruned_sums.assign(cleared.columns, 0);
+  cleared.pruned_most = 0;
+  cleared.pruned_flows = {};
 }
 
 void StatsStore::Prune() {
   ForgetTold();
   for (const auto& group : groups_) {
-    if (group->table.size() > group->info.track_high) Prune(group.get());
+    if (group->table.size() <= group->info.track_high) continue;
+    Prune(group.get(), group->info.track_low);
+    DropStrayNotes(group.get());
   }
 }
 
-void StatsStore::Prune(GroupCounters* group) {
-  struct Row {
-    std::uint64_t rank;
-    std::string_view key;
-    const std::uint64_t* values;
-  };
-  std::vector<Row> rows;
-  rows.reserve(group->table.size());
-  group->table.ForEach([&](std::string_view key, const std::uint64_t* values) {
+std::uint64_t StatsStore::PruneTo(std::size_t bytes) {
+  if (Memory() <= bytes) return 0;
+  ForgetTold();
+  const std::size_t level = LevelOf(groups_, bytes / 2);
+  std::uint64_t pruned = 0;
+  for (const auto& group : groups_) {
+    const std::size_t memory = group->table.Memory();
+    if (memory <= level) continue;
+    // Tables grow in steps: what is kept may hold more than its part.
+    constexpr double kFill = 0.7;
+    const double part = kFill * static_cast<double>(level) / static_cast<double>(memory);
+    const std::size_t before = group->table.size();
+    Prune(group.get(), static_cast<std::size_t>(static_cast<double>(before) * part));
+    DropStrayNotes(group.get());
+    pruned += before - group->table.size();
+  }
+  return pruned;
+}
+
+void StatsStore::Prune(GroupCounters* group, std::size_t kept) {
+  const auto rank_of = [group](const std::uint64_t* values) {
     std::uint64_t rank = 0;
     for (const int meter : group->info.ranking) rank += values[meter];
-    rows.push_back({rank, key, values});
-  });
-  const auto kept = static_cast<std::ptrdiff_t>(std::min(group->info.track_low, rows.size()));
-  std::nth_element(rows.begin(), rows.begin() + kept, rows.end(),
-                   [](const Row& a, const Row& b) { return a.rank > b.rank; });
+    return rank;
+  };
+  std::vector<std::uint64_t> ranks;
+  ranks.reserve(group->table.size());
+  group->table.ForEach(
+      [&](std::string_view, const std::uint64_t* values) { ranks.push_back(rank_of(values)); });
+  kept = std::min(kept, ranks.size());
+  const auto end = ranks.begin() + static_cast<std::ptrdiff_t>(kept);
+  std::nth_element(ranks.begin(), end, ranks.end(), std::greater<>());
+  const std::uint64_t least = kept == ranks.size() ? 0 : *end;  // those of this rank are kept first
+  std::size_t ties = kept - static_cast<std::size_t>(std::count_if(
+                                ranks.begin(), end, [&](auto rank) { return rank > least; }));
   KeyTable table(group->table.values());
-  for (const Row& row : std::span(rows).first(static_cast<std::size_t>(kept))) {
-    std::copy_n(row.values, group->table.values(), table.FindOrAdd(row.key));
-  }
-  for (const Row& row : std::span(rows).subspan(static_cast<std::size_t>(kept))) {
-    for (std::size_t i = 0; i < group->columns; ++i) group->pruned_sums[i] += row.values[i];
-  }
-  group->pruned_keys += rows.size() - static_cast<std::size_t>(kept);
+  group->table.ForEach([&](std::string_view key, const std::uint64_t* values) {
+    const std::uint64_t rank = rank_of(values);
+    if (rank > least || (rank == least && ties > 0)) {
+      if (rank == least) --ties;
+      std::copy_n(values, table.values(), table.FindOrAdd(key));
+      return;
+    }
+    ++group->pruned_keys;
+    for (std::size_t i = 0; i < group->columns; ++i) group->pruned_sums[i] += values[i];
+    if (group->info.key_kind == KeyKind::kSession) group->pruned_flows.Add(Flow(values));
+  });
+  group->pruned_most += least;
   group->table = std::move(table);
-  std::erase_if(group->notes,
-                [&](const auto& note) { return group->table.Find(note.first) == nullptr; });
 }
 
 std::size_t StatsStore::Memory() const {

@@ -36,9 +36,12 @@ struct GroupCounters {
   KeyTable table;
   std::map<std::string, KeyNotes, std::less<>> notes;
 
-  // What Prune let go: how many keys, and the sums of their columns.
+  // What was let go: how many keys, the sums of their columns, and the most that one of them can
+  // have had in all columns that rank; of flows what they carried.
   std::uint64_t pruned_keys = 0;
   std::vector<std::uint64_t> pruned_sums;
+  std::uint64_t pruned_most = 0;
+  FlowSums pruned_flows;
 };
 
 class StatsStore {
@@ -100,9 +103,12 @@ class StatsStore {
   // Prune cuts every group with more keys than its high mark down to its low mark, largest kept.
   void Prune();
 
-  // Notes and texts beyond these are not kept: their number is the exporters' choice.
-  static constexpr std::size_t kMostNotes = std::size_t{1} << 16;
-  static constexpr std::size_t kMostTexts = std::size_t{1} << 16;
+  // PruneTo lets the smallest keys of the largest groups go where the tables hold more memory than
+  // this, until they hold half of it. The result is how many.
+  std::uint64_t PruneTo(std::size_t bytes);
+
+  // Notes and texts beyond their shares of memory are not kept: their number is the exporters'
+  // choice.
   KeyNotes& NotesOf(GroupCounters& group, std::string_view key);
 
   // SetProperty sets a property of a key. A meter may say all that it knows over and over again,
@@ -131,14 +137,14 @@ class StatsStore {
   void MergeNotes(const GroupCounters& from, GroupCounters* into);
   template <class Texts>  // that know what a number stands for
   void RenumberTexts(const Texts& texts, FlowTotals* flow);
-  static void Prune(GroupCounters* group);
+  static void Prune(GroupCounters* group, std::size_t kept);
 
   std::vector<std::unique_ptr<GroupCounters>> groups_;
   std::vector<IndexSlot> index_;
   GroupCounters* flow_group_ = nullptr;
   TextMap<std::uint32_t> text_numbers_;
   std::vector<std::string> texts_;
-  KeyNotes spilled_notes_;  // of keys beyond kMostNotes
+  KeyNotes spilled_notes_;  // of keys beyond those that have some
 
   // A property in the order in which they were set last.
   struct ToldProperty {

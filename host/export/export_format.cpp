@@ -24,6 +24,9 @@ constexpr std::size_t kMessageHeader = 24;
 
 constexpr std::uint16_t kVariable = 65535;
 
+// samplingInterval of v9, samplingPacketInterval and samplingPacketSpace of RFC 5477.
+bool TellsRate(int element) { return element == 34 || element == 305 || element == 306; }
+
 // Reads a template's field list; false when it does not fit into the bytes.
 bool ReadFields(Bytes fields, std::size_t count, bool ipfix, std::size_t* length,
                 TemplateShape* shape) {
@@ -34,6 +37,7 @@ bool ReadFields(Bytes fields, std::size_t count, bool ipfix, std::size_t* length
     const bool enterprise = ipfix && (Be16(fields.data() + at) & 0x8000) != 0;
     const std::uint16_t field = Be16(fields.data() + at + 2);
     const bool is_variable = ipfix && field == kVariable;
+    shape->tells_rate = shape->tells_rate || TellsRate(Be16(fields.data() + at) & 0x7FFF);
     variable = variable || is_variable;
     shape->shortest += is_variable ? 1 : field;
     // A field of no length adds nothing to a walk.

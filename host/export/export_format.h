@@ -74,6 +74,7 @@ struct TemplateShape {
   std::uint32_t shortest = 0;  // bytes of a record, at least
   std::vector<std::uint16_t>
       lengths;  // of the fields, 65535 for variable; empty when all are fixed
+  bool tells_rate = false;  // a field is a sampling rate, or a part of one
 
   // Templates of variable lengths with more fields than any device has are not kept: their records
   // cannot be counted.

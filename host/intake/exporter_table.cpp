@@ -6,6 +6,8 @@
 #include <optional>
 #include <utility>
 
+#include "host/base/memory_budget.h"
+
 namespace flow::host {
 namespace {
 
@@ -20,10 +22,13 @@ constexpr RefusalName kNames[] = {
     {"cut_short", "cut short"},
     {"refused", "refused by the meter"},
     {"other_protocol", "of another protocol than the port's"},
-    {"too_dear", "held back, as a meter had been too long at one of them"},
+    {"too_dear", "held back, as they took too much of a meter's time or memory"},
     {"unfinished", "cut off by the end of the run"},
 };
 static_assert(std::size(kNames) == kRefusals);
+
+// A look through a full table has found so little that it is not worth another soon.
+bool IsLittle(std::size_t found, std::size_t all) { return found < all / 16; }
 
 // Versions beyond are what strangers make up, and are one to us.
 constexpr std::uint32_t kLargestVersion = 15;
@@ -72,12 +77,43 @@ void ExporterTable::NoteTemplatesAt(std::uint64_t posted, std::span<const std::u
 void ExporterTable::NoteTemplate(Owners* owners, const TemplateOwner& owner, std::uint64_t posted,
                                  std::uint16_t id, TemplateShape shape) {
   const auto of_owner = owners->find(owner);
-  const bool is_there = of_owner != owners->end() && of_owner->second.contains(id);
-  if (template_count_ >= kMostTemplates && !is_there) return;
-  const auto [known, is_new] = (*owners)[owner].try_emplace(id, KnownTemplate{posted, 0, {}});
+  const bool is_there = of_owner != owners->end() && of_owner->second.by_id.contains(id);
+  if (template_count_ >= Shares().templates && !is_there && !MakeRoomForTemplates()) {
+    return NoteLetGo(LetGo::kTemplates, 1);
+  }
+  Templates& templates = (*owners)[owner];
+  if (templates.by_id.empty()) templates.since = posted;
+  const auto [known, is_new] = templates.by_id.try_emplace(id, KnownTemplate{posted, 0, {}});
   known->second.told = posted;
   known->second.shape = std::move(shape);
   if (is_new) ++template_count_;
+}
+
+// Half of the owners go: those by whose templates the fewest records were decoded, of these the
+// newest. A flood makes them up.
+bool ExporterTable::MakeRoomForTemplates() {
+  using Value = std::pair<std::uint64_t, std::uint64_t>;
+  const auto value_of = [](const Templates& templates) {
+    return Value{templates.records, ~templates.since};
+  };
+  std::vector<Value> values;
+  for (const Owners* const owners : {&templates_, &not_posted_}) {
+    for (const auto& [owner, templates] : *owners) values.push_back(value_of(templates));
+  }
+  if (values.empty()) return false;
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>((values.size() - 1) / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  std::size_t found = 0;
+  for (Owners* const owners : {&templates_, &not_posted_}) {
+    absl::erase_if(*owners, [&](const auto& entry) {
+      if (value_of(entry.second) > *middle) return false;
+      found += entry.second.by_id.size();
+      return true;
+    });
+  }
+  template_count_ -= found;
+  NoteLetGo(LetGo::kTemplates, found);
+  return found > 0;
 }
 
 // A meter does not post a set with a template that is cut, but keeps what stands before. True when
@@ -101,7 +137,28 @@ bool ExporterTable::TakeTemplates(const MeteredDatagram& datagram,
 ExporterCounts& ExporterTable::CountsOf(const ExportSource& key) {
   const auto known = exporters_.find(key);
   if (known != exporters_.end()) return known->second;
-  return exporters_[exporters_.size() < kMostExporters ? key : ExportSource{}];
+  const bool has_room = exporters_.size() < Shares().exporters || MakeRoom();
+  return exporters_[has_room ? key : ExportSource{}];
+}
+
+// Exporters of which nothing was metered become one.
+bool ExporterTable::MakeRoom() {
+  if (room_wait_ > 0) {
+    --room_wait_;
+    return false;
+  }
+  ExporterCounts others;
+  const std::size_t before = exporters_.size();
+  absl::erase_if(exporters_, [&](const auto& entry) {
+    if (entry.second.books.metered > 0) return false;
+    others.Add(entry.second);
+    return true;
+  });
+  const std::size_t found = before - exporters_.size();
+  if (found > 0) exporters_[ExportSource{}].Add(others);
+  if (IsLittle(found, before)) room_wait_ = before / 4;
+  NoteLetGo(LetGo::kExporters, found);
+  return found > 0;
 }
 
 void ExporterTable::Note(const MeteredDatagram& datagram) {
@@ -111,6 +168,8 @@ void ExporterTable::Note(const MeteredDatagram& datagram) {
   counts.bytes += datagram.bytes.size();
   counts.last_seen = std::max(counts.last_seen, datagram.time);
   counts.arrives_at = datagram.arrived_at;
+  has_new_user_ = false;
+  has_lessons_ = false;
   Described described;
   if (datagram.refusal != Refusal::kNone) {
     ++counts.refused[static_cast<std::size_t>(datagram.refusal)];
@@ -143,8 +202,10 @@ Described ExporterTable::Describe(const MeteredDatagram& datagram, const ExportV
                                   ExporterCounts* counts) {
   Described described;
   if (version.HasTemplates()) {
-    Known known = KnownFor(datagram);
+    Known known = KnownFor({datagram.exporter, DomainOf(datagram.bytes)});
     described = DescribeSets(datagram, &known);
+    has_new_user_ = described.records > 0 && known.Records() == 0;
+    known.AddRecords(described.records);
     // Without a template of its own an exporter may still be decoded by those in the policy.
     if (known.Any() || datagram.records == 0) counts->unknown_sets += described.unknown_sets;
     counts->templates = known.Size();
@@ -159,25 +220,42 @@ Described ExporterTable::Describe(const MeteredDatagram& datagram, const ExportV
   return described;
 }
 
-ExporterTable::Known ExporterTable::KnownFor(const MeteredDatagram& datagram) const {
-  const auto find = [](const Owners& owners, const TemplateOwner& owner) {
+ExporterTable::Known ExporterTable::KnownFor(const TemplateOwner& domain) {
+  const auto find = [](Owners& owners, const TemplateOwner& owner) -> Templates* {
     const auto found = owners.empty() ? owners.end() : owners.find(owner);
     return found == owners.end() ? nullptr : &found->second;
   };
-  const TemplateOwner domain{datagram.exporter, DomainOf(datagram.bytes)};
-  return {find(templates_, domain), find(templates_, {datagram.exporter}),
-          find(not_posted_, domain)};
+  return {find(templates_, domain), find(templates_, {domain.exporter}), find(not_posted_, domain)};
 }
 
 std::size_t ExporterTable::Known::Size() const {
-  return (domain == nullptr ? 0 : domain->size()) + (exporter == nullptr ? 0 : exporter->size());
+  return (domain == nullptr ? 0 : domain->by_id.size()) +
+         (exporter == nullptr ? 0 : exporter->by_id.size());
+}
+
+void ExporterTable::Known::AddRecords(std::uint64_t records) const {
+  for (Templates* const templates : {domain, exporter, not_posted}) {
+    if (templates != nullptr) templates->records += records;
+  }
+}
+
+std::uint64_t ExporterTable::Known::Records() const {
+  std::uint64_t most = 0;
+  for (const Templates* const templates : {domain, exporter, not_posted}) {
+    if (templates != nullptr) most = std::max(most, templates->records);
+  }
+  return most;
+}
+
+std::uint64_t ExporterTable::RecordsBy(const TemplateOwner& owner) {
+  return KnownFor(owner).Records();
 }
 
 const ExporterTable::KnownTemplate* ExporterTable::Known::Find(std::uint16_t id) const {
   const auto find = [id](const Templates* templates) -> const KnownTemplate* {
     if (templates == nullptr) return nullptr;
-    const auto found = templates->find(id);
-    return found == templates->end() ? nullptr : &found->second;
+    const auto found = templates->by_id.find(id);
+    return found == templates->by_id.end() ? nullptr : &found->second;
   };
   const KnownTemplate* posted = find(domain);
   if (posted == nullptr) posted = find(exporter);
@@ -193,7 +271,10 @@ Described ExporterTable::DescribeSets(const MeteredDatagram& datagram, Known* kn
   ForEachSet(datagram.bytes, [&](const ExportSet& set) {
     if (set.is_broken) ++described.broken_sets;
     if (set.holds_templates && !set.is_broken && !set.is_beyond) {
-      if (TakeTemplates(datagram, set.bytes, &defined_here)) *known = KnownFor(datagram);
+      if (TakeTemplates(datagram, set.bytes, &defined_here)) {
+        *known = KnownFor({datagram.exporter, DomainOf(datagram.bytes)});
+      }
+      has_lessons_ = true;
     }
     if (!set.holds_data) return;
     const KnownTemplate* const posted = known->Find(set.id);
@@ -204,6 +285,7 @@ Described ExporterTable::DescribeSets(const MeteredDatagram& datagram, Known* kn
       ++described.unknown_sets;
       return;
     }
+    has_lessons_ = has_lessons_ || posted->shape.tells_rate;
     const std::uint32_t records = CountRecords(set.bytes, posted->shape);
     described.records += records;
     if (set.is_broken) described.in_broken_sets += records;

@@ -100,13 +100,21 @@ class ExporterTable {
   // numbers are not missing.
   void NoteDropped(const Endpoint& exporter, Timestamp time, std::span<const std::uint8_t> numbers);
 
+  // Of the datagram that Note was told of last: whether it is the first in which a record was
+  // decoded by a template of its domain; and whether it has something that meters learn.
+  [[nodiscard]] bool HasNewUser() const { return has_new_user_; }
+  [[nodiscard]] bool HasLessons() const { return has_lessons_; }
+  // How many records were decoded by an owner's templates, or those of its exporter.
+  [[nodiscard]] std::uint64_t RecordsBy(const TemplateOwner& owner);
+
   // Reap hands out what was counted since it was last called; templates and sequence numbers stay.
   ExporterTable Reap();
 
   // Merge adds what another table counted.
   void Merge(const ExporterTable& other);
 
-  // By address, port and version. Beyond kMostExporters, all others are one row of address 0.
+  // By address, port and version. Beyond the share of memory those that sent no record are one row
+  // of address 0, and then whoever comes later.
   [[nodiscard]] std::vector<Row> Rows() const;
 
   // ForEach shows what each exporter has sent, to be corrected.
@@ -115,9 +123,6 @@ class ExporterTable {
   // Numbered streams that were let go because there were too many.
   [[nodiscard]] std::uint64_t streams_evicted() const { return streams_evicted_; }
 
-  static constexpr std::size_t kMostExporters = std::size_t{1} << 16;
-  static constexpr std::size_t kMostTemplates = std::size_t{1} << 18;
-
  private:
   struct KnownTemplate {
     std::uint64_t posted = 0;  // first, with this datagram
@@ -125,7 +130,11 @@ class ExporterTable {
     TemplateShape shape;
   };
   // The templates of one owner, and of all.
-  using Templates = absl::flat_hash_map<std::uint16_t, KnownTemplate>;
+  struct Templates {
+    absl::flat_hash_map<std::uint16_t, KnownTemplate> by_id;
+    std::uint64_t since = 0;  // the datagram that came with the first
+    std::uint64_t records = 0;  // that were decoded by them
+  };
   using Owners = absl::flat_hash_map<TemplateOwner, Templates>;
 
   void NoteTemplatesAt(std::uint64_t posted, std::span<const std::uint8_t> message,
@@ -135,28 +144,35 @@ class ExporterTable {
   bool TakeTemplates(const MeteredDatagram& datagram, std::span<const std::uint8_t> set,
                      std::vector<std::uint16_t>* defined);
   ExporterCounts& CountsOf(const ExportSource& key);
+  bool MakeRoom();
+  bool MakeRoomForTemplates();
   Described Describe(const MeteredDatagram& datagram, const ExportVersion& version,
                      ExporterCounts* counts);
   // What is known for a datagram: its domain's templates, and the exporter's own, which stand in;
   // and its domain's that were not posted.
   struct Known {
-    const Templates* domain = nullptr;
-    const Templates* exporter = nullptr;
-    const Templates* not_posted = nullptr;
+    Templates* domain = nullptr;
+    Templates* exporter = nullptr;
+    Templates* not_posted = nullptr;
 
     [[nodiscard]] bool Any() const {
       return domain != nullptr || exporter != nullptr || not_posted != nullptr;
     }
     [[nodiscard]] std::size_t Size() const;
     [[nodiscard]] const KnownTemplate* Find(std::uint16_t id) const;
+    void AddRecords(std::uint64_t records) const;
+    [[nodiscard]] std::uint64_t Records() const;
   };
-  [[nodiscard]] Known KnownFor(const MeteredDatagram& datagram) const;
+  [[nodiscard]] Known KnownFor(const TemplateOwner& domain);
   Described DescribeSets(const MeteredDatagram& datagram, Known* known);
 
   absl::flat_hash_map<ExportSource, ExporterCounts> exporters_;
   Owners templates_;
   Owners not_posted_;
   std::size_t template_count_ = 0;
+  std::size_t room_wait_ = 0;  // so many newcomers come before the next look for room
+  bool has_new_user_ = false;
+  bool has_lessons_ = false;
   SequenceTracker sequences_;
   std::uint64_t streams_evicted_ = 0;  // in what was reaped
   std::uint64_t evicted_before_ = 0;

@@ -5,8 +5,10 @@
 #include <array>
 #include <utility>
 
-#include "flowhandlers/identifiers.h"
+#include "host/base/console.h"
 #include "host/base/error.h"
+#include "host/base/heap_account.h"
+#include "host/base/memory_budget.h"
 #include "host/border/call_trace.h"
 #include "host/capture/made_headers.h"
 
@@ -28,59 +30,31 @@ Refusal ReasonFor(Status status, const IID& protocol, std::span<const std::uint8
 }  // namespace
 
 Lane::Lane(const LaneParts& parts, int number)
-    : number_(number),
+    : parts_(parts),
+      number_(number),
       groups_(parts.groups),
       channels_(parts.channels),
+      on_used_(parts.on_used),
       trace_(parts.trace),
       store_(std::make_unique<StatsStore>(groups_)),
       engine_(*store_, *this),
       packet_(parts.trace) {
   if (trace_ != nullptr) trace_engine_.emplace(engine_, *trace_);
-  for (const ComponentDescription& description : parts.components) {
-    if (description.handler || description.meter) Attach(parts, description);
-  }
+  meters_ = std::make_unique<Meters>(parts_, number_, false);
   channels_.Add(number_, mailbox_);
-}
-
-Lane::~Lane() {
-  for (Component& component : components_) component.plugin->DetachSite();
-}
-
-void Lane::Attach(const LaneParts& parts, const ComponentDescription& description) {
-  Component component;
-  component.name = fmt::format("{} {}", description.name, number_);
-  component.protocol =
-      description.handler ? description.handler->protocol : description.meter->protocol;
-  component.site = std::make_unique<Site>(parts.site_settings, parts.console, component.name,
-                                          number_, parts.trace);
-  const InterfacePtr<IArboUnknown> object = NewComponent(parts.package, description.clsid);
-  component.plugin = Query<IOmbrelPlugin>(*object, IID_IOmbrelPlugin);
-  component.handler = Query<IOmbrelProtHandler>(*object, IID_IOmbrelProtHandler);
-  component.meter = Query<IOmbrelSimpleCounter>(*object, IID_IOmbrelSimpleCounter);
-  component.listener = Query<IOmbrelChannelListener>(*object, IID_IOmbrelChannelListener);
-  if (!component.plugin) {
-    throw HostError(fmt::format("component {} cannot be attached", component.name));
-  }
-
-  if (trace_ != nullptr) trace_->Enter(fmt::format("{} AttachSite", component.name));
-  const Status status = component.plugin->AttachSite(component.site.get());
-  if (trace_ != nullptr) trace_->Leave(status);
-  if (status != kStatusOk) {
-    throw HostError(fmt::format("{} refused to start (0x{:08X}); what it logged stands above",
-                                component.name, status));
-  }
-  components_.push_back(std::move(component));
 }
 
 void Lane::Handle(const IID& protocol, const UdpPacket& packet) {
   if (mailbox_.HasMail()) TakeMessages();
+  if (!growth_.empty() && IsHeldBack(packet)) return HoldBack(packet);
   packet_.Set(packet);
   engine_.SetTime(packet.time);
   records_before_ = store_->records;
   at_work_ = &packet;
+  const std::size_t learnt = meters_->Learnt();
   Refusal refusal = Claim(protocol, packet);
   if (refusal == Refusal::kNone) {
-    for (Component& component : components_) {
+    for (Component& component : meters_->components()) {
       if (component.meter && component.protocol == protocol) refusal = Count(component, packet);
     }
   }
@@ -90,11 +64,24 @@ void Lane::Handle(const IID& protocol, const UdpPacket& packet) {
   Note(packet, records, refusal);
   has_netflow_ = has_netflow_ || protocol == kNetflowProtocol;
   if (store_->flow_group().table.size() > most_flows_) HandOutFlowsNow(packet.time);
+  if (meters_->Learnt() > learnt) NoteGrowth(packet, learnt);
+  constexpr std::size_t kLookAfter = std::size_t{64} << 10;
+  since_look_ += packet.payload_length;
+  if (since_look_ < kLookAfter) return;
+  LookAtMemory();
+  LookAtMeters(packet.time);
 }
 
 void Lane::HandOutFlowsNow(Timestamp now) {
   engine_.Flush();
   flow_sink_(*this, {store_->TakeFlows(), now, has_netflow_});
+}
+
+void Lane::LookAtMemory() {
+  since_look_ = 0;
+  if (store_->Memory() <= Shares().lane_keys) return;
+  engine_.Flush();
+  NoteLetGo(LetGo::kKeys, store_->PruneTo(Shares().lane_keys));
 }
 
 void Lane::Note(const UdpPacket& packet, std::uint64_t records, Refusal refusal) {
@@ -103,6 +90,8 @@ void Lane::Note(const UdpPacket& packet, std::uint64_t records, Refusal refusal)
   takes_shims_ = takes_shims_ || datagram.size() < packet.payload_length;
   exporters_.Note({exporter, packet.time, datagram, records, refusal, engine_.TakeWords(),
                    packet.destination.port});
+  if (exporters_.HasNewUser() && on_used_) on_used_(exporter);
+  if (exporters_.HasLessons()) KeepLessons(exporter, datagram);
 }
 
 void Lane::HoldBack(const UdpPacket& packet) {
@@ -113,6 +102,62 @@ void Lane::HoldBack(const UdpPacket& packet) {
                    Refusal::kTooDear,
                    {},
                    packet.destination.port});
+}
+
+// What exporters define and tell, for meters to come.
+void Lane::KeepLessons(const Endpoint& exporter, std::span<const std::uint8_t> datagram) {
+  if (meters_->Reloads() != std::exchange(reloads_, meters_->Reloads())) handover_.ForgetRates();
+  handover_.Take(exporter, datagram);
+}
+
+// Whoever makes the meters keep much and sends no record by it has its datagrams held back a while.
+void Lane::NoteGrowth(const UdpPacket& packet, std::size_t learnt_before) {
+  constexpr std::size_t kPart = 16;  // of what all together may
+  constexpr Timestamp kHeldBack = 60 * kMicrosPerSecond;
+  if (growth_.size() >= Shares().exporters) growth_.clear();
+  Growth& growth = growth_[packet.source];
+  growth.bytes += meters_->Learnt() - learnt_before;
+  if (growth.bytes < Shares().plugin / kPart) return;
+  const Endpoint exporter{packet_.Source(), packet.source.port};
+  const auto datagram = WithoutShim(packet.Payload(), exporter.address);
+  if (exporters_.RecordsBy({exporter, DomainOf(datagram)}) > 0) return;
+  growth = {0, packet.time + kHeldBack};
+}
+
+bool Lane::IsHeldBack(const UdpPacket& packet) {
+  const auto known = growth_.find(packet.source);
+  if (known == growth_.end() || packet.time >= known->second.held_until) return false;
+  NoteLetGo(LetGo::kHeldBack, 1);
+  return true;
+}
+
+void Lane::LookAtMeters(Timestamp now) {
+  if (meters_->Learnt() <= most_learnt_) return;
+  waits_for_policies_ = !meters_->HavePoliciesInForce();
+  if (!waits_for_policies_) ReplaceMeters(now);
+}
+
+void Lane::ReplaceMeters(Timestamp now) {
+  waits_for_policies_ = false;
+  most_learnt_ = meters_->Learnt() + Shares().plugin / 4;  // where it fails
+  try {
+    TeachFreshMeters(now);
+  } catch (const HostError& error) {
+    return parts_.console.Error(fmt::format("a meter cannot be replaced: {}", error.what()));
+  }
+  growth_.clear();
+  most_learnt_ = std::max(Shares().plugin, meters_->Learnt() + Shares().plugin / 4);
+  WatchPolicies(now);
+  ReturnHeap();
+  NoteLetGo(LetGo::kMeters, 1);
+}
+
+void Lane::TeachFreshMeters(Timestamp now) {
+  if (meters_->Reloads() != reloads_) handover_.ForgetRates();
+  auto fresh = std::make_unique<Meters>(parts_, number_, true);
+  fresh->Learn(handover_, now);
+  reloads_ = fresh->Reloads();
+  meters_ = std::move(fresh);
 }
 
 void Lane::NoteDropped(const DroppedNumbers& dropped) {
@@ -130,10 +175,12 @@ void Lane::TakeMessages() {
     std::vector<std::uint8_t>& bytes = *message.bytes;
     if (IsTemplateChannel(message.channel)) {
       exporters_.NoteForeignTemplates(bytes, HasDomain(message.channel));
+      handover_.TakeMessage(message);
     }
-    for (Component& component : components_) {
+    for (Component& component : meters_->components()) {
       if (!component.listener) continue;
       component.site->SpeakOf(nullptr);
+      const HeapScope scope(&meters_->account());
       if (trace_ != nullptr) {
         trace_->Enter(fmt::format("lane {} OnChannelMessage {} {} bytes", number_,
                                   trace_->Name(message.channel), bytes.size()));
@@ -146,14 +193,14 @@ void Lane::TakeMessages() {
 }
 
 void Lane::WatchPolicies(Timestamp now) {
-  for (Component& component : components_) {
+  for (Component& component : meters_->components()) {
     if (component.site->policy().interval() > 0) Knock(component, now);
   }
 }
 
 std::vector<std::string> Lane::LookAtPolicies(Timestamp now) {
   std::vector<std::string> told;
-  for (Component& component : components_) {
+  for (Component& component : meters_->components()) {
     const PolicyFile& policy = component.site->policy();
     if (policy.path().empty()) continue;
     const std::uint64_t reloads = policy.reloads();
@@ -184,13 +231,14 @@ Harvest Lane::Reap() {
 }
 
 Refusal Lane::Claim(const IID& protocol, const UdpPacket& packet) {
-  for (Component& component : components_) {
+  for (Component& component : meters_->components()) {
     if (!component.handler || !(component.protocol == protocol)) continue;
     if (trace_ != nullptr) {
       trace_->Enter(fmt::format("{} GenerateParse {} {} bytes", component.name,
                                 packet.source.Text(), packet.payload_length));
     }
     DISPOSITION_CODE_T disposition = 0;
+    const HeapScope scope(&meters_->account());
     const Status status =
         component.handler->GenerateParse(packet_.Payload(), &disposition, &packet_);
     if (trace_ != nullptr) trace_->Leave(status);
@@ -201,6 +249,7 @@ Refusal Lane::Claim(const IID& protocol, const UdpPacket& packet) {
 
 Refusal Lane::Count(Component& component, const UdpPacket& packet) {
   component.site->SpeakOf(&packet.source.address);
+  const HeapScope scope(&meters_->account());
   if (trace_ == nullptr) {
     const Status status = component.meter->Count(&engine_, packet_.Payload());
     return ReasonFor(status, component.protocol, WithoutShim(packet.Payload(), packet_.Source()));

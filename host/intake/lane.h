@@ -3,6 +3,8 @@
 // A lane is used by one thread at a time and shares nothing with others but its mailbox.
 #pragma once
 
+#include <absl/container/flat_hash_map.h>
+
 #include <atomic>
 #include <cstddef>
 #include <functional>
@@ -13,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/memory_budget.h"
 #include "host/base/timestamp.h"
 #include "host/border/component_catalog.h"
 #include "host/border/packet_context.h"
@@ -23,6 +26,8 @@
 #include "host/intake/channel_hub.h"
 #include "host/intake/dropped_numbers.h"
 #include "host/intake/exporter_table.h"
+#include "host/intake/handover.h"
+#include "host/intake/meters.h"
 
 namespace flow::host {
 
@@ -35,6 +40,8 @@ struct LaneParts {
   ChannelHub& channels;
   Console& console;
   CallTrace* trace = nullptr;  // may be null
+  // Told of each exporter by whose templates records are decoded, in a lane's thread; may be empty.
+  std::function<void(const Endpoint& exporter)> on_used = {};
 };
 
 // What a lane has counted over some time.
@@ -54,7 +61,9 @@ class Lane final : private ChannelSink {
  public:
   // Makes the components of lane number (from 1) and attaches them. HostError when one refuses.
   Lane(const LaneParts& parts, int number);
-  ~Lane() override;
+  ~Lane() override = default;
+  Lane(const Lane&) = delete;
+  Lane& operator=(const Lane&) = delete;
 
   // Handle takes in the messages that wait, then the datagram to its protocol's handler and meters.
   void Handle(const IID& protocol, const UdpPacket& packet);
@@ -93,32 +102,37 @@ class Lane final : private ChannelSink {
   // LookAtPolicies has them look now, and says of each meter with a policy what came of it.
   std::vector<std::string> LookAtPolicies(Timestamp now);
 
+  // ReplaceMeters has fresh components go on with what is kept of what the old ones knew: no record
+  // is lost, counted twice or counted at another rate. They read their policies, which must be fit.
+  void ReplaceMeters(Timestamp now);
+  // Where the policies were edited, the meters are replaced only once somebody has looked at them;
+  // any thread may ask whether that is wanted.
+  [[nodiscard]] bool WaitsForPolicies() const { return waits_for_policies_; }
+
   // Records metered so far; any thread may ask.
   [[nodiscard]] std::uint64_t Records() const { return records_.load(std::memory_order_relaxed); }
 
  private:
-  // A component at work. The site outlives it.
-  struct Component {
-    std::string name;
-    IID protocol{};
-    std::unique_ptr<Site> site;
-    InterfacePtr<IOmbrelPlugin> plugin;
-    InterfacePtr<IOmbrelProtHandler> handler;
-    InterfacePtr<IOmbrelSimpleCounter> meter;
-    InterfacePtr<IOmbrelChannelListener> listener;
-  };
+  using Component = Meters::Component;
 
-  void Attach(const LaneParts& parts, const ComponentDescription& description);
   Refusal Claim(const IID& protocol, const UdpPacket& packet);
   Refusal Count(Component& component, const UdpPacket& packet);
   void Knock(Component& component, Timestamp now);
   void Note(const UdpPacket& packet, std::uint64_t records, Refusal refusal);
   void HandOutFlowsNow(Timestamp now);
+  void LookAtMemory();
+  void LookAtMeters(Timestamp now);
+  void TeachFreshMeters(Timestamp now);
+  void KeepLessons(const Endpoint& exporter, std::span<const std::uint8_t> datagram);
+  bool IsHeldBack(const UdpPacket& packet);
+  void NoteGrowth(const UdpPacket& packet, std::size_t learnt_before);
   void Post(const GUID& channel, const CLSID& sender, std::span<std::uint8_t> message) override;
 
+  LaneParts parts_;
   int number_;
   std::span<const GroupInfo> groups_;
   ChannelHub& channels_;
+  std::function<void(const Endpoint&)> on_used_;
   Mailbox mailbox_;
   CallTrace* trace_;
   std::unique_ptr<StatsStore> store_;
@@ -126,8 +140,20 @@ class Lane final : private ChannelSink {
   StatsEngine engine_;
   std::optional<TraceEngine> trace_engine_;
   PacketContext packet_;
-  bool takes_shims_ = false;  // the meters take a forwarder's shim off
-  std::vector<Component> components_;
+  std::size_t since_look_ = 0;  // bytes of datagrams, at the memory
+  bool takes_shims_ = false;    // the meters take a forwarder's shim off
+  std::unique_ptr<Meters> meters_;
+  Handover handover_{[this](const TemplateOwner& owner) { return exporters_.RecordsBy(owner); }};
+  std::uint64_t reloads_ = 0;  // of policies, when rates were kept last
+  // Bytes at which the meters are replaced; more where what is worth keeping fills them.
+  std::size_t most_learnt_ = Shares().plugin;
+  std::atomic<bool> waits_for_policies_ = false;
+  // What exporters without a record have made the meters keep, and until when they are held back.
+  struct Growth {
+    std::size_t bytes = 0;
+    Timestamp held_until = 0;
+  };
+  absl::flat_hash_map<Endpoint, Growth> growth_;
   const UdpPacket* at_work_ = nullptr;  // a datagram that is being metered
   std::uint64_t records_before_ = 0;    // it
   std::atomic<std::uint64_t> records_ = 0;

@@ -5,13 +5,11 @@
 
 #include <utility>
 
+#include "host/base/memory_budget.h"
 #include "host/intake/lane.h"
 
 namespace flow::host {
 namespace {
-
-// For the numbers of dropped datagrams, some 400,000 of NetFlow, while a lane is at one batch.
-constexpr std::size_t kMostNumbers = std::size_t{32} << 20;
 
 TimeBudget::Clock::duration TimeOf(clockid_t clock) {
   timespec time{};
@@ -54,8 +52,9 @@ void LaneWorker::Push() {
 void LaneWorker::DropGathered() {
   if (!dropped_numbers_) dropped_numbers_ = std::make_unique<DroppedNumbers>();
   for (const PacketBatch::Entry& entry : gathered_->entries()) {
-    if (numbers_kept_ + dropped_numbers_->Size() < kMostNumbers)
+    if (numbers_kept_ + dropped_numbers_->Size() < Shares().dropped_numbers) {
       dropped_numbers_->Add(entry.packet);
+    }
   }
   dropped_.fetch_add(gathered_->entries().size(), std::memory_order_relaxed);
   gathered_->Clear();
@@ -128,7 +127,8 @@ void LaneWorker::Loop() {
     if (work.batch) {
       work.batch->Clear();
       constexpr std::size_t kMostSpare = 16;
-      if (spare_.size() < kMostSpare) spare_.push_back(std::move(work.batch));
+      const bool has_room = spare_.size() + queued_batches_ < most_batches_;
+      if (has_room && spare_.size() < kMostSpare) spare_.push_back(std::move(work.batch));
     }
   }
 }

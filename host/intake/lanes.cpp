@@ -7,14 +7,14 @@
 #include <chrono>
 #include <thread>
 
+#include "host/base/memory_budget.h"
 #include "host/export/export_format.h"
 
 namespace flow::host {
 namespace {
 
-// In batches of 256 KiB: what a burst may fill before something is lost, and what is enough to keep
-// a lane at work.
-constexpr std::size_t kBurstBatches = 256;
+// What a burst may fill before something is lost is a share of memory; this is enough to keep a
+// lane at work.
 constexpr std::size_t kReadAheadBatches = 8;
 
 }  // namespace
@@ -26,9 +26,11 @@ Lanes::Lanes(const LaneParts& parts, int count, LaneMode mode)
   }
   if (mode == LaneMode::kInline) return;
   const bool drops = mode == LaneMode::kDrop;
+  const std::size_t burst_batches =
+      std::max(Shares().queue / PacketBatch::kCapacity, kReadAheadBatches);
   for (const auto& lane : lanes_) {
     workers_.push_back(
-        std::make_unique<LaneWorker>(*lane, drops ? kBurstBatches : kReadAheadBatches, drops));
+        std::make_unique<LaneWorker>(*lane, drops ? burst_batches : kReadAheadBatches, drops));
   }
 }
 
@@ -139,6 +141,10 @@ std::vector<TimeBudget::Offence> Lanes::TakeOffences() {
 
 void Lanes::Each(const std::function<void(Lane&)>& visit) {
   for (const auto& lane : lanes_) visit(*lane);
+}
+
+bool Lanes::WaitForPolicies() const {
+  return std::ranges::any_of(lanes_, [](const auto& lane) { return lane->WaitsForPolicies(); });
 }
 
 std::uint64_t Lanes::Records() const {

@@ -69,6 +69,9 @@ class Lanes {
   // Exporters that are held back since it was last asked.
   std::vector<TimeBudget::Offence> TakeOffences();
 
+  // Whether meters wait to be replaced until somebody has looked at the policies. Any thread.
+  [[nodiscard]] bool WaitForPolicies() const;
+
   [[nodiscard]] std::size_t size() const { return lanes_.size(); }
 
   // Records metered so far, and datagrams that found a full queue; any thread may ask.

@@ -1,12 +1,21 @@
 #include "host/intake/mailbox.h"
 
+#include <algorithm>
 #include <utility>
+
+#include "host/base/memory_budget.h"
 
 namespace flow::host {
 
 void Mailbox::Post(ChannelMessage message) {
   {
     const std::lock_guard lock(mutex_);
+    constexpr std::size_t kOverhead = 128;
+    const std::size_t bytes = message.bytes->size() + kOverhead;
+    if (bytes > Shares().mailbox - std::min(bytes_, Shares().mailbox)) {
+      return NoteLetGo(LetGo::kMessages, 1);
+    }
+    bytes_ += bytes;
     messages_.push_back(std::move(message));
     has_mail_.store(true, std::memory_order_release);
   }
@@ -16,6 +25,7 @@ void Mailbox::Post(ChannelMessage message) {
 std::vector<ChannelMessage> Mailbox::TakeAll() {
   const std::lock_guard lock(mutex_);
   has_mail_.store(false, std::memory_order_release);
+  bytes_ = 0;
   return std::exchange(messages_, {});
 }
 

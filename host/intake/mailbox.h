@@ -25,6 +25,7 @@ class Mailbox {
   // on_post runs after each message, in the thread that posted it; it wakes a lane that sleeps.
   void OnPost(std::function<void()> on_post) { on_post_ = std::move(on_post); }
 
+  // A full box takes none.
   void Post(ChannelMessage message);
 
   // HasMail is cheap, for every datagram.
@@ -37,6 +38,7 @@ class Mailbox {
   std::function<void()> on_post_;
   std::mutex mutex_;
   std::vector<ChannelMessage> messages_;
+  std::size_t bytes_ = 0;  // of them
   std::atomic<bool> has_mail_ = false;
 };
 

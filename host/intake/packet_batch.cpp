@@ -6,7 +6,7 @@ namespace flow::host {
 
 bool PacketBatch::Add(const IID& protocol, const UdpPacket& packet) {
   const std::size_t size = packet.ip.size();
-  if (size > kCapacity - used_) return false;
+  if (used_ + entries_.size() * sizeof(Entry) + size > kCapacity && used_ > 0) return false;
   std::uint8_t* const copy = block_.get() + used_;
   std::memcpy(copy, packet.ip.data(), size);
   used_ += size;

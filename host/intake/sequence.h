@@ -4,6 +4,7 @@
 // sFlow numbers datagrams per agent and samples per data source. NetFlow v1 numbers nothing.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <optional>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "host/base/endpoint.h"
+#include "host/base/memory_budget.h"
 #include "host/export/export_format.h"
 #include "host/intake/stream_table.h"
 
@@ -46,9 +48,12 @@ class SequenceTracker {
                   const Numbered& numbered, SequenceGaps* gaps);
   void TakeSFlow(const NumberedDatagram& datagram, SequenceGaps* gaps, SequenceGaps* samples);
 
-  std::array<StreamTable, kKinds> tables_{StreamTable(kMostStreams), StreamTable(kMostStreams),
-                                          StreamTable(kMostStreams), StreamTable(kMostStreams),
-                                          StreamTable(kMostSampleStreams)};
+  static StreamTable TableOf(std::uint32_t most) {
+    return StreamTable(std::min(most, most / kMostStreams * Shares().streams));
+  }
+  std::array<StreamTable, kKinds> tables_{TableOf(kMostStreams), TableOf(kMostStreams),
+                                          TableOf(kMostStreams), TableOf(kMostStreams),
+                                          TableOf(kMostSampleStreams)};
 };
 
 // AppendNumbers writes what Take reads of a datagram, as a datagram without records, behind *out.

@@ -17,6 +17,7 @@
 
 #include "host/base/error.h"
 #include "host/base/files.h"
+#include "host/base/memory_budget.h"
 #include "host/export/export_format.h"
 
 namespace flow::host {
@@ -89,17 +90,57 @@ void TemplateArchive::NoteLocked(std::shared_ptr<const Message> message, std::in
   ++arrivals_;
   ForEachTemplate(parsed->set, [&](std::uint16_t id, const TemplateShape&) {
     const Key key{parsed->owner, id};
-    const auto known = templates_.find(key);
-    const std::size_t before = known == templates_.end() ? 0 : known->second.message->bytes.size();
-    const bool is_full = templates_.size() >= kMostTemplates && known == templates_.end();
-    if (is_full || bytes_ - before + message->bytes.size() > kMostBytes) {
+    const std::size_t bytes = message->bytes.size();
+    if (!HasRoomFor(key, bytes) && (!MakeRoom() || !HasRoomFor(key, bytes))) {
       has_overflowed_ = true;
       return;
     }
-    bytes_ += message->bytes.size() - before;
+    bytes_ += bytes - BytesOf(key);
     templates_[key] = {time, arrivals_, message};
     has_news_ = true;
   });
+}
+
+void TemplateArchive::NoteUsed(const Endpoint& exporter) {
+  const std::lock_guard lock(mutex_);
+  if (used_.size() < Shares().exporters) used_.insert(exporter);
+}
+
+std::size_t TemplateArchive::BytesOf(const Key& key) const {
+  const auto known = templates_.find(key);
+  return known == templates_.end() ? 0 : known->second.message->bytes.size();
+}
+
+bool TemplateArchive::HasRoomFor(const Key& key, std::size_t bytes) const {
+  constexpr std::size_t kBeside = 200;  // a message, in memory
+  return (templates_.size() < kMostTemplates || templates_.contains(key)) &&
+         bytes_ - BytesOf(key) + bytes + kBeside * (templates_.size() + 1) <= Shares().archive;
+}
+
+// Of whoever has sent no record the newer half goes: those are the ones that a flood makes up,
+// while true exporters of the last run may not have sent any yet.
+bool TemplateArchive::MakeRoom() {
+  if (wait_ > 0) {
+    --wait_;
+    return false;
+  }
+  const std::size_t before = templates_.size();
+  std::vector<std::uint64_t> orders;
+  for (const auto& [key, entry] : templates_) {
+    if (!used_.contains(key.owner.exporter)) orders.push_back(entry.order);
+  }
+  if (orders.empty()) orders.push_back(0);
+  const auto middle = orders.begin() + static_cast<std::ptrdiff_t>(orders.size() / 2);
+  std::nth_element(orders.begin(), middle, orders.end());
+  absl::erase_if(templates_, [&](const auto& entry) {
+    if (entry.second.order < *middle || used_.contains(entry.first.owner.exporter)) return false;
+    bytes_ -= entry.second.message->bytes.size();
+    return true;
+  });
+  const std::size_t found = before - templates_.size();
+  if (found < before / 16) wait_ = before / 4;
+  NoteLetGo(LetGo::kArchived, found);
+  return found > 0;
 }
 
 std::vector<TemplateArchive::Entry> TemplateArchive::Newest() const {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <absl/container/flat_hash_map.h>
+#include <absl/container/flat_hash_set.h>
 
 #include <compare>
 #include <cstdint>
@@ -26,10 +27,9 @@ class TemplateArchive {
     bool has_domain = false;
   };
 
-  // Templates beyond these numbers, and of longer sets, are not kept, and none that was not sent
-  // again for as long.
+  // Templates beyond this number and the share of memory, and of longer sets, are not kept, and
+  // none that was not sent again for as long.
   static constexpr std::size_t kMostTemplates = 50'000;
-  static constexpr std::size_t kMostBytes = std::size_t{64} << 20;
   static constexpr std::size_t kLongestMessage = std::size_t{16} << 10;
   static constexpr std::int64_t kLongestSeconds = std::int64_t{7} * 86400;
 
@@ -53,6 +53,10 @@ class TemplateArchive {
 
   // Note keeps a message for each template that it defines, in place of older ones. Any thread.
   void Note(const Message& message, std::int64_t now);
+
+  // NoteUsed tells of an exporter by whose templates records are decoded: those of others go first.
+  // Any thread.
+  void NoteUsed(const Endpoint& exporter);
 
   // Messages are those that define a template which no later one does, the oldest first.
   [[nodiscard]] std::vector<std::shared_ptr<const Message>> Messages() const;
@@ -85,6 +89,9 @@ class TemplateArchive {
   };
 
   void NoteLocked(std::shared_ptr<const Message> message, std::int64_t time);
+  [[nodiscard]] std::size_t BytesOf(const Key& key) const;
+  [[nodiscard]] bool HasRoomFor(const Key& key, std::size_t bytes) const;
+  bool MakeRoom();
   bool ReadLine(const std::string& line, std::int64_t now);
   void DropOld(std::int64_t now);
   [[nodiscard]] std::vector<Entry> Newest() const;
@@ -94,6 +101,8 @@ class TemplateArchive {
   mutable std::mutex mutex_;
   absl::flat_hash_map<Key, Entry> templates_;
   std::size_t bytes_ = 0;  // of the messages, once for each template
+  absl::flat_hash_set<Endpoint> used_;
+  std::size_t wait_ = 0;  // so many templates come before there may be room again
   bool has_overflowed_ = false;
   int lock_ = -1;
   std::uint64_t arrivals_ = 0;

@@ -12,6 +12,7 @@
 
 #include "host/base/console.h"
 #include "host/base/error.h"
+#include "host/base/memory_budget.h"
 #include "host/base/number_text.h"
 #include "host/output/sheet_record.h"
 #include "host/output/summary.h"
@@ -115,8 +116,10 @@ void RunReport::Add(const Tick& tick, std::vector<Harvest> harvests, double seco
   for (const Harvest& harvest : harvests) {
     directions_.Add(harvest.store->flow_group().table);
     directions_.AddTo(harvest.store.get());
-    if (store_ == nullptr && options_.report.split_flows) continue;
-    TakeFlows(tick.to - 1, harvest.store->TakeFlows(), has_ends);
+    if (store_ != nullptr || !options_.report.split_flows) {
+      TakeFlows(tick.to - 1, harvest.store->TakeFlows(), has_ends);
+    }
+    if (periodic) NoteLetGo(LetGo::kKeys, harvest.store->PruneTo(Shares().period_keys));
   }
   if (store_ != nullptr) store_->Take(tick, harvests);
   if (has_buckets_) TakeBucket(tick, harvests);
@@ -157,7 +160,9 @@ void RunReport::TakeEarly(EarlyFlows early) {
   try {
     directions_.Add(early.flows.table);
     TakeFlows(early.time, std::move(early.flows), !early.has_netflow);
-    if (kind_ == RunKind::kPeriodic) interval_->Prune();
+    if (kind_ != RunKind::kPeriodic) return;
+    interval_->Prune();
+    if (has_buckets_) bucket_.Prune();
   } catch (const std::exception& error) {
     has_failed_ = true;
     console_.Error(fmt::format("flows could not be taken: {}", error.what()));

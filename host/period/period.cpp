@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/base/memory_budget.h"
+
 namespace flow::host {
 
 std::uint64_t Losses::Kernel() const {
@@ -40,6 +42,11 @@ void Period::Add(const std::vector<Harvest>& harvests) {
     exporters_.Merge(harvest.exporters);
     store_->Merge(*harvest.store);
   }
+}
+
+void Period::Prune() {
+  store_->Prune();
+  NoteLetGo(LetGo::kKeys, store_->PruneTo(Shares().period_keys));
 }
 
 void Period::Add(const Period& other) {

@@ -38,7 +38,7 @@ class Period {
   // Adds what another period holds.
   void Add(const Period& other);
   // Prune lets the smallest keys go where there are more than a long run keeps.
-  void Prune() { store_->Prune(); }
+  void Prune();
 
   // Clear forgets the keys of a group, ClearExporters what exporters sent.
   void Clear(const GUID& group) { store_->Clear(group); }

@@ -64,6 +64,12 @@ void NotKept::Add(const FlowBatch& batch) {
   });
 }
 
+void NotKept::Add(const FlowSums& sums) {
+  flows += sums.flows;
+  bytes += sums.bytes;
+  packets += sums.packets;
+}
+
 void NotKept::Add(const NotKept& other) {
   flows += other.flows;
   bytes += other.bytes;

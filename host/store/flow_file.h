@@ -23,6 +23,7 @@ struct NotKept {
 
   void Add(const FlowTotals& flow);
   void Add(const FlowBatch& batch);
+  void Add(const FlowSums& sums);
   void Add(const NotKept& other);
 };
 

@@ -8,6 +8,7 @@
 
 #include "host/base/console.h"
 #include "host/base/error.h"
+#include "host/base/memory_budget.h"
 #include "host/base/number_text.h"
 #include "host/names/key_text.h"
 #include "host/store/store_files.h"
@@ -16,8 +17,6 @@ namespace flow::host {
 namespace {
 
 constexpr std::size_t kMostJobs = 256;
-// So many flows wait at most, unless they came at once: about a gigabyte.
-constexpr std::uint64_t kMostFlows = 4'000'000;
 // And so many minutes that could not be written.
 constexpr std::size_t kMostMinutes = 60;
 
@@ -89,8 +88,10 @@ void Store::WaitAWhile() {
 
 void Store::TakeFlows(Timestamp time, FlowBatch flows) {
   const std::uint64_t count = flows.table.size();
+  not_kept_.Add(flows.let_go);
   if (count == 0) return;
-  const auto is_full = [&] { return flows_waiting_ > 0 && flows_waiting_ + count > kMostFlows; };
+  const std::uint64_t most = Shares().flows_waiting;  // unless they came at once
+  const auto is_full = [&] { return flows_waiting_ > 0 && flows_waiting_ + count > most; };
   while (options_.waits && is_full()) WaitAWhile();
   if (is_full()) {
     if (!std::exchange(told_full_, true)) {
@@ -112,6 +113,7 @@ void Store::Take(const Tick& tick, const std::vector<Harvest>& harvests) {
   if (from_ == 0) from_ = tick.from;
   for (const Harvest& harvest : harvests) {
     minute_->MergeCounters(*harvest.store);
+    NoteLetGo(LetGo::kKeys, minute_->PruneTo(Shares().period_keys));
     exporters_.Merge(harvest.exporters);
   }
   losses_.Add(tick.losses);

@@ -6,6 +6,8 @@
 #include <ostream>
 #include <utility>
 
+#include "host/base/memory_budget.h"
+
 namespace flow::host {
 namespace {
 
@@ -105,21 +107,22 @@ GroupSums::Ranking GroupSums::Rank(std::size_t most) const {
 }
 
 void GroupSums::Prune() {
-  if (table_.size() <= info_.track_high) return;
-  const Ranking kept = Rank(info_.track_low);
+  const std::size_t most = std::min(info_.track_high, Shares().stored_keys);
+  if (table_.size() <= most) return;
+  const Ranking kept = Rank(std::min(info_.track_low, most / 2));
   KeyTable table(columns_.size() + 1);
-  std::uint64_t most = most_missing_;
+  std::uint64_t most_missing = most_missing_;
   for (const Row& row : kept.rows) {
     std::copy_n(row.values, columns_.size() + 1, table.FindOrAdd(row.key));
   }
   table_.ForEach([&](std::string_view key, const std::uint64_t* values) {
     if (table.Find(key) == nullptr) {
-      most = std::max(most, values[ranked_] + values[columns_.size()] - 1);
+      most_missing = std::max(most_missing, values[ranked_] + values[columns_.size()] - 1);
     }
   });
   others_ = kept.others;
   other_keys_ = kept.other_keys;
-  most_missing_ = most;
+  most_missing_ = most_missing;
   table_ = std::move(table);
 }
 
@@ -182,7 +185,7 @@ void TierCounts::Add(const StatsStore& store, const ToText& to_text) {
     GroupSums part(group->info);
     add_to(&part);
     const std::uint64_t* const others = pick(group->pruned_sums.data());
-    part.AddOthers(others, group->pruned_keys, others[sums.ranked()]);
+    part.AddOthers(others, group->pruned_keys, std::min(others[sums.ranked()], group->pruned_most));
     sums.Add(part);
   }
 }

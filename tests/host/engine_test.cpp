@@ -184,6 +184,36 @@ TEST(StatsStore, PrunesDownToTheLargestKeys) {
   EXPECT_EQ(other.store.Group(kHosts).pruned_sums, hosts.pruned_sums);
 }
 
+TEST(StatsStore, PrunesLargeTablesToABudgetAndKeepsTheSums) {
+  Host host;
+  constexpr std::size_t kKeys = 100'000;
+  for (std::size_t i = 0; i < kKeys; ++i) {
+    const std::string key = std::to_string(i);
+    host.engine.UpdateCounter(kHosts, key.c_str(), 0, i % 7 == 0 ? 1000 : 10);
+    host.engine.UpdateFlowVolume(key.c_str(), 1, 2, 3, 4);
+    host.engine.MarkRecord();
+  }
+  host.engine.UpdateCounter(kUnknown, "small", 0, 1);
+  host.engine.Flush();
+  const std::size_t before = host.store.Memory();
+  EXPECT_EQ(host.store.PruneTo(before), 0U);
+  const std::uint64_t pruned = host.store.PruneTo(before / 4);
+  EXPECT_LE(host.store.Memory(), before / 4);
+  const GroupCounters& hosts = host.store.Group(kHosts);
+  EXPECT_EQ(hosts.table.size() + hosts.pruned_keys, kKeys);
+  std::uint64_t sum = hosts.pruned_sums[0];
+  hosts.table.ForEach([&](std::string_view, const std::uint64_t* values) { sum += values[0]; });
+  EXPECT_EQ(sum, kKeys / 7 * 1000 + 1000 + (kKeys - kKeys / 7 - 1) * 10);
+  EXPECT_GE(hosts.pruned_most, 10U) << "a key that is not there can have had so much";
+  EXPECT_EQ(host.Value(kHosts, "7", 0), 1000U) << "the smallest go first";
+  EXPECT_EQ(host.Value(kUnknown, "small", 0), 1U) << "small tables stay whole";
+  EXPECT_EQ(pruned, hosts.pruned_keys + host.store.flow_group().pruned_keys);
+  const FlowBatch flows = host.store.TakeFlows();
+  EXPECT_EQ(flows.let_go.flows + flows.table.size(), kKeys);
+  EXPECT_EQ(flows.let_go.bytes, flows.let_go.flows * 3);
+  EXPECT_EQ(flows.let_go.packets, flows.let_go.flows * 7);
+}
+
 TEST(StatsEngine, CountsUpdatesOfMetersThatAreNotThere) {
   Host host;
   host.engine.UpdateCounter2(kHosts, 1, "a", 11, 5, 0, 1);

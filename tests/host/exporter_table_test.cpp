@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "host/base/memory_budget.h"
 #include "tests/host/captures.h"
 
 namespace flow::host::test {
@@ -137,15 +138,51 @@ TEST_F(Exporters, AreReapedWithoutLosingTheirPlace) {
   EXPECT_EQ(sum.Rows().at(0).counts.templates, 1U);
 }
 
+// What a flood makes up goes first: those who send records keep their rows and templates.
+TEST(ManyExporters, LeaveTheTrueOnesAlone) {
+  ExporterTable table;
+  const Endpoint true_one{IpAddress::Ipv4(0x0A000001), 1};
+  const Bytes empty = FromHex(kV9Header);
+  const Bytes data = FromHex(kV9Header + kData256);
+  const auto note_template = [&](std::uint32_t address) {
+    Bytes message = TemplateMessage(kTemplate256);
+    for (int i = 0; i < 4; ++i)
+      message[12 + i] = static_cast<std::uint8_t>(address >> (24 - 8 * i));
+    message[20] = 0;
+    message[21] = 1;
+    table.NoteTemplates(message);
+  };
+  note_template(0x0A000001);
+  table.Note({true_one, 0, empty, 0, Refusal::kNone});
+  table.Note({true_one, 0, data, 1, Refusal::kNone});
+  EXPECT_TRUE(table.HasNewUser());
+  const std::size_t many = Shares().exporters + Shares().templates + 10;
+  for (std::uint32_t i = 1; i <= many; ++i) {
+    note_template(0x14000000 + i);
+    table.Note({{IpAddress::Ipv4(0x14000000 + i), 1}, 0, empty, 0, Refusal::kNone});
+  }
+  table.Note({true_one, 0, data, 1, Refusal::kNone});
+  EXPECT_FALSE(table.HasNewUser());
+  std::uint64_t datagrams = 0;
+  for (const ExporterTable::Row& row : table.Rows()) {
+    datagrams += row.counts.datagrams;
+    if (row.key.endpoint != true_one) continue;
+    EXPECT_EQ(row.counts.datagrams, 3U);
+    EXPECT_EQ(row.counts.unknown_sets, 0U);
+  }
+  EXPECT_EQ(datagrams, many + 3);
+  EXPECT_LE(table.Rows().size(), Shares().exporters + 1);
+}
+
 // A flood from random ports costs bounded memory, and its datagrams still count.
 TEST(ManyExporters, ShareARow) {
   ExporterTable table;
   const Bytes bytes = FromHex(kV9Header);
-  constexpr std::uint32_t kMore = ExporterTable::kMostExporters + 10;
+  const auto kMore = static_cast<std::uint32_t>(Shares().exporters) + 10;
   for (std::uint32_t i = 1; i <= kMore; ++i)
-    table.Note({{IpAddress::Ipv4(i), 1}, 0, bytes, 0, Refusal::kNone});
+    table.Note({{IpAddress::Ipv4(i), 1}, 0, bytes, 1, Refusal::kNone});
   const auto rows = table.Rows();
-  EXPECT_EQ(rows.size(), ExporterTable::kMostExporters + 1);
+  EXPECT_EQ(rows.size(), Shares().exporters + 1);
   EXPECT_EQ(rows[0].key, ExportSource{});
   EXPECT_EQ(rows[0].counts.datagrams, 10U);
 }

@@ -118,17 +118,32 @@ TEST_F(Archive, IsBounded) {
   archive_.Note({vast}, kNow);
   EXPECT_EQ(archive_.templates(), 0U);
   EXPECT_TRUE(archive_.TakeOverflow());
-  Bytes message = Message({0});
-  for (std::size_t i = 0; i <= TemplateArchive::kMostTemplates; ++i) {
-    message[14] = static_cast<std::uint8_t>(i >> 8);  // of the exporter's address
-    message[15] = static_cast<std::uint8_t>(i);
-    archive_.Note({message}, kNow);
-  }
+  EXPECT_FALSE(archive_.TakeOverflow());
+}
+
+TEST_F(Archive, KeepsTheTemplatesOfWhoSendsRecordsThroughAFlood) {
+  const auto flood = [&](bool sends_records) {
+    Bytes message = Message({0});
+    for (std::size_t i = 0; i <= TemplateArchive::kMostTemplates; ++i) {
+      message[13] = 7;  // of the exporter's address
+      message[14] = static_cast<std::uint8_t>(i >> 8);
+      message[15] = static_cast<std::uint8_t>(i);
+      archive_.Note({message}, kNow);
+      if (sends_records) archive_.NoteUsed(ParseTemplateMessage(message, false)->owner.exporter);
+    }
+  };
+  archive_.Note({Message({0})}, kNow);
+  archive_.NoteUsed(ParseTemplateMessage(Message({0}), false)->owner.exporter);
+  flood(false);
+  EXPECT_LE(archive_.templates(), TemplateArchive::kMostTemplates);
+  EXPECT_FALSE(archive_.TakeOverflow());
+  flood(true);
   EXPECT_EQ(archive_.templates(), TemplateArchive::kMostTemplates);
   EXPECT_TRUE(archive_.TakeOverflow());
   EXPECT_FALSE(archive_.TakeOverflow());
   archive_.Note({Message({0}, 8)}, kNow);  // a known one can still be replaced
   EXPECT_EQ(archive_.templates(), TemplateArchive::kMostTemplates);
+  EXPECT_THAT(archive_.Messages().back()->bytes, testing::ElementsAreArray(Message({0}, 8)));
 }
 
 TEST_F(Archive, WritesOnlyNews) {

@@ -1,0 +1,185 @@
+#include "host/intake/handover.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "host/base/big_endian.h"
+#include "host/base/memory_budget.h"
+
+namespace flow::host {
+namespace {
+
+constexpr std::size_t kV9Header = 20;
+constexpr std::size_t kIpfixHeader = 16;
+constexpr std::size_t kSetHeader = 4;
+constexpr std::size_t kCarrier = 24;  // in front of a message's set
+
+// What a template takes, here and in a meter, beside the bytes of its set.
+constexpr std::size_t kTemplateCost = 600;
+
+bool IsIpfix(std::span<const std::uint8_t> datagram) { return Be16(datagram.data()) == 10; }
+
+void PutBe16(std::size_t value, std::uint8_t* out) {
+  out[0] = static_cast<std::uint8_t>(value >> 8);
+  out[1] = static_cast<std::uint8_t>(value);
+}
+
+// A datagram with the header of another and these sets alone.
+std::vector<std::uint8_t> WithSets(std::span<const std::uint8_t> datagram,
+                                   std::initializer_list<std::span<const std::uint8_t>> sets) {
+  const std::size_t header = IsIpfix(datagram) ? kIpfixHeader : kV9Header;
+  std::vector<std::uint8_t> made(datagram.begin(),
+                                 datagram.begin() + static_cast<std::ptrdiff_t>(header));
+  for (const auto set : sets) made.insert(made.end(), set.begin(), set.end());
+  PutBe16(IsIpfix(datagram) ? made.size() : sets.size(), made.data() + 2);
+  return made;
+}
+
+// A data set with its last record alone, for records of one length.
+std::vector<std::uint8_t> LastRecord(std::span<const std::uint8_t> set, std::size_t length) {
+  const std::size_t records = (set.size() - kSetHeader) / length;
+  std::vector<std::uint8_t> made(set.begin(), set.begin() + kSetHeader);
+  if (records > 0) {
+    const auto record = set.subspan(kSetHeader + (records - 1) * length, length);
+    made.insert(made.end(), record.begin(), record.end());
+  }
+  PutBe16(made.size(), made.data() + 2);
+  return made;
+}
+
+}  // namespace
+
+void Handover::Take(const Endpoint& exporter, Bytes datagram) {
+  if (!VersionOf(datagram).HasTemplates()) return;
+  ForEachSet(datagram, [&](const ExportSet& set) {
+    if (set.is_beyond || set.is_broken) return;
+    if (set.holds_templates) TakeTemplates(exporter, datagram, set.bytes);
+    if (set.holds_data) TakeRate(exporter, datagram, set.bytes);
+  });
+}
+
+void Handover::TakeTemplates(const Endpoint& exporter, Bytes datagram, Bytes set) {
+  const auto made = std::make_shared<const std::vector<std::uint8_t>>(WithSets(datagram, {set}));
+  const TemplateOwner owner{exporter, DomainOf(datagram)};
+  const std::uint16_t set_id = Be16(set.data());
+  ++arrivals_;
+  ForEachTemplate(set, [&](std::uint16_t id, const TemplateShape& shape) {
+    Template entry;
+    entry.datagram = made;
+    entry.is_option = set_id == 1 || set_id == 3;
+    Keep({owner, id}, shape, std::move(entry));
+  });
+}
+
+void Handover::TakeMessage(const ChannelMessage& message) {
+  const auto parsed = ParseTemplateMessage(*message.bytes, HasDomain(message.channel));
+  if (!parsed) return;
+  const auto kept = std::make_shared<const ChannelMessage>(message);
+  const std::uint16_t set_id = Be16(parsed->set.data());
+  ++arrivals_;
+  ForEachTemplate(parsed->set, [&](std::uint16_t id, const TemplateShape& shape) {
+    Template entry;
+    entry.message = kept;
+    entry.is_option = set_id == 1 || set_id == 3;
+    Keep({parsed->owner, id}, shape, std::move(entry));
+  });
+}
+
+// Each template of a set bears all of its bytes: whichever is left keeps them.
+void Handover::Keep(const Key& key, const TemplateShape& shape, Template entry) {
+  const std::size_t bytes = entry.datagram ? entry.datagram->size() : entry.message->bytes->size();
+  entry.order = arrivals_;
+  entry.cost = kTemplateCost + bytes;
+  entry.record_length = shape.IsVariable() ? 0 : shape.shortest;
+  entry.tells_rate = shape.tells_rate;
+  if (cost_ + entry.cost > Shares().handover && !templates_.contains(key)) MakeRoom();
+  Template& kept = templates_[key];
+  cost_ = cost_ + entry.cost - kept.cost;
+  kept = std::move(entry);
+}
+
+const Handover::Template* Handover::Find(const Endpoint& exporter, Bytes datagram,
+                                         std::uint16_t id) const {
+  auto found = templates_.find({{exporter, DomainOf(datagram)}, id});
+  if (found == templates_.end()) found = templates_.find({{exporter}, id});
+  return found == templates_.end() ? nullptr : &found->second;
+}
+
+// A rate is kept with the template that it was told by, which may be another one later.
+void Handover::TakeRate(const Endpoint& exporter, Bytes datagram, Bytes set) {
+  const std::uint16_t id = Be16(set.data());
+  const Template* const known = Find(exporter, datagram, id);
+  if (known == nullptr || !known->tells_rate) return;
+  const bool is_whole = known->is_option || known->record_length == 0;
+  const std::vector<std::uint8_t> last = is_whole
+                                             ? std::vector<std::uint8_t>(set.begin(), set.end())
+                                             : LastRecord(set, known->record_length);
+  Bytes definition;
+  if (known->datagram) {
+    const std::size_t header = IsIpfix(*known->datagram) ? kIpfixHeader : kV9Header;
+    definition = Bytes(*known->datagram).subspan(header);
+  } else {
+    const std::size_t carrier = kCarrier + (HasDomain(known->message->channel) ? 4 : 0);
+    definition = Bytes(*known->message->bytes).subspan(carrier);
+  }
+  Rate& rate = rates_[{{exporter, DomainOf(datagram)}, id}];
+  rate.order = ++arrivals_;
+  rate.datagram =
+      std::make_shared<const std::vector<std::uint8_t>>(WithSets(datagram, {definition, last}));
+  cost_ -= rate.cost;
+  rate.cost = rate.datagram->size() + kTemplateCost;
+  cost_ += rate.cost;
+  if (cost_ > Shares().handover) MakeRoom();
+}
+
+void Handover::ForgetRates() {
+  for (const auto& [key, rate] : rates_) cost_ -= rate.cost;
+  rates_.clear();
+}
+
+void Handover::MakeRoom() {
+  using Value = std::pair<std::uint64_t, std::uint64_t>;
+  const auto value_of = [&](const auto& entry) {
+    return Value{records_by_(entry.first.owner), ~entry.second.order};
+  };
+  std::vector<Value> values;
+  for (const auto& entry : templates_) values.push_back(value_of(entry));
+  for (const auto& entry : rates_) values.push_back(value_of(entry));
+  if (values.empty()) return;
+  const std::size_t before = values.size();
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>((before - 1) / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  const auto goes = [&](const auto& entry) {
+    if (value_of(entry) > *middle) return false;
+    cost_ -= entry.second.cost;
+    return true;
+  };
+  absl::erase_if(templates_, goes);
+  absl::erase_if(rates_, goes);
+  NoteLetGo(LetGo::kHandover, before - templates_.size() - rates_.size());
+}
+
+// Rates come first, each with the template that told it; then the templates as they are now.
+void Handover::Teach(const std::function<void(const Lesson&)>& visit) const {
+  std::vector<std::pair<std::uint64_t, Lesson>> lessons;
+  const auto teach = [&] {
+    std::ranges::sort(lessons, {}, [](const auto& lesson) { return lesson.first; });
+    for (std::size_t i = 0; i < lessons.size(); ++i) {
+      // The templates of a set are taught together.
+      if (i == 0 || lessons[i].first != lessons[i - 1].first) visit(lessons[i].second);
+    }
+    lessons.clear();
+  };
+  for (const auto& [key, rate] : rates_) {
+    lessons.push_back({rate.order, {key.owner.exporter, *rate.datagram, nullptr}});
+  }
+  teach();
+  for (const auto& [key, entry] : templates_) {
+    Lesson lesson{key.owner.exporter, {}, entry.message.get()};
+    if (entry.datagram) lesson.datagram = *entry.datagram;
+    lessons.push_back({entry.order, lesson});
+  }
+  teach();
+}
+
+}  // namespace flow::host
