@@ -15,6 +15,14 @@ struct FlowBatch {
   std::vector<std::string> texts;  // by number, from 1
   FlowSums let_go = {};            // of their time, for want of memory
 
+  // LetGo keeps no more than what the flows carried together.
+  void LetGo() {
+    table.ForEach([this](std::string_view, const std::uint64_t* values) {
+      let_go.Add(*reinterpret_cast<const FlowTotals*>(values));
+    });
+    table = KeyTable(kFlowWords);
+  }
+
   [[nodiscard]] std::string_view TextOf(std::uint32_t number) const {
     return number == 0 ? std::string_view() : std::string_view(texts[number - 1]);
   }

@@ -73,7 +73,7 @@ void ForEachSet(std::span<const std::uint8_t> datagram,
 struct TemplateShape {
   std::uint32_t shortest = 0;  // bytes of a record, at least
   std::vector<std::uint16_t>
-      lengths;  // of the fields, 65535 for variable; empty when all are fixed
+      lengths;              // of the fields, 65535 for variable; empty when all are fixed
   bool tells_rate = false;  // a field is a sampling rate, or a part of one
 
   // Templates of variable lengths with more fields than any device has are not kept: their records

@@ -132,7 +132,7 @@ class ExporterTable {
   // The templates of one owner, and of all.
   struct Templates {
     absl::flat_hash_map<std::uint16_t, KnownTemplate> by_id;
-    std::uint64_t since = 0;  // the datagram that came with the first
+    std::uint64_t since = 0;    // the datagram that came with the first
     std::uint64_t records = 0;  // that were decoded by them
   };
   using Owners = absl::flat_hash_map<TemplateOwner, Templates>;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/base/memory_budget.h"
+
 namespace flow::host {
 
 Reporter::Reporter(Handler handler, EarlyHandler early)
@@ -41,13 +43,21 @@ void Reporter::Take(Round* round, Lane* lane) {
 
 void Reporter::TakeFlowsEarly(Lanes& lanes) {
   constexpr std::size_t kMostFlows = std::size_t{1} << 18;  // some 60 MB
-  lanes.HandOutFlows(kMostFlows, [this](const Lane& lane, EarlyFlows flows) {
-    TakeEarly(lane, std::move(flows));
-  });
+  constexpr std::size_t kFlowBytes = 1000;                  // in a part of what a lane may count
+  lanes.HandOutFlows(
+      std::min(kMostFlows, Shares().lane_keys / kFlowBytes),
+      [this](const Lane& lane, EarlyFlows flows) { TakeEarly(lane, std::move(flows)); });
 }
 
 // A lane that has yet to come to a tick which was begun hands out what belongs to that tick.
 void Reporter::TakeEarly(const Lane& lane, EarlyFlows flows) {
+  const std::size_t count = flows.flows.table.size();
+  if (early_waiting_ + count > Shares().flows_waiting) {
+    flows.flows.LetGo();
+    NoteLetGo(LetGo::kKeys, count);
+  } else {
+    early_waiting_ += count;
+  }
   const std::lock_guard lock(mutex_);
   const auto at = static_cast<std::size_t>(lane.number() - 1);
   const auto awaited = std::ranges::find_if(rounds_, [at](const auto& round) {
@@ -100,7 +110,11 @@ std::shared_ptr<Reporter::Round> Reporter::TakeRound() {
 }
 
 void Reporter::Handle(Round* round) {
-  for (EarlyFlows& flows : round->early) early_(std::move(flows));
+  for (EarlyFlows& flows : round->early) {
+    const std::size_t count = flows.flows.table.size();
+    early_(std::move(flows));
+    early_waiting_ -= count;
+  }
   if (round->tick) handler_(*round->tick, std::move(round->harvests));
 }
 

@@ -2,6 +2,7 @@
 // of it, in a thread of its own: neither the intake nor a lane waits for a report.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -79,6 +80,7 @@ class Reporter {
   std::condition_variable changed_;
   std::deque<std::shared_ptr<Round>>
       rounds_;  // that were begun, in order; the first may be at work
+  std::atomic<std::size_t> early_waiting_ = 0;  // flows
   bool ending_ = false;
   std::thread thread_;
 };
