@@ -59,6 +59,8 @@ class Exporters {
                       {"lost_share", "Lost", ValueKind::kShare},
                       {"templates", "Templates", ValueKind::kCount},
                       {"sampling_rate", "Sampling", ValueKind::kCount},
+                      {"sets_without_template", "No template", ValueKind::kCount},
+                      {"refused", "Refused", ValueKind::kCount},
                       {"silent", "Silent", ValueKind::kText}};
     ReadRan();
     ReadHealth();
@@ -81,6 +83,8 @@ class Exporters {
     std::int64_t records = 0;
     std::int64_t arrived = 0;  // in the unit of what was lost
     std::int64_t lost = 0;
+    std::int64_t sets_without_template = 0;
+    std::int64_t refused = 0;
     std::int64_t last_bucket = 0;
     std::vector<TimeSpan> silences;
   };
@@ -115,7 +119,8 @@ class Exporters {
       const Tier& tier = kTiers[part.tier];
       Statement rows = counters_->database().Prepare(fmt::format(
           "SELECT exporter, port, version, bucket, records, lost, "
-          "CASE lost_unit WHEN 'datagrams' THEN datagrams ELSE described END "
+          "CASE lost_unit WHEN 'datagrams' THEN datagrams ELSE described END, "
+          "sets_without_template, refused "
           "FROM health_{} WHERE bucket >= ? AND bucket < ? AND datagrams > 0 ORDER BY bucket",
           tier.name));
       rows.Bind(1, part.span.from).Bind(2, part.span.to);
@@ -127,6 +132,8 @@ class Exporters {
         health.records += rows.Integer(4);
         health.lost += rows.Integer(5);
         health.arrived += rows.Integer(6);
+        health.sets_without_template += rows.Integer(7);
+        health.refused += rows.Integer(8);
       }
     }
     for (auto& [key, health] : health_) NoteSilence(&health, health.last_bucket, end_);
@@ -152,6 +159,8 @@ class Exporters {
                    {},
                    row.Integer(4),
                    {},
+                   health.sets_without_template,
+                   health.refused,
                    SilenceText(health, last_seen)};
     const std::int64_t sent = health.arrived + health.lost;
     if (sent > 0) {

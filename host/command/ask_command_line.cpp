@@ -70,6 +70,13 @@ constexpr char kExportersExamples[] =
     "  flowhost exporters                   who exports, and which fell silent and when\n"
     "  flowhost exporters --from yesterday";
 
+constexpr char kReportExamples[] =
+    "The file needs nobody: it opens in any browser, and asks for nothing elsewhere.\n"
+    "\n"
+    "Examples:\n"
+    "  flowhost report --store DIR --from yesterday -o yesterday.html\n"
+    "  flowhost report --store DIR --from 02:00 --to 03:00 --keys 10 -o night.html";
+
 constexpr char kCompareExamples[] =
     "The other time is as long as the one that is asked for: --against yesterday is the same time\n"
     "of yesterday, --against -48h begins then.\n"
@@ -79,7 +86,8 @@ constexpr char kCompareExamples[] =
     "  flowhost compare hosts --from 09:00 --to 10:00 --against yesterday    the largest changes\n"
     "  flowhost compare hosts --of 10.0.0.5 --new-peers --from -24h --against -48h";
 
-void AddAskOptions(CLI::App* app, AskOptions* options) {
+// What is asked, of what time, and with which names.
+void AddSourceOptions(CLI::App* app, AskOptions* options) {
   app->add_option("--store", options->store, "Directory of the store")->type_name("DIR");
   app->add_option("--read", options->read.captures,
                   "Captures rather than a store; without --from all that they have")
@@ -105,6 +113,10 @@ void AddAskOptions(CLI::App* app, AskOptions* options) {
       ->type_name("FILE")
       ->allow_extra_args(false);
   app->add_flag("--dns", options->dns, "Ask the DNS for names of addresses without another one");
+}
+
+void AddAskOptions(CLI::App* app, AskOptions* options) {
+  AddSourceOptions(app, options);
   app->add_flag_callback(
       "--json", [options] { options->form = AnswerForm::kJson; }, "Print JSON");
   app->add_flag_callback(
@@ -168,6 +180,20 @@ void AddSeries(CLI::App* app, SeriesOptions* options) {
   app->add_option("FILTER", options->filter, "Flows rather than a key")->type_name("");
 }
 
+void AddReport(CLI::App* app, PageReportOptions* options) {
+  app->footer(std::string(kTimes) + "\n\n" + kReportExamples);
+  AddSourceOptions(app, &options->ask);
+  app->add_option("-o,--output", options->output, "The file; - for standard output")
+      ->type_name("FILE")
+      ->required();
+  app->add_option(
+         "--keys", options->keys,
+         "How many of the largest hosts, applications, interfaces and AS numbers have views "
+         "of their own (default: 3)")
+      ->type_name("N")
+      ->check(CLI::Range(0, 100));
+}
+
 void AddCompare(CLI::App* app, CompareOptions* options) {
   app->add_option("--against", options->against, "The time that is compared with")
       ->type_name("TIME")
@@ -212,6 +238,8 @@ AskCommandLine::AskCommandLine(CLI::App* app) : app_(app) {
       add("compare", "Ask a store for one time beside another", kCompareExamples, &compare_.ask);
   AddRanking(compare, &compare_.ask, "bytes (default), or another column of the group");
   AddCompare(compare, &compare_);
+  AddReport(app->add_subcommand("report", "Make the page of a time as one file, to send"),
+            &report_);
 }
 
 std::optional<AskCommand> AskCommandLine::Parsed() const {
@@ -223,6 +251,11 @@ std::optional<AskCommand> AskCommandLine::Parsed() const {
   if (is("exporters")) return exporters_;
   if (is("compare")) return compare_;
   return std::nullopt;
+}
+
+std::optional<PageReportOptions> AskCommandLine::Report() const {
+  if (!app_->got_subcommand("report")) return std::nullopt;
+  return report_;
 }
 
 }  // namespace flow::host

@@ -20,6 +20,7 @@ class AskCommandLine {
 
   // The one that was given, if any.
   [[nodiscard]] std::optional<AskCommand> Parsed() const;
+  [[nodiscard]] std::optional<PageReportOptions> Report() const;
 
  private:
   TopOptions top_;
@@ -28,6 +29,7 @@ class AskCommandLine {
   LossesOptions losses_;
   ExportersOptions exporters_;
   CompareOptions compare_;
+  PageReportOptions report_;
   const CLI::App* app_;
 };
 

@@ -65,4 +65,11 @@ struct CompareOptions {
   bool new_peers = false;
 };
 
+// The page of a span, as one file.
+struct PageReportOptions {
+  AskOptions ask;
+  std::string output;
+  std::size_t keys = 3;  // of a group that have views of their own
+};
+
 }  // namespace flow::host

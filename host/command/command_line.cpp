@@ -363,6 +363,7 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   if (listen_app->parsed()) return listen;
   if (check_app->parsed()) return check;
   if (const auto question = ask.Parsed()) return *question;
+  if (const auto report = ask.Report()) return *report;
   if (store_app->parsed()) return store;
   if (serve_app->parsed()) return serve;
   return info;

@@ -11,7 +11,7 @@
 namespace flow::host {
 
 using Command = std::variant<ReplayOptions, ListenOptions, InfoOptions, CheckConfigOptions,
-                             AskCommand, StoreCommandOptions, ServeOptions>;
+                             AskCommand, PageReportOptions, StoreCommandOptions, ServeOptions>;
 
 // ParseCommandLine gives the command. Help and errors are printed here; then there is no command
 // and *status is the exit status.

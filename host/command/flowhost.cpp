@@ -11,6 +11,7 @@
 #include "host/command/info_command.h"
 #include "host/command/listen_command.h"
 #include "host/command/replay_command.h"
+#include "host/command/report_command.h"
 #include "host/command/serve_command.h"
 #include "host/command/store_command.h"
 
@@ -23,6 +24,7 @@ int Run(const InfoOptions& options) { return RunInfo(options); }
 int Run(const CheckConfigOptions& options) { return RunCheckConfig(options); }
 int Run(const StoreCommandOptions& options) { return RunStore(options); }
 int Run(const ServeOptions& options) { return RunServe(options); }
+int Run(const PageReportOptions& options) { return RunPageReport(options); }
 
 int Run(const AskCommand& command) {
   const Answered answered = AskStore(command);

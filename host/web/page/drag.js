@@ -26,7 +26,7 @@ export class Drag {
   }
 
   #down(event) {
-    if (event.button !== 0 || !this.#chart.area || event.pointerType === "touch") return;
+    if (event.button !== 0 || !this.#chart.area) return;
     this.#pointer = event.pointerId;
     byId("chart").setPointerCapture(event.pointerId);
     this.#from = this.#to = this.#chart.timeAt(event.clientX);

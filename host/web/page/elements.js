@@ -23,6 +23,16 @@ export function show(element, isShown) {
   element.hidden = !isShown;
 }
 
+// Puts something else into a box. Who was at a control by keyboard stays at the one of its name.
+export function fill(box, ...inside) {
+  const active = document.activeElement;
+  const name = box.contains(active) ? active.textContent : null;
+  box.replaceChildren(...inside);
+  if (name === null) return;
+  [...box.querySelectorAll("button")].find((button) => button.textContent === name)
+    ?.focus({ preventScroll: true });
+}
+
 // A stranger's text: by itself, whatever its marks of direction say, and whole on its title.
 export function strange(text, attributes = {}) {
   const isLong = text.length > LONGEST;

@@ -31,12 +31,33 @@ export const GROUPS = [
     id: "protocols", title: "Protocols", key: "Protocol", fields: "proto",
     part: (key) => (/^[a-z0-9-]+$/i.test(key) ? `proto ${key.toLowerCase()}` : null),
   },
-  { id: "app", title: "Names of applications", key: "Application", fields: "app", flows: true },
+  {
+    id: "application_tags", title: "Applications by name", key: "Application", fields: "app",
+    part: (key) => (/^[^"\\\p{C}]{1,100}$/u.test(key) && key !== "-" ? `app "${key}"` : null),
+  },
 ];
+const ALIASES = new Map(Object.entries({
+  as: "as_numbers", interfaces: "flowintfs", exporters: "flowgens", hosts6: "hosts",
+}));
 
 export const TABLES = ["hosts", "applications", "interfaces", "as"];
 
-export const groupOf = (id) => GROUPS.find((group) => group.id === id) ?? GROUPS[0];
+export const groupOf = (id) => GROUPS.find((group) => group.id === id)
+  ?? { id, title: id, key: "Key", fields: null };
+
+// What can be asked of a filter and a store: directions of a filter need a key that it is about;
+// what only counters have needs there to be none.
+export function groupsFor(filter, counted) {
+  const known = new Set(counted.map((group) => group.id));
+  const usual = GROUPS.filter((group) => {
+    if (group.id === "direction") return filter === "" || subjectOf(filter)?.directions;
+    const stored = group.group ?? group.id;
+    return filter !== "" || known.has(stored) || known.has(ALIASES.get(stored));
+  });
+  if (filter !== "") return usual;
+  const shown = new Set(["totals", "hosts6", ...ALIASES.values(), ...GROUPS.map(({ id }) => id)]);
+  return [...usual, ...counted.filter(({ id, title }) => title && !shown.has(id))];
+}
 
 // A row's key and name, whether counters or flows gave it.
 export function keyOf(group, row) {
@@ -72,7 +93,7 @@ export function subjectOf(filter) {
 // The parts of a filter that are joined by "and" alone; one part where it is anything else.
 export function partsOf(filter) {
   if (filter === "") return [];
-  if (/[()|!&]|\bor\b|\bnot\b|\bsrc\s+and\s+dst\b/i.test(filter)) return [filter];
+  if (/["()|!&]|\bor\b|\bnot\b|\bsrc\s+and\s+dst\b/i.test(filter)) return [filter];
   return filter.split(/\s+and\s+/i);
 }
 

@@ -1,16 +1,19 @@
 // The page: reads the address, asks, shows, and follows what arrives.
 import { Colours } from "./colours.js";
 import { Drag } from "./drag.js";
-import { byId, make, show, strange } from "./elements.js";
-import { clockText, percent, short, spanText, zoneName } from "./format.js";
-import { GROUPS, TABLES, groupOf, partsOf, subjectOf, withPart } from "./groups.js";
+import { byId, fill, make, show, strange } from "./elements.js";
+import { clockText, short, spanText, zoneName } from "./format.js";
+import { TABLES, groupOf, groupsFor, partsOf, subjectOf, withPart } from "./groups.js";
+import { showHeadline } from "./headline.js";
+import { showLegend, showMarks } from "./legend.js";
 import {
   askDirections, askExporters, askFlows, askGroup, askLosses, askTotals,
 } from "./questions.js";
-import { Refusal, openSource } from "./source.js";
+import { Refusal } from "./refusal.js";
+import { openSource } from "./source.js";
 import { follows, moved, readState, spanOf, withSpan, writeState, zoomed } from "./state.js";
 import { exporterTable, flowTable, groupTable, lossTable } from "./tables.js";
-import { TimeChart, chartTable, swatch } from "./timechart.js";
+import { TimeChart, chartTable } from "./timechart.js";
 
 const FLOWS_AT_ONCE = 100;
 const LOOK_MS = 5000;  // for a minute that is new
@@ -26,7 +29,7 @@ let hasOthers = true;
 let lastShown = 0;  // status.to of what is shown
 
 const end = () => status.to ?? status.now;
-const span = () => spanOf(state, end());
+const span = () => spanOf(state, end(), status.from);
 
 function go(next) {
   const address = writeState(next);
@@ -34,18 +37,12 @@ function go(next) {
   location.hash = address;  // and on with hashchange
 }
 
-const narrow = (part) => go({ ...state, filter: withPart(state.filter, part) });
-
-// What can be asked of a state: directions of a filter need a key that it is about.
-function groupsFor(filter) {
-  const subject = subjectOf(filter);
-  const known = new Set(status.groups.map((group) => group.id));
-  return GROUPS.filter((group) => {
-    if (group.id === "direction") return filter === "" || subject?.directions;
-    if (group.flows || filter !== "") return true;
-    return known.has(group.group ?? group.id) || TABLES.includes(group.id)
-      || group.id === "exporters";
-  });
+// Who opens a key is then at its heading, also by keyboard.
+function narrow(part) {
+  go({ ...state, filter: withPart(state.filter, part) });
+  show(byId("view-heading"), true);
+  byId("view-heading").focus({ preventScroll: true });
+  scrollTo({ top: 0 });
 }
 
 function showControls() {
@@ -69,10 +66,10 @@ function showControls() {
   } else {
     select.value = state.from;
   }
-  const groups = groupsFor(state.filter);
+  const groups = groupsFor(state.filter, status.groups);
   if (!groups.some((group) => group.id === state.by)) state.by = groups[0].id;
   byId("group").replaceChildren(...groups.map((group) =>
-    make("option", { value: group.id }, group.title.toLowerCase())));
+    make("option", { value: group.id }, group.title)));
   byId("group").value = state.by;
   byId("unit").value = state.unit;
   byId("later").disabled = follows(state);
@@ -115,50 +112,18 @@ function showChart(answer) {
     from, to: answer.to, step: seconds, series, bits, gaps: gapsIn(answer), lost,
     unit: state.unit === "bytes" ? "b/s" : "pkt/s",
   });
+  show(byId("nothing"), series.length === 0);
   byId("chart-span").textContent = spanText(from, answer.to);
   byId("chart-summary").textContent = `${answer.group.title}, ${spanText(from, answer.to)}: ${
     series.slice(0, 3).map((each) => each.name || each.key).join(", ")}`;
   byId("canvas").setAttribute("aria-label", `Traffic by ${answer.group.title.toLowerCase()}`);
-  showLegend(answer, series);
-  showMarks(answer, lost);
+  showLegend(answer, series, hasOthers, {
+    narrow,
+    point: (key) => chart.point(key),
+    toggleOthers: () => { hasOthers = !hasOthers; showChart(answer); },
+  });
+  showMarks(answer);
   if (byId("chart-table").open) showChartTable();
-}
-
-function showLegend(answer, series) {
-  const keys = series.filter(({ colour }) => colour !== null);
-  byId("legend").replaceChildren(...keys.map((each) => {
-    const part = answer.group.part?.(each.key) ?? null;
-    const inside = [swatch(each.colour), strange(each.key)];
-    if (each.name) inside.push(" ", strange(each.name, { class: "name" }));
-    const over = {
-      pointerenter: () => chart.point(each.key), pointerleave: () => chart.point(null),
-      focus: () => chart.point(each.key), blur: () => chart.point(null),
-    };
-    return make("li", {}, part === null ? make("span", over, ...inside)
-      : make("button", { type: "button", class: "key", ...over, click: () => narrow(part) },
-        ...inside));
-  }));
-  if (!answer.others?.line) return;
-  const others = make("button", { type: "button", class: hasOthers ? "key" : "key off",
-    "aria-pressed": String(hasOthers), click: () => { hasOthers = !hasOthers; showChart(answer); } },
-  swatch(null), "others");
-  byId("legend").append(make("li", {}, others));
-}
-
-// Gaps and losses in words, for who cannot see hatching and ticks.
-function showMarks(answer, lost) {
-  const marks = answer.gaps.map((gap) =>
-    make("li", { class: "gap" }, `no data ${spanText(gap.from, gap.to)}: ${gap.reason}`));
-  for (const loss of answer.losses.filter(({ place }) => place === "way" || place === "here")) {
-    const share = loss.share ? ` (${percent(loss.share)} %)` : "";
-    const place = loss.place === "way" ? "lost on the way" : "lost here";
-    marks.push(make("li", { class: "loss" }, `${place}: ${loss.count.toLocaleString("en")} ${
-      loss.unit}${share}`, loss.exporter ? " from " : "", strange(loss.exporter)));
-  }
-  for (const note of answer.notes ?? []) marks.push(make("li", {}, strange(note)));
-  byId("marks").replaceChildren(...marks.slice(0, 12),
-    marks.length > 12 ? make("li", {}, `${marks.length - 12} more`) : "");
-  byId("chart").dataset.lost = lost.length;
 }
 
 function showChartTable() {
@@ -178,34 +143,9 @@ function showTable(id, shaped) {
   const answer = withoutSubject(id, shaped);
   const seconds = answer.to - answer.from;
   const isCharted = id === state.by;
-  byId(`table-${id}`).querySelector(".body").replaceChildren(groupTable(answer,
+  fill(byId(`table-${id}`).querySelector(".body"), groupTable(answer,
     { unit: state.unit, seconds, colours: isCharted ? colours : null, narrow }));
 }
-
-function showHeadline(totals, exporters, charted) {
-  const seconds = totals.to - totals.from;
-  const rate = (bytes) => short(bytes * 8 / seconds, "b/s");
-  const parts = [["all traffic", rate(totals.total?.bytes ?? 0)]];
-  if (state.filter !== "") {
-    const { row, bytes = row?.bytes } = charted.total ?? sumOf(charted.rows);
-    parts.unshift(["this filter", rate(bytes)]);
-  }
-  for (const row of totals.rows.filter(({ key, bytes }) => key !== "all" && bytes > 0)) {
-    parts.push([row.key, rate(row.bytes)]);
-  }
-  const records = exporters.rows.reduce((sum, row) => sum + row.records_per_second, 0);
-  const silent = exporters.rows.filter((row) => (row.silent ?? "").startsWith("since"));
-  const lost = exporters.rows.filter((row) => row.lost_share > 0);
-  parts.push(["records", `${records < 10 ? records.toFixed(1) : short(records, "")}/s`]);
-  parts.push(["exporters", silent.length === 0 ? String(exporters.rows.length)
-    : `${exporters.rows.length - silent.length} of ${exporters.rows.length}`]);
-  const worst = Math.max(0, ...lost.map((row) => row.lost_share));
-  parts.push(["lost at worst", lost.length === 0 ? "none" : `${percent(worst)} %`]);
-  byId("headline").replaceChildren(...parts.map(([title, value]) =>
-    make("div", {}, make("dt", {}, title), make("dd", {}, value))));
-}
-
-const sumOf = (rows) => ({ bytes: rows.reduce((sum, { row }) => sum + row.bytes, 0) });
 
 async function showFlows(signal) {
   const answer = await askFlows(source, state, span(), byId("order").value, flowsShown, signal);
@@ -214,7 +154,7 @@ async function showFlows(signal) {
     ? `${rows.length.toLocaleString("en")} rows of ${answer.total.flows.toLocaleString("en")} flows`
     : "no flows";
   byId("flows-count").textContent = `${text}, ${short(answer.total?.bytes ?? 0, "B")}`;
-  byId("flows").querySelector(".body").replaceChildren(flowTable(answer, narrow));
+  fill(byId("flows").querySelector(".body"), flowTable(answer, narrow));
   show(byId("more-flows"), rows.length < (answer.total?.flows ?? 0) && rows.length === flowsShown);
 }
 
@@ -223,13 +163,13 @@ let flowsAreWanted = false;
 let flowsAreSeen = false;
 function wantFlows() {
   flowsAreWanted = true;
+  byId("flows").classList.add("loading");
   if (flowsAreSeen) loadFlows();
 }
 function loadFlows() {
   if (!flowsAreWanted) return;
   flowsAreWanted = false;
   const panel = byId("flows");
-  panel.classList.add("loading");
   const { signal } = asking;
   showFlows(signal).catch((error) => { if (!signal.aborted) showTrouble(error); })
     .finally(() => { if (!signal.aborted) panel.classList.remove("loading"); });
@@ -277,7 +217,8 @@ async function load() {
     show(byId("trouble"), false);
     if (status.to === null) return;
     lastShown = status.to;
-    settleOnOldStore();
+    showProgram();
+    if (source.isReport && !location.hash.includes("from=")) state.from = reportStart();
     showControls();
     wantFlows();
     const charted = askChart(signal);
@@ -288,9 +229,8 @@ async function load() {
       askLosses(source, span(), signal),
       ...TABLES.map((id) => showGroup(id, answer, signal)),
     ]);
-    showHeadline(totals, exporters, answer);
-    byId("exporters").querySelector(".body").replaceChildren(
-      exporterTable(exporters, status.now, narrow));
+    showHeadline(totals, exporters, answer, state.filter !== "");
+    fill(byId("exporters").querySelector(".body"), exporterTable(exporters, status.now, narrow));
     byId("losses").querySelector(".body").replaceChildren(losses.rows.length > 0
       ? lossTable(losses) : make("p", { class: "quiet" }, "nothing"));
     document.body.dataset.shown = String(Number(document.body.dataset.shown ?? 0) + 1);
@@ -301,15 +241,22 @@ async function load() {
   }
 }
 
-// A store that nobody writes any more is shown as it ended.
-function settleOnOldStore() {
-  byId("footer").textContent = `${status.program}; times in ${zoneName(status.now)}`;
+// A report is of one span, which is what one begins with.
+function showProgram() {
+  const made = source.isReport ? `report of ${spanText(status.from, status.to)}, by ` : "";
+  byId("footer").textContent = `${made}${status.program}; times in ${zoneName(status.now)}`;
+  if (!source.isReport || byId("span").dataset.isReport) return;
+  byId("span").dataset.isReport = "true";
+  byId("span").replaceChildren(make("option", { value: reportStart() }, "all of the report"));
 }
 
+const reportStart = () => `-${Math.round((status.to - status.from) / 60)}m`;
+
 function showLive() {
-  const isFollowing = follows(state) && status.to !== null && status.now - status.to < 180;
+  const isFollowing = !source.isReport && follows(state) && status.to !== null
+    && status.now - status.to < 180;
   document.body.classList.toggle("follows", isFollowing);
-  byId("live-text").textContent = status.to === null ? "nothing yet"
+  byId("live-text").textContent = source.isReport ? "report" : status.to === null ? "nothing yet"
     : `${isFollowing ? "live" : "up to"} ${clockText(status.to)} ${zoneName(status.to)}`;
 }
 
@@ -342,15 +289,15 @@ function begin() {
   byId("earlier").addEventListener("click", () => go(moved(state, end(), -1)));
   byId("later").addEventListener("click", () => go(moved(state, end(), 1)));
   byId("wider").addEventListener("click", () => go(zoomed(state, end(), 2)));
+  byId("closer").addEventListener("click", () => go(zoomed(state, end(), 1 / 2)));
   byId("span").addEventListener("change", (event) =>
     go({ ...state, from: event.target.value, to: "now" }));
   byId("group").addEventListener("change", (event) => go({ ...state, by: event.target.value }));
   byId("unit").addEventListener("change", (event) => go({ ...state, unit: event.target.value }));
-  byId("order").addEventListener("change", () => { flowsAreWanted = true; loadFlows(); });
+  byId("order").addEventListener("change", wantFlows);
   byId("more-flows").addEventListener("click", () => {
     flowsShown += FLOWS_AT_ONCE;
-    flowsAreWanted = true;
-    loadFlows();
+    wantFlows();
   });
   byId("filter-form").addEventListener("submit", (event) => {
     event.preventDefault();

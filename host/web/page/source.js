@@ -1,14 +1,7 @@
 // Where answers come from: the server, or what a report has in it.
 import { byId } from "./elements.js";
+import { Refusal } from "./refusal.js";
 import { ReportSource } from "./report.js";
-
-// What was asked cannot be answered, and why; `where` is the place in a filter that is meant.
-export class Refusal extends Error {
-  constructor(message, where = null) {
-    super(message);
-    this.where = where;
-  }
-}
 
 class Server {
   isReport = false;
@@ -22,7 +15,7 @@ class Server {
     const isJson = response.headers.get("content-type")?.startsWith("application/json");
     const body = isJson ? await response.json() : { error: await response.text() };
     if (response.ok) return body;
-    throw new Refusal(body.error ?? `the server says ${response.status}`, body.where ?? null);
+    throw new Refusal(body.error ?? `the server says ${response.status}`);
   }
 }
 

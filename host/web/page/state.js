@@ -51,11 +51,13 @@ function resolve(time, now) {
 
 export const follows = (state) => state.to === "now";
 
-// The span in seconds since 1970, in whole steps. now: the end of what there is.
-export function spanOf(state, now) {
+// The span in seconds since 1970, in whole steps. now: the end of what there is; begin: where it
+// begins, before which a view that follows does not reach.
+export function spanOf(state, now, begin = 0) {
   const end = Math.floor(now / 60) * 60;
   let from = resolve(state.from, end);
   let to = resolve(state.to, end);
+  if (follows(state)) from = Math.max(from, begin);
   if (to - from < SHORTEST) from = to - SHORTEST;
   const step = STEPS.find((length) => (to - from) / length <= MOST_STEPS) ?? 604800;
   const edge = Math.min(step, 3600);

@@ -15,7 +15,7 @@ function keyCell(group, row, colour, narrow) {
     ? make("span", { class: "key" }, ...text)
     : make("button", {
         type: "button", class: "key", click: () => narrow(part),
-        title: row.name ? null : `only ${part}`,
+        title: row.name ? `${row.key} ${row.name}` : null,
       }, ...text);
   return make("th", { scope: "row" }, colour === undefined ? null : swatch(colour), inside);
 }
@@ -83,7 +83,7 @@ export function flowTable(answer, narrow) {
     endCell(row, "src", "sport", narrow), endCell(row, "dst", "dport", narrow),
     number(inUnit(row.bytes, unit), `${whole(row.bytes)} bytes`), number(whole(row.packets)),
     number(short(row.bits_per_second, "b/s")),
-    make("td", {}, make("button", {
+    make("td", {}, row.exporter === "-" ? "-" : make("button", {
       type: "button", class: "key", click: () => narrow(`exporter ${row.exporter}`),
     }, strange(row.exporter))),
     make("td", {}, row.in), make("td", {}, row.out))), { class: "flows" });
@@ -97,7 +97,7 @@ const seenText = (ms, now) => {
 const ratesOf = (row) => (row.sampling_rate ? `1 in ${whole(row.sampling_rate)}` : "");
 
 export function exporterTable(answer, now, narrow) {
-  const has = (name) => answer.rows.some((row) => row[name] !== undefined && row[name] !== null);
+  const has = (name) => answer.rows.some((row) => row[name]);
   const columns = [
     { title: "Exporter", cell: (row) => keyCell(groupOf("exporters"), row, undefined, narrow) },
     { title: "Exports", cell: (row) => make("td", {}, row.version ?? "") },
@@ -112,7 +112,8 @@ export function exporterTable(answer, now, narrow) {
       cell: (row) => number(whole(row.templates ?? 0)) },
     { title: "Sampled", number: true, name: "sampling_rate", cell: (row) => number(ratesOf(row)) },
     { title: "Sets without template", number: true, name: "sets_without_template",
-      cell: (row) => number(whole(row.sets_without_template ?? 0)) },
+      cell: (row) => number(whole(row.sets_without_template)) },
+    { title: "Refused", number: true, name: "refused", cell: (row) => number(whole(row.refused)) },
     { title: "Silent", name: "silent", cell: (row) => make("td", {}, strange(row.silent ?? "")) },
   ].filter((column) => !column.name || has(column.name));
   return table("Exporters", columns,

@@ -64,6 +64,18 @@ const marks = {
   },
 };
 
+// A step's start and end, and how much of it something is known of: rates are of that.
+function stepAt({ from, to, step, gaps }, place) {
+  const start = from + place * step;
+  const end = Math.min(start + step, to);
+  const missing = gaps.reduce((sum, gap) =>
+    sum + Math.max(0, Math.min(gap.to, end) - Math.max(gap.from, start)), 0);
+  return { start, end, known: end - start - missing };
+}
+
+const rateOf = (value, known, bits) =>
+  (value === null || known <= 0 ? null : value * bits / known);
+
 export class TimeChart {
   #chart = null;
   #shown = null;  // {from, to, step, series, gaps, lost, unit, bits}
@@ -156,17 +168,14 @@ export class TimeChart {
 
   // A value in the middle of each step; the last step may be shorter.
   #points(line) {
-    const { from, to, step, bits, gaps } = this.#shown;
-    const inGap = (start, end) => gaps.some((gap) => gap.from <= start && gap.to >= end);
     const points = [];
     line.forEach((value, i) => {
-      const start = from + i * step;
-      const length = Math.min(step, to - start);
-      if (length <= 0) return;
-      const rate = inGap(start, start + length) || value === null ? NaN : value * bits / length;
+      const { start, end, known } = stepAt(this.#shown, i);
+      if (end <= start) return;
+      const rate = rateOf(value, known, this.#shown.bits) ?? NaN;
       if (i === 0) points.push({ x: start, y: rate });
-      points.push({ x: start + length / 2, y: rate });
-      if (start + length >= to) points.push({ x: to, y: rate });
+      points.push({ x: (start + end) / 2, y: rate });
+      if (end >= this.#shown.to) points.push({ x: end, y: rate });
     });
     return points;
   }
@@ -188,8 +197,7 @@ export class TimeChart {
     const { from, to, step, series, bits, lost, gaps } = this.#shown;
     const time = this.timeAt(event.clientX);
     const place = Math.min(Math.floor((time - from) / step), Math.ceil((to - from) / step) - 1);
-    const start = from + place * step;
-    const length = Math.min(step, to - start);
+    const { start, end, known } = stepAt(this.#shown, place);
     const cursor = byId("cursor");
     cursor.style.transform = `translateX(${this.pixelOf(time)}px)`;
     show(cursor, true);
@@ -198,12 +206,12 @@ export class TimeChart {
       make("tr", {},
         make("td", {}, swatch(each.colour), " ", strange(each.name || each.key)),
         make("td", { class: "number" },
-          `${inUnit(each.line[place] * bits / length, unit)} ${unit.text}`)));
-    const gap = gaps.find((each) => each.from < start + length && each.to > start);
+          `${inUnit(rateOf(each.line[place], known, bits), unit)} ${unit.text}`)));
+    const gap = gaps.find((each) => each.from < end && each.to > start);
     const wasLost = lost.includes(start);
     const box = byId("hover");
     box.replaceChildren(
-      make("strong", {}, `${timeText(start)} to ${clockText(start + length)}`),
+      make("strong", {}, `${timeText(start)} to ${clockText(end)}`),
       make("table", {}, make("tbody", {}, ...rows)),
       gap ? make("p", {}, `no data: ${gap.reason}`) : "",
       wasLost ? make("p", { class: "lost" }, "datagrams or records were lost here") : "");
@@ -229,16 +237,18 @@ export function swatch(colour) {
 
 // The same numbers for who cannot see the areas.
 export function chartTable(shown) {
-  const { from, to, step, series, bits, unit } = shown;
+  const { series, bits, unit } = shown;
   const head = make("tr", {}, make("th", { scope: "col" }, "Time"),
     ...series.map(({ key, name }) => make("th", { scope: "col", class: "number" },
       strange(name || key), ` ${unit}`)));
   const rows = [];
   for (let i = 0; i < (series[0]?.line.length ?? 0); ++i) {
-    const length = Math.min(step, to - from - i * step);
-    rows.push(make("tr", {}, make("th", { scope: "row" }, timeText(from + i * step)),
-      ...series.map(({ line }) => make("td", { class: "number" },
-        line[i] === null ? "" : whole(line[i] * bits / length)))));
+    const { start, known } = stepAt(shown, i);
+    rows.push(make("tr", {}, make("th", { scope: "row" }, timeText(start)),
+      ...series.map(({ line }) => {
+        const rate = rateOf(line[i], known, bits);
+        return make("td", { class: "number" }, rate === null ? "" : whole(rate));
+      })));
   }
   return make("table", {}, make("caption", { class: "unseen" }, "Traffic over time"),
     make("thead", {}, head), make("tbody", {}, ...rows));

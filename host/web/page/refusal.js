@@ -1,0 +1,2 @@
+// What was asked cannot be answered, and why.
+export class Refusal extends Error {}
