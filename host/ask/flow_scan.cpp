@@ -232,7 +232,7 @@ ScanResult ScanFlows(const std::string& directory, const ScanQuestion& question,
   std::vector<std::thread> threads;
   for (std::size_t i = 1; i < takers.size(); ++i) {
     threads.emplace_back([&scan, taker = takers[i], limit = ReadLimit::Current()] {
-      const ReadLimit::Scope scope(limit);
+      const ReadLimitScope scope(limit);
       scan.Run(taker);
     });
   }

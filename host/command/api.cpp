@@ -130,7 +130,7 @@ Json ZoneJson(const Zone& zone, std::int64_t now) {
 HttpAnswer Api::Answer(const HttpRequest& request) const {
   constexpr std::string_view kRoot = "/api/";
   const std::string_view name = std::string_view(request.path).substr(kRoot.size());
-  const ReadLimit::Scope limit(ReadLimit(ReadLimit::Clock::now() + kLongest));
+  const ReadLimitScope limit(ReadLimit(ReadLimit::Clock::now() + kLongest, ended_));
   if (name == "status") return Status(request);
   const auto question = std::ranges::find(kQuestions, name, &Question::command);
   if (question == std::end(kQuestions)) {

@@ -2,6 +2,8 @@
 // what it prints as JSON.
 #pragma once
 
+#include <atomic>
+
 #include "host/command/web_options.h"
 #include "host/web/http_message.h"
 
@@ -15,11 +17,15 @@ class Api {
   // UsageError for a question that cannot be right, HostError where the store cannot be read.
   [[nodiscard]] HttpAnswer Answer(const HttpRequest& request) const;
 
+  // End has answers that are being made given up. Any thread.
+  void End() { ended_ = true; }
+
  private:
   [[nodiscard]] HttpAnswer Status(const HttpRequest& request) const;
 
   const WebOptions& options_;
   bool is_live_;
+  std::atomic<bool> ended_ = false;
 };
 
 }  // namespace flow::host

@@ -224,6 +224,7 @@ void AddListenOptions(CLI::App* app, ListenOptions* options) {
                   "netflow=9996; repeatable");
   AddOutputOptions(app, &options->output);
   AddStoreOptions(app, &options->store);
+  AddListenWeb(app, &options->web);
   app->add_option("--keep-days", options->output.keep_days,
                   "How long time buckets stay in the SQLite database (default: 7; 0 for ever)")
       ->type_name("N")

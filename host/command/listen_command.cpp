@@ -19,6 +19,7 @@
 #include "host/command/exit_watch.h"
 #include "host/command/lane_watch.h"
 #include "host/command/listen_ports.h"
+#include "host/command/listen_web.h"
 #include "host/command/memory_watch.h"
 #include "host/command/meter_setup.h"
 #include "host/command/open_store.h"
@@ -69,6 +70,11 @@ class Listen {
     }
     setup_.Start(LaneMode::kDrop);
     if (store_ != nullptr) reporter_.TakeFlowsEarly(setup_.lanes());
+    web_.emplace(options_.web, options_.store.directory, setup_.lanes(), setup_.stand_ins(),
+                 console_);
+    report_.Observe([this](const Tick& tick, const std::vector<Harvest>& harvests) {
+      web_->Take(tick, harvests);
+    });
     OpenPorts();
     RestoreTemplates();
     setup_.lanes().ForEach([](Lane& lane) { lane.WatchPolicies(Now()); });
@@ -131,10 +137,14 @@ class Listen {
                         [this](const std::string& text) { console_.Notice(text); }};
   Outlet templates_{fmt::format("the directory {}", options_.state_directory),
                     Outlet::Keeps::kNewest, true, console_};
+  std::optional<ListenWeb> web_;
   Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {
+                       const auto start = Clock::now();
                        SaveTemplates();
                        silence_.Take(tick.to, harvests);
                        report_.Take(tick, std::move(harvests), 0);
+                       const std::chrono::duration<double> took = Clock::now() - start;
+                       web_->NoteReport(took.count());
                      },
                      [this](EarlyFlows flows) { report_.TakeEarly(std::move(flows)); }};
 };
@@ -254,6 +264,7 @@ void Listen::TakeCheckResult() {
   if (!usable) return;
   check_.reset();
   if (check_again_) return CheckPolicies();
+  web_->NoteReload(*usable);
   if (!*usable) {
     console_.Error(
         "nothing is reloaded: a policy cannot be used, see above; the one in force stays");

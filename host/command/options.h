@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "flowhandlers/host_interfaces.h"
+#include "host/command/web_options.h"
 #include "host/intake/port_map.h"
 #include "host/output/outputs.h"
 #include "host/policy/home_ranges.h"
@@ -40,6 +41,7 @@ struct ListenOptions {
   OutputOptions output;
   StoreOptions store;
   std::vector<std::string> bind;          // addresses; empty for all of both families
+  WebOptions web;                         // where to show it
   std::vector<Network> allow;             // sources; empty for all
   std::uint32_t interval = 60;            // seconds
   std::uint32_t silent_after = 300;       // seconds; 0 for never

@@ -32,11 +32,12 @@ int RunServe(const ServeOptions& options) {
   Signals signals;  // before any thread
   Console console(kLogWarning);
   StoredCounters(options.web.store);  // or HostError
-  const WebSite site(options.web, false);
+  WebSite site(options.web, false);
   const HttpServer server(options.web.http,
                           [&site](const HttpRequest& request) { return site.Answer(request); });
   console.Notice(fmt::format("http://{}/ shows {}", server.endpoint().Text(), options.web.store));
   AwaitEnd(&signals);
+  site.End();
   return kExitOk;
 }
 

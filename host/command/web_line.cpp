@@ -38,7 +38,27 @@ void AddHttpOptions(CLI::App* app, HttpOptions* options, const char* help) {
       ->allow_extra_args(false);
 }
 
+void AddNames(CLI::App* app, WebOptions* options) {
+  app->add_option("--names", options->names, "File of names, as the questions have it")
+      ->type_name("FILE");
+  app->add_option("--geo", options->geo,
+                  "Database of countries and AS numbers, as the questions have it; repeatable")
+      ->type_name("FILE")
+      ->allow_extra_args(false);
+}
+
 }  // namespace
+
+void AddListenWeb(CLI::App* app, WebOptions* options) {
+  AddHttpOptions(app, &options->http,
+                 "Show the store in a browser, answer questions to it and have metrics for "
+                 "Prometheus at /metrics, here (default: nowhere)");
+  AddNames(app, options);
+  app->add_option("--metrics-exporters", options->metrics_exporters,
+                  "How many exporters have metrics of their own; the others are one (default: 100)")
+      ->type_name("N")
+      ->check(CLI::Range(0, 10'000));
+}
 
 CLI::App* AddServe(CLI::App* app, ServeOptions* options) {
   CLI::App* const serve =
@@ -49,13 +69,7 @@ CLI::App* AddServe(CLI::App* app, ServeOptions* options) {
       ->type_name("DIR");
   options->web.http.listen = Endpoint{IpAddress::Ipv4(0x7F000001), 8055};
   AddHttpOptions(serve, &options->web.http, "Where to listen (default: 127.0.0.1:8055)");
-  serve->add_option("--names", options->web.names, "File of names, as the questions have it")
-      ->type_name("FILE");
-  serve
-      ->add_option("--geo", options->web.geo,
-                   "Database of countries and AS numbers, as the questions have it; repeatable")
-      ->type_name("FILE")
-      ->allow_extra_args(false);
+  AddNames(serve, &options->web);
   return serve;
 }
 

@@ -12,4 +12,7 @@ namespace flow::host {
 // AddServe adds the command to app; it is given where Parsed.
 CLI::App* AddServe(CLI::App* app, ServeOptions* options);
 
+// AddListenWeb adds what a collector shows over HTTP while it runs; nothing without --http.
+void AddListenWeb(CLI::App* app, WebOptions* options);
+
 }  // namespace flow::host

@@ -11,9 +11,10 @@ namespace flow::host {
 // What the questions of the web are answered with.
 struct WebOptions {
   HttpOptions http;
-  std::string store;             // empty for none
-  std::string names;             // as AskOptions have it
-  std::vector<std::string> geo;  // likewise
+  std::size_t metrics_exporters = 100;  // that have series of their own
+  std::string store;                    // empty for none
+  std::string names;                    // as AskOptions have it
+  std::vector<std::string> geo;         // likewise
 };
 
 struct ServeOptions {

@@ -15,6 +15,9 @@ class WebSite {
 
   [[nodiscard]] HttpAnswer Answer(const HttpRequest& request) const;
 
+  // End has answers that are being made given up, so that a server can end.
+  void End() { api_.End(); }
+
  private:
   bool has_store_;
   Api api_;

@@ -184,6 +184,17 @@ std::optional<LaneWorker::AtWork> LaneWorker::Now() {
   return AtWork{packet.source, packet.payload_length, given_ - left};
 }
 
+LaneWorker::Load LaneWorker::LoadNow() {
+  Load load;
+  clockid_t clock = 0;
+  if (pthread_getcpuclockid(thread_.native_handle(), &clock) == 0) {
+    load.busy_seconds = std::chrono::duration<double>(TimeOf(clock)).count();
+  }
+  const std::lock_guard lock(mutex_);
+  load.batches = queued_batches_;
+  return load;
+}
+
 std::vector<TimeBudget::Offence> LaneWorker::TakeOffences() {
   const std::lock_guard lock(mutex_);
   return std::exchange(offences_, {});

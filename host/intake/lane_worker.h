@@ -31,6 +31,12 @@ class LaneWorker {
     std::uint64_t number = 0;  // of the datagrams that the lane was given
   };
 
+  // How much it has to do.
+  struct Load {
+    double busy_seconds = 0;  // of processor time, since it started
+    std::size_t batches = 0;  // that wait
+  };
+
   // Starts the thread. At most most_batches full batches wait; the lane outlives the worker. With
   // drops_when_full exporters have a budget of time, too.
   LaneWorker(Lane& lane, std::size_t most_batches, bool drops_when_full);
@@ -60,6 +66,7 @@ class LaneWorker {
 
   // For the watch, from any thread.
   [[nodiscard]] std::optional<AtWork> Now();
+  [[nodiscard]] Load LoadNow();
   std::vector<TimeBudget::Offence> TakeOffences();
   [[nodiscard]] std::uint64_t Dropped() const { return dropped_.load(std::memory_order_relaxed); }
 

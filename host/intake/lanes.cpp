@@ -130,6 +130,12 @@ std::vector<Lanes::BusyLane> Lanes::Busy() const {
   return busy;
 }
 
+std::vector<LaneWorker::Load> Lanes::Loads() const {
+  std::vector<LaneWorker::Load> loads;
+  for (const auto& worker : workers_) loads.push_back(worker->LoadNow());
+  return loads;
+}
+
 std::vector<TimeBudget::Offence> Lanes::TakeOffences() {
   std::vector<TimeBudget::Offence> all;
   for (const auto& worker : workers_) {

@@ -66,6 +66,8 @@ class Lanes {
     LaneWorker::AtWork at;
   };
   [[nodiscard]] std::vector<BusyLane> Busy() const;
+  // How much each lane has to do; any thread may ask until Finish.
+  [[nodiscard]] std::vector<LaneWorker::Load> Loads() const;
   // Exporters that are held back since it was last asked.
   std::vector<TimeBudget::Offence> TakeOffences();
 

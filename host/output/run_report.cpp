@@ -112,6 +112,7 @@ void RunReport::Take(const Tick& tick, std::vector<Harvest> harvests, double sec
 void RunReport::Add(const Tick& tick, std::vector<Harvest> harvests, double seconds) {
   const bool periodic = kind_ == RunKind::kPeriodic;
   kernel_drops_.TakeOff(tick.losses.kernel, harvests);
+  if (observer_) observer_(tick, harvests);
   const bool has_ends = !HasNetflow(harvests);
   for (const Harvest& harvest : harvests) {
     directions_.Add(harvest.store->flow_group().table);

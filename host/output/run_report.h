@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -34,6 +35,10 @@ class RunReport {
 
   // Captures that were read; for the report of the whole.
   std::vector<CaptureResult>& captures() { return captures_; }
+
+  // Observe has somebody see what was counted before it is taken.
+  using Observer = std::function<void(const Tick& tick, const std::vector<Harvest>& harvests)>;
+  void Observe(Observer observer) { observer_ = std::move(observer); }
 
   // Take adds what the lanes counted until a tick, and reports what the tick asks for.
   void Take(const Tick& tick, std::vector<Harvest> harvests, double seconds);
@@ -76,6 +81,7 @@ class RunReport {
   bool has_buckets_;
   bool has_intervals_ = false;
   std::atomic<bool> has_failed_ = false;
+  Observer observer_;
   bool has_writers_;
   std::unique_ptr<Outlet> terminal_;              // the writers come last: what they write lasts
   std::vector<std::unique_ptr<Outlet>> outlets_;  // for each destination

@@ -9,8 +9,8 @@ thread_local ReadLimit current;
 
 const ReadLimit& ReadLimit::Current() { return current; }
 
-ReadLimit::Scope::Scope(const ReadLimit& limit) : before_(current.end_) { current = limit; }
+ReadLimitScope::ReadLimitScope(const ReadLimit& limit) : before_(current) { current = limit; }
 
-ReadLimit::Scope::~Scope() { current = ReadLimit(before_); }
+ReadLimitScope::~ReadLimitScope() { current = before_; }
 
 }  // namespace flow::host

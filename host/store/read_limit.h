@@ -1,6 +1,7 @@
 // How long a thread may read databases: whoever asks from elsewhere must not keep the machine busy.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 
 namespace flow::host {
@@ -10,28 +11,32 @@ class ReadLimit {
   using Clock = std::chrono::steady_clock;
 
   ReadLimit() = default;  // for ever
-  explicit ReadLimit(Clock::time_point end) : end_(end) {}
+  // Until then, or until somebody says that it ends.
+  ReadLimit(Clock::time_point end, const std::atomic<bool>& ended) : end_(end), ended_(&ended) {}
 
   // Of this thread. Whoever spreads reading over threads hands it on.
   [[nodiscard]] static const ReadLimit& Current();
 
-  [[nodiscard]] bool IsSet() const { return end_ != Clock::time_point::max(); }
-  [[nodiscard]] bool IsOver() const { return Clock::now() >= end_; }
-
-  // A limit while it stands.
-  class Scope {
-   public:
-    explicit Scope(const ReadLimit& limit);
-    ~Scope();
-    Scope(const Scope&) = delete;
-    Scope& operator=(const Scope&) = delete;
-
-   private:
-    Clock::time_point before_;
-  };
+  [[nodiscard]] bool IsSet() const { return ended_ != nullptr; }
+  [[nodiscard]] bool IsOver() const {
+    return ended_ != nullptr && (*ended_ || Clock::now() >= end_);
+  }
 
  private:
   Clock::time_point end_ = Clock::time_point::max();
+  const std::atomic<bool>* ended_ = nullptr;
+};
+
+// This thread's limit while it stands.
+class ReadLimitScope {
+ public:
+  explicit ReadLimitScope(const ReadLimit& limit);
+  ~ReadLimitScope();
+  ReadLimitScope(const ReadLimitScope&) = delete;
+  ReadLimitScope& operator=(const ReadLimitScope&) = delete;
+
+ private:
+  ReadLimit before_;
 };
 
 }  // namespace flow::host

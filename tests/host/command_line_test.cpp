@@ -55,6 +55,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"MemoryTooSmall", {"listen", "--memory", "63MiB"}, 2, "at least 64M"},
         {"MemoryTooLarge", {"listen", "--memory", "99999999999999G"}, 2, "is no size"},
         {"AllowedWithoutForm", {"listen", "--allow", "10.0.0"}, 2, "--allow: 10.0.0 is no network"},
+        {"HttpWithoutPort", {"listen", "--http", "127.0.0.1"}, 2, "is no address and port"},
         {"UnknownGroup",
          {"replay", "--plugin", FakePlugin(), "--group", "frob", "x"},
          2,
