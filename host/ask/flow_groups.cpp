@@ -8,6 +8,7 @@
 #include <memory>
 #include <utility>
 
+#include "host/ask/whole_flows.h"
 #include "host/engine/key_bytes.h"
 #include "host/store/schema.h"
 

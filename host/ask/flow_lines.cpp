@@ -7,6 +7,7 @@
 #include <memory>
 #include <string_view>
 
+#include "host/ask/whole_flows.h"
 #include "host/store/schema.h"
 
 namespace flow::host {

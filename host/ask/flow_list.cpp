@@ -6,78 +6,94 @@
 #include <map>
 #include <memory>
 #include <numeric>
-#include <tuple>
 #include <utility>
 
 #include "host/ask/stored_flows.h"
+#include "host/ask/whole_flows.h"
+#include "host/store/schema.h"
 
 namespace flow::host {
 namespace {
 
-// Where a flow stands in the order and in the store. Equal ones come in the order of the store.
-struct Place {
-  std::int64_t rank;  // the largest is the first
-  std::int64_t hour;
-  std::int64_t row;
-  bool is_reverse;
-
-  [[nodiscard]] bool IsBefore(const Place& other) const {
-    return std::tuple(-rank, hour, row, is_reverse) <
-           std::tuple(-other.rank, other.hour, other.row, other.is_reverse);
-  }
+// A flow, and where its first part stands.
+struct Listed {
+  FlowSums sums;
+  RowPlace place;
 };
-constexpr auto kIsBefore = [](const Place& a, const Place& b) { return a.IsBefore(b); };
 
-// Sums of all rows, and the places of the first: the rows themselves are read afterwards.
-class Picker : public FlowTaker {
+// The order; equal ones come in the order of the store.
+class IsBefore {
  public:
-  Picker(FlowOrder order, std::size_t top) : order_(order), top_(top) {}
+  explicit IsBefore(FlowOrder order) : order_(order) {}
+  bool operator()(const Listed& a, const Listed& b) const {
+    const std::int64_t rank_a = RankOf(a.sums, order_);
+    const std::int64_t rank_b = RankOf(b.sums, order_);
+    return rank_a != rank_b ? rank_a > rank_b : a.place < b.place;
+  }
 
+ private:
+  FlowOrder order_;
+};
+
+// Sums of all flows, and the first of the order: what else there is to say of them is read
+// afterwards.
+class Picker : public WholeFlowTaker, public FlowTaker {
+ public:
+  Picker(FlowOrder order, std::size_t top) : is_before_(order), top_(top) {}
+
+  void Take(const FlowSums& whole, std::span<const FlowPart> parts) override {
+    Add({whole, parts.front().place()});
+  }
+  // Rows by themselves.
   void Take(const FlowRow& row) override {
     const auto number = [&row](std::size_t column) {
       return static_cast<std::uint64_t>(row.Integer(column));
     };
     const auto hour_ms = static_cast<std::uint64_t>(row.file().hour()) * 1000;
-    const FlowSums sums{number(0), number(1), number(2), hour_ms + number(3), hour_ms + number(4)};
-    AddFlows(sums, &total_);
-    ++rows_;
-    const Place place{RankOf(sums, order_), row.file().hour(), row.Integer(5), row.is_reverse()};
-    if (places_.size() == top_ && (top_ == 0 || !place.IsBefore(places_.front()))) return;
-    places_.push_back(place);
-    std::ranges::push_heap(places_, kIsBefore);
-    if (places_.size() <= top_) return;
-    std::ranges::pop_heap(places_, kIsBefore);
-    places_.pop_back();
+    Add({{number(0), number(1), number(2), hour_ms + number(3), hour_ms + number(4)},
+         {static_cast<std::uint32_t>(row.file().hour() / kHourSeconds),
+          static_cast<std::uint32_t>(number(5)), row.is_reverse()}});
   }
 
-  [[nodiscard]] const std::vector<Place>& places() const { return places_; }
+  [[nodiscard]] const std::vector<Listed>& picked() const { return picked_; }
   [[nodiscard]] const FlowSums& total() const { return total_; }
-  [[nodiscard]] std::uint64_t rows() const { return rows_; }
+  [[nodiscard]] std::uint64_t count() const { return count_; }
 
  private:
-  FlowOrder order_;
+  void Add(const Listed& flow) {
+    AddFlows(flow.sums, &total_);
+    ++count_;
+    if (picked_.size() == top_ && (top_ == 0 || !is_before_(flow, picked_.front()))) return;
+    picked_.push_back(flow);
+    std::ranges::push_heap(picked_, is_before_);
+    if (picked_.size() <= top_) return;
+    std::ranges::pop_heap(picked_, is_before_);
+    picked_.pop_back();
+  }
+
+  IsBefore is_before_;
   std::size_t top_;
-  std::vector<Place> places_;  // a heap, the last of the order in front
+  std::vector<Listed> picked_;  // a heap, the last of the order in front
   FlowSums total_{};
-  std::uint64_t rows_ = 0;
+  std::uint64_t count_ = 0;
 };
 
-ListedFlow ReadFlow(StoredFlows* file, const Place& place, bool has_directions) {
-  std::vector<std::string> columns{"{bytes}", "{packets}", "{records}", "first", "last"};
+ListedFlow ReadFlow(StoredFlows* file, const Listed& listed, bool has_directions) {
+  std::vector<std::string> columns{"{bytes}", "{packets}"};
   for (const FlowField* const field : ListedFields()) AddColumns(*field, &columns);
   FlowView view = FlowView::kBoth;
-  if (has_directions) view = place.is_reverse ? FlowView::kReverse : FlowView::kForward;
+  if (has_directions) view = listed.place.is_reverse ? FlowView::kReverse : FlowView::kForward;
   Statement found = file->database().Prepare(ColumnsFor(
       fmt::format("SELECT {} FROM flows WHERE rowid = ?", fmt::join(columns, ", ")), view));
-  found.Bind(1, place.row).Step();
+  found.Bind(1, std::int64_t{listed.place.row}).Step();
   std::vector<int> places(columns.size());
   std::iota(places.begin(), places.end(), 0);
-  const FlowRow row(*file, found, places, place.is_reverse);
-  const std::int64_t hour_ms = file->hour() * 1000;
-  ListedFlow flow{hour_ms + row.Integer(3), hour_ms + row.Integer(4), row.Integer(0),
-                  row.Integer(1),           row.Integer(2),           {}};
+  const FlowRow row(*file, found, places, listed.place.is_reverse);
+  const auto number = [](std::uint64_t value) { return static_cast<std::int64_t>(value); };
+  ListedFlow flow{number(listed.sums.first),   number(listed.sums.last),  number(listed.sums.bytes),
+                  number(listed.sums.packets), number(listed.sums.flows), {}};
   std::string key;
-  std::size_t column = 5;
+  std::size_t column = 2;
   for (const FlowField* const field : ListedFields()) PutField(*field, row, column++, &key);
   flow.fields = FieldTexts(ListedFields(), key);
   return flow;
@@ -95,31 +111,35 @@ FlowList ListFlows(const std::string& directory, const Expression& filter, const
                    FlowOrder order, std::size_t top) {
   const bool has_directions = HasDirections(filter);
   std::vector<std::unique_ptr<Picker>> pickers;
-  std::vector<FlowTaker*> takers;
   for (std::size_t i = 0; i < ScanThreads(); ++i) {
     pickers.push_back(std::make_unique<Picker>(order, top));
-    takers.push_back(pickers.back().get());
   }
+  const auto as = [&pickers]<class Taker>(std::vector<Taker*> takers) {
+    for (const auto& picker : pickers) takers.push_back(picker.get());
+    return takers;
+  };
   FlowList list;
-  list.scan = ScanFlows(directory,
-                        {filter,
-                         span,
-                         has_directions,
-                         {"{bytes}", "{packets}", "{records}", "first", "last", "rowid"}},
-                        takers);
-  std::vector<Place> places;
-  for (const auto& picker : pickers) {
-    places.insert(places.end(), picker->places().begin(), picker->places().end());
-    if (picker->rows() > 0) AddFlows(picker->total(), &list.total);
-    list.rows += picker->rows();
+  list.scan =
+      JoinFlows(directory, filter, span, has_directions, as(std::vector<WholeFlowTaker*>()));
+  if (list.scan.rows_alone) {
+    const std::vector<std::string> columns{"{bytes}", "{packets}", "{records}",
+                                           "first",   "last",      "rowid"};
+    ScanRows(directory, {filter, span, has_directions, columns}, as(std::vector<FlowTaker*>()));
   }
-  std::ranges::sort(places, kIsBefore);
-  places.resize(std::min(places.size(), top));
+  std::vector<Listed> picked;
+  for (const auto& picker : pickers) {
+    picked.insert(picked.end(), picker->picked().begin(), picker->picked().end());
+    if (picker->count() > 0) AddFlows(picker->total(), &list.total);
+    list.count += picker->count();
+  }
+  std::ranges::sort(picked, IsBefore(order));
+  picked.resize(std::min(picked.size(), top));
   std::map<std::int64_t, std::unique_ptr<StoredFlows>> files;
-  for (const Place& place : places) {
-    auto& file = files[place.hour];
-    if (!file) file = std::make_unique<StoredFlows>(directory, place.hour);
-    list.flows.push_back(ReadFlow(file.get(), place, has_directions));
+  for (const Listed& listed : picked) {
+    const std::int64_t hour = std::int64_t{listed.place.hour} * kHourSeconds;
+    auto& file = files[hour];
+    if (!file) file = std::make_unique<StoredFlows>(directory, hour);
+    list.flows.push_back(ReadFlow(file.get(), listed, has_directions));
   }
   return list;
 }

@@ -24,7 +24,7 @@ struct ListedFlow {
 struct FlowList {
   std::vector<ListedFlow> flows;
   FlowSums total{};
-  std::uint64_t rows = 0;  // all that pass
+  std::uint64_t count = 0;  // all that pass
   ScanResult scan;
 };
 

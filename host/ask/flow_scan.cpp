@@ -226,8 +226,8 @@ std::size_t ScanThreads() {
   return std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, kMost);
 }
 
-ScanResult ScanFlows(const std::string& directory, const ScanQuestion& question,
-                     const std::vector<FlowTaker*>& takers) {
+ScanResult ScanRows(const std::string& directory, const ScanQuestion& question,
+                    const std::vector<FlowTaker*>& takers) {
   Scan scan(directory, question);
   std::vector<std::thread> threads;
   for (std::size_t i = 1; i < takers.size(); ++i) {

@@ -68,12 +68,13 @@ class FlowTaker {
 struct ScanResult {
   std::vector<TimeSpan> missing;  // hours without a file
   StoredFlows::NotKept not_kept;
+  bool rows_alone = false;  // too many to bring the parts of flows together
 };
 
-// ScanFlows hands every flow to one of the takers, each in its own thread. HostError where a file
-// cannot be read.
-ScanResult ScanFlows(const std::string& directory, const ScanQuestion& question,
-                     const std::vector<FlowTaker*>& takers);
+// ScanRows hands every row that passes to one of the takers, each in its own thread. HostError
+// where a file cannot be read.
+ScanResult ScanRows(const std::string& directory, const ScanQuestion& question,
+                    const std::vector<FlowTaker*>& takers);
 
 // How many threads are worth it.
 std::size_t ScanThreads();

@@ -249,11 +249,11 @@ Answer Listed(StoredCounters* counters, const FlowsQuestion& question, const Tim
     columns.AddValues(sums, &row.values);
     return row;
   };
-  if (list.rows > list.flows.size()) {
+  if (list.count > list.flows.size()) {
     answer.others = add_sums(std::string(kOthersKey), Without(list.total, shown));
-    answer.others_text = fmt::format("{} more", Thousands(list.rows - list.flows.size()));
+    answer.others_text = fmt::format("{} more", Thousands(list.count - list.flows.size()));
   }
-  if (list.rows > 0) answer.total = add_sums("all that match", list.total);
+  if (list.count > 0) answer.total = add_sums("all that match", list.total);
   constexpr std::string_view kInFront[] = {
       "first_ms", "duration_ms", "bytes", "bits_per_second", "proto", "src",        "src_name",
       "sport",    "sport_name",  "dst",   "dst_name",        "dport", "dport_name", "packets"};
@@ -298,6 +298,10 @@ void FlowCoverage(StoredCounters* counters, const Cover& cover, const ScanResult
       return gap.span.from <= missing.from && missing.to <= gap.span.to;
     });
     if (!is_told) answer->gaps.push_back({missing, "no flows are kept of it"});
+  }
+  if (scan.rows_alone) {
+    answer->notes.emplace_back(
+        "too many flows to bring together what each had minute by minute: its parts stand alone");
   }
   answer->is_exact = scan.not_kept.flows == 0;
   if (!answer->is_exact) {

@@ -373,6 +373,19 @@ int Skewed(std::uint64_t random, int below) {
   return static_cast<int>(cube * static_cast<std::uint64_t>(below) >> 20);
 }
 
+// A part of the long flow.
+void MakeLong(const MadeStore& made, MadeFlow* flow) {
+  constexpr std::int64_t kLength = 59'000;
+  flow->source = 1;
+  flow->destination = made.hosts + 17;
+  flow->source_port = kMadeLongPort;
+  flow->destination_port = 443;
+  flow->protocol = 6;
+  flow->first_ms = flow->bucket * 1000;
+  flow->last_ms = flow->first_ms + kLength;
+  flow->exporter = 0;
+}
+
 MadeFlow FlowAt(const MadeStore& made, int minute, int number) {
   constexpr std::uint16_t kPorts[] = {443, 80, 53, 22, 123, 8443, 25, 3389};
   const std::uint64_t a =
@@ -399,6 +412,7 @@ MadeFlow FlowAt(const MadeStore& made, int minute, int number) {
   flow.bytes_back = flow.packets_back * 60;
   const bool last_quarter = minute >= made.hours * 45;
   flow.exporter = static_cast<int>((b >> 48) % (last_quarter ? 3 : kMadeExporters));
+  if (number == 0) MakeLong(made, &flow);
   flow.in_interface = 1 + static_cast<std::uint32_t>(flow.source) % 3;
   flow.out_interface = 10;
   flow.source_as = 64500;

@@ -53,6 +53,9 @@ IpAddress MadeExporter(int number);
 inline constexpr int kMadeLossMinute = 7;
 inline constexpr std::uint64_t kMadeLost = 1980;
 
+// The first flow of every minute is a part of one that lasts all the time; others have lower ports.
+inline constexpr std::uint16_t kMadeLongPort = 61'000;
+
 // The groups that it has: totals, hosts, hosts6, flowintfs, applications, protocols, as_numbers.
 std::vector<GroupInfo> MadeGroups();
 
