@@ -166,8 +166,8 @@ Answer AskNewPeers(StoredCounters* counters, const IpAddress& host, std::size_t 
       {"bytes", "Bytes", ValueKind::kBytes}, {"packets", "Packets", ValueKind::kPackets},
       {"flows", "Flows", ValueKind::kCount}, {"first_ms", "First seen", ValueKind::kTime}};
   std::vector<std::pair<std::string_view, const FlowSums*>> peers;
-  now.table.ForEach([&](std::string_view key, const std::uint64_t* values) {
-    if (then.table.Find(key) == nullptr) peers.emplace_back(key, &FlowGroups::Sums(values));
+  now.table.ForEach([&](std::string_view key, const FlowSums& sums) {
+    if (then.table.Find(key) == nullptr) peers.emplace_back(key, &sums);
   });
   std::ranges::sort(peers, [](const auto& a, const auto& b) {
     return std::pair(b.second->bytes, a.first) < std::pair(a.second->bytes, b.first);

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <memory>
 #include <utility>
 
+#include "host/ask/in_threads.h"
 #include "host/ask/whole_flows.h"
 #include "host/engine/key_bytes.h"
 #include "host/store/schema.h"
@@ -42,11 +44,11 @@ class Grouper : public FlowTaker {
                   [&](std::string_view key) { Add(step_ == 0 ? key : Stepped(key, row), sums); });
   }
 
-  KeyTable& Finish() {
+  FlowTables& Finish() {
     const std::size_t first = added_ > kAhead ? added_ - kAhead : 0;
     for (std::size_t i = first; i < added_; ++i) Count(&waiting_[i % kAhead]);
     added_ = 0;
-    return table_;
+    return tables_;
   }
   [[nodiscard]] const FlowSums& total() const { return total_; }
 
@@ -61,6 +63,7 @@ class Grouper : public FlowTaker {
 
   // A key on its way: its place in memory is brought near while others are counted.
   struct Waiting {
+    KeyTable* table = nullptr;
     std::string key;
     std::uint32_t hash = 0;
     std::uint32_t row = 0;
@@ -73,32 +76,65 @@ class Grouper : public FlowTaker {
     if (added_ >= kAhead) Count(&waiting);
     waiting.key.assign(key);
     waiting.hash = HashKey(key);
+    waiting.table = &tables_.Of(waiting.hash);
     waiting.row = 0;
     waiting.sums = sums;
-    table_.PrefetchSlot(waiting.hash);
+    waiting.table->PrefetchSlot(waiting.hash);
     ++added_;
     if (added_ <= kAhead / 2) return;
     Waiting& half = waiting_[(added_ - kAhead / 2) % kAhead];
-    half.row = table_.PrefetchRow(half.hash);
+    half.row = half.table->PrefetchRow(half.hash);
   }
 
   void Count(Waiting* waiting) {
-    std::uint64_t* sums = table_.UpdateLikely(waiting->row, waiting->key);
-    if (sums == nullptr) sums = table_.FindOrAdd(waiting->key, waiting->hash);
+    KeyTable& table = *waiting->table;
+    std::uint64_t* sums = table.UpdateLikely(waiting->row, waiting->key);
+    if (sums == nullptr) sums = table.FindOrAdd(waiting->key, waiting->hash);
     AddFlows(waiting->sums, &MutableSums(sums));
   }
 
   FlowKeys keys_;
   std::int64_t from_;
   std::int64_t step_;
-  KeyTable table_{kFlowSumWords};
+  FlowTables tables_;
   std::array<Waiting, kAhead> waiting_;
   std::size_t added_ = 0;
   FlowSums total_{};
   std::string stepped_;
 };
 
+// Table by table, in several threads.
+void Merge(const std::vector<FlowTables*>& parts, FlowTables* into) {
+  std::atomic<std::size_t> next = 0;
+  InThreads(parts.size(), [&](std::size_t) {
+    for (std::size_t at = next++; at < into->tables().size(); at = next++) {
+      KeyTable& table = into->tables()[at];
+      for (FlowTables* const part : parts) {
+        if (table.size() == 0) {
+          std::swap(table, part->tables()[at]);
+          continue;
+        }
+        table.Absorb(std::move(part->tables()[at]),
+                     [](std::uint64_t* sums, const std::uint64_t* more) {
+                       AddFlows(FlowTables::Sums(more), &MutableSums(sums));
+                     });
+      }
+    }
+  });
+}
+
 }  // namespace
+
+const FlowSums* FlowTables::Find(std::string_view key) const {
+  const std::uint64_t* const values = tables_[HashKey(key) >> kShift].Find(key);
+  return values == nullptr ? nullptr : &Sums(values);
+}
+
+std::size_t FlowTables::size() const {
+  std::size_t size = 0;
+  for (const KeyTable& table : tables_) size += table.size();
+  return size;
+}
 
 void AddFlows(const FlowSums& part, FlowSums* into) {
   const bool is_new = into->first == 0;
@@ -121,13 +157,12 @@ FlowGroups GroupFlows(const std::string& directory, const Expression& filter, co
   }
   FlowGroups groups;
   groups.scan = ScanFlows(directory, question, takers);
+  std::vector<FlowTables*> parts;
   for (const auto& grouper : groupers) {
     if (grouper->total().first != 0) AddFlows(grouper->total(), &groups.total);
-    groups.table.Absorb(std::move(grouper->Finish()),
-                        [](std::uint64_t* into, const std::uint64_t* part) {
-                          AddFlows(FlowGroups::Sums(part), &MutableSums(into));
-                        });
+    parts.push_back(&grouper->Finish());
   }
+  Merge(parts, &groups.table);
   return groups;
 }
 

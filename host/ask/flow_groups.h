@@ -25,14 +25,43 @@ inline constexpr std::size_t kFlowSumWords = sizeof(FlowSums) / sizeof(std::uint
 
 void AddFlows(const FlowSums& part, FlowSums* into);
 
-struct FlowGroups {
-  KeyTable table{kFlowSumWords};
-  FlowSums total{};  // each flow once, also where fields of either end count it at both
-  ScanResult scan;
+// Groups in several tables, by hash: small ones grow faster, and threads can share the work.
+class FlowTables {
+ public:
+  FlowTables() {
+    for (std::size_t i = 0; i < kTables; ++i) tables_.emplace_back(kFlowSumWords);
+  }
+
+  KeyTable& Of(std::uint32_t hash) { return tables_[hash >> kShift]; }
+  [[nodiscard]] std::vector<KeyTable>& tables() { return tables_; }
+
+  // Null for a group that is not there.
+  [[nodiscard]] const FlowSums* Find(std::string_view key) const;
+  [[nodiscard]] std::size_t size() const;
+  // visit(key, sums)
+  template <class Visit>
+  void ForEach(Visit&& visit) const {
+    for (const KeyTable& table : tables_) {
+      table.ForEach(
+          [&](std::string_view key, const std::uint64_t* values) { visit(key, Sums(values)); });
+    }
+  }
 
   static const FlowSums& Sums(const std::uint64_t* values) {
     return *reinterpret_cast<const FlowSums*>(values);
   }
+
+ private:
+  static constexpr int kShift = 26;
+  static constexpr std::size_t kTables = std::size_t{1} << (32 - kShift);
+
+  std::vector<KeyTable> tables_;
+};
+
+struct FlowGroups {
+  FlowTables table;
+  FlowSums total{};  // each flow once, also where fields of either end count it at both
+  ScanResult scan;
 };
 
 // GroupFlows counts a flow for both ends of fields that mean either one, and once where both are

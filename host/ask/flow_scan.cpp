@@ -10,7 +10,7 @@
 #include <thread>
 #include <utility>
 
-#include "host/store/read_limit.h"
+#include "host/ask/in_threads.h"
 #include "host/store/schema.h"
 
 namespace flow::host {
@@ -229,15 +229,7 @@ std::size_t ScanThreads() {
 ScanResult ScanRows(const std::string& directory, const ScanQuestion& question,
                     const std::vector<FlowTaker*>& takers) {
   Scan scan(directory, question);
-  std::vector<std::thread> threads;
-  for (std::size_t i = 1; i < takers.size(); ++i) {
-    threads.emplace_back([&scan, taker = takers[i], limit = ReadLimit::Current()] {
-      const ReadLimitScope scope(limit);
-      scan.Run(taker);
-    });
-  }
-  scan.Run(takers.front());
-  for (std::thread& thread : threads) thread.join();
+  InThreads(takers.size(), [&](std::size_t thread) { scan.Run(takers[thread]); });
   return scan.Finish();
 }
 

@@ -28,6 +28,7 @@ constexpr std::pair<std::string_view, FlowOrder> kOrders[] = {
 struct Ranked {
   std::string_view key;
   const FlowSums* sums;
+  std::int64_t rank;
 };
 
 // The columns of sums: what the answer is ordered by stands first, with its share of all.
@@ -101,21 +102,30 @@ void Sum(const FlowSums& part, FlowSums* into) {
   into->flows += part.flows;
 }
 
-std::vector<Ranked> LargestOf(const FlowGroups& groups, const FlowsQuestion& question) {
-  std::vector<Ranked> ranked;
-  ranked.reserve(groups.table.size());
-  groups.table.ForEach([&](std::string_view key, const std::uint64_t* values) {
-    ranked.push_back({key, &FlowGroups::Sums(values)});
+struct Ranking {
+  std::vector<Ranked> largest;
+  FlowSums all{};
+};
+
+Ranking RankingOf(const FlowGroups& groups, const FlowsQuestion& question) {
+  const auto is_before = [&](const Ranked& a, const Ranked& b) {
+    return a.rank != b.rank ? a.rank > b.rank : a.key < b.key;
+  };
+  Ranking ranking;
+  std::vector<Ranked>& largest = ranking.largest;  // a heap, the last of the order in front
+  groups.table.ForEach([&](std::string_view key, const FlowSums& sums) {
+    Sum(sums, &ranking.all);
+    const Ranked ranked{key, &sums, RankOf(sums, question.order)};
+    if (largest.size() == question.top) {
+      if (question.top == 0 || !is_before(ranked, largest.front())) return;
+      std::ranges::pop_heap(largest, is_before);
+      largest.pop_back();
+    }
+    largest.push_back(ranked);
+    std::ranges::push_heap(largest, is_before);
   });
-  const std::size_t count = std::min(question.top, ranked.size());
-  std::ranges::partial_sort(ranked, ranked.begin() + static_cast<std::ptrdiff_t>(count),
-                            [&](const Ranked& a, const Ranked& b) {
-                              const auto rank_a = RankOf(*a.sums, question.order);
-                              const auto rank_b = RankOf(*b.sums, question.order);
-                              return rank_a != rank_b ? rank_a > rank_b : a.key < b.key;
-                            });
-  ranked.resize(count);
-  return ranked;
+  std::ranges::sort_heap(largest, is_before);
+  return ranking;
 }
 
 void AddKeyColumns(const std::vector<const FlowField*>& fields, Answer* answer) {
@@ -191,12 +201,10 @@ Answer Grouped(StoredCounters* counters, const FlowsQuestion& question, const Ti
   AddKeyColumns(question.fields, &answer);
   const SumColumns columns(question.order, cover, groups.total);
   columns.AddColumns(&answer.columns);
-  FlowSums all{};
-  groups.table.ForEach(
-      [&](std::string_view, const std::uint64_t* values) { Sum(FlowGroups::Sums(values), &all); });
+  const Ranking ranking = RankingOf(groups, question);
   FlowSums shown{};
   std::vector<std::string> keys;
-  for (const Ranked& ranked : LargestOf(groups, question)) {
+  for (const Ranked& ranked : ranking.largest) {
     AnswerRow row;
     row.values = KeyValues(question.fields, FieldTexts(question.fields, ranked.key), names);
     columns.AddValues(*ranked.sums, &row.values);
@@ -208,7 +216,7 @@ Answer Grouped(StoredCounters* counters, const FlowsQuestion& question, const Ti
     answer.others = SumRow(question.fields.size(), std::string(kOthersKey));
     answer.others_text =
         fmt::format("{} more", Thousands(groups.table.size() - answer.rows.size()));
-    columns.AddValues(Without(all, shown), &answer.others->values);
+    columns.AddValues(Without(ranking.all, shown), &answer.others->values);
   }
   answer.total = SumRow(question.fields.size(), "all that match");
   columns.AddValues(groups.total, &answer.total->values);

@@ -8,10 +8,10 @@
 #include <limits>
 #include <memory>
 #include <string_view>
-#include <thread>
 #include <tuple>
 #include <utility>
 
+#include "host/ask/in_threads.h"
 #include "host/store/schema.h"
 
 namespace flow::host {
@@ -283,12 +283,7 @@ ScanResult JoinFlows(const std::string& directory, const Expression& filter, con
   result.rows_alone = std::ranges::any_of(collectors, &Collector::is_full);
   if (result.rows_alone) return result;
   Joiner joiner(collectors, split.whole);
-  std::vector<std::thread> threads;
-  for (std::size_t i = 1; i < takers.size(); ++i) {
-    threads.emplace_back([&joiner, taker = takers[i]] { joiner.Run(taker); });
-  }
-  joiner.Run(takers.front());
-  for (std::thread& thread : threads) thread.join();
+  InThreads(takers.size(), [&](std::size_t thread) { joiner.Run(takers[thread]); });
   return result;
 }
 
