@@ -109,7 +109,7 @@ struct Ranking {
 
 Ranking RankingOf(const FlowGroups& groups, const FlowsQuestion& question) {
   const auto is_before = [&](const Ranked& a, const Ranked& b) {
-    return a.rank != b.rank ? a.rank > b.rank : a.key < b.key;
+    return std::pair(b.rank, a.key) < std::pair(a.rank, b.key);
   };
   Ranking ranking;
   std::vector<Ranked>& largest = ranking.largest;  // a heap, the last of the order in front

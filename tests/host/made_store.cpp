@@ -134,6 +134,19 @@ class Writer {
   std::array<Span, std::size(kTiers)> spans_;
 };
 
+// The parts of the long flow have one end or the other as their source.
+MadeFlow AsStored(const MadeFlow& flow) {
+  MadeFlow stored = flow;
+  if (flow.source_port != kMadeLongPort || flow.bucket / kMinuteSeconds % 2 == 0) return stored;
+  std::swap(stored.source, stored.destination);
+  std::swap(stored.source_port, stored.destination_port);
+  std::swap(stored.bytes, stored.bytes_back);
+  std::swap(stored.packets, stored.packets_back);
+  std::swap(stored.in_interface, stored.out_interface);
+  std::swap(stored.source_as, stored.destination_as);
+  return stored;
+}
+
 void PutFlow(const MadeStore& made, const MadeFlow& flow, std::int64_t hour, Statement* row) {
   const auto bytes = [&](int place, const IpAddress& address) {
     row->Bind(place, address.bytes());
@@ -211,7 +224,7 @@ void Writer::WriteMinute(std::int64_t minute, Database* flows) {
       "(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
   const std::int64_t before = flows->Ask("SELECT max(rowid) FROM flows").value_or(0);
   FlowsOfMinute(made_, number, [&](const MadeFlow& flow) {
-    PutFlow(made_, flow, hour, &row);
+    PutFlow(made_, AsStored(flow), hour, &row);
     Count(flow, &span.counts);
     span.exporters[static_cast<std::size_t>(flow.exporter)].Add({flow.bytes, 0, 0, 0, 1});
   });
