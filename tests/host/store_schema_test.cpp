@@ -1,4 +1,5 @@
 // The store's databases as those find them who know no more than their tables.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -52,6 +53,7 @@ TEST_F(StoreSchema, FlowListReadsAsPeopleDo) {
   ForEachFlow(made_, [&](const MadeFlow& flow) {
     if (flow.bucket >= made_.start + kHourSeconds) return;
     ++rows;
+    if (flow.source_port == kMadeLongPort) return;  // stored either way round
     const IpAddress source = MadeHost(made_, flow.source);
     if (source.family() == Family::kIpv4) {
       truth[source.Text()] += static_cast<std::int64_t>(flow.bytes);
@@ -60,8 +62,10 @@ TEST_F(StoreSchema, FlowListReadsAsPeopleDo) {
   Database flows = Database::ToRead(FlowFilePath(directory_, made_.start));
   EXPECT_EQ(flows.Ask("SELECT count(*) FROM flow_list"), rows);
   std::map<std::string, std::int64_t> found;
-  Statement sums =
-      flows.Prepare("SELECT src, sum(bytes) FROM flow_list WHERE src NOT LIKE '%:%' GROUP BY src");
+  Statement sums = flows.Prepare(fmt::format(
+      "SELECT src, sum(bytes) FROM flow_list WHERE src NOT LIKE '%:%' AND {} NOT IN (sport, dport) "
+      "GROUP BY src",
+      kMadeLongPort));
   while (sums.Step()) found[std::string(sums.Text(0))] = sums.Integer(1);
   EXPECT_EQ(found, truth);
   EXPECT_EQ(flows.Ask("SELECT sum(last_row - first_row + 1) FROM minutes"), rows);
