@@ -165,8 +165,8 @@ Answer AskNewPeers(StoredCounters* counters, const IpAddress& host, std::size_t 
       {"key", "Host", ValueKind::kKey},      {"name", "Name", ValueKind::kText},
       {"bytes", "Bytes", ValueKind::kBytes}, {"packets", "Packets", ValueKind::kPackets},
       {"flows", "Flows", ValueKind::kCount}, {"first_ms", "First seen", ValueKind::kTime}};
-  std::vector<std::pair<std::string_view, const FlowSums*>> peers;
-  now.table.ForEach([&](std::string_view key, const FlowSums& sums) {
+  std::vector<std::pair<std::string_view, const FlowAmounts*>> peers;
+  now.table.ForEach([&](std::string_view key, const FlowAmounts& sums) {
     if (then.table.Find(key) == nullptr) peers.emplace_back(key, &sums);
   });
   std::ranges::sort(peers, [](const auto& a, const auto& b) {

@@ -25,7 +25,7 @@ const std::vector<std::string>& Columns() {
   return columns;
 }
 
-FlowSums& MutableSums(std::uint64_t* values) { return *reinterpret_cast<FlowSums*>(values); }
+FlowAmounts& MutableSums(std::uint64_t* values) { return *reinterpret_cast<FlowAmounts*>(values); }
 
 class Grouper : public FlowTaker {
  public:
@@ -37,8 +37,8 @@ class Grouper : public FlowTaker {
       return static_cast<std::uint64_t>(row.Integer(column));
     };
     const auto hour_ms = static_cast<std::uint64_t>(row.file().hour()) * 1000;
-    const FlowSums sums{number(kBytes), number(kPackets), number(kRecords),
-                        hour_ms + number(kFirst), hour_ms + number(kLast)};
+    const FlowAmounts sums{number(kBytes), number(kPackets), number(kRecords),
+                           hour_ms + number(kFirst), hour_ms + number(kLast)};
     AddFlows(sums, &total_);
     keys_.ForEach(row, kFields,
                   [&](std::string_view key) { Add(step_ == 0 ? key : Stepped(key, row), sums); });
@@ -50,7 +50,7 @@ class Grouper : public FlowTaker {
     added_ = 0;
     return tables_;
   }
-  [[nodiscard]] const FlowSums& total() const { return total_; }
+  [[nodiscard]] const FlowAmounts& total() const { return total_; }
 
  private:
   std::string_view Stepped(std::string_view key, const FlowRow& row) {
@@ -67,11 +67,11 @@ class Grouper : public FlowTaker {
     std::string key;
     std::uint32_t hash = 0;
     std::uint32_t row = 0;
-    FlowSums sums{};
+    FlowAmounts sums{};
   };
   static constexpr std::size_t kAhead = 16;
 
-  void Add(std::string_view key, const FlowSums& sums) {
+  void Add(std::string_view key, const FlowAmounts& sums) {
     Waiting& waiting = waiting_[added_ % kAhead];
     if (added_ >= kAhead) Count(&waiting);
     waiting.key.assign(key);
@@ -99,7 +99,7 @@ class Grouper : public FlowTaker {
   FlowTables tables_;
   std::array<Waiting, kAhead> waiting_;
   std::size_t added_ = 0;
-  FlowSums total_{};
+  FlowAmounts total_{};
   std::string stepped_;
 };
 
@@ -125,7 +125,7 @@ void Merge(const std::vector<FlowTables*>& parts, FlowTables* into) {
 
 }  // namespace
 
-const FlowSums* FlowTables::Find(std::string_view key) const {
+const FlowAmounts* FlowTables::Find(std::string_view key) const {
   const std::uint64_t* const values = tables_[HashKey(key) >> kShift].Find(key);
   return values == nullptr ? nullptr : &Sums(values);
 }
@@ -136,7 +136,7 @@ std::size_t FlowTables::size() const {
   return size;
 }
 
-void AddFlows(const FlowSums& part, FlowSums* into) {
+void AddFlows(const FlowAmounts& part, FlowAmounts* into) {
   const bool is_new = into->first == 0;
   into->bytes += part.bytes;
   into->packets += part.packets;

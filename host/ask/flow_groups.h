@@ -14,29 +14,29 @@
 namespace flow::host {
 
 // The sums of a group, as they stand in its table.
-struct FlowSums {
+struct FlowAmounts {
   std::uint64_t bytes;
   std::uint64_t packets;
   std::uint64_t flows;  // records of exporters
   std::uint64_t first;  // milliseconds since 1970
   std::uint64_t last;
 };
-inline constexpr std::size_t kFlowSumWords = sizeof(FlowSums) / sizeof(std::uint64_t);
+inline constexpr std::size_t kFlowAmountWords = sizeof(FlowAmounts) / sizeof(std::uint64_t);
 
-void AddFlows(const FlowSums& part, FlowSums* into);
+void AddFlows(const FlowAmounts& part, FlowAmounts* into);
 
 // Groups in several tables, by hash: small ones grow faster, and threads can share the work.
 class FlowTables {
  public:
   FlowTables() {
-    for (std::size_t i = 0; i < kTables; ++i) tables_.emplace_back(kFlowSumWords);
+    for (std::size_t i = 0; i < kTables; ++i) tables_.emplace_back(kFlowAmountWords);
   }
 
   KeyTable& Of(std::uint32_t hash) { return tables_[hash >> kShift]; }
   [[nodiscard]] std::vector<KeyTable>& tables() { return tables_; }
 
   // Null for a group that is not there.
-  [[nodiscard]] const FlowSums* Find(std::string_view key) const;
+  [[nodiscard]] const FlowAmounts* Find(std::string_view key) const;
   [[nodiscard]] std::size_t size() const;
   // visit(key, sums)
   template <class Visit>
@@ -47,8 +47,8 @@ class FlowTables {
     }
   }
 
-  static const FlowSums& Sums(const std::uint64_t* values) {
-    return *reinterpret_cast<const FlowSums*>(values);
+  static const FlowAmounts& Sums(const std::uint64_t* values) {
+    return *reinterpret_cast<const FlowAmounts*>(values);
   }
 
  private:
@@ -60,7 +60,7 @@ class FlowTables {
 
 struct FlowGroups {
   FlowTables table;
-  FlowSums total{};  // each flow once, also where fields of either end count it at both
+  FlowAmounts total{};  // each flow once, also where fields of either end count it at both
   ScanResult scan;
 };
 

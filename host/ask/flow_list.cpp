@@ -17,7 +17,7 @@ namespace {
 
 // A flow, and where its first part stands.
 struct Listed {
-  FlowSums sums;
+  FlowAmounts sums;
   RowPlace place;
 };
 
@@ -41,7 +41,7 @@ class Picker : public WholeFlowTaker, public FlowTaker {
  public:
   Picker(FlowOrder order, std::size_t top) : is_before_(order), top_(top) {}
 
-  void Take(const FlowSums& whole, std::span<const FlowPart> parts) override {
+  void Take(const FlowAmounts& whole, std::span<const FlowPart> parts) override {
     Add({whole, parts.front().place()});
   }
   // Rows by themselves.
@@ -56,7 +56,7 @@ class Picker : public WholeFlowTaker, public FlowTaker {
   }
 
   [[nodiscard]] const std::vector<Listed>& picked() const { return picked_; }
-  [[nodiscard]] const FlowSums& total() const { return total_; }
+  [[nodiscard]] const FlowAmounts& total() const { return total_; }
   [[nodiscard]] std::uint64_t count() const { return count_; }
 
  private:
@@ -74,7 +74,7 @@ class Picker : public WholeFlowTaker, public FlowTaker {
   IsBefore is_before_;
   std::size_t top_;
   std::vector<Listed> picked_;  // a heap, the last of the order in front
-  FlowSums total_{};
+  FlowAmounts total_{};
   std::uint64_t count_ = 0;
 };
 

@@ -23,7 +23,7 @@ struct ListedFlow {
 
 struct FlowList {
   std::vector<ListedFlow> flows;
-  FlowSums total{};
+  FlowAmounts total{};
   std::uint64_t count = 0;  // all that pass
   ScanResult scan;
 };

@@ -27,14 +27,14 @@ constexpr std::pair<std::string_view, FlowOrder> kOrders[] = {
 // A row of a group: what it is ranked by stands ready.
 struct Ranked {
   std::string_view key;
-  const FlowSums* sums;
+  const FlowAmounts* sums;
   std::int64_t rank;
 };
 
 // The columns of sums: what the answer is ordered by stands first, with its share of all.
 class SumColumns {
  public:
-  SumColumns(FlowOrder order, const Cover& cover, const FlowSums& total)
+  SumColumns(FlowOrder order, const Cover& cover, const FlowAmounts& total)
       : order_(order),
         seconds_(static_cast<double>(std::max<std::int64_t>(cover.span.Seconds(), 1))) {
     all_ = order == FlowOrder::kPackets ? static_cast<double>(cover.packets)
@@ -59,7 +59,7 @@ class SumColumns {
   }
 
   // Rates are over the span, those of a single flow over its own time.
-  void AddValues(const FlowSums& sums, std::vector<AnswerValue>* values,
+  void AddValues(const FlowAmounts& sums, std::vector<AnswerValue>* values,
                  std::int64_t flow_ms = 0) const {
     const double seconds = flow_ms > 0 ? static_cast<double>(flow_ms) / 1000 : seconds_;
     const auto bytes = static_cast<double>(sums.bytes);
@@ -89,14 +89,14 @@ class SumColumns {
   double all_ = 0;
 };
 
-FlowSums Without(FlowSums from, const FlowSums& part) {
+FlowAmounts Without(FlowAmounts from, const FlowAmounts& part) {
   from.bytes -= part.bytes;
   from.packets -= part.packets;
   from.flows -= part.flows;
   return from;
 }
 
-void Sum(const FlowSums& part, FlowSums* into) {
+void Sum(const FlowAmounts& part, FlowAmounts* into) {
   into->bytes += part.bytes;
   into->packets += part.packets;
   into->flows += part.flows;
@@ -104,7 +104,7 @@ void Sum(const FlowSums& part, FlowSums* into) {
 
 struct Ranking {
   std::vector<Ranked> largest;
-  FlowSums all{};
+  FlowAmounts all{};
 };
 
 Ranking RankingOf(const FlowGroups& groups, const FlowsQuestion& question) {
@@ -113,7 +113,7 @@ Ranking RankingOf(const FlowGroups& groups, const FlowsQuestion& question) {
   };
   Ranking ranking;
   std::vector<Ranked>& largest = ranking.largest;  // a heap, the last of the order in front
-  groups.table.ForEach([&](std::string_view key, const FlowSums& sums) {
+  groups.table.ForEach([&](std::string_view key, const FlowAmounts& sums) {
     Sum(sums, &ranking.all);
     const Ranked ranked{key, &sums, RankOf(sums, question.order)};
     if (largest.size() == question.top) {
@@ -202,7 +202,7 @@ Answer Grouped(StoredCounters* counters, const FlowsQuestion& question, const Ti
   const SumColumns columns(question.order, cover, groups.total);
   columns.AddColumns(&answer.columns);
   const Ranking ranking = RankingOf(groups, question);
-  FlowSums shown{};
+  FlowAmounts shown{};
   std::vector<std::string> keys;
   for (const Ranked& ranked : ranking.largest) {
     AnswerRow row;
@@ -236,21 +236,21 @@ Answer Listed(StoredCounters* counters, const FlowsQuestion& question, const Tim
   AddKeyColumns(ListedFields(), &answer);
   const SumColumns columns(question.order, cover, list.total);
   columns.AddColumns(&answer.columns);
-  FlowSums shown{};
+  FlowAmounts shown{};
   for (const ListedFlow& flow : list.flows) {
     AnswerRow row;
     row.values = {flow.first_ms, flow.last_ms - flow.first_ms};
     for (AnswerValue& value : KeyValues(ListedFields(), flow.fields, names)) {
       row.values.push_back(std::move(value));
     }
-    const FlowSums sums{static_cast<std::uint64_t>(flow.bytes),
-                        static_cast<std::uint64_t>(flow.packets),
-                        static_cast<std::uint64_t>(flow.flows), 0, 0};
+    const FlowAmounts sums{static_cast<std::uint64_t>(flow.bytes),
+                           static_cast<std::uint64_t>(flow.packets),
+                           static_cast<std::uint64_t>(flow.flows), 0, 0};
     columns.AddValues(sums, &row.values, flow.last_ms - flow.first_ms);
     Sum(sums, &shown);
     answer.rows.push_back(std::move(row));
   }
-  const auto add_sums = [&](std::string text, const FlowSums& sums) {
+  const auto add_sums = [&](std::string text, const FlowAmounts& sums) {
     constexpr std::size_t kSource = 1;
     AnswerRow row = SumRow(ListedFields().size(), std::move(text), kSource);
     row.values.insert(row.values.begin(), 2, AnswerValue());
@@ -271,7 +271,7 @@ Answer Listed(StoredCounters* counters, const FlowsQuestion& question, const Tim
 
 }  // namespace
 
-std::int64_t RankOf(const FlowSums& sums, FlowOrder order) {
+std::int64_t RankOf(const FlowAmounts& sums, FlowOrder order) {
   switch (order) {
     case FlowOrder::kBytes:
       return static_cast<std::int64_t>(sums.bytes);

@@ -22,7 +22,7 @@ enum class FlowOrder : std::uint8_t { kBytes, kPackets, kFlows, kDuration, kFirs
 FlowOrder ParseFlowOrder(const std::string& text);
 
 // RankOf is what an order goes by: larger is earlier.
-std::int64_t RankOf(const FlowSums& sums, FlowOrder order);
+std::int64_t RankOf(const FlowAmounts& sums, FlowOrder order);
 
 struct FlowsQuestion {
   std::string filter_text;

@@ -128,7 +128,7 @@ class Series {
     FlowCoverage(counters_, plan_.cover, groups.scan, &covered);
     covered.what = std::move(answer_.what);
     answer_ = std::move(covered);
-    groups.table.ForEach([this](std::string_view key, const FlowSums& sums) {
+    groups.table.ForEach([this](std::string_view key, const FlowAmounts& sums) {
       Step& step = StepAt(plan_.cover.span.from + StepOf(key) * plan_.seconds);
       step.bytes += static_cast<std::int64_t>(sums.bytes);
       step.packets += static_cast<std::int64_t>(sums.packets);

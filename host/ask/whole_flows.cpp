@@ -48,7 +48,7 @@ void Split(const Expression& expression, SplitFilter* split) {
   }
 }
 
-double AmountOf(FilterField field, const FlowSums& flow) {
+double AmountOf(FilterField field, const FlowAmounts& flow) {
   const auto bytes = static_cast<double>(flow.bytes);
   const auto packets = static_cast<double>(flow.packets);
   const auto ms = static_cast<double>(flow.last - flow.first);
@@ -66,7 +66,7 @@ double AmountOf(FilterField field, const FlowSums& flow) {
   }
 }
 
-bool Holds(const Condition& condition, const FlowSums& flow) {
+bool Holds(const Condition& condition, const FlowAmounts& flow) {
   const double amount = AmountOf(condition.field, flow);
   const auto is_in = [amount](const FilterValue& value) {
     const auto& range = std::get<NumberRange>(value);
@@ -90,7 +90,7 @@ bool Holds(const Condition& condition, const FlowSums& flow) {
   return false;
 }
 
-bool Holds(const Expression& expression, const FlowSums& flow) {
+bool Holds(const Expression& expression, const FlowAmounts& flow) {
   const auto holds = [&flow](const Expression& part) { return Holds(part, flow); };
   switch (expression.kind) {
     case Expression::Kind::kCondition:
@@ -207,7 +207,7 @@ class Joiner {
  private:
   void Join(std::span<const FlowPart> parts, WholeFlowTaker* taker) const {
     while (!parts.empty()) {
-      FlowSums whole{};
+      FlowAmounts whole{};
       std::size_t count = 0;
       while (count < parts.size() && GoesOn(whole, parts.front(), parts[count], count)) {
         const FlowPart& part = parts[count++];
@@ -220,7 +220,7 @@ class Joiner {
     }
   }
 
-  static bool GoesOn(const FlowSums& whole, const FlowPart& first, const FlowPart& part,
+  static bool GoesOn(const FlowAmounts& whole, const FlowPart& first, const FlowPart& part,
                      std::size_t count) {
     return count == 0 || (part.flow == first.flow &&
                           part.first <= static_cast<std::int64_t>(whole.last) + kLongestSilenceMs);
@@ -234,7 +234,7 @@ class Joiner {
 // The rows of flows that pass.
 class Chooser : public WholeFlowTaker {
  public:
-  void Take(const FlowSums& /*whole*/, std::span<const FlowPart> parts) override {
+  void Take(const FlowAmounts& /*whole*/, std::span<const FlowPart> parts) override {
     for (const FlowPart& part : parts) places_.push_back(part.place());
   }
   [[nodiscard]] const std::vector<RowPlace>& places() const { return places_; }

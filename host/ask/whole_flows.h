@@ -59,7 +59,7 @@ class WholeFlowTaker {
   WholeFlowTaker& operator=(const WholeFlowTaker&) = delete;
   virtual ~WholeFlowTaker() = default;
 
-  virtual void Take(const FlowSums& whole, std::span<const FlowPart> parts) = 0;
+  virtual void Take(const FlowAmounts& whole, std::span<const FlowPart> parts) = 0;
 };
 
 // JoinFlows hands every flow that passes to one of the takers, each in its own thread. Where there
