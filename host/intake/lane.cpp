@@ -64,7 +64,7 @@ void Lane::Handle(const IID& protocol, const UdpPacket& packet) {
   Note(packet, records, refusal);
   has_netflow_ = has_netflow_ || protocol == kNetflowProtocol;
   if (store_->flow_group().table.size() > most_flows_) HandOutFlowsNow(packet.time);
-  if (meters_->Learnt() > learnt) NoteGrowth(packet, learnt);
+  if (keeps_lessons_ && meters_->Learnt() > learnt) NoteGrowth(packet, learnt);
   constexpr std::size_t kLookAfter = std::size_t{64} << 10;
   since_look_ += packet.payload_length;
   if (since_look_ < kLookAfter) return;
@@ -91,7 +91,7 @@ void Lane::Note(const UdpPacket& packet, std::uint64_t records, Refusal refusal)
   exporters_.Note({exporter, packet.time, datagram, records, refusal, engine_.TakeWords(),
                    packet.destination.port});
   if (exporters_.HasNewUser() && on_used_) on_used_(exporter);
-  if (exporters_.HasLessons()) KeepLessons(exporter, datagram);
+  if (keeps_lessons_ && exporters_.HasLessons()) KeepLessons(exporter, datagram);
 }
 
 void Lane::HoldBack(const UdpPacket& packet) {
@@ -175,7 +175,7 @@ void Lane::TakeMessages() {
     std::vector<std::uint8_t>& bytes = *message.bytes;
     if (IsTemplateChannel(message.channel)) {
       exporters_.NoteForeignTemplates(bytes, HasDomain(message.channel));
-      handover_.TakeMessage(message);
+      if (keeps_lessons_) handover_.TakeMessage(message);
     }
     for (Component& component : meters_->components()) {
       if (!component.listener) continue;

@@ -144,6 +144,7 @@ class Lane final : private ChannelSink {
   bool takes_shims_ = false;    // the meters take a forwarder's shim off
   std::unique_ptr<Meters> meters_;
   Handover handover_{[this](const TemplateOwner& owner) { return exporters_.RecordsBy(owner); }};
+  bool keeps_lessons_ = Shares().plugin != MemoryShares::kAll;  // meters may be replaced
   std::uint64_t reloads_ = 0;  // of policies, when rates were kept last
   // Bytes at which the meters are replaced; more where what is worth keeping fills them.
   std::size_t most_learnt_ = Shares().plugin;

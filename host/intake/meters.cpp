@@ -39,8 +39,7 @@ UdpPacket MadePacket(const Handover::Lesson& lesson, Timestamp now,
 Meters::Meters(const LaneParts& parts, int number, bool is_fresh) {
   const HeapScope scope(&account_);
   for (const ComponentDescription& description : parts.components) {
-    if (description.handler || description.meter) Attach(parts, description, number);
-    if (is_fresh && !components_.empty()) components_.back().site->SpeakOfErrorsAlone(true);
+    if (description.handler || description.meter) Attach(parts, description, number, is_fresh);
   }
   held_at_start_ = account_.Held();
 }
@@ -52,13 +51,15 @@ Meters::~Meters() {
   components_.clear();
 }
 
-void Meters::Attach(const LaneParts& parts, const ComponentDescription& description, int number) {
+void Meters::Attach(const LaneParts& parts, const ComponentDescription& description, int number,
+                    bool is_fresh) {
   Component component;
   component.name = fmt::format("{} {}", description.name, number);
   component.protocol =
       description.handler ? description.handler->protocol : description.meter->protocol;
   component.site = std::make_unique<Site>(parts.site_settings, parts.console, component.name,
                                           number, parts.trace);
+  component.site->SpeakOfErrorsAlone(is_fresh);
   {
     const std::lock_guard lock(making);
     const InterfacePtr<IArboUnknown> object = NewComponent(parts.package, description.clsid);
@@ -78,10 +79,6 @@ void Meters::Attach(const LaneParts& parts, const ComponentDescription& descript
                                 component.name, status));
   }
   components_.push_back(std::move(component));
-}
-
-std::size_t Meters::Learnt() const {
-  return account_.Held() - std::min(account_.Held(), held_at_start_);
 }
 
 bool Meters::HavePoliciesInForce() const {

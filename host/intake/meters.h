@@ -5,6 +5,8 @@
 // ones go.
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
@@ -45,7 +47,9 @@ class Meters {
   // Whatever the plug-in does is within a scope of its account.
   HeapAccount& account() { return account_; }
   // Bytes that they have learnt to hold since they were attached.
-  [[nodiscard]] std::size_t Learnt() const;
+  [[nodiscard]] std::size_t Learnt() const {
+    return account_.Held() - std::min(account_.Held(), held_at_start_);
+  }
 
   // Whether fresh ones would read the policies that are in force; reading another one may end the
   // process. Reloads is how often policies were read again.
@@ -56,7 +60,8 @@ class Meters {
   void Learn(const Handover& handover, Timestamp now);
 
  private:
-  void Attach(const LaneParts& parts, const ComponentDescription& description, int number);
+  void Attach(const LaneParts& parts, const ComponentDescription& description, int number,
+              bool is_fresh);
 
   HeapAccount account_;
   std::vector<Component> components_;
