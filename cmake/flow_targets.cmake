@@ -1,7 +1,9 @@
 # What every target of the project shares, and the two ways to declare one.
 
 include(GNUInstallDirs)
+include(CheckCXXCompilerFlag)
 include(CheckIPOSupported)
+include(CheckPIESupported)
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -21,11 +23,11 @@ target_compile_options(flow_options INTERFACE -Wall -Wextra -Wpedantic -Wconvers
                                               $<$<BOOL:${FLOW_WERROR}>:-Werror>)
 # GCC 12 at -O3 takes std::string's operator+ for an overlapping copy (GCC bug 105329).
 target_compile_options(flow_options INTERFACE
-                       $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-restrict>)
+                       $<$<AND:$<CXX_COMPILER_ID:GNU>,$<NOT:$<CONFIG:Debug>>>:-Wno-restrict>)
 # The inliner may let the whole library grow by so many per cent. Its own 40 are used up by what is
 # read once, and then small functions on the road of a record are called that had better be part of it.
 target_compile_options(flow_options INTERFACE
-                       $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:--param=inline-unit-growth=80>)
+                       $<$<AND:$<CXX_COMPILER_ID:GNU>,$<NOT:$<CONFIG:Debug>>>:--param=inline-unit-growth=80>)
 # Unique symbols would keep the plug-in in memory until the process ends.
 target_compile_options(flow_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
 target_compile_definitions(flow_options INTERFACE FLOW_BUILDS_LIBRARY)
@@ -56,6 +58,24 @@ if(FLOW_FUZZ)
   target_compile_options(flow_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
+# Whatever is neither for a debugger nor under a sanitizer, which sees more, is hardened: datagrams are
+# strangers'.
+check_pie_supported(LANGUAGES CXX)
+if(NOT FLOW_SANITIZE AND NOT FLOW_FUZZ)
+  set(hardening -fstack-protector-strong)
+  foreach(flag -fstack-clash-protection -fcf-protection -mbranch-protection=standard)
+    string(MAKE_C_IDENTIFIER "flow_has${flag}" has_flag)
+    check_cxx_compiler_flag(${flag} ${has_flag})
+    if(${has_flag})
+      list(APPEND hardening ${flag})
+    endif()
+  endforeach()
+  target_compile_options(flow_options INTERFACE
+                         "$<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3;${hardening}>")
+  target_link_options(flow_options INTERFACE
+                      "$<$<NOT:$<CONFIG:Debug>>:-Wl,-z,relro,-z,now,-z,noexecstack>")
+endif()
+
 # flow_room(NAME SOURCE...): one room of the house, linked into the library and into the tests that
 # look inside it.
 function(flow_room name)
@@ -69,6 +89,18 @@ endfunction()
 function(flow_optimised target)
   if(FLOW_SANITIZE)
     target_compile_options(${target} PRIVATE -O1)
+  endif()
+endfunction()
+
+# flow_whole(TARGET...): what is optimised as a whole when it is linked.
+function(flow_whole)
+  if(FLOW_SANITIZE)
+    return()
+  endif()
+  check_ipo_supported(RESULT flow_has_ipo OUTPUT flow_ipo_output LANGUAGES CXX)
+  if(flow_has_ipo)
+    set_target_properties(${ARGN} PROPERTIES INTERPROCEDURAL_OPTIMIZATION ON
+                                             INTERPROCEDURAL_OPTIMIZATION_DEBUG OFF)
   endif()
 endfunction()
 

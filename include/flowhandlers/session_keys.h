@@ -68,11 +68,11 @@ template <class Session>
   constexpr std::size_t kHostAt = 4;
   constexpr std::size_t kPortAt = kHostAt + Session::kHostLength + 3;
   constexpr std::size_t kSideLength = Session::kHostLength + 8;
-  std::memcpy(out, Session::kForm, kLength);
+  CopyFixed<kLength>(Session::kForm, out);
   PutHex8(protocol, out);
-  std::memcpy(out + kHostAt, a.host, Session::kHostLength);
+  CopyFixed<Session::kHostLength>(a.host, out + kHostAt);
   PutHex16(a.port, out + kPortAt);
-  std::memcpy(out + kHostAt + kSideLength, b.host, Session::kHostLength);
+  CopyFixed<Session::kHostLength>(b.host, out + kHostAt + kSideLength);
   PutHex16(b.port, out + kPortAt + kSideLength);
   return out + kLength;
 }
@@ -80,7 +80,7 @@ template <class Session>
 // WriteExporterPart ends a session key with the exporter and the interfaces of both sides.
 inline char* WriteExporterPart(const Ipv4Key& exporter, std::uint32_t first_ifindex,
                                std::uint32_t second_ifindex, char* out) noexcept {
-  std::memcpy(out, exporter.text, kIpv4KeyLength);
+  CopyFixed<kIpv4KeyLength>(exporter.text, out);
   out[kIpv4KeyLength] = '_';
   out = PutHex32(first_ifindex, out + kIpv4KeyLength + 1);
   *out = '_';
