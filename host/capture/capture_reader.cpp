@@ -4,6 +4,7 @@
 #include <pcap/pcap.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -29,6 +30,14 @@ std::FILE* OpenFile(const std::string& path) {
   std::FILE* const file = errno == EISDIR ? nullptr : std::fopen(path.c_str(), "rb");
   if (file == nullptr) throw HostError(fmt::format("{}: {}", path, std::strerror(errno)));
   return file;
+}
+
+// Blocks of pcapng have 64 bits of time: what is past these years is damage, and cannot be counted
+// in microseconds.
+Timestamp TimeOf(const timeval& time) {
+  constexpr std::int64_t kMostSeconds = 253'402'300'799;  // the end of the year 9999
+  const std::int64_t seconds = std::clamp<std::int64_t>(time.tv_sec, 0, kMostSeconds);
+  return seconds * kMicrosPerSecond + std::clamp<std::int64_t>(time.tv_usec, 0, 999'999);
 }
 
 }  // namespace
@@ -105,7 +114,7 @@ bool CaptureReader::Next(CapturedPacket* packet) {
     throw HostError(fmt::format("{}: damaged, read up to there: {}", path_,
                                 Trouble(pcap_geterr(capture_.get()))));
   }
-  packet->time = header->ts.tv_sec * kMicrosPerSecond + header->ts.tv_usec;
+  packet->time = TimeOf(header->ts);
   packet->bytes = {data, header->caplen};
   packet->wire_length = header->len;
   return true;
