@@ -10,4 +10,8 @@ namespace flow::host {
 // exporter sends can steer the terminal.
 std::string Printable(std::string_view text);
 
+// Utf8 keeps what is valid UTF-8, and writes other bytes and control characters as \xNN: for files
+// that programs read.
+std::string Utf8(std::string_view text);
+
 }  // namespace flow::host

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/output/answer_forms.h"
+#include "host/output/json_texts.h"
 
 namespace flow::host {
 namespace {
@@ -94,7 +95,8 @@ std::string JsonText(const Answer& answer, const AnswerView& view) {
   for (const AnswerLoss& loss : answer.losses) root["losses"].push_back(LossJson(loss));
   if (!answer.notes.empty()) root["notes"] = answer.notes;
   // Texts from the wire may be no UTF-8 at all.
-  return root.dump(1, ' ', false, Json::error_handler_t::replace) + '\n';
+  MakeUtf8(&root);
+  return root.dump(1) + '\n';
 }
 
 void PrintJson(const Answer& answer, const AnswerView& view, std::FILE* out) {

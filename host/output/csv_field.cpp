@@ -1,8 +1,23 @@
 #include "host/output/csv_field.h"
 
-namespace flow::host {
+#include <string_view>
 
-std::string CsvField(const std::string& text) {
+#include "host/base/printable.h"
+
+namespace flow::host {
+namespace {
+
+bool IsFormula(std::string_view text) {
+  const bool may_be = text.size() > 1 && std::string_view("=+-@").find(text[0]) != text.npos;
+  return may_be && (text[0] == '=' || text[0] == '@' ||
+                    text.find_first_not_of("0123456789.", 1) != text.npos);
+}
+
+}  // namespace
+
+std::string CsvField(const std::string& raw) {
+  std::string text = Utf8(raw);
+  if (IsFormula(text)) text.insert(0, 1, '\'');
   if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
   std::string quoted = "\"";
   for (const char c : text) {

@@ -5,7 +5,9 @@
 
 namespace flow::host {
 
-// RFC 4180: a field with a separator, a quote or a line break stands in quotes, quotes are doubled.
+// The text in UTF-8, without control characters, and with a ' in front where a spreadsheet would
+// take it for a formula. RFC 4180: a field with a separator, a quote or a line break stands in
+// quotes, quotes are doubled.
 std::string CsvField(const std::string& text);
 
 }  // namespace flow::host

@@ -6,6 +6,7 @@
 #include "host/names/key_text.h"
 #include "host/output/books.h"
 #include "host/output/columns.h"
+#include "host/output/json_texts.h"
 #include "host/output/output_file.h"
 #include "host/output/outputs.h"
 
@@ -15,8 +16,9 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 // Texts from the wire may be no UTF-8 at all.
-std::string Dump(const Json& value) {
-  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+std::string Dump(Json value) {
+  MakeUtf8(&value);
+  return value.dump();
 }
 
 Json CapturesOf(const Report& report) {

@@ -6,6 +6,7 @@
 #include <limits>
 #include <utility>
 
+#include "host/base/printable.h"
 #include "host/names/key_text.h"
 #include "host/store/schema.h"
 
@@ -223,10 +224,11 @@ std::int64_t FlowFile::TextId(const FlowBatch& batch, std::uint32_t number) {
   return id;
 }
 
-std::int64_t FlowFile::TextId(std::string_view text) {
-  if (text.empty()) return 0;
+std::int64_t FlowFile::TextId(std::string_view raw) {
+  if (raw.empty()) return 0;
+  const std::string text = Utf8(raw);
   const auto [known, is_new] = texts_.emplace(text, static_cast<std::int64_t>(texts_.size()) + 1);
-  if (is_new) new_texts_.push_back({known->second, std::string(text)});
+  if (is_new) new_texts_.push_back({known->second, text});
   return known->second;
 }
 
