@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <utility>
 
+#include "host/base/printable.h"
+#include "host/store/last_run.h"
 #include "host/store/store_files.h"
 
 namespace flow::host {
@@ -41,6 +44,7 @@ Counters::Counters(const StoreOptions& options, std::span<const GroupInfo> group
     : options_(options),
       groups_(groups.begin(), groups.end()),
       database_(OpenCounters(options, groups_)),
+      retention_(&database_, options_),
       rows_(&database_),
       exporters_(&database_),
       put_bucket_(database_.Prepare(
@@ -64,6 +68,9 @@ Counters::Counters(const StoreOptions& options, std::span<const GroupInfo> group
         .Bind(3, kTiers[i].name)
         .Run();
   }
+  const std::int64_t now = std::time(nullptr);
+  retention_.SetAside(StartOf(kHour, now) + 2 * kHourSeconds);
+  if (!options_.waits) last_run_ = LastRunNotice(&database_, now);
   last_minute_ = database_.Ask("SELECT max(bucket) FROM buckets WHERE tier = 'minute'").value_or(0);
   // What was under way when the last run ended, however it did.
   if (last_minute_ == 0) return;
@@ -113,6 +120,7 @@ void Counters::Write(const StoredMinute& minute) {
     WriteBucket(minute);
     exporters_.Write(minute.bucket, minute.exporters, minute.losses);
     WriteNotes(minute);
+    retention_.Next(last_minute_, minute.bucket);
     put_alive_.Bind(1, minute.to).Bind(2, run_).Run();
     put_rows_.Bind(1, minute.flow_rows).Bind(2, hour).Run();
   });
@@ -208,9 +216,9 @@ void Counters::WriteNotes(const StoredMinute& minute) {
   for (const KeyNote& note : minute.notes) {
     const auto kind = static_cast<std::size_t>(note.kind);
     if (!puts[kind]) puts[kind] = database_.Prepare(kInserts[kind]);
-    puts[kind]->Bind(1, note.group_id).Bind(2, note.key).Bind(4, note.value);
-    if (note.kind == KeyNote::Kind::kProperty) puts[kind]->Bind(3, note.name);
-    if (note.kind == KeyNote::Kind::kLabel) puts[kind]->Bind(5, note.description);
+    puts[kind]->Bind(1, note.group_id).Bind(2, note.key).Bind(4, Utf8(note.value));
+    if (note.kind == KeyNote::Kind::kProperty) puts[kind]->Bind(3, Utf8(note.name));
+    if (note.kind == KeyNote::Kind::kLabel) puts[kind]->Bind(5, Utf8(note.description));
     puts[kind]->Run();
   }
 }
@@ -321,18 +329,25 @@ void Counters::WriteSpan(std::size_t tier) {
       .Run();
 }
 
-void Counters::DropOld() {
-  InTransaction([this] {
+void Counters::DropOld(std::int64_t now) {
+  InTransaction([&] {
     for (std::size_t i = 0; i < std::size(kTiers); ++i) {
-      if (options_.keep_seconds[i] == 0) continue;
-      const std::int64_t before =
-          StartOf(i, last_minute_ + kMinuteSeconds - options_.keep_seconds[i]);
+      const std::int64_t before = StartOf(i, retention_.Before(i, now + kMinuteSeconds));
+      if (before <= 0) continue;
       rows_.DropBefore(kTiers[i], before);
       exporters_.DropBefore(kTiers[i], before);
       database_.Execute(fmt::format("DELETE FROM buckets WHERE tier = '{}' AND bucket < {}",
                                     kTiers[i].name, before));
     }
   });
+}
+
+std::vector<std::string> Counters::TakeNotices() {
+  std::vector<std::string> notices;
+  for (std::string notice : {std::exchange(last_run_, ""), retention_.TakeNotice()}) {
+    if (!notice.empty()) notices.push_back(std::move(notice));
+  }
+  return notices;
 }
 
 void Counters::End() {

@@ -13,6 +13,7 @@
 
 #include "host/store/database.h"
 #include "host/store/exporter_rows.h"
+#include "host/store/retention.h"
 #include "host/store/store_options.h"
 #include "host/store/tier_counts.h"
 #include "host/store/tier_rows.h"
@@ -61,8 +62,12 @@ class Counters {
   void ForgetFlowFile(std::int64_t hour);
   std::vector<std::pair<std::int64_t, std::int64_t>> OpenFlowFiles();
 
-  // DropOld deletes what is older than it is kept.
-  void DropOld();
+  // DropOld deletes what is older than it is kept, by the time of a minute.
+  void DropOld(std::int64_t now);
+  [[nodiscard]] Retention& retention() { return retention_; }
+
+  // What is to be told, once.
+  std::vector<std::string> TakeNotices();
 
   // End writes what the running hour and day have, and ends the run.
   void End();
@@ -101,6 +106,7 @@ class Counters {
   StoreOptions options_;
   std::vector<GroupInfo> groups_;
   Database database_;
+  Retention retention_;
   TierRows rows_;
   ExporterRows exporters_;
   Statement put_bucket_;
@@ -108,6 +114,7 @@ class Counters {
   Statement put_alive_;
   Statement put_rows_;
   std::array<Span, std::size(kTiers)> spans_;  // the minute's is not used
+  std::string last_run_;                       // what is to be told of it
   std::int64_t run_ = 0;
   std::int64_t run_start_ = 0;
   std::int64_t last_minute_ = 0;

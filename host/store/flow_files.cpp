@@ -44,14 +44,16 @@ void FlowFiles::Rollback() {
   if (file_) file_->Rollback();
 }
 
-std::vector<std::int64_t> FlowFiles::DropOld(std::int64_t now) {
+std::vector<std::int64_t> FlowFiles::DropOld(std::int64_t now, const Retention& retention) {
   std::vector<FlowFileEntry> entries = ListFlowFiles(options_.directory);
   std::uint64_t bytes = 0;
   for (const FlowFileEntry& entry : entries) bytes += entry.bytes;
   std::vector<std::int64_t> dropped;
+  if (entries.empty()) return dropped;
+  const std::int64_t before =
+      retention.Before(now, options_.keep_flows_seconds, entries.front().hour);
   for (const FlowFileEntry& entry : entries) {  // the oldest first
-    const bool is_old = options_.keep_flows_seconds != 0 &&
-                        entry.hour + kHourSeconds <= now - options_.keep_flows_seconds;
+    const bool is_old = entry.hour + kHourSeconds <= before;
     const bool is_much = options_.most_flow_bytes != 0 && bytes > options_.most_flow_bytes;
     if ((!is_old && !is_much) || (file_ && file_->hour() == entry.hour)) continue;
     DropFile(entry.path);

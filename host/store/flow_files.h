@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/store/flow_file.h"
+#include "host/store/retention.h"
 #include "host/store/store_options.h"
 
 namespace flow::host {
@@ -31,7 +32,7 @@ class FlowFiles {
 
   // DropOld deletes the files that are older than they are kept, and the oldest of more than the
   // limit. The result is their hours.
-  std::vector<std::int64_t> DropOld(std::int64_t now);
+  std::vector<std::int64_t> DropOld(std::int64_t now, const Retention& retention);
 
   // Close ends what is written; the result is the file, closed, where there is one.
   std::optional<FlowFile>& Close();

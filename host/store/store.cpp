@@ -68,6 +68,7 @@ Store::Store(const StoreOptions& options, std::span<const GroupInfo> groups,
       counters_(options_, groups),
       flows_(options_, stand_ins),
       writer_("store", kMostJobs) {
+  TellNotices();
   for (const auto& [hour, rows] : counters_.OpenFlowFiles()) flows_.Trim(hour, rows);
 }
 
@@ -263,6 +264,7 @@ void Store::WriteWaiting() {
       break;
     }
     in_trouble_ = false;
+    TellNotices();
     if (std::exchange(is_new_hour_, false)) Try([&] { DropOld(minute.bucket); });
     waiting_.pop_front();
   }
@@ -272,9 +274,16 @@ void Store::WriteWaiting() {
   waiting_.pop_front();
 }
 
+void Store::TellNotices() {
+  for (const std::string& notice : counters_.TakeNotices()) console_.Notice(notice);
+}
+
 void Store::DropOld(std::int64_t now) {
-  counters_.DropOld();
-  for (const std::int64_t hour : flows_.DropOld(now)) counters_.ForgetFlowFile(hour);
+  counters_.DropOld(now);
+  for (const std::int64_t hour : flows_.DropOld(now, counters_.retention())) {
+    counters_.ForgetFlowFile(hour);
+  }
+  counters_.retention().EndPass();
 }
 
 void Store::End() {

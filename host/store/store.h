@@ -61,6 +61,7 @@ class Store {
   void WriteWaiting();
   void OpenFlows(std::int64_t bucket);
   void DropOld(std::int64_t now);
+  void TellNotices();
   template <class Action>
   bool Try(Action&& action);
 

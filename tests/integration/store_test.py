@@ -4,6 +4,7 @@ claims, after restarts and kills in the middle of an hour, and as another user."
 import os
 import pathlib
 import random
+import socket
 import sqlite3
 import struct
 import subprocess
@@ -165,6 +166,65 @@ def test_kills(folder):
     print(f"{KILLS} kills, {ends.count('killed')} of them in the middle of a run")
 
 
+def listen(folder, store, *options):
+    """a run in which nothing comes; what it says"""
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as free:
+        free.bind(("127.0.0.1", 0))
+        port = free.getsockname()[1]
+    process = subprocess.Popen([FLOWHOST, "listen", "--plugin", PLUGIN, "--config", folder / "policies", "--top", "0",
+                                "--bind", "127.0.0.1", "--port", f"netflow={port}", "--store", store, *options],
+                               stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+    said = ""
+    for line in process.stderr:
+        said += line
+        if "anybody" in line:
+            process.terminate()
+    expect("status", process.wait(), 0)
+    return said
+
+
+def change(store, sql):
+    with sqlite3.connect(store / "counters.sqlite") as database:
+        database.executescript(sql)
+
+
+def test_clock(folder):
+    """a leap of the clock deletes nothing at once, and what it wrote is set aside when it is mended"""
+    store = folder / "clock"
+    listen(folder, store)
+    day = 86400
+    today = int(time.time()) // day * day
+    kept = "SELECT count(*) FROM buckets WHERE tier = 'hour' AND bucket < strftime('%s') - 300 * 86400"
+    # As if the clock were 400 days ahead: all that there is is as old.
+    change(store, f"UPDATE buckets SET bucket = bucket - 400 * {day}; UPDATE runs SET started = started - 400 * {day}, "
+                  f"alive = alive - 400 * {day}, ended = ended - 400 * {day};" +
+           "".join(f"INSERT OR IGNORE INTO buckets VALUES ('hour', {today - 410 * day + hour * 3600}, 3600, 0, 0, 1, 1, 1, 1, 1, 0);"
+                   for hour in range(240)))
+    before = counters(store, kept)
+    said = listen(folder, store)
+    expect("ahead: kept", counters(store, kept), before)
+    expect("ahead: told", "400 days before this one" in said, True)
+    expect("ahead, again: kept", (listen(folder, store) and counters(store, kept)), before)
+    # Once that is how it stays, a day's worth goes at a time; all of it where it is asked for.
+    change(store, "UPDATE meta SET value = 1 WHERE name = 'deletion_held_until'")
+    listen(folder, store)
+    expect("held no longer", counters(store, kept), [(before[0][0] - 24,)])
+    listen(folder, store, "--store-keep", "hour=30")
+    expect("asked for", counters(store, kept), [(0,)])
+
+    last = today + 400 * day
+    change(store, f"INSERT INTO buckets VALUES ('minute', {last}, 60, 60, 0, 1, 1, 1, 1, 1, 0)")
+    said = listen(folder, store)
+    expect("to come: told", "is yet to come" in said, True)
+    expect("to come", counters(store, f"SELECT count(*) FROM buckets WHERE bucket >= {last}"), [(0,)])
+    aside, = store.glob("set-aside-*.sqlite")
+    expect("set aside", ask(aside, "SELECT tier, bucket FROM buckets"), [("minute", last)])
+
+    change(store, "UPDATE runs SET ended = NULL, alive = alive - 100 WHERE run = (SELECT max(run) FROM runs)")
+    expect("not ended: told", "the last run was not ended: data from" in listen(folder, store), True)
+    expect("ended: told", "not ended" in listen(folder, store), False)
+
+
 def test_other_user(folder):
     """one of the file's group, who may not write, after the writer has closed"""
     python = "/usr/bin/python3"  # that others may run, too
@@ -182,7 +242,7 @@ def test_other_user(folder):
 def main():
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
-        for test in (test_whole, test_early, test_restart, test_kills, test_other_user):
+        for test in (test_whole, test_early, test_restart, test_kills, test_clock, test_other_user):
             test(folder)
     print("\n".join(failures) or "as it should be")
     return 1 if failures else 0
