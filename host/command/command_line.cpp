@@ -309,12 +309,25 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   AddOutputOptions(replay_app, &replay.output);
   replay.store.KeepAll();
   AddStoreOptions(replay_app, &replay.store);
+  CLI::Option* const interval =
+      replay_app
+          ->add_option("--interval", replay.interval,
+                       "Report every so many seconds of the captures' time, in bounded memory "
+                       "(default: once, at the end)")
+          ->type_name("SECONDS")
+          ->check(CLI::Range(1, 86400));
+  replay.output.keep_days = 0;
+  CLI::Option* const replace = replay_app->add_flag_callback(
+      "--replace", [&replay] { replay.existing = Existing::kReplace; },
+      "Write into an SQLite database that holds what a collector has counted, or tables of others: "
+      "its time buckets go, the report takes the place of tables of the same name");
   replay_app
-      ->add_option("--interval", replay.interval,
-                   "Report every so many seconds of the captures' time, in bounded memory "
-                   "(default: once, at the end)")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(1, 86400));
+      ->add_flag_callback(
+          "--append", [&replay] { replay.existing = Existing::kAppend; },
+          "Add the intervals to what an SQLite database holds; the same one takes the place of its "
+          "former self")
+      ->needs(interval)
+      ->excludes(replace);
   replay_app
       ->add_option("--trace", replay.trace,
                    "Write every call of the library; - for standard output")

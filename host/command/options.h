@@ -31,7 +31,8 @@ struct ReplayOptions {
   OutputOptions output;
   StoreOptions store;
   std::string trace;
-  std::uint32_t interval = 0;  // seconds of capture time; 0 for one report of the whole
+  std::uint32_t interval = 0;             // seconds of capture time; 0 for one report of the whole
+  Existing existing = Existing::kRefuse;  // in outputs that a collector may have written
   std::vector<std::string> captures;
 };
 

@@ -6,8 +6,8 @@ namespace {
 constexpr OutputKind kOutputs[] = {
     {"json", "FILE", "Write everything as JSON; - for standard output", true, WriteJson},
     {"csv", "DIR", "Write everything as CSV files, one per group", false, WriteCsv},
-    {"sqlite", "FILE", "Write everything into an SQLite database", false, WriteSqlite,
-     AppendSqlite},
+    {"sqlite", "FILE", "Write everything into an SQLite database", false, WriteSqlite, AppendSqlite,
+     PrepareSqlite},
 };
 
 }  // namespace

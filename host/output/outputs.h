@@ -18,6 +18,14 @@ class SheetRecord;
 struct TimeBucket {
   std::int64_t start = 0;  // seconds since 1970
   int keep_days = 0;       // buckets that are older than this are deleted; 0 for never
+  bool replaces = false;   // the same bucket where the output has it already
+};
+
+// What becomes of what an output holds already, which may be a collector's history.
+enum class Existing {
+  kRefuse,   // nothing is written there, unless a report of captures is all that it holds
+  kReplace,  // it makes room
+  kAppend,   // buckets are added
 };
 
 struct OutputKind {
@@ -32,6 +40,9 @@ struct OutputKind {
   // is written. HostError when it cannot, and then nothing has changed.
   void (*append)(const SheetRecord& sheets, const std::string& place,
                  const TimeBucket& bucket) = nullptr;
+  // Looks at what is there before captures are read; null where there is nothing to lose. HostError
+  // when it is to stay.
+  void (*prepare)(const std::string& place, Existing existing) = nullptr;
 };
 
 std::span<const OutputKind> OutputKinds();
@@ -46,7 +57,8 @@ struct Destination {
 struct OutputOptions {
   ReportOptions report;  // group_ids holds names as given until the groups are known
   std::vector<Destination> destinations;
-  int keep_days = 7;  // of time buckets; 0 for all
+  int keep_days = 7;              // of time buckets; 0 for all
+  bool replaces_buckets = false;  // those of the same time
 };
 
 // The writers. One JSON document; SHEET.csv for every sheet in a directory, which is made; and
@@ -56,5 +68,6 @@ void WriteJson(const Report& report, const ReportOptions& options, const std::st
 void WriteCsv(const Report& report, const ReportOptions& options, const std::string& directory);
 void WriteSqlite(const Report& report, const ReportOptions& options, const std::string& path);
 void AppendSqlite(const SheetRecord& sheets, const std::string& path, const TimeBucket& bucket);
+void PrepareSqlite(const std::string& path, Existing existing);
 
 }  // namespace flow::host

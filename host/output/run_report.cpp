@@ -216,7 +216,8 @@ void RunReport::EndBuckets(const Tick& tick) {
   if (!options.group_ids.empty()) {
     const auto sheets = std::make_shared<SheetRecord>();
     WriteSheets(ReportOn(bucket_), options, sheets.get());
-    const TimeBucket bucket{bucket_.from / kMicrosPerSecond, options_.keep_days};
+    const TimeBucket bucket{bucket_.from / kMicrosPerSecond, options_.keep_days,
+                            options_.replaces_buckets};
     for (std::size_t i = 0; i < outlets_.size(); ++i) {
       const Destination& to = options_.destinations[i];
       if (!TakesBuckets(kind_, to)) continue;

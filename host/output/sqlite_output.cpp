@@ -3,19 +3,25 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <set>
+#include <string>
+#include <system_error>
 #include <vector>
 
 #include "host/base/error.h"
 #include "host/base/files.h"
+#include "host/base/printable.h"
 #include "host/output/outputs.h"
 #include "host/output/sheet_record.h"
 
 namespace flow::host {
 namespace {
+
+constexpr int kReportId = 0x464C5250;  // SQLite's application_id
 
 struct CloseDatabase {
   void operator()(sqlite3* database) const { sqlite3_close(database); }
@@ -55,6 +61,26 @@ class Database final : public SheetSink {
   }
 
   void Commit() { Execute("COMMIT"); }
+
+  // A report is marked, so that a later one may take its place.
+  void Mark() { Execute(fmt::format("PRAGMA application_id={}", kReportId)); }
+
+  // Refuse throws where there is more than a report.
+  void Refuse() {
+    if (Ask("SELECT count(*) FROM sqlite_schema").front() == "0") return;
+    const std::vector<std::string> with_buckets = TablesOfBuckets();
+    const bool is_report = Ask("PRAGMA application_id").front() == std::to_string(kReportId);
+    if (is_report && with_buckets.empty()) return;
+    throw HostError(fmt::format(
+        "database {} holds {}: --replace puts the report in its place, --append adds intervals",
+        path_, with_buckets.empty() ? "tables of others" : "what a collector has counted"));
+  }
+
+  void DropBuckets() {
+    for (const std::string& table : TablesOfBuckets()) {
+      Execute(fmt::format("DROP TABLE {}", Identifier(table)));
+    }
+  }
 
   void Begin(const std::string& name, std::span<const SheetColumn> columns) override {
     std::vector<SheetColumn> all(columns.begin(), columns.end());
@@ -111,9 +137,28 @@ class Database final : public SheetSink {
     const std::string table = Identifier(name);
     Execute(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {} (bucket)",
                         Identifier(name + "_by_bucket"), table));
+    if (bucket_->replaces) {
+      Execute(fmt::format("DELETE FROM {} WHERE bucket = {}", table, bucket_->start));
+    }
     if (bucket_->keep_days == 0) return;
     Execute(fmt::format("DELETE FROM {} WHERE bucket < {}", table,
                         bucket_->start - bucket_->keep_days * kDay));
+  }
+
+  // The first column of what a query gives.
+  std::vector<std::string> Ask(const std::string& sql) {
+    std::vector<std::string> texts;
+    const Statement query = Prepare(sql);
+    while (sqlite3_step(query.get()) == SQLITE_ROW) {
+      texts.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(query.get(), 0)));
+    }
+    return texts;
+  }
+
+  std::vector<std::string> TablesOfBuckets() {
+    return Ask(
+        "SELECT m.name FROM sqlite_schema AS m, pragma_table_info(m.name) AS c "
+        "WHERE m.type = 'table' AND c.name = 'bucket'");
   }
 
   void Bind(int place, std::uint64_t value) {
@@ -124,7 +169,8 @@ class Database final : public SheetSink {
   void Bind(int place, std::int64_t value) {
     Check(sqlite3_bind_int64(insert_.get(), place, value));
   }
-  void Bind(int place, const std::string& value) {
+  void Bind(int place, const std::string& raw) {
+    const std::string value = Utf8(raw);
     Check(sqlite3_bind_text(insert_.get(), place, value.data(), static_cast<int>(value.size()),
                             SQLITE_TRANSIENT));
   }
@@ -160,6 +206,16 @@ void AppendSqlite(const SheetRecord& sheets, const std::string& path, const Time
 void WriteSqlite(const Report& report, const ReportOptions& options, const std::string& path) {
   Database database(path);
   WriteSheets(report, options, &database);
+  database.Mark();
+  database.Commit();
+}
+
+void PrepareSqlite(const std::string& path, Existing existing) {
+  std::error_code missing;
+  if (existing == Existing::kAppend || !std::filesystem::exists(path, missing)) return;
+  Database database(path);
+  if (existing == Existing::kRefuse) return database.Refuse();
+  database.DropBuckets();
   database.Commit();
 }
 

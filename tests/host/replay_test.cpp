@@ -254,8 +254,9 @@ TEST_F(Replay, ReportsByIntervals) {
   std::vector<Bytes> packets(45, On(Datagram('.')));
   packets.front() = On(Datagram('L'));
   Query(folder_ / "a.db", "CREATE TABLE exporters (bucket, port)");  // as an older version made it
-  const ProgramResult result = Run(packets, {"--interval", "30", "--top", "0", "--sqlite",
-                                             (folder_ / "a.db").string(), "--instances", "2"});
+  const ProgramResult result =
+      Run(packets, {"--interval", "30", "--top", "0", "--sqlite", (folder_ / "a.db").string(),
+                    "--append", "--instances", "2"});
   EXPECT_EQ(result.status, 0) << result.err;
   std::vector<std::string> titles;
   std::vector<std::string> records;
@@ -276,6 +277,56 @@ TEST_F(Replay, ReportsByIntervals) {
             "1700000000 say \"hello\"|1700000040 say \"hello\"|")
       << "a name is told once, and holds in later intervals";
   EXPECT_EQ(Query(folder_ / "a.db", "SELECT port, records FROM exporters"), "50000 40|50000 5|");
+}
+
+TEST_F(Replay, LeavesWhatACollectorCountedUnlessItIsTold) {
+  const std::string path = (folder_ / "a.db").string();
+  const std::vector<Bytes> packets(45, On(Datagram('.')));
+  const auto run = [&](std::vector<std::string> options) {
+    options.insert(options.begin(), {"--top", "0", "--sqlite", path});
+    return Run(packets, options);
+  };
+  const char* const kBuckets = "SELECT bucket, bytes FROM hosts ORDER BY bucket";
+  EXPECT_EQ(run({"--interval", "30"}).status, 0);
+  const std::string once = Query(path, kBuckets);
+  EXPECT_EQ(once, "1700000000 1200|1700000040 150|");
+  for (const auto& options : {std::vector<std::string>{}, {"--interval", "30"}}) {
+    const ProgramResult refused = run(options);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.err, HasSubstr("holds what a collector has counted: --replace"));
+    EXPECT_EQ(Query(path, kBuckets), once);
+  }
+  EXPECT_EQ(run({"--interval", "30", "--append"}).status, 0);
+  EXPECT_EQ(Query(path, kBuckets), once) << "the same buckets are not there twice";
+  EXPECT_EQ(run({"--append"}).status, 2) << "a report of the whole has no buckets";
+  EXPECT_EQ(run({"--replace"}).status, 0);
+  EXPECT_EQ(Query(path, "SELECT sum(bytes), 0 FROM hosts"), "1350 0|");
+  EXPECT_EQ(run({}).status, 0) << "a report takes another's place";
+  Query(path, "PRAGMA application_id=1");
+  EXPECT_THAT(run({}).err, HasSubstr("holds tables of others"));
+}
+
+TEST_F(Replay, TakesTimesThatNoClockHas) {
+  const Bytes packet = On(Datagram('.'));
+  Bytes file = FromHex(
+      "0A0D0D0A 1C000000 4D3C2B1A 0100 0000 FFFFFFFFFFFFFFFF 1C000000"
+      "01000000 14000000 0100 0000 00000400 14000000");
+  const auto word = [](std::size_t value) {
+    return Bytes{static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8), 0, 0};
+  };
+  const Bytes padding((4 - packet.size() % 4) % 4);
+  const Bytes size = word(32 + packet.size() + padding.size());
+  for (const char* const time : {"FFFFFF7F FFFFFFFF", "FFFFFFFF FFFFFFFF", "00000000 00000000"}) {
+    file = file + FromHex("06000000") + size + FromHex("00000000") + FromHex(time) +
+           word(packet.size()) + word(packet.size()) + packet + padding + size;
+  }
+  std::ofstream(folder_ / "b.pcapng", std::ios::binary)
+      .write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
+  const ProgramResult result =
+      RunProgram({"replay", "--plugin", FakePlugin(), "--config", (folder_ / "config").string(),
+                  (folder_ / "b.pcapng").string()});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr("Export datagrams  3"));
 }
 
 TEST_F(Replay, WritesDefaultPoliciesOnce) {
