@@ -232,16 +232,17 @@ void Store::LoseFlows() {
 
 void Store::WriteMinute(StoredMinute minute, NotKept not_kept) {
   not_kept.Add(std::exchange(lost_, {}));
-  if (Try([&] {
-        // Of another hour they are where a clock was set.
-        std::int64_t bucket = std::exchange(open_minute_, 0);
-        if (bucket / kHourSeconds == minute.bucket / kHourSeconds || bucket == 0) {
-          bucket = minute.bucket;
-        }
-        OpenFlows(bucket);
-        minute.flows = flows_.Commit(bucket, not_kept);
-        OpenFlows(minute.bucket);
-      })) {
+  const bool has_flows = Try([&] {
+    // Of another hour they are where a clock was set.
+    std::int64_t bucket = std::exchange(open_minute_, 0);
+    if (bucket / kHourSeconds == minute.bucket / kHourSeconds || bucket == 0) {
+      bucket = minute.bucket;
+    }
+    OpenFlows(bucket);
+    minute.flows = flows_.Commit(bucket, not_kept);
+    OpenFlows(minute.bucket);
+  });
+  if (has_flows) {
     uncommitted_ = {};
   } else {
     LoseFlows();
@@ -250,10 +251,14 @@ void Store::WriteMinute(StoredMinute minute, NotKept not_kept) {
   minute.flows_not_kept = not_kept.flows;
   if (flows_.file() != nullptr) minute.flow_rows = flows_.file()->rows();
   waiting_.push_back(std::move(minute));
-  WriteWaiting();
+  // A collector has told what went wrong, and its status is for what is wrong at the end; captures
+  // can be read again.
+  const bool is_well = WriteWaiting() && has_flows;
+  failed_ = !is_well || (options_.waits && failed_);
 }
 
-void Store::WriteWaiting() {
+bool Store::WriteWaiting() {
+  bool is_old_gone = true;
   while (!waiting_.empty()) {
     const StoredMinute& minute = waiting_.front();
     if (!Try([&] {
@@ -265,13 +270,15 @@ void Store::WriteWaiting() {
     }
     in_trouble_ = false;
     TellNotices();
-    if (std::exchange(is_new_hour_, false)) Try([&] { DropOld(minute.bucket); });
+    if (std::exchange(is_new_hour_, false)) is_old_gone = Try([&] { DropOld(minute.bucket); });
     waiting_.pop_front();
   }
-  if (waiting_.size() <= kMostMinutes) return;
-  if (unwritten_to_ == 0) unwritten_from_ = waiting_.front().bucket;
-  unwritten_to_ = waiting_.front().bucket + kMinuteSeconds;
-  waiting_.pop_front();
+  if (waiting_.size() > kMostMinutes) {
+    if (unwritten_to_ == 0) unwritten_from_ = waiting_.front().bucket;
+    unwritten_to_ = waiting_.front().bucket + kMinuteSeconds;
+    waiting_.pop_front();
+  }
+  return waiting_.empty() && is_old_gone;
 }
 
 void Store::TellNotices() {

@@ -58,7 +58,8 @@ class Store {
   void WriteFlows(std::int64_t bucket, const FlowBatch& batch);
   void LoseFlows();
   void WriteMinute(StoredMinute minute, NotKept not_kept);
-  void WriteWaiting();
+  // Whether all is written, and what is old is gone.
+  bool WriteWaiting();
   void OpenFlows(std::int64_t bucket);
   void DropOld(std::int64_t now);
   void TellNotices();

@@ -4,6 +4,9 @@ claims, after restarts and kills in the middle of an hour, and as another user."
 import os
 import pathlib
 import random
+import resource
+import shutil
+import signal
 import socket
 import sqlite3
 import struct
@@ -166,6 +169,43 @@ def test_kills(folder):
     print(f"{KILLS} kills, {ends.count('killed')} of them in the middle of a run")
 
 
+def test_copies(folder):
+    """what the disk has at any moment of a run is a store: it opens, and no bucket is half"""
+    capture, _ = make(folder, "copied", 300, "--records", "30000")
+    store, copies = folder / "original", []
+    random.seed(KILLS)
+    process = subprocess.Popen(replay(folder, store, capture), stdout=subprocess.DEVNULL)
+    while process.poll() is None and len(copies) < KILLS:
+        time.sleep(random.uniform(0.05, 0.4))
+        process.send_signal(signal.SIGSTOP)
+        if (store / "counters.sqlite").exists():
+            copies.append(folder / f"copy-{len(copies)}")
+            shutil.copytree(store, copies[-1])
+        process.send_signal(signal.SIGCONT)
+    expect("original", process.wait(), 0)
+    (folder / "nothing.pcap").write_bytes(capture.read_bytes()[:24])
+    for copy in copies:
+        run(folder, copy, folder / "nothing.pcap")
+        expect(f"{copy.name}: sound", counters(copy, "PRAGMA integrity_check"), [("ok",)])
+        check_sums(copy.name, copy, tiers=("minute",))
+
+
+def test_full(folder):
+    """files that cannot grow are told, and what was written before stays whole"""
+    capture, _ = make(folder, "full", 60, "--records", "60000")
+    store = folder / "full"
+
+    def limit():
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (1_000_000, resource.RLIM_INFINITY))
+    done = subprocess.run(replay(folder, store, capture), stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True,
+                          preexec_fn=limit, restore_signals=False)
+    expect("full", (done.returncode, "the store cannot be written" in done.stderr), (1, True))
+    (folder / "nothing.pcap").write_bytes(capture.read_bytes()[:24])
+    run(folder, store, folder / "nothing.pcap")
+    expect("full: sound", counters(store, "PRAGMA integrity_check"), [("ok",)])
+
+
 def listen(folder, store, *options):
     """a run in which nothing comes; what it says"""
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as free:
@@ -242,7 +282,7 @@ def test_other_user(folder):
 def main():
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
-        for test in (test_whole, test_early, test_restart, test_kills, test_clock, test_other_user):
+        for test in (test_whole, test_early, test_restart, test_kills, test_copies, test_full, test_clock, test_other_user):
             test(folder)
     print("\n".join(failures) or "as it should be")
     return 1 if failures else 0
