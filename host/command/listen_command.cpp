@@ -24,6 +24,7 @@
 #include "host/command/meter_setup.h"
 #include "host/command/open_store.h"
 #include "host/command/policy_check.h"
+#include "host/command/service_notice.h"
 #include "host/command/signals.h"
 #include "host/engine/large_memory.h"
 #include "host/intake/template_archive.h"
@@ -79,7 +80,9 @@ class Listen {
     RestoreTemplates();
     setup_.lanes().ForEach([](Lane& lane) { lane.WatchPolicies(Now()); });
     schedule_.IsDue(Now());
+    service_.Ready();
     while (!ending_ && !ports_.empty()) Step();
+    service_.Stopping();
     return End();
   }
 
@@ -102,7 +105,8 @@ class Listen {
 
   const ListenOptions& options_;
   HomeRanges allowed_;
-  Signals signals_;  // before any thread
+  ServiceNotice service_;  // before any thread
+  Signals signals_;        // and this one
   Console console_;
   MeterSetup setup_;
   LaneWatch lane_watch_{console_, setup_.stand_ins()};
@@ -216,6 +220,7 @@ void Listen::Watch() {
   const auto now = Clock::now();
   if (now < next_watch_) return;
   next_watch_ = now + std::chrono::seconds(1);
+  service_.Alive(now);
   lane_watch_.Look(setup_.lanes());
   memory_watch_.Look();
   constexpr std::chrono::seconds kBetweenChecks(60);
