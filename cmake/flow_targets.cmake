@@ -21,13 +21,17 @@ endif()
 add_library(flow_options INTERFACE)
 target_compile_options(flow_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
                                               $<$<BOOL:${FLOW_WERROR}>:-Werror>)
+set(optimised $<NOT:$<CONFIG:Debug>>)
+if(FLOW_SANITIZE)
+  set(optimised 0)
+endif()
 # GCC 12 at -O3 takes std::string's operator+ for an overlapping copy (GCC bug 105329).
 target_compile_options(flow_options INTERFACE
-                       $<$<AND:$<CXX_COMPILER_ID:GNU>,$<NOT:$<CONFIG:Debug>>>:-Wno-restrict>)
+                       $<$<AND:$<CXX_COMPILER_ID:GNU>,${optimised}>:-Wno-restrict>)
 # The inliner may let the whole library grow by so many per cent. Its own 40 are used up by what is
 # read once, and then small functions on the road of a record are called that had better be part of it.
 target_compile_options(flow_options INTERFACE
-                       $<$<AND:$<CXX_COMPILER_ID:GNU>,$<NOT:$<CONFIG:Debug>>>:--param=inline-unit-growth=80>)
+                       $<$<AND:$<CXX_COMPILER_ID:GNU>,${optimised}>:--param=inline-unit-growth=80>)
 # Unique symbols would keep the plug-in in memory until the process ends.
 target_compile_options(flow_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
 target_compile_definitions(flow_options INTERFACE FLOW_BUILDS_LIBRARY)
