@@ -31,7 +31,7 @@ expect() {
 cd "$work"
 mkdir folder
 touch fish
-expect "replay " re
+expect "replay " repl
 expect "listen losses " l
 expect "--instances --interval " listen --in
 expect "folder " listen --state fo
