@@ -150,7 +150,7 @@ def check_dashboards(text, store):
 # What is asked in both ways: words of the command line and parameters.
 QUESTIONS = [
     (["top", "hosts", "--top", "3"], {"group": "hosts", "top": 3}),
-    (["top", "hosts", "--by", "packets", "--step", "1m"], {"group": "hosts", "by": "packets", "step": "1m"}),
+    (["top", "as", "--by", "bytes_source_home", "--step", "1m"], {"group": "as", "by": "bytes_source_home", "step": "1m"}),
     (["flows", "tcp and port 443", "--top", "5"], {"filter": "tcp and port 443", "top": 5}),
     (["flows", "--group-by", "src,dport", "--by", "flows"], {"group_by": "src,dport", "by": "flows"}),
     (["series", "--step", "1m"], {"step": "1m"}),
