@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A log of host calls: the engine's and the site's answers about home addresses. Played back with
 // ready-made keys, it is the floor under the cost of a workload.
 #pragma once

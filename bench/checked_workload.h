@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A workload in its meter, with its result checked before anything is measured.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sends one workload to the meter, to be watched by callgrind: everything of interest happens
 // inside MeasuredPass.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How the cost of a record grows with what the meter has to know: exporters, templates, filters,
 // home AS numbers, home networks. All cases meter the same v9 records of routers.
 #pragma once

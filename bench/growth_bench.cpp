@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Growth in time, cache misses included; `instructions --growth` says how it grows without them.
 //
 //   BM_Growth/1000_exporters

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Cost per record through Count, for every workload, policy and engine, and its floor: the same
 // host calls with ready-made keys. Both are measured in turns, so that a busy machine slows both.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "bench/meter_host.h"
 
 #include <dlfcn.h>

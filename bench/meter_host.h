@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The least host that a meter runs in: it answers at once, keeps nothing and counts nothing.
 #pragma once
 

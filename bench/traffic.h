@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Flows of an invented network: home hosts in 10.0.0.0/8 that talk to the world outside. The same
 // seed always gives the same flows.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Workloads: traffic of one kind as an exporter sends it, and what the meter must make of it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The engine of a collector: keeps what one datagram brings until it is handed out.
 //
 // Nothing is handed out while the plug-in is at work, so that no callback runs, or throws, inside

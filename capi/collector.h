@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a fh_collector is: meters of its own over the plug-in that all share.
 #pragma once
 

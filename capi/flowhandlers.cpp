@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The functions of flowhandlers.h. Nothing that is thrown behind them leaves them.
 
 #include "flowhandlers.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Home networks as a caller writes them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The numbers that stand for identifiers in C.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "capi/policy_copy.h"
 
 #include <sys/mman.h>

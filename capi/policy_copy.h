@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A policy as it was when a collector was opened.
 //
 // The plug-in ends the process at a policy that it cannot read, then and whenever it notices an

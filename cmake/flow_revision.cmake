@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # cmake -DSOURCE=DIR -DOUT=FILE [-DREVISION=TEXT] -P flow_revision.cmake: a header with the revision
 # of the sources, "unknown" where they are neither a release, which has it in a file, nor a clone. The
 # header is left alone when nothing changed.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What every target of the project shares, and the two ways to declare one.
 
 include(GNUInstallDirs)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "config/change_checker.h"
 
 #include <sys/stat.h>

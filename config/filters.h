@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Include and exclude filters on exporters' interfaces and on IPv4 hosts, and how the policy's
 // lists become them. Addresses are in host byte order.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The feed of home AS numbers: text files, one number a line, that some other process drops into a
 // directory under names that tell the newest, incoming_NUMBER_FEEDNAME.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The host's IPv4 home networks, asked once from the site.
 #pragma once
 

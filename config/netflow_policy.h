@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The NetFlow meter's policy: every switch, number, list and filter that NetflowCounterPolicy.xml
 // sets; the table of the settings is plugin/netflow_settings.def. A load overwrites all of them;
 // before the first one every switch is off.

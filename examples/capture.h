@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Reads the captures of samples/: pcap in big-endian byte order, packets of raw IPv4. */
 #pragma once
 

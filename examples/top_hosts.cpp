@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The hosts with the most bytes in a capture, by the host kit.
 //
 //   top_hosts POLICIES CAPTURE

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """The hosts with the most bytes in a capture, by the flat interface.
 
   top_hosts.py LIBFLOWHANDLERS-C POLICIES CAPTURE

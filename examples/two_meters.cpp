@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // All bytes of a capture, metered by two that share the work and teach each other templates.
 //
 //   two_meters POLICIES CAPTURE

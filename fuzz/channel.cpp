@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages on the template channel, each followed by the datagrams that it may have taught the
 // meter to read. Entries with bit 7 of their exporter set are messages, the others datagrams.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An input of the datagram targets: a policy to choose, then datagrams with the exporter that sent
 // each. Templates and sampling rates survive from one datagram to the next, as in a meter that
 // runs.

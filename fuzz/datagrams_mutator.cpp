@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The mutator of the datagram targets: it keeps the input's frame whole, adds valid datagrams, and
 // damages what is there, above all lengths, counts and ids.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a datagram target's mutator knows about its datagrams: how a valid one is made.
 #pragma once
 

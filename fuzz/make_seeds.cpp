@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // make_seeds FOLDER: writes seeds for every fuzz target, valid inputs that reach what the target
 // decodes, into a folder per target.
 

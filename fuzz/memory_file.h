@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A file in memory that has a path, for code that reads files.
 #pragma once
 

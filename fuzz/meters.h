@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The host that the datagram targets share, and the promises that hold after every datagram.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A whole NetFlow meter, fed with datagrams from several exporters.
 
 #include "fuzz/datagrams.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Valid NetFlow and IPFIX datagrams at random. Template ids come from a small range, so that the
 // data sets of one datagram find the templates of another.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The policy files of both meters. A file that cannot be parsed ends the process by contract, so
 // only those that can are loaded.
 

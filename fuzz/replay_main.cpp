@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Plays files, or all files of folders, through a fuzz target. A folder that does not exist counts
 // as empty; a file that cannot be read is an error.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A whole sFlow meter.
 
 #include "fuzz/datagrams.h"

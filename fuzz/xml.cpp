@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The XML reader, on texts and on files. The first byte sets the options.
 
 #include <cstdlib>

@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
 # describe.sh FLOWHOST SOURCE OUT [LOWDOWN]: fills OUT with what FLOWHOST says of itself, in man/ manual
 # pages, if lowdown is there to make them, and in share/ completion for shells.
 set -euo pipefail
@@ -16,7 +17,7 @@ page() {
 
 store_page() {
   printf '# NAME\n\nflowhost-store - what flowhost keeps on disk\n\n# DESCRIPTION\n'
-  sed '1d' "$source/docs/store.md"
+  sed '1,/^# /d' "$source/docs/store.md"
 }
 
 rm -rf "$out"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* A collector in a few calls, for C and C++. What NetFlow, IPFIX and sFlow datagrams say arrives as
    batches of updates through a table of callbacks. libflowhandlers-c.so.1 has these functions and
    loads the plug-in itself.

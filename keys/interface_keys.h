@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interface keys as policy files have them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keys of networks: AS numbers and prefixes. They follow the rules of flowhandlers/counter_keys.h.
 #pragma once
 

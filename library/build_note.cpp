@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "flowhandlers/build_note.h"
 
 #include "flow_revision.h"

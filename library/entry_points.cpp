@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The three entry points through which the host reaches the library, and the list of the components
 // that it finds there.
 

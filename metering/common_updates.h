@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The counter updates that flow records and sampled packets share. Which of them are made, by which
 // rules and in which order is each meter's own matter. They are inlined: a call costs as much as
 // the work.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The counter updates of one record, one function for each kind of counter.
 
 #include <cstring>

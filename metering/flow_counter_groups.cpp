@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "metering/flow_counter_groups.h"
 
 #include <iterator>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two counter groups that the library itself defines for the host: exporters, and exporters'
 // interfaces. The components hold no state; the host asks them for the group's identity, settings
 // and meters.

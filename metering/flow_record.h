@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The decoded flow record: what every decoder hands to metering, whatever the export version. The
 // first three records keep the layout and byte order of the wire; ext_fields holds in host order
 // what a NetFlow v5 record cannot carry.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The flow updates of one record: key, volume, tag, times, close.
 
 #include "flowhandlers/session_keys.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a meter tells of records that it does not meter, where its policy has CountLeftOut on.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is known of a flow beyond the four records of metering/flow_record.h, whose fields are too
 // narrow for it.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a decoder knows about the datagram and the record at hand beside the record itself.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Intake of a record: derived values, checks, classification, filters, and the order of all
 // updates.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Metering of one decoded flow record: from the four records of metering/flow_record.h to the
 // host's counter and flow updates, under the policy.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One decoded v9 or IPFIX data record.
 #pragma once
 

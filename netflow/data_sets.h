@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The data sets of NetFlow v9 and IPFIX: from the bytes of their records to the flow records that
 // are metered.
 #pragma once

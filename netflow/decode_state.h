@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The data record at hand, with what decoding it asks and what it tells beside the record.
 #pragma once
 

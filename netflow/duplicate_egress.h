@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Exporters that report a flow at both its interfaces: the egress record of a flow whose ingress
 // record stands in the same data set is a duplicate.
 #pragma once

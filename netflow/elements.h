@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The information elements of NetFlow v9 and IPFIX that the meter knows: their names, the lengths
 // that they have by default, and where their values go. Sources: RFC 3954, IANA's registry of IPFIX
 // information elements, and vendors' descriptions of their private elements.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Flow times that exporters give as such (RFC 5102's flowStart and flowEnd elements, 150 to 157):
 // seconds and milliseconds since 1970, micro- and nanoseconds in the form of NTP (RFC 7011, 6.1).
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Wire formats of the NetFlow and IPFIX export packets. All numbers are big-endian; NetFlow v5's
 // header and record are in metering/flow_record.h, for they are the metering's own records.
 #pragma once

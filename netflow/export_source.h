@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where an export datagram came from: what its IPv4 header says, computed once per datagram.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "netflow/field_decoder.h"
 
 #include <cstddef>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Decoding of the fields of a data record, by where their elements' values go.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // NetFlow v1 and v5: records of one fixed format behind a header that counts them.
 
 #include "netflow/netflow_meter.h"

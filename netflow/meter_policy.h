@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The meter's policy in force: loads the file, once and whenever it changes, into everything that
 // it sets.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "netflow/netflow_handler.h"
 
 std::span<ACCPT_T> CPINetflow::AccessPoints() {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The NetFlow protocol handler: tells the host on which UDP ports NetFlow and IPFIX arrive, and
 // claims their datagrams.
 #pragma once

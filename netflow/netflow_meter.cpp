@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The meter as the host sees it, and the intake of a datagram.
 
 #include "netflow/netflow_meter.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The NetFlow meter: the component that the host calls for every NetFlow and IPFIX datagram. It
 // takes in the datagram and cuts it into records or sets; what it knows and does beyond that are
 // types of their own.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The plan by which records of one length are decoded: which bytes go where.
 #pragma once
 

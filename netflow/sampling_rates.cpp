@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "netflow/sampling_rates.h"
 
 #include <arpa/inet.h>

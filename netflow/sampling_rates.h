@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sampling rates of exporters (one packet in so many), configured in the policy or learnt from
 // options data.
 #pragma once

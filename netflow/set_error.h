@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Why a flowset or set was given up. Nothing of this reaches the host: the walk goes on with the
 // next set. The meter keeps the last reason for whoever debugs an exporter.
 #pragma once

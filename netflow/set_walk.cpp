@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // NetFlow v9 packets and IPFIX messages: the walk over their sets, and what each set is.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The fields whose decoding takes more than storing a value. Those that store into a member of the
 // record have it as their parameter.
 #pragma once

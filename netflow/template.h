@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A template: the fields of a data record, and the plan that is made of them when it is learnt.
 #pragma once
 

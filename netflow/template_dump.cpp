@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What has been learnt as text, for people who look into what an exporter has sent.
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Template sets: what is learnt of them, how they travel between the host's meters, and the file
 // that shows what has been learnt.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The templates that the meter knows: those learnt from each exporter, and the static ones that the
 // policy gives for exporters that send none. Learnt templates never expire; a new definition under
 // the same id replaces the old one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // CArboObject<T>: reference count, interface query and creation for a component class T.
 //
 // T derives from CArboObjectRootEx and its interfaces, leaves AddRef, Release, QueryInterface and

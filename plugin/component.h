@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What all components do the same way: offer their interfaces, answer their identity, keep their
 // site and hand out texts.
 #pragma once

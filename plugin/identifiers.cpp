@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Hosts that were built without the headers look identifiers up with dlsym. A constant that nothing
 // points to would not be there.
 #include "flowhandlers/identifiers.h"

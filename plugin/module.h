@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The module: the table of the components that the library offers.
 #pragma once
 

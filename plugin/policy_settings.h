@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The settings of the two policy files, as the host and the manual know them. They are written down
 // in netflow_settings.def and sflow_settings.def.
 #pragma once

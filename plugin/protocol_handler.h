@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What protocol handlers do the same way: name their protocol and the UDP ports on which it
 // arrives.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The component's log: messages go to the host's log through the site, and nowhere while there is
 // no site.
 #pragma once

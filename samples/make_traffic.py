@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Writes a pcap file of the traffic of a small office, the same for the same seed.
 
 The clients of office N live in 10.N.0.0/16 and 2001:db8:N::/48, untagged or in VLAN 10 and 20;

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Runs an exporter and writes the UDP datagrams that it sends to 127.0.0.1 into a pcap file.
 
 Needs no privilege: it receives on an ordinary socket and writes every datagram under an IPv4 and a

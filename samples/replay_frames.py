@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Puts the frames of an Ethernet pcap file onto an interface, faster than they were.
 
 Needs the right to open packet sockets (root, or root of a namespace of one's own).

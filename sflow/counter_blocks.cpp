@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Counters samples: read to get past them. Of their blocks only the generic interface counters and
 // the VLAN number are kept.
 

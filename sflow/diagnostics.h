@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The decoder's lines on standard error. A flood of broken datagrams may cause one line each, so a
 // line is put together without printf and written at once.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The elements of a flow sample beside the sampled header: what the agent knows about the packet.
 
 #include "sflow/sflow_steps.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Flow samples of all versions: their fixed part and the walk over their elements.
 
 #include <algorithm>

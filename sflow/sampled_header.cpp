@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The first bytes of a sampled packet: Ethernet, IEEE 802.11, IPv4, IPv6 and what they carry.
 //
 // An agent cuts the header where it likes. Every decoder looks at the bytes that are there and

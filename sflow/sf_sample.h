@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // _SFSample: what the decoder has learnt from one sFlow datagram, and the callback that receives
 // it.
 #pragma once

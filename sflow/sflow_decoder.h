@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sFlow decoder: versions 2, 4 and 5, sample by sample.
 //
 // It keeps no state outside the record of the call, allocates nothing and reads no byte outside the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The protocol handler of sFlow: claims the datagrams of its UDP port.
 #pragma once
 

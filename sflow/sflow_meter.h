@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sFlow meter: counts the flow samples of sFlow datagrams.
 //
 // It meters what the agent of a datagram has sampled, scaled by the sampling rate of each sample,

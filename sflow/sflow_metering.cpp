@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What one sample becomes: the host calls of the sFlow meter.
 
 #include <cstring>

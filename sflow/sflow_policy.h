@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sFlow meter's policy: what SFlowCounterPolicy.xml sets. It is read once, when the meter gets
 // its site; before that every switch is off.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The steps of the sFlow decoder and the primitives that they read with.
 //
 // A step returns false when it gave the rest of the datagram up; its caller then does nothing but

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // IP addresses as people read them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // C text functions that know the capacity of their destination, offered to the host and other
 // plug-ins. What does not fit is cut off and the result is always terminated; with a capacity of 0
 // nothing is written.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Big-endian numbers on the wire: loads, wire field types and a cursor that knows its end. Every
 // byte of a datagram is read through this header.
 #pragma once

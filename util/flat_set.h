@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A set of numbers in one open-addressing table: the filters, home AS numbers and duplicate marks
 // that the record path asks. Looking up allocates nothing and touches one or two cache lines.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Hashing of numbers for the library's tables.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Wall-clock time as the host and its plug-ins print it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "util/str_tokenizer.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Splits a text into tokens once and hands them out by index.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A small XML document reader: a whole text becomes a tree of reference-counted nodes, looked up by
 // name. Made for policy files: forgiving about order, case and missing things, strict about a
 // document that is broken.

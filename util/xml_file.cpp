@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading documents from files: what a file's bytes are taken for, and the way out of a program
 // that cannot do without one.
 #include <fcntl.h>

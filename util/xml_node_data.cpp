@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "util/xml_node_data.h"
 
 #include <cstddef>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What an XMLNode handle points to, and the reader's process-wide options. For the reader's own
 // files alone.
 #pragma once

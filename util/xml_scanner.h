@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Cuts an XML text into the tokens that the tree parser asks for.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Turns an XML text into a tree of nodes, in one pass and without recursion.
 #pragma once
 

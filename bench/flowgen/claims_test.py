@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """claims_test.py FLOWGEN FLOWHOST PLUGIN: what flowgen says that it made is what flowhost meters, what
 a socket receives, and what the sequence numbers tell.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "bench/flowgen/command_line.h"
 
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An exporter makes one datagram after the other and counts in them as its protocol wants.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // NetFlow version 5: a header of 24 bytes and up to 30 records of 48. The sequence number is the
 // count of flows before this datagram's.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where datagrams go: a capture file, or the loopback interface.
 #pragma once
 

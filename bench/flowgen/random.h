@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The generator's random numbers: fast, and the same for a seed with every standard library.
 #pragma once
 

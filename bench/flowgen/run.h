@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A run: all exporters in turn, until the records are made.
 #pragma once
 

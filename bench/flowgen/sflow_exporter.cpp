@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // sFlow version 5: up to 7 flow samples, each with the head of an Ethernet frame. Datagrams are
 // numbered per agent, samples per source; a source is an interface.
 #include <algorithm>

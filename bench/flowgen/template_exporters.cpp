@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // NetFlow version 9 and IPFIX: datagrams of 1,400 bytes, a template of 20 fields at the start and
 // again every 1,000 datagrams. Version 9 numbers its datagrams, IPFIX counts the data records
 // before each.

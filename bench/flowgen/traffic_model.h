@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The network that the exporters watch: home hosts in 10.0.0.0/8 that talk to hosts outside, a few
 // of them most of the time.
 //

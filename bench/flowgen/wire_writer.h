@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes numbers in network order. The caller sees to it that there is room.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a question is answered with: a table, and what it covers.
 #pragma once
 

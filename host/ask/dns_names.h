@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Names of addresses from the DNS, for as long as somebody waits for an answer.
 #pragma once
 

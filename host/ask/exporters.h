@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What exporters sent, lost and when they were silent.
 #pragma once
 

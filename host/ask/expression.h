@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which flows are asked for: a tree of conditions, as a filter text says it.
 #pragma once
 

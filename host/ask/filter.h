@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Filter texts: "src net 10.0.0.0/8 and not dst port 443".
 #pragma once
 

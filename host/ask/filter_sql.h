@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Filters as SQL over the tables of a file of flows.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The words of filter texts, and what their values look like.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/ask/flow_fields.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The fields of flows that answers can be grouped by.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Flows added up by any of their fields.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What groups of flows had step by step.
 #pragma once
 

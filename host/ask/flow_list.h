@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Single flows, the first of an order.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading flows: hour after hour, in several threads.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Questions about flows: the largest ones, or sums by their fields.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Countries and AS numbers of addresses, from a database in the MaxMind format.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What addresses, interfaces, AS numbers and ports are called here.
 #pragma once
 

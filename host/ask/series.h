@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How much there was, step by step.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Steps of time: how long they are, what of a store they are made up of, and lines over them.
 #pragma once
 

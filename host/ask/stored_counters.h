@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The database of counters of a store, for reading.
 #pragma once
 

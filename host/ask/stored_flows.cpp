@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/ask/stored_flows.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A store's file of the flows of an hour, for reading.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/ask/tier_sums.h"
 
 #include <absl/container/flat_hash_map.h>

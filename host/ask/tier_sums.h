@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sums over the buckets of a group, and how exact they are.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The largest keys of a group of counters.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Flows that last longer than a minute have a row in the store for each, and some have several.
 // Here they are whole again: what is asked of bytes, packets and duration is asked of all of a
 // flow.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Big-endian numbers in captured bytes.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/base/build_text.h"
 
 #include "flow_revision.h"

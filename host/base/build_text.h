@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which build this program is.
 #pragma once
 

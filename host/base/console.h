@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Everything that goes to standard error: errors, notices, the plug-in's log and the progress line.
 // Any thread may speak.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where a datagram comes from or goes to: an address of either family, and a port.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How flowhost says that it cannot go on, and the exit statuses.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Opening files whose names others may have had a hand in: nothing waits for the other end of a
 // pipe, nothing is written through a link that stands in a file's place. Each gives a descriptor,
 // or -1 with errno set.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/base/heap_account.h"
 
 #include <malloc.h>

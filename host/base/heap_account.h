@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How much memory of operator new somebody holds: a plug-in, which shares the operator with the
 // program.
 //

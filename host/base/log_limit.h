@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How many log messages of a kind are shown: a few in each stretch of time, and then how many more
 // there were and how many exporters they were about. A stranger who sends what the plug-in has a
 // message on can send it a million times a second.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/base/memory_budget.h"
 
 #include <sys/resource.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How much memory the process may take for what exporters send, and what each part of it may.
 //
 // The budget is the process's own: it is shared out once, before anything is kept. Without one, the

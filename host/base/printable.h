@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Texts from outside (the wire, the plug-in, file names) made safe for a terminal.
 #pragma once
 

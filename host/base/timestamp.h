@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Points in time of captures and flows.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Words as people type them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A thread of its own for what may hang: a terminal, a pipe, a disk. Whoever has something to write
 // leaves it as a job and goes on; a queue that is full takes no more, and says how much it left
 // out.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/border/build_note.h"
 
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which build a loaded plug-in is.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The trace: every call that the plug-in makes into the host as one line, in order.
 //
 // Calls of the host into the plug-in frame them: a line that begins with ">" opens such a call, "<"

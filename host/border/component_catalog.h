@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the plug-in says it offers: its components, and of each what it does.
 #pragma once
 

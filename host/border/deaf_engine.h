@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A statistics engine that counts nothing: for meters that learn what others knew.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What all objects do the same way that the host hands to the plug-in.
 #pragma once
 

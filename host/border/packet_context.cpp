@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/border/packet_context.h"
 
 #include "host/base/big_endian.h"

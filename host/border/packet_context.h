@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The packet being handled, as handlers and meters see it: a parse context and its layers.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loading the plug-in library and letting it go.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The policy file of a component: where it is, and what the component has made of it so far.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The site: what a component may ask its host.
 #pragma once
 

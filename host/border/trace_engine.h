@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A statistics engine that writes every call into the trace and passes it on.
 #pragma once
 

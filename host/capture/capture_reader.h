@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Packets out of a capture file: pcap and pcapng, plain or compressed with gzip or zstd.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Compressed captures: gzip and zstd, decompressed as they are read.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/capture/link_layer.h"
 
 #include <pcap/dlt.h>

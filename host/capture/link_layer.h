@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The link layers of captures: where the network packet begins and what it is.
 #pragma once
 

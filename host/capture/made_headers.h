@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Headers made in front of a payload, for datagrams that come without: those of sockets, and those
 // over IPv6, for which the plug-in has no layer.
 #pragma once

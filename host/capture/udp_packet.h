@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From a captured packet to a UDP datagram, or the reason why it is none to be metered.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // /api/...: the questions of the command line over HTTP. Parameters are its options, and answers
 // what it prints as JSON.
 #pragma once

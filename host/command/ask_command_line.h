@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The commands that ask a store, on the command line.
 #pragma once
 

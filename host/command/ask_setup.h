@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What stands around a question: the store, the span, the names, where the answer goes.
 #pragma once
 

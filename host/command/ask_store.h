@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The questions to a store, whoever asks them: the command line or the web.
 #pragma once
 

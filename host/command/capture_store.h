@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A store of captures, for as long as questions are asked.
 #pragma once
 

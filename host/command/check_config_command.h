@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flowhost check-config: what the plug-in makes of the policy files in a directory.
 #pragma once
 

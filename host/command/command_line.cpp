@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/command/command_line.h"
 
 #include <absl/strings/ascii.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The parts of the command line, for those who describe it.
 #pragma once
 

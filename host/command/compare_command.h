@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flowhost compare: one time beside another.
 #pragma once
 

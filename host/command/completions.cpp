@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Completion of the command line for three shells.
 
 #include <fmt/format.h>

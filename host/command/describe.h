@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What flowhost says of itself for others to read: manual pages in Markdown, and completion for
 // shells. All of it comes from the definition of the command line and the tables of the settings.
 #pragma once

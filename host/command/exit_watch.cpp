@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/command/exit_watch.h"
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A plug-in that cannot read its policy prints why and ends the process: that is its contract. The
 // watch gives the host a last word.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flowhost exporters: who exports, and who fell silent.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The program, for main and for tests.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/command/flows_command.h"
 
 #include "host/ask/filter.h"

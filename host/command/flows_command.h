@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flowhost flows: single flows, or sums by their fields.
 #pragma once
 

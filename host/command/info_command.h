@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flowhost info: what the plug-in offers.
 #pragma once
 

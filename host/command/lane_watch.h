@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tells of lanes that are at one datagram for long, and of exporters that are held back for that.
 #pragma once
 

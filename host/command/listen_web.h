@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a running collector shows over HTTP: the page and the questions to its store, and metrics.
 #pragma once
 

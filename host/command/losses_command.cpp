@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/command/losses_command.h"
 
 #include "host/ask/exporters.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flowhost losses: what exporters lost, and where.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flowhost(1), a page for each of its commands, and flowhost-policy(5), in Markdown.
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tells of what was let go for want of memory: once each kind, and at the end how much.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Everything that stands between the command line and the first datagram: the plug-in, what it
 // offers, the sites, the lanes and the intake.
 #pragma once

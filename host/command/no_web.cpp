@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // In place of what answers over HTTP, where it is left out of the build.
 #include "host/base/error.h"
 #include "host/command/listen_web.h"

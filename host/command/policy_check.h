@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading the policies in another process: a plug-in that cannot read one ends the process that
 // asked it to.
 #pragma once

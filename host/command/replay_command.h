@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flowhost replay: capture files through the library.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flowhost report: the page of a span, as one file to send.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flowhost series: how much there was, step by step.
 #pragma once
 

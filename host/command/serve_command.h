@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flowhost serve: the page and the questions to a store, over HTTP.
 #pragma once
 

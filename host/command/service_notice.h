@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a service manager is told of a collector: sd_notify(3), by its datagrams.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The signals that a running collector answers to, as a descriptor to poll. A thread of their own
 // sees to it that the first SIGINT or SIGTERM ends the process, whatever hangs.
 #pragma once

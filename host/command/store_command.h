@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flowhost store: what a store has, how large it is and how far it reaches.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The options of commands that write a store.
 #pragma once
 

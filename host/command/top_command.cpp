@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/command/top_command.h"
 
 #include "host/ask/steps.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // flowhost top: the largest keys of a group of counters.
 #pragma once
 

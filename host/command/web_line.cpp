@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/command/web_line.h"
 
 #include <CLI/CLI.hpp>

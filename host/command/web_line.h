@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The options of what answers over HTTP, for the commands that have it.
 #pragma once
 

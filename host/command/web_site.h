@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What stands at the addresses of the web.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the messages go that a component posts on a channel.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Flows that were taken out of a store, with their texts.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a counter group is: its meters, what its keys mean, and how a long run keeps it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Hashing and comparing key texts, sixteen bytes at a time. Keys are 2 to 113 bytes long, most of
 // them under 24: too short for a function call each.
 #pragma once

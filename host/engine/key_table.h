@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Rows of numbers named by text keys: the heart of the statistics engine.
 //
 // A row is its key and a fixed number of 64-bit values, side by side in large blocks, and never

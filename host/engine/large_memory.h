@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Zeroed memory for tables, in huge pages where it is large: a table of hundreds of megabytes in
 // small pages costs a second miss in memory per access.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a meter tells about records that it does not meter, or not just once: the updates of a group
 // that is no counter of traffic. Meters tell it with the policy switch CountLeftOut alone.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Flows as reports show them: what an exporter, an interface or a client's port keeps apart is one.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The statistics engine: the host's side of every counter and flow update.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the statistics engine has counted: a table of keys per group, flows, labels and properties.
 //
 // A store takes updates from one thread. Several stores can be merged into one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A hash map by text that is searched with std::string_view.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A short queue in front of large tables.
 //
 // An update of a table that no cache holds waits for memory twice: for the index and for the row.

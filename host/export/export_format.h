@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the host itself reads out of export datagrams and template messages: enough to say who sends
 // what, and which data cannot be decoded for want of a template.
 #pragma once

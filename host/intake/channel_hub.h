@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The message channels between the meters of all lanes.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/intake/dropped_numbers.h"
 
 #include "host/export/export_format.h"

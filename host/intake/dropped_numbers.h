@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a lane is told of datagrams that found its queue full: their numbers, so that what was lost
 // here is not lost on the way as well.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What every exporter has sent, and what of it never came.
 #pragma once
 

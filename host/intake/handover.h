@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a lane's meters have learnt of exporters, as it came: templates, and the data that told
 // sampling rates. Meters that take the place of others learn it from here.
 //

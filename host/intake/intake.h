@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The intake: captured packets go to the lane and the protocol that they belong to, everything else
 // is counted under what it is.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A lane: one instance of every handler and meter, with a store of its own for what they count.
 //
 // A lane is used by one thread at a time and shares nothing with others but its mailbox.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A lane's thread, and the queue of datagrams in front of it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // All lanes, and the threads that they work in.
 #pragma once
 

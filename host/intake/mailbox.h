@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Channel messages that wait for a lane. Any thread may post; the lane takes them between
 // datagrams.
 #pragma once

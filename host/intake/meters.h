@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One instance of every handler and meter, with what they hold of memory.
 //
 // Meters forget nothing that they learn, and strangers make up what there is to learn. So a lane

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Datagrams on their way from the intake to a lane, copied side by side into one block.
 #pragma once
 

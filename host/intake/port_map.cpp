@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/intake/port_map.h"
 
 #include <absl/strings/match.h>

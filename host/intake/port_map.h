@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which protocol arrives on which UDP port.
 #pragma once
 

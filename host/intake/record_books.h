@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The books of an exporter's records: every record that its datagrams describe is metered, or left
 // out for a reason.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sequence numbers of export datagrams: what an exporter sent that never came.
 //
 // NetFlow v5 numbers flows, v9 datagrams and IPFIX data records, per source or observation domain;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A run of numbers: where it goes on, and which of those behind have not come.
 #pragma once
 

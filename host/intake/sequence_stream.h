@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One numbered stream: an exporter's datagrams of one domain, or an agent's samples of one source.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/intake/stand_ins.h"
 
 #include <absl/strings/str_split.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // IPv4 addresses that stand for exporters of IPv6 in front of the plug-in, which tells exporters by
 // IPv4 addresses alone. Reports show the real ones.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A file that is kept across restarts: lines of text between a first line that names the format and
 // a last one that says how many there are.
 #pragma once

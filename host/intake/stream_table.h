@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Numbered streams by what they are called, as many as there is room for.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The template messages that meters have posted, kept across restarts: with them the first data
 // after a start decodes, instead of waiting for the exporters to repeat their templates.
 #pragma once

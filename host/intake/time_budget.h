@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The time that an exporter's datagrams may take. Whoever sends one that keeps a meter busy for
 // long is held back for longer, so that it has a small share of the meter's time.
 #pragma once

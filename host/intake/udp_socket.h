@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A UDP port that export datagrams arrive on, read in batches.
 #pragma once
 

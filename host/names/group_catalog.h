@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The counter groups that the host knows: their names, what their keys mean and their meters.
 //
 // The host's own groups stand in one table; the plug-in's are added from its own description.

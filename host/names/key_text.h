@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Key texts as people read them.
 #pragma once
 

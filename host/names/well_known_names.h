@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Names of ports and protocols, as far as the system knows them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The forms of answers, each in a file of its own.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Answers as text for people, as JSON and as CSV for programs.
 #pragma once
 

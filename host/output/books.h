@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The books of a whole report, for every output under the same names.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The columns of exporters and of flows: one row of a table each, so that every output has the same
 // ones under the same names.
 #pragma once

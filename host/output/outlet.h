@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where reports go: the terminal, a file, a database. With a writer of its own a stuck one holds
 // nothing up; without, the caller writes.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A file that is being written, standard output for "-". Readers see the old one, or the whole new
 // one.
 #pragma once

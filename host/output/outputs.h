@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a run's reports are written to, beside the terminal. A new output is a writer in a file of
 // its own and a row of the table; the command line and the reports of a run read the table.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a run has to report, and the choices of the user about it. All outputs are made from this.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/output/run_report.h"
 
 #include <fmt/format.h>

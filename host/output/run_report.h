@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The reports of a run: what is shown and written at each tick, and at its end.
 #pragma once
 

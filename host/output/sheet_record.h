@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sheets kept for a writer that comes later.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The report as flat tables, for outputs that are made of such: CSV files and a database.
 //
 // There is a sheet of exporters, one per counter group, and one with the labels and properties of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The summary on the terminal.
 #pragma once
 

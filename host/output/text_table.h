@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A table in columns that fit their contents.
 #pragma once
 

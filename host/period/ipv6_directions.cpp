@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/period/ipv6_directions.h"
 
 #include <absl/strings/ascii.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The directions of IPv6 traffic. A plug-in can ask whether an IPv4 address is at home, so its
 // totals by direction are those of IPv4; the host adds those of IPv6.
 #pragma once

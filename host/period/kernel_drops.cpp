@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/period/kernel_drops.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What sockets dropped before anybody saw it, taken off what exporters' numbers miss.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A stretch of time and all that was counted in it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Brings together what all lanes have counted, tick by tick, and hands it to whoever makes reports
 // of it, in a thread of its own: neither the intake nor a lane waits for a report.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // When a long run's time buckets and reporting intervals end.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Exporters that have stopped sending, and those that send again.
 #pragma once
 

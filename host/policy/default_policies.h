@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The policy files that flowhost writes where there are none: every setting and a line on what it
 // does.
 #pragma once

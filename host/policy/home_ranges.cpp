@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/policy/home_ranges.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sets of networks: those that count as home, or that may send.
 #pragma once
 

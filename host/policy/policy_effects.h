@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Settings that are fine one by one and have no effect beside others, and lists of which nothing
 // remains: the plug-in takes them without a word, or with one about each item alone.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/policy/policy_names.h"
 
 #include <absl/strings/ascii.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Names in policy files: the plug-in passes over settings that it does not know, so a misspelt one
 // has no effect and nobody hears of it.
 #pragma once

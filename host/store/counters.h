@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The database of counters, while it is written: minutes as they come, and from their full counts
 // the hours and days.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SQLite databases: opened, written by prepared statements, read row by row.
 #pragma once
 

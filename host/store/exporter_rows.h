@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Exporters' health and losses as rows: written for minutes, and added up for hours and days.
 #pragma once
 

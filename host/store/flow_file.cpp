@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/store/flow_file.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The file of an hour's flows, while it is written: a transaction a minute.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The files of flows below a store: one an hour, old ones deleted as files.
 #pragma once
 

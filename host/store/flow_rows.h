@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Rows of flows that wait to be written, as a table that SQLite reads: one statement takes all of
 // them, which costs two thirds of one a row.
 #pragma once

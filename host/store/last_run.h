@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a store knows, when it is opened, of the run before.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How long a thread may read databases: whoever asks from elsewhere must not keep the machine busy.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How far a store forgets where its clock may be wrong: a clock that is ahead by a year must not
 // take all history with it, and what it wrote must not stand in the way afterwards.
 #pragma once

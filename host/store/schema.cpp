@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/store/schema.h"
 
 #include <fmt/chrono.h>

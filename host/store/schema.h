@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the store's databases look like; docs/store.md tells it to those who read them.
 //
 // A directory has one database of counters and, in flows/, one of flows an hour. Times are seconds

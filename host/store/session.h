@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sides of a flow, read from its key.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The store: takes what was counted, minute by minute, and writes it in a thread of its own.
 //
 // Whoever counts waits for nothing. When the thread cannot keep up, flows are let go, as a sum that

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is kept in a store, and for how long.
 #pragma once
 

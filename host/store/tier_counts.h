@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What was counted in a span of time, with every key by its text: the running minute, hour and day.
 //
 // Keys are bounded in number. What was let go is known as a sum, and so is how much a key that is

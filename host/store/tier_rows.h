@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The counters of a span as rows of its tier's tables, there and back.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Connections and the time that each of them has. A read time-out alone is renewed with every byte
 // that drips in: here a request has to be whole, and an answer taken, by a deadline.
 #pragma once

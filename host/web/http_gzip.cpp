@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/web/http_gzip.h"
 
 #include <zlib.h>

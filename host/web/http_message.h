@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is asked over HTTP, and what is answered.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The HTTP server: read-only, in threads of its own. One thread has all connections and never waits
 // for any of them; a few, which give way to others, answer whole requests.
 #pragma once

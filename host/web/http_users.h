@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who may ask: names and salted hashes of their passwords, as mkpasswd and htpasswd -B write them.
 #pragma once
 

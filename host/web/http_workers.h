@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Threads that answer requests; so many may wait for them.
 #pragma once
 

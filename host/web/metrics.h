@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a collector has counted since it started, as Prometheus takes it.
 #pragma once
 

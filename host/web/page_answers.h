@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The page's files over HTTP.
 #pragma once
 

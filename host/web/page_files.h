@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The files of the page, which are part of the program.
 #pragma once
 

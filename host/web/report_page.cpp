@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/web/report_page.h"
 
 #include <fmt/format.h>

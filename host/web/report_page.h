@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The page as one file that needs nobody: style, scripts and answers stand in it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The root of the component object model: what every interface, the library's and the host's,
 // begins with, and how a component is created.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which build a library is: an ELF note in its file and in memory, so that hosts and tools
 // (readelf -n) read it without a call. IOmbrelPlugin::GetPluginID tells the version of the
 // components, which stays.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The host's counter groups that the meters write into, the meters of each group, and the fixed
 // keys among them. A group is named by its GUID, a meter by its position in the group as the host
 // defines it. "Bytes" and "packets" are the metered values, sampling applied.

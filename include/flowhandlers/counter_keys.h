@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Counter keys: the fixed-width upper-case hexadecimal texts that name hosts, interfaces, subnets
 // and ports. The host stores counters under these texts, so one input always gives one
 // text. All numbers are in host byte order.

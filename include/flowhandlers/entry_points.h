@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The entry points of the library, found with dlsym. The host calls them from one thread, while it
 // loads and unloads the library.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Globally unique identifiers, as the host compares and hands them over.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The interfaces that the host implements and hands to the components, and the records that cross
 // the border with them. The library calls these operations only from inside the host's own calls
 // into it, on the same thread. Pointers that an operation returns are borrowed, except where a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Identifiers of the component classes, interfaces and component categories: constants for whoever
 // includes this. The library also exports each under its name, for hosts that use dlsym.
 #pragma once

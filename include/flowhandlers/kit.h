@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Everything that a small host is made of: the plug-in, its meters, their site, the engine that
 // they count into, and the datagrams that they are given. examples/ has hosts made of it.
 #pragma once

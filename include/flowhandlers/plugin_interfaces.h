@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The interfaces that the library's components implement and the host calls. The order of the
 // operations is the binary interface; nothing may be added before or between them.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Session keys: the texts that name conversations. All numbers are in host byte order; writers
 // follow the rules of flowhandlers/counter_keys.h. The sFlow meter's are in
 // flowhandlers/sflow_keys.h.

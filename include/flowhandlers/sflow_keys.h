@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keys that the sFlow meter writes in a form of its own. All numbers are in host byte order.
 #pragma once
 

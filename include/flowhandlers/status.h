@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The status that nearly every operation of the plug-in's and the host's interfaces returns.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "tests/bench/allocation_counter.h"
 
 #include <cstddef>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Counts what a program takes from the heap: operator new, malloc and its relatives, in the program
 // itself and in the libraries that it uses.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Nothing is allocated for a datagram or a record once the templates are known.
 
 #include <gtest/gtest.h>

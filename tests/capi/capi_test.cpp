@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The flat interface over the built plug-in: what is delivered and when, what goes wrong, and that
 // nothing but a status comes out of it.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "config/home_as_feed.h"
 
 #include <glob.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "config/home_networks.h"
 
 #include <gtest/gtest.h>

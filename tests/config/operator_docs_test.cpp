@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tables of settings in the operator's manual are those of the library. A wrong one is written
 // anew with FLOW_UPDATE=1 in the environment.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The "Policy" element of a policy document, without a file.
 #pragma once
 

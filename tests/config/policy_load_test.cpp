@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whole loads of the policy, by the meter that they are for: what is said in which order, and what
 // a load leaves in force.
 

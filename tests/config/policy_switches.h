@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The switches of the NetFlow policy.
 #pragma once
 

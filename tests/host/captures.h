@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Captures built by hand: packets layer by layer, and the file around them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the program answers to orders that it cannot or need not carry out.
 
 #include <gmock/gmock.h>

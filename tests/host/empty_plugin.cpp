@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A shared library that is no plug-in.
 
 extern "C" int NothingToSeeHere();

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The statistics engine against simple sums.
 
 #include "host/engine/stats_engine.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the host says about exporters: versions, refusals, and data that cannot be decoded.
 
 #include "host/intake/exporter_table.h"

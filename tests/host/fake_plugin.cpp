@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A plug-in small enough to know by heart: one protocol, one meter, one counter group. What the
 // meter does is chosen by the first letter of a datagram.
 

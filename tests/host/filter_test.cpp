@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Filters: which flows pass, and what a wrong one is told.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The HTTP server and clients that mean no good.
 #include <arpa/inet.h>
 #include <crypt.h>

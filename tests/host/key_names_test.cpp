@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What addresses, interfaces and numbers are called.
 
 #include <gmock/gmock.h>

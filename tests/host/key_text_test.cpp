@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keys, numbers and times as people read them.
 
 #include "host/names/key_text.h"

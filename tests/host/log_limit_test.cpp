@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How many log messages of a kind are shown.
 #include "host/base/log_limit.h"
 

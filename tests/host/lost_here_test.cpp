@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What was dropped here is not lost on the way as well.
 
 #include <gtest/gtest.h>

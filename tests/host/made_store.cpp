@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "tests/host/made_store.h"
 
 #include <absl/container/flat_hash_map.h>

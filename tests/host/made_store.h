@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A store of made traffic whose truth is known: every flow is a function of its number, so a test
 // adds up by ForEachFlow what an answer should be.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // made_store DIR [HOURS [HOSTS [FLOWS_PER_MINUTE]]]: makes a store of made traffic in a directory.
 #include <cstdio>
 #include <cstdlib>

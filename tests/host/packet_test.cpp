@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Packets of every link layer, through a capture file, as the intake sees them.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What check-config says about the names in a policy file, and what the plug-in makes of the files
 // that flowhost writes.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Strangers' texts in what programs read.
 #include "host/base/printable.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Running flowhost as a user does.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Questions to a store of known traffic, asked as a user does.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whole replays with a plug-in that is known by heart.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What sequence numbers tell about made-up exporters on a bad way, beside what was really lost. The
 // test prints one line a case.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sequence numbers: what is a gap and what is not.
 
 #include "host/intake/sequence.h"

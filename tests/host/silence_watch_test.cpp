@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Exporters that stop sending are told, once, and so are those that come back.
 
 #include "host/period/silence_watch.h"

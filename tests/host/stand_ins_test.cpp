@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // IPv4 addresses in place of exporters over IPv6, in use and over a restart.
 
 #include "host/intake/stand_ins.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What becomes of a flow on its way into a store and into reports.
 #include <gtest/gtest.h>
 

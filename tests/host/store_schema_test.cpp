@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The store's databases as those find them who know no more than their tables.
 #include <fmt/format.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Templates over a restart.
 
 #include "host/intake/template_archive.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Exporters whose datagrams keep a meter busy.
 #include "host/intake/time_budget.h"
 

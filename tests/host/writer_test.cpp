@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A writer that hangs holds up nobody.
 #include "host/base/writer.h"
 

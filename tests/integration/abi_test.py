@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """abi_test.py INCLUDE GENERATED CXX DESCRIPTION [--update]: whether the binary interface is what its description
 says: tables of functions, layouts, numbers and identifiers, as a compiler makes them of the installed headers.
 docs/abi.md tells what may change; --update then writes the description anew.

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Three sets of books beside each other: what exporters that run here say that they have sent, what flowhost
 has metered, and what a collector of Debian has (nfdump; for sFlow and NetFlow v1 tshark).
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The books of a report in JSON: whatever arrived, and every record that it describes, is in a row."""
 
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """books_test.py FLOWHOST PLUGIN FLOWGEN SAMPLES [CORPORA...]: whatever arrives, everything is in a row of the books, and
 three instances report what one does.
 

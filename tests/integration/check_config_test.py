@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """check_config_test.py FLOWHOST PLUGIN: what check-config makes of policies that are fine, odd and broken.
 
 Exit status: 0 as it should be, 1 not.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What flowhost and two collectors of Debian, which share nothing with it, make of a capture."""
 import dataclasses
 import json

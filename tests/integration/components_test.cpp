@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The six components through their tables of operations.
 
 #include <gmock/gmock.h>

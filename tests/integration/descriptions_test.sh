@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
 # descriptions_test.sh FLOWHOST SOURCE LOWDOWN: a manual page for every command, which mandoc has nothing to
 # say about, and completion that knows commands, options and values.
 set -euo pipefail

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Exporters that run here, and what they say themselves that they have sent."""
 import dataclasses
 import os

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # exports_test.sh LIBRARY LIST SONAME: what the library exports, is called and depends on. After a
 # wanted change, exports_test.sh LIBRARY LIST --update rewrites the list.
 set -u

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """files_test.py FLOWHOST PLUGIN FLOWGEN: pipes, devices and links where flowhost expects a file. It says so and goes on
 or ends; it neither hangs nor writes to what a link leads to.
 

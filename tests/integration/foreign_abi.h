@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The binary interface as a host of another make sees it: objects begin with a pointer to a table
 // of operations, and an operation is known by its place in that table. Written down here on its
 // own; it shares no declaration with the library, so that an operation which moved, a record which

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The other side of the border: a host made of plain tables of functions.
 #pragma once
 

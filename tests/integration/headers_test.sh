@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # headers_test.sh INCLUDE...: whether every installed header compiles alone, and twice, for an
 # integrator of C++17 without exceptions and run-time type information, and those for C as C11.
 set -u

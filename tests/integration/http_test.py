@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """http_test.py FLOWHOST PLUGIN FLOWGEN SOURCE: a collector with made exporters, asked over HTTP: metrics against
 what the exporters claim, by a real Prometheus too where there is one; answers against the command line's and
 against docs/openapi.json; both while it runs and from its store afterwards."""

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """install_test.py BUILD SOURCE SANITIZERS CC CXX: what an integrator does with an installation: the tree is
 installed, moved, found by CMake and pkg-config, the examples are built with it alone, and they count what flowhost
 counts.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A host's day: load, attach, meter a datagram, detach, finalise, unload, and all of it again.
 
 #include <gmock/gmock.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """listen_test.py FLOWHOST PLUGIN FLOWGEN SAMPLES FAKE_PLUGIN: a collector on loopback, with real and made exporters
 that send at once, while its policy and its home AS feed are edited; then the same collector restarted.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The built library, loaded as a host loads it.
 #pragma once
 

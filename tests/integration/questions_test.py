@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """questions_test.py FLOWHOST PLUGIN FLOWGEN: answers straight from captures against what the exporter claims."""
 import json
 import pathlib

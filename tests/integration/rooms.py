@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """rooms.py PROJECT: checks from the include lines alone that the rooms of the house, and those inside
 host/, build on each other in one direction, that nobody reaches into host/, and that the library
 takes nothing but the standard library from outside."""

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """samples_test.py FLOWHOST PLUGIN SAMPLES [--tshark]: what flowhost makes of each sample equals what
 its exporter says that it sent. With --tshark, a decoder that shares nothing with ours counts too.
 

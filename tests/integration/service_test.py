@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """service_test.py FLOWHOST PLUGIN UNIT: what a service manager sees: the collector's messages, and the unit."""
 import pathlib
 import re

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """store_test.py FLOWHOST PLUGIN FLOWGEN [KILLS]: stores as those find them who know only their tables: against what the exporter
 claims, after restarts and kills in the middle of an hour, and as another user."""
 import os

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The counter updates that each switch adds to a record, and no others.
 
 #include <gmock/gmock.h>

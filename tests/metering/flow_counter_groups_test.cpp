@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the two groups answer is seen from outside by the integration tests; here is how they answer
 // when something is missing.
 

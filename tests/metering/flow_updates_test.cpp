@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Key, volume, tag, times and close of the flow that a record belongs to.
 
 #include <gmock/gmock.h>

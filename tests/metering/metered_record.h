@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One decoded record with its policy and surroundings, and the host calls that it causes.
 //
 //   MeteredRecord({.on = "MeterASN", .as = {65001, 65002}, .home = "10.0.0.0/8"}).Meter()

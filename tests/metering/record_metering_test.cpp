@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From a record to its updates: derived values, checks, classification, filters and order.
 
 #include "metering/record_metering.h"

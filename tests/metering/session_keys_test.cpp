@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The keys of flows, as the host sees them.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Data records: which are metered and how, and what ends a data set.
 
 #include "tests/netflow/meter_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What finds the egress records of flows that have been reported already.
 
 #include "netflow/duplicate_egress.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is stored of a field of each kind at any length, what a record holds where nothing was
 // decoded, and the place of the next field.
 

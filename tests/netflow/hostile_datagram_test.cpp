@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Damaged datagrams: any number in them may be wrong, and any byte missing. The host's blocks have
 // exactly a datagram's size, so the sanitizers see a read one byte too far; the recording host ends
 // the program when a key has another form than its group's.

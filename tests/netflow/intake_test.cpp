@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From the host's call to a decoder: what is accepted, whom it comes from, and what is done beside.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "tests/netflow/meter_test.h"
 
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tests of the NetFlow meter share: a meter with a host that writes down its calls, and
 // short texts for what it did.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The switches that mend numbers: what each changes, and that without it nothing does.
 
 #include "tests/netflow/meter_test.h"

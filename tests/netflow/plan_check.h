@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two ways of reading a record give the same: the plans that are made of a template, and the
 // walk from field to field, which many fields of variable length ask for.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The plans that are made of a template, and the walk from field to field that they stand for: both
 // give the same calls.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sampling rates: configured, learnt from options data, applied and published.
 
 #include "tests/netflow/meter_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The walk over the sets of a v9 packet and an IPFIX message.
 
 #include "tests/netflow/meter_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Templates of the policy, and the elements that they may name.
 
 #include "tests/netflow/meter_test.h"

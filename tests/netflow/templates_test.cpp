@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is learnt of template sets and options templates, from the wire and from the other meters of
 // the host; what is refused; and the dump.
 

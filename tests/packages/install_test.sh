@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
 # install_test.sh PACKAGES: the packages of a folder, as tools/package leaves them, from their installation
 # to their end in a clean Debian 12 root, and the tests that they have of their own. Root runs it, for two
 # minutes or three; Debian's archive is asked for the root and for what the packages depend on.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What handlers do the same way.
 
 #include "plugin/component.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reference counts, interface queries and factories of CArboObject<T>.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A component class for tests of the object model. It counts how many of its objects live, and
 // remembers how the last one ended.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The walk over a datagram: headers, kinds of samples, counts, lengths and what ends it early.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Decoding in tests: what the decoder delivered, as text.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Elements of flow samples, extended data of versions 2 and 4, and counter blocks: what each gives,
 // and that each takes just its own length.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Damaged datagrams: every byte that is there may be wrong, and any number may be missing. Blocks
 // on the heap have exactly a datagram's size, so the sanitizers see a read one byte too far.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the decoder finds in the first bytes of a sampled packet.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What samples become: the calls into the statistics engine.
 
 #include "sflow/sflow_meter.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sFlow meter and its site: attaching, the policy file and what each switch turns off.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The switches of the sFlow meter that mend numbers: what each changes, and that without it nothing
 // does.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """floods.py [--short] [--seconds N] [--memory MB] [--address-space MB] [--instances N] FLOWHOST PLUGIN [FLOOD...]: strangers that
 fill memory.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """stress.py [--short] [--keep-on] [--verbose] FLOWHOST PLUGIN [CASE...]: what neighbours and strangers may do to a collector.
 
 Each case starts a collector on loopback with a true exporter (NetFlow v5), has something hang or somebody flood it, and

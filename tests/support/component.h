@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Handles for components under test, whether their classes are linked in or come from a loaded
 // library.
 #pragma once

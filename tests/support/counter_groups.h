@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the host knows about the counter groups that the library writes into: names, forms of their
 // keys and meters. Written down apart from the library's own table.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Builders of export datagrams: lengths and counts are right unless a With... call says otherwise.
 //
 //   V5Packet().Record({.src = "10.0.0.1", .packets = 3}).WithCount(2).Build()

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What all objects of the recording host share: they are lent to the library, which may neither
 // count references on them, nor ask for other interfaces, nor destroy them.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The record that the recording host keeps: lines and faults.
 #pragma once
 

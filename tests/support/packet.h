@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Packets as the host hands them to the components: one contiguous heap block of exactly the size
 // of IPv4 header, UDP header and payload, so that a sanitizer sees a read one byte past either end.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A host for tests. It answers the components as it has been told and writes down every call that
 // they make, one text line a call, in order:
 //

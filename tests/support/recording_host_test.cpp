@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The recording host must see what it promises to see, or the tests that rely on it see nothing.
 
 #include "tests/support/recording_host.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The site of the recording host.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Export datagrams of real exporters, from the captures of the project.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Builders of sFlow datagrams: lengths, counts and padding are right unless a member says
 // otherwise.
 //

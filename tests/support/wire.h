@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bytes in the order of the wire, written piece by piece.
 #pragma once
 

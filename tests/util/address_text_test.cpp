@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The texts are host keys, so they have to be those that the C library writes.
 
 #include "util/address_text.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "util/ombrel_time.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Documents from files: bytes into text, and the end of a program that cannot do without one.
 #include <gtest/gtest.h>
 #include <sys/stat.h>

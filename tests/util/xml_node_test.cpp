@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Handles, lookups and settings.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the reader makes of a text: the tree, or the error and its place.
 #include <gtest/gtest.h>
 

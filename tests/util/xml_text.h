@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A node as one line of text, for tables of expectations.
 #pragma once
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A headless Chromium, driven over WebDriver's HTTP, which needs nothing but Python."""
 import base64
 import json

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """page_test.py FLOWHOST PLUGIN FLOWGEN CHROMEDRIVER CHROMIUM: the page in a browser: its numbers against the store's,
 dragging, keys, filters, strangers' texts, dark and narrow layouts, and a report as a file."""
 import json

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A key has one colour, in the chart and in the tables, for as long as it is among the largest.
 
 export const COLOURS = 10;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Choosing a span on the chart: by mouse, finger, wheel and keys.
 import { byId, show } from "./elements.js";
 import { spanText } from "./format.js";

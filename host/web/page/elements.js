@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Elements of the page. Texts that came in datagrams are strangers' texts: they become text nodes
 // alone, never markup, are cut where they are long, and have a direction of their own.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Numbers, times and texts as people read them.
 
 const STEPS = [

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What traffic is grouped by: in counters, in flows, and as a part of a filter.
 
 // group: of counters; fields: of flows; part: the filter of a key.

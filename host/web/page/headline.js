@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A span in a few numbers.
 import { byId, make } from "./elements.js";
 import { percent, short } from "./format.js";

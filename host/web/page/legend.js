@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What stands under the chart: its colours, and what is missing in it.
 import { byId, fill, make, strange } from "./elements.js";
 import { percent, spanText } from "./format.js";

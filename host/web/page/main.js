@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The page: reads the address, asks, shows, and follows what arrives.
 import { Colours } from "./colours.js";
 import { Drag } from "./drag.js";

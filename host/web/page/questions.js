@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the page asks for a state, and its answers in one form.
 import { groupOf, keyOf, subjectOf } from "./groups.js";
 

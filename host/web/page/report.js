@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Answers of a report: all of them are in the page. Parts of its time are added up from lines.
 import { Refusal } from "./refusal.js";
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where answers come from: the server, or what a report has in it.
 import { byId } from "./elements.js";
 import { Refusal } from "./refusal.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is looked at, as the address of the page has it, so that a link shows somebody the same.
 
 const USUAL = { from: "-6h", to: "now", by: "applications", unit: "bytes", filter: "" };

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tables of the largest, of flows, of exporters and of losses.
 import { make, strange, table } from "./elements.js";
 import { swatch } from "./timechart.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Traffic over time: stacked areas, with gaps hatched and losses ticked under the axis.
 /* global Chart */
 import { byId, make, show, strange } from "./elements.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One export datagram, as handlers and meters see it: a packet of three layers.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The base of a statistics engine: every operation is answered, and the many forms of an update
 // arrive in a few functions.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What all objects do the same way that a host hands to the plug-in: they live as long as the host
 // wants, so references are counted for the answers' sake alone.
 #pragma once

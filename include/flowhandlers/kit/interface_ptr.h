@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // References to the plug-in's objects and texts, given back when they go out of scope.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One instance of every handler and meter at work, and their ending.
 #pragma once
 

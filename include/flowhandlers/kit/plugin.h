@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The plug-in itself: loaded, asked for its components, and let go.
 #pragma once
 
