@@ -23,14 +23,14 @@ std::vector<const CLI::App*> Commands(const CLI::App& app) {
 std::vector<const CLI::Option*> Options(const CLI::App& app) { return Listed(app, false); }
 std::vector<const CLI::Option*> Positionals(const CLI::App& app) { return Listed(app, true); }
 
-ValueKind KindOf(const CLI::Option& option) {
-  if (option.get_items_expected_max() == 0) return ValueKind::kNone;
+ArgumentKind KindOf(const CLI::Option& option) {
+  if (option.get_items_expected_max() == 0) return ArgumentKind::kNone;
   const std::string type = option.get_positional() ? option.get_name(true) : option.get_type_name();
-  if (type == "DIR") return ValueKind::kDirectory;
+  if (type == "DIR") return ArgumentKind::kDirectory;
   for (const char* file : {"FILE", "PATH", "CAPTURE", "CAPTURE..."}) {
-    if (type == file) return ValueKind::kFile;
+    if (type == file) return ArgumentKind::kFile;
   }
-  return ValueKind::kOther;
+  return ArgumentKind::kOther;
 }
 
 std::string LongName(const CLI::Option& option) { return option.get_lnames().front(); }

@@ -11,7 +11,7 @@
 namespace flow::host {
 
 // What stands behind an option, or in a positional's place.
-enum class ValueKind { kNone, kFile, kDirectory, kOther };
+enum class ArgumentKind { kNone, kFile, kDirectory, kOther };
 
 // The commands that a help lists.
 std::vector<const CLI::App*> Commands(const CLI::App& app);
@@ -20,7 +20,7 @@ std::vector<const CLI::App*> Commands(const CLI::App& app);
 std::vector<const CLI::Option*> Options(const CLI::App& app);
 std::vector<const CLI::Option*> Positionals(const CLI::App& app);
 
-ValueKind KindOf(const CLI::Option& option);
+ArgumentKind KindOf(const CLI::Option& option);
 
 // The first long name without dashes, as all options have one.
 std::string LongName(const CLI::Option& option);

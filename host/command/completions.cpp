@@ -26,19 +26,19 @@ std::vector<std::string> Dashed(const CLI::App& app) {
 }
 
 // compgen's option for a value; empty where it cannot be completed.
-const char* Compgen(ValueKind kind) {
-  if (kind == ValueKind::kFile) return "-f";
-  return kind == ValueKind::kDirectory ? "-d" : "";
+const char* Compgen(ArgumentKind kind) {
+  if (kind == ArgumentKind::kFile) return "-f";
+  return kind == ArgumentKind::kDirectory ? "-d" : "";
 }
 
 // What a command's positionals take.
-ValueKind PositionalKind(const CLI::App& command) {
+ArgumentKind PositionalKind(const CLI::App& command) {
   const auto positionals = Positionals(command);
-  return positionals.empty() ? ValueKind::kNone : KindOf(*positionals.front());
+  return positionals.empty() ? ArgumentKind::kNone : KindOf(*positionals.front());
 }
 
 // The options of a command whose values are of a kind, as patterns of a case in bash.
-std::string BashPatterns(const CLI::App& command, ValueKind kind) {
+std::string BashPatterns(const CLI::App& command, ArgumentKind kind) {
   std::vector<std::string> patterns;
   for (const CLI::Option* option : Options(command)) {
     if (KindOf(*option) != kind) continue;
@@ -51,31 +51,31 @@ std::string ZshText(const std::string& text) {
   return Escaped(Escaped(text, "\\[]:", "\\"), "'", "'\\'");
 }
 
-const char* ZshAction(ValueKind kind) {
-  if (kind == ValueKind::kFile) return "_files";
-  return kind == ValueKind::kDirectory ? "_files -/" : " ";
+const char* ZshAction(ArgumentKind kind) {
+  if (kind == ArgumentKind::kFile) return "_files";
+  return kind == ArgumentKind::kDirectory ? "_files -/" : " ";
 }
 
 std::string ZshArgument(const CLI::Option& option) {
-  const ValueKind kind = KindOf(option);
+  const ArgumentKind kind = KindOf(option);
   if (option.get_positional()) {
     return fmt::format(" '*:{}:{}'", option.get_name(true), ZshAction(kind));
   }
-  const std::string value = kind == ValueKind::kNone
+  const std::string value = kind == ArgumentKind::kNone
                                 ? ""
                                 : fmt::format(":{}:{}", ZshText(TypeName(option)), ZshAction(kind));
   return fmt::format(" '*--{}[{}]{}'", LongName(option), ZshText(Brief(option)), value);
 }
 
-const char* FishValue(ValueKind kind) {
+const char* FishValue(ArgumentKind kind) {
   switch (kind) {
-    case ValueKind::kNone:
+    case ArgumentKind::kNone:
       return "-f";
-    case ValueKind::kFile:
+    case ArgumentKind::kFile:
       return "-r -F";
-    case ValueKind::kDirectory:
+    case ArgumentKind::kDirectory:
       return "-x -a '(__fish_complete_directories)'";
-    case ValueKind::kOther:
+    case ArgumentKind::kOther:
       return "-x";
   }
   return "";
@@ -94,7 +94,8 @@ std::string BashCompletion(const CLI::App& app) {
   std::string values;
   std::string words;
   for (const CLI::App* command : Commands(app)) {
-    for (const ValueKind kind : {ValueKind::kFile, ValueKind::kDirectory, ValueKind::kOther}) {
+    for (const ArgumentKind kind :
+         {ArgumentKind::kFile, ArgumentKind::kDirectory, ArgumentKind::kOther}) {
       const std::string patterns = BashPatterns(*command, kind);
       if (!patterns.empty()) values += fmt::format("    {}) kind={} ;;\n", patterns, Compgen(kind));
     }
@@ -169,10 +170,10 @@ std::string FishCompletion(const CLI::App& app) {
   for (const CLI::App* command : Commands(app)) {
     const std::string condition = "__fish_seen_subcommand_from " + command->get_name();
     for (const CLI::Option* option : Options(*command)) text += FishOption(condition, *option);
-    const ValueKind kind = PositionalKind(*command);
-    if (kind == ValueKind::kFile) continue;  // fish's own way
+    const ArgumentKind kind = PositionalKind(*command);
+    if (kind == ArgumentKind::kFile) continue;  // fish's own way
     text += fmt::format("complete -c flowhost -n '{}' {}\n", condition,
-                        kind == ValueKind::kDirectory ? FishValue(kind) : "-f");
+                        kind == ArgumentKind::kDirectory ? FishValue(kind) : "-f");
   }
   return text;
 }

@@ -12,6 +12,7 @@
 #include "flowhandlers/version.h"
 #include "host/ask/stored_counters.h"
 #include "host/base/console.h"
+#include "host/base/error.h"
 #include "host/command/web_site.h"
 #include "host/web/http_server.h"
 #include "host/web/metrics.h"
@@ -146,7 +147,12 @@ void ListenWeb::Shown::AddStore(MetricFamilies* families) const {
 ListenWeb::ListenWeb(const WebOptions& options, const std::string& store, Lanes& lanes,
                      const StandIns& stand_ins, Console& console) {
   if (!options.http.listen) return;
-  shown_ = std::make_unique<Shown>(options, store, lanes, stand_ins, console);
+  try {
+    shown_ = std::make_unique<Shown>(options, store, lanes, stand_ins, console);
+  } catch (const HostError& error) {
+    // A port that another program has is no reason to lose datagrams.
+    console.Error(fmt::format("{}; nothing is shown over HTTP", error.what()));
+  }
 }
 
 ListenWeb::~ListenWeb() = default;

@@ -16,8 +16,8 @@ class Console;
 
 class ListenWeb {
  public:
-  // Nothing is shown where the options name no address. UsageError, HostError. All but the options
-  // outlive it.
+  // Nothing is shown where the options name no address, or one that cannot be had, which is told.
+  // UsageError. All but the options outlive it.
   ListenWeb(const WebOptions& options, const std::string& store, Lanes& lanes,
             const StandIns& stand_ins, Console& console);
   ~ListenWeb();

@@ -26,7 +26,7 @@ std::string Entry(const std::string& term, std::string_view text) {
 
 std::string OptionTerm(const CLI::Option& option) {
   const std::string name = fmt::format("**--{}**", LongName(option));
-  if (KindOf(option) == ValueKind::kNone) return name;
+  if (KindOf(option) == ArgumentKind::kNone) return name;
   return fmt::format("{} *{}*", name, Plain(TypeName(option)));
 }
 

@@ -102,6 +102,19 @@ def check_metrics(collector, claims):
         expect("promtool check metrics", (said.returncode, said.stdout + said.stderr), (0, ""))
 
 
+def check_taken_port(folder, collector):
+    """a collector whose address for HTTP another has meters all the same"""
+    log = folder / "taken"
+    other = subprocess.Popen([FLOWHOST, "listen", "--plugin", PLUGIN, "--config", folder / "policies", "--bind", "127.0.0.1",
+                              "--port", f"netflow={free_port(socket.SOCK_DGRAM)}", "--http", collector.url[len("http://"):]],
+                             stdout=subprocess.DEVNULL, stderr=log.open("w"))
+    atexit.register(other.kill)
+    until("listening beside a taken port", lambda: "listening on" in log.read_text() or other.poll() is not None)
+    expect("a taken port is told", "nothing is shown over HTTP" in log.read_text(), True)
+    other.send_signal(signal.SIGTERM)
+    expect("exit status beside a taken port", other.wait(60), 0)
+
+
 def check_prometheus(folder, collector, claims):
     """asks a real one, which has scraped the collector, for the total that the exporters claim"""
     subprocess.run([PROMTOOL, "check", "rules", RULES / "alerts.yml"], check=True, stdout=subprocess.DEVNULL)
@@ -229,6 +242,7 @@ def main(folder):
     expect("live", json.loads(collector.get("/api/status")[1])["live"], True)
     now = int(time.time())
     check_answers(collector, store, {"from": f"@{now - 7200}", "to": f"@{now - 3600}"})
+    check_taken_port(folder, collector)
     text = collector.get("/metrics")[1]
     expect("exit status of listen", collector.end(), 0)
     check_dashboards(text, store)
