@@ -153,15 +153,24 @@ class TopAnswer {
     answer_.rows.push_back(std::move(row));
   }
 
+  // The keys of a part that are shown, and their rows in the answer.
+  struct Shown {
+    std::vector<std::string> keys;
+    std::vector<std::size_t> rows;
+  };
+  static Shown ShownOf(const Part& part, const std::vector<Place>& places) {
+    Shown shown;
+    for (std::size_t i = 0; i < places.size(); ++i) {
+      if (places[i].part != &part) continue;
+      shown.keys.emplace_back(places[i].key.key);
+      shown.rows.push_back(i);
+    }
+    return shown;
+  }
+
   void AddLines(const std::vector<Place>& places) {
     for (const Part& part : parts_) {
-      std::vector<std::string> keys;
-      std::vector<std::size_t> rows;
-      for (std::size_t i = 0; i < places.size(); ++i) {
-        if (places[i].part != &part) continue;
-        keys.emplace_back(places[i].key.key);
-        rows.push_back(i);
-      }
+      const auto [keys, rows] = ShownOf(part, places);
       if (keys.empty()) continue;
       auto lines = LinesOf(counters_, part.group, cover_.span, question_.by, keys);
       for (std::size_t i = 0; i < lines.size(); ++i) {
@@ -176,13 +185,7 @@ class TopAnswer {
     DescribeSteps(counters_, steps, &answer_);
     Line others(steps.count);
     for (const Part& part : parts_) {
-      std::vector<std::string> keys;
-      std::vector<std::size_t> rows;
-      for (std::size_t i = 0; i < places.size(); ++i) {
-        if (places[i].part != &part) continue;
-        keys.emplace_back(places[i].key.key);
-        rows.push_back(i);
-      }
+      const auto [keys, rows] = ShownOf(part, places);
       auto lines = CounterLines(counters_, part.group, steps, question_.by, keys);
       std::ranges::transform(others, lines.back(), others.begin(), std::plus());
       for (std::size_t i = 0; i < rows.size(); ++i) {

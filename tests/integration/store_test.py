@@ -73,6 +73,12 @@ def check_sums(what, store, tiers=("minute", "hour", "day")):
             expect(f"{what}: {group} by {tier}", total, times * traffic[0][0] if minutes else None)
 
 
+def check_claims(store, tier, claimed):
+    """a tier has what the exporters claim"""
+    sums = counters(store, f"SELECT sum(bytes), sum(packets), sum(records) FROM buckets WHERE tier = '{tier}'")
+    expect(f"{store.name}: claimed", sums, [(claimed["bytes"], claimed["packets"], claimed["records"])])
+
+
 def rows_of_hour(store, group):
     return counters(store, f"SELECT * FROM {group}_hour ORDER BY bucket, key")
 
@@ -82,16 +88,14 @@ def test_early(folder):
     capture, claimed = make(folder, "early", 1, "--records", "450000", "--format", "netflow9")
     run(folder, folder / "early", capture)
     check_sums("early", folder / "early")
-    expect("early: claimed", counters(folder / "early", "SELECT sum(bytes), sum(packets), sum(records) FROM buckets WHERE "
-                                      "tier = 'minute'"), [(claimed["bytes"], claimed["packets"], claimed["records"])])
+    check_claims(folder / "early", "minute", claimed)
 
 
 def test_whole(folder):
     capture, claimed = make(folder, "whole", 130, "--records", "40000", "--format", "mixed")
     run(folder, folder / "whole", capture)
     check_sums("whole", folder / "whole")
-    expect("whole: claimed", counters(folder / "whole", "SELECT sum(bytes), sum(packets), sum(records) FROM buckets "
-                                      "WHERE tier = 'hour'"), [(claimed["bytes"], claimed["packets"], claimed["records"])])
+    check_claims(folder / "whole", "hour", claimed)
     # The largest of an hour, not of its minutes; all of them are known from the flows.
     hour = 1700002800
     truth = dict(ask(folder / "whole" / "flows" / "2023-11-14T23.sqlite",
