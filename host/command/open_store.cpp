@@ -12,6 +12,7 @@ std::unique_ptr<Store> OpenStore(StoreOptions options, MeterSetup& setup, Consol
   if (options.directory.empty()) return nullptr;
   setup.HearRecords();
   options.program = fmt::format("flowhost {}", BuildText());
+  options.home = setup.site_settings().home;
   options.waits = mode == StoreMode::kWait;
   return std::make_unique<Store>(options, setup.catalog().groups(), setup.stand_ins(), console);
 }

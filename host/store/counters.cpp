@@ -5,12 +5,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <utility>
 
 #include "host/base/printable.h"
+#include "host/store/flow_counts.h"
 #include "host/store/last_run.h"
 #include "host/store/store_files.h"
 
@@ -154,14 +156,14 @@ bool Counters::HasBucket(std::size_t tier, std::int64_t bucket) {
   return find.Bind(1, kTiers[tier].name).Bind(2, bucket).Step();
 }
 
-// Rarely enough that it costs little.
+// Rarely enough that it costs little of the time that the minutes took.
 void Counters::SaveHour() {
   constexpr std::int64_t kShare = 20;
-  const std::int64_t now = SteadyMs();
-  if (options_.waits || now - saved_at_ < kShare * saved_ms_) return;
+  if (options_.waits || std::abs(last_end_ - saved_at_) * 1000 < kShare * saved_ms_) return;
+  const std::int64_t began = SteadyMs();
   Save(kHour, last_minute_ + kMinuteSeconds);
-  saved_at_ = SteadyMs();
-  saved_ms_ = saved_at_ - now;
+  saved_at_ = last_end_;
+  saved_ms_ = SteadyMs() - began;
 }
 
 // The running hour becomes part of its day, once.
@@ -289,7 +291,7 @@ Counters::Span Counters::Open(std::size_t tier, std::int64_t bucket, std::int64_
                               bool may_load) {
   Span span{bucket, EmptyCounts()};
   std::int64_t from = bucket;
-  if (!may_load || !Load(tier, &span, &from)) {
+  if (!may_load || !Load(tier, &span, &from) || !HasAllUntil(tier, span, from)) {
     span = {bucket, EmptyCounts()};
     from = bucket;
   }
@@ -300,15 +302,31 @@ Counters::Span Counters::Open(std::size_t tier, std::int64_t bucket, std::int64_
       "records > 0");
   known.Bind(1, below.name).Bind(2, from).Bind(3, bucket + kTiers[tier].seconds);
   known.Bind(4, running_hour);
-  while (known.Step()) {
-    rows_.Read(below, known.Integer(0), &span.counts);
-    span.rebuilt = true;
-  }
+  FlowCounts flows(options_, &database_);
+  while (known.Step()) AddRows(below, known.Integer(0), &flows, &span);
   if (span.counts.Keys() > 0 || from != bucket || tier == kDay) return span;
   // The minutes may be gone.
-  rows_.Read(kTiers[tier], bucket, &span.counts);
-  span.rebuilt = span.counts.Keys() > 0;
+  AddRows(kTiers[tier], bucket, &flows, &span);
   return span;
+}
+
+// Not so where a minute that was saved had a second part, of a run that was killed.
+bool Counters::HasAllUntil(std::size_t tier, const Span& span, std::int64_t end) {
+  Statement sum = database_.Prepare(
+      "SELECT sum(bytes), sum(packets) FROM buckets WHERE tier = ? AND bucket >= ? AND bucket < ?");
+  sum.Bind(1, kTiers[tier - 1].name).Bind(2, span.bucket).Bind(3, end).Run();
+  const auto [bytes, packets] = span.counts.AllTraffic();
+  return static_cast<std::uint64_t>(sum.Integer(0)) == bytes &&
+         static_cast<std::uint64_t>(sum.Integer(1)) == packets;
+}
+
+// What the rows of a bucket lack its flows may have.
+void Counters::AddRows(const Tier& tier, std::int64_t bucket, FlowCounts* flows, Span* span) {
+  TierCounts rows = EmptyCounts();
+  rows_.Read(tier, bucket, &rows);
+  span->rebuilt |= !flows->Complete(bucket, tier.seconds, &rows);
+  span->counts.Add(rows);
+  span->counts.Prune();
 }
 
 void Counters::WriteSpan(std::size_t tier) {

@@ -21,6 +21,8 @@
 
 namespace flow::host {
 
+class FlowCounts;
+
 // What was said about a key beside its counts.
 struct KeyNote {
   enum class Kind : std::uint8_t { kLabel, kProperty, kName };
@@ -92,6 +94,8 @@ class Counters {
   [[nodiscard]] bool HasBucket(std::size_t tier, std::int64_t bucket);
   void WriteNotes(const StoredMinute& minute);
   Span Open(std::size_t tier, std::int64_t bucket, std::int64_t running_hour, bool may_load);
+  [[nodiscard]] bool HasAllUntil(std::size_t tier, const Span& span, std::int64_t end);
+  void AddRows(const Tier& tier, std::int64_t bucket, FlowCounts* flows, Span* span);
   void FoldHour();
   void WriteSpan(std::size_t tier);
   [[nodiscard]] TierCounts EmptyCounts() const;
@@ -121,7 +125,7 @@ class Counters {
   std::int64_t last_minute_ = 0;
   std::int64_t last_end_ = 0;  // until when it ran, in this run
   std::int64_t saved_ms_ = 0;  // how long the last save took
-  std::int64_t saved_at_ = 0;
+  std::int64_t saved_at_ = 0;  // by the time of minutes
 };
 
 }  // namespace flow::host

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+#include "host/policy/home_ranges.h"
 #include "host/store/schema.h"
 
 namespace flow::host {
@@ -28,6 +29,7 @@ struct StoreOptions {
     keep_flows_seconds = 0;
     most_flow_bytes = 0;
   }
+  HomeRanges home = HomeRanges::OrPrivate({});  // of the meters
   bool waits = false;  // of a full queue: wait for room rather than let flows go
 };
 

@@ -86,6 +86,21 @@ void GroupSums::AddOthers(const std::uint64_t* values, std::uint64_t keys, std::
   most_missing_ += most;
 }
 
+std::vector<std::uint64_t> GroupSums::Totals() const { return Rank(0).others; }
+
+bool GroupSums::Explains(const GroupSums& part) const {
+  if (!IsWhole() || size() != part.size() + part.other_keys_ || Totals() != part.Totals()) {
+    return false;
+  }
+  bool agrees = true;
+  part.table_.ForEach([&](std::string_view key, const std::uint64_t* values) {
+    const std::uint64_t* const ours = table_.Find(key);
+    // With the bound, which is none.
+    agrees = agrees && ours != nullptr && std::equal(ours, ours + columns_.size() + 1, values);
+  });
+  return agrees;
+}
+
 GroupSums::Ranking GroupSums::Rank(std::size_t most) const {
   Ranking ranking;
   ranking.rows.reserve(table_.size());

@@ -52,12 +52,18 @@ class GroupSums {
   [[nodiscard]] const std::uint64_t* Find(std::string_view key) const { return table_.Find(key); }
   [[nodiscard]] bool Empty() const { return table_.size() == 0 && other_keys_ == 0; }
   [[nodiscard]] std::size_t size() const { return table_.size(); }
+  // Whether every key is there.
+  [[nodiscard]] bool IsWhole() const { return other_keys_ == 0; }
+  // Explains says whether these, which are whole, can be what the other ones tell a part of: exact
+  // values of some keys, and the sum of all others.
+  [[nodiscard]] bool Explains(const GroupSums& part) const;
 
   void Save(std::ostream& out) const;
   [[nodiscard]] bool Load(std::istream& in);
 
  private:
   std::uint64_t* FindOrAdd(std::string_view key);
+  [[nodiscard]] std::vector<std::uint64_t> Totals() const;
 
   GroupInfo info_;
   std::vector<ValueColumn> columns_;
