@@ -33,6 +33,7 @@ enum class KeyKind : std::uint8_t {
 enum class RecordWord : std::uint8_t {
   kNone,
   kAsNumber,
+  kAsInterface,
   kIpNextHop,
   kBgpNextHop,
   kVrf,

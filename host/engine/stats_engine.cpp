@@ -102,8 +102,8 @@ inline void StatsEngine::UpdateKnown(GroupCounters& counters, std::string_view k
   for (const Increment& increment : increments) row[increment.column] += increment.value;
 }
 
-// A meter with the number 1 or 3 of AS numbers is the source's, 2 or 4 the destination's; of MAC
-// addresses it is 0 and 1.
+// A meter with the number 1 or 3 of AS numbers is the source's, 2 or 4 the destination's; of AS
+// numbers by interface, which tell those at home as well, and of MAC addresses it is 0 and 1.
 void StatsEngine::HearRecordWord(const GroupCounters& counters, std::string_view key,
                                  std::span<const Increment> increments) {
   has_record_words_ = true;
@@ -111,6 +111,9 @@ void StatsEngine::HearRecordWord(const GroupCounters& counters, std::string_view
   switch (counters.info.word) {
     case RecordWord::kAsNumber:
       record_.as_numbers[meter != 0 && meter % 2 == 0 ? 1 : 0] = AsNumberOf(key);
+      break;
+    case RecordWord::kAsInterface:
+      record_.as_numbers[meter == 1 ? 1 : 0] = AsNumberOf(key.substr(0, key.find('\\')));
       break;
     case RecordWord::kIpNextHop:
       record_.next_hops[0] = AddressOf(key);

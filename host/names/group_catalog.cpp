@@ -104,7 +104,7 @@ constexpr HostGroup kHostGroups[] = {
     {MakeGuid("120A3124-E2BB-47BD-6C64-71BBB861C428"), "as_numbers", "AS numbers", "AS",
      KeyKind::kAsNumber, kAsNumbers, "0", RecordWord::kAsNumber},
     {MakeGuid("1D86CAB7-B4C4-433E-BCB9-C779A4244D70"), "as_interfaces", "AS numbers by interface",
-     "AS on interface", KeyKind::kAsInterface, kAsInterfaces, "01"},
+     "AS on interface", KeyKind::kAsInterface, kAsInterfaces, "01", RecordWord::kAsInterface},
     {MakeGuid("79693CA3-ED3C-43B3-E12A-A3F64B125E4F"), "ip_next_hops", "IP next hops", "Next hop",
      KeyKind::kIpv4, kBytes, "0", RecordWord::kIpNextHop},
     {MakeGuid("FC61EC07-BED0-4734-C64C-F5932FD8B943"), "bgp_next_hops", "BGP next hops", "Next hop",

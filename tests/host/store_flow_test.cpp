@@ -95,12 +95,22 @@ TEST(RecordWords, GoToTheFlowOfTheirRecord) {
   engine.MarkRecord();
   engine.UpdateCounter(COUNTERID_IPNEXTHOP, "0A.00.00.01", 0, 1);
   record("64502", "64500", true);
+  // The source is at home, where AS counters do not tell it.
+  constexpr char kOther[] =
+      "06C:0A.00.00.05:p-C002_C0.A8.01.FE:p-01BB_C0.00.02.01_00000003_0000000A";
+  engine.MarkRecord();
+  engine.UpdateCounter2(COUNTERID_ASN, 5, "64501", asn::kBytes, 1, asn::kDestinationNotHome, 1);
+  engine.UpdateCounter(COUNTERID_LINKAS, "-1\\C0.00.02.01_00000003", link_as::kSourceOnInput, 1);
+  engine.UpdateFlowCounter(COUNTERID_FLOWS, kOther, 0, 100);
   engine.Flush();
   const FlowTotals& flow = StatsStore::Flow(store.flow_group().table.Find(kKey));
   EXPECT_EQ(flow.as_numbers[0], 64500);
   EXPECT_EQ(flow.as_numbers[1], 64502);
   EXPECT_EQ(flow.next_hops[0], 0);
   EXPECT_EQ(flow.records, 2);
+  const FlowTotals& other = StatsStore::Flow(store.flow_group().table.Find(kOther));
+  EXPECT_EQ(other.as_numbers[0], 4294967295);
+  EXPECT_EQ(other.as_numbers[1], 64501);
   EXPECT_EQ(flow.macs[0][1], 0x1B);
   EXPECT_EQ(flow.macs[1][5], 0x5C);
 }
