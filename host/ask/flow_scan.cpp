@@ -75,7 +75,7 @@ class Query {
 
   void Read(StoredFlows* file, const TimeSpan& span, FlowTaker* taker) const {
     Statement rows = file->Rows(select_, given_, where_, span);
-    while (rows.Step()) {
+    while (!taker->IsDone() && rows.Step()) {
       for (const View& view : views_) {
         const FlowRow row(*file, rows, view.places, view.view == FlowView::kReverse);
         if (view.view != FlowView::kBoth && row.Integer(0) == 0 && row.Integer(1) == 0) continue;

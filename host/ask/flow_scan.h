@@ -64,6 +64,8 @@ class FlowTaker {
   virtual ~FlowTaker() = default;
 
   virtual void Take(const FlowRow& row) = 0;
+  // Whether it needs no more.
+  [[nodiscard]] virtual bool IsDone() const { return false; }
 };
 
 struct ScanResult {

@@ -13,13 +13,14 @@
 #include <utility>
 
 #include "host/ask/in_threads.h"
+#include "host/base/memory_budget.h"
 #include "host/store/schema.h"
 
 namespace flow::host {
 namespace {
 
-// Less than a gigabyte of them.
-constexpr std::uint64_t kMostParts = 16'000'000;
+// How often files are read where there are more parts than may be held at a time.
+constexpr int kMostPasses = 4;
 constexpr std::int64_t kLongestSilenceMs = 300'000;
 // Parts are sorted in pieces that the caches hold.
 constexpr std::size_t kPieces = 256;
@@ -145,23 +146,67 @@ std::uint64_t HashOf(const FlowRow& row, bool has_directions) {
                       row.Integer(kProtocol), row.file().Exporter(row.Integer(kExporter)));
 }
 
+// Which parts are held, of all threads: those of a run of pieces, which gets shorter as they become
+// too many.
+class Holding {
+ public:
+  Holding() : most_(Shares().joined_parts / ++questions_) {}
+  Holding(const Holding&) = delete;
+  Holding& operator=(const Holding&) = delete;
+  ~Holding() { --questions_; }
+
+  [[nodiscard]] std::size_t first() const { return first_; }
+  [[nodiscard]] std::size_t end() const { return end_; }
+  [[nodiscard]] bool Holds(std::size_t piece) const { return first_ <= piece && piece < end_; }
+
+  // Whether it would take too many passes to hold all.
+  [[nodiscard]] bool IsTooMuch() const { return end_ < kPieces / kMostPasses; }
+
+  // Next goes on to the pieces behind; false when there are none.
+  bool Next() {
+    first_ = end_;
+    end_ = kPieces;
+    for (auto& count : counts_) count = 0;
+    return first_ < kPieces;
+  }
+  void Add(std::size_t piece, std::uint64_t count) { counts_[piece] += count; }
+  // The largest piece alone may be too much.
+  void Shorten() {
+    std::size_t end = first_;
+    std::uint64_t sum = 0;
+    while (end < end_ && (end == first_ || sum + counts_[end] <= most_)) sum += counts_[end++];
+    for (std::size_t known = end_; end < known;) {
+      if (end_.compare_exchange_weak(known, end)) break;
+    }
+  }
+
+ private:
+  // Questions that are at it share what there is.
+  inline static std::atomic<std::uint64_t> questions_ = 0;
+
+  std::uint64_t most_;
+  std::size_t first_ = 0;
+  std::atomic<std::size_t> end_ = kPieces;
+  std::array<std::atomic<std::uint64_t>, kPieces> counts_{};
+};
+
 class Collector : public FlowTaker {
  public:
-  Collector(bool has_directions, std::atomic<std::uint64_t>* count)
-      : has_directions_(has_directions), count_(*count) {}
+  Collector(bool has_directions, Holding* holding)
+      : has_directions_(has_directions), holding_(*holding) {}
 
   void Take(const FlowRow& row) override {
-    // Counted by the thousand: it is all threads' number.
-    constexpr std::uint64_t kStep = 1024;
-    if (++taken_ % kStep == 0 && count_.fetch_add(kStep) > kMostParts) is_full_ = true;
-    if (is_full_) return;
+    if (++taken_ % kStep == 0) LetMuchGo();
+    const std::uint64_t flow = HashOf(row, has_directions_);
+    const std::size_t piece = flow % kPieces;
+    if (!holding_.Holds(piece)) return;
     const auto number = [&row](std::size_t column) {
       return static_cast<std::uint64_t>(row.Integer(column));
     };
     const std::int64_t duration = row.Integer(kLast) - row.Integer(kFirst);
     constexpr std::int64_t kLongest = std::numeric_limits<std::uint32_t>::max();
     FlowPart part{};
-    part.flow = HashOf(row, has_directions_);
+    part.flow = flow;
     part.bytes = number(kBytes);
     part.packets = number(kPackets);
     part.first = row.file().hour() * 1000 + row.Integer(kFirst);
@@ -170,28 +215,47 @@ class Collector : public FlowTaker {
     part.hour = static_cast<std::uint32_t>(row.file().hour() / kHourSeconds);
     part.row = static_cast<std::uint32_t>(number(kRow)) & 0x7FFF'FFFF;
     part.is_reverse = row.is_reverse() ? 1 : 0;
-    pieces_[part.flow % kPieces].push_back(part);
+    pieces_[piece].push_back(part);
+    ++new_[piece];
   }
 
+  [[nodiscard]] bool IsDone() const override { return holding_.IsTooMuch(); }
+
+  // Of the pass before there may be parts that were not joined.
+  void BeginPass() {
+    for (auto& piece : pieces_) piece = {};
+    new_ = {};
+  }
   std::vector<FlowPart>& piece(std::size_t number) { return pieces_[number]; }
-  [[nodiscard]] bool is_full() const { return is_full_; }
 
  private:
+  // Now and then, since it is all threads' matter.
+  static constexpr std::uint64_t kStep = 8192;
+
+  void LetMuchGo() {
+    for (std::size_t piece = holding_.first(); piece < holding_.end(); ++piece) {
+      holding_.Add(piece, std::exchange(new_[piece], 0));
+    }
+    holding_.Shorten();
+    for (std::size_t piece = holding_.end(); piece < kPieces; ++piece) pieces_[piece] = {};
+  }
+
   bool has_directions_;
-  std::atomic<std::uint64_t>& count_;
+  Holding& holding_;
   std::uint64_t taken_ = 0;
-  bool is_full_ = false;
+  std::array<std::uint32_t, kPieces> new_{};  // that the holding knows nothing of
   std::array<std::vector<FlowPart>, kPieces> pieces_;
 };
 
 // Goes through the pieces of all collectors.
 class Joiner {
  public:
-  Joiner(const std::vector<std::unique_ptr<Collector>>& collectors, const Expression& filter)
-      : collectors_(collectors), filter_(filter) {}
+  Joiner(const std::vector<std::unique_ptr<Collector>>& collectors, const Expression& filter,
+         const Holding& holding)
+      : collectors_(collectors), filter_(filter), next_(holding.first()), end_(holding.end()) {}
 
   void Run(WholeFlowTaker* taker) {
-    for (std::size_t at = next_++; at < kPieces; at = next_++) {
+    for (std::size_t at = next_++; at < end_; at = next_++) {
       std::vector<FlowPart> parts;
       for (const auto& collector : collectors_) {
         std::vector<FlowPart>& piece = collector->piece(at);
@@ -229,7 +293,8 @@ class Joiner {
 
   const std::vector<std::unique_ptr<Collector>>& collectors_;
   const Expression& filter_;
-  std::atomic<std::size_t> next_ = 0;
+  std::atomic<std::size_t> next_;
+  std::size_t end_;
 };
 
 // The rows of flows that pass.
@@ -273,18 +338,22 @@ SplitFilter SplitByAmounts(const Expression& filter) {
 ScanResult JoinFlows(const std::string& directory, const Expression& filter, const TimeSpan& span,
                      bool has_directions, const std::vector<WholeFlowTaker*>& takers) {
   const SplitFilter split = SplitByAmounts(filter);
-  std::atomic<std::uint64_t> count = 0;
+  Holding holding;
   std::vector<std::unique_ptr<Collector>> collectors;
   std::vector<FlowTaker*> rows;
   for (std::size_t i = 0; i < takers.size(); ++i) {
-    collectors.push_back(std::make_unique<Collector>(has_directions, &count));
+    collectors.push_back(std::make_unique<Collector>(has_directions, &holding));
     rows.push_back(collectors.back().get());
   }
-  ScanResult result = ScanRows(directory, {split.rows, span, has_directions, Columns()}, rows);
-  result.rows_alone = std::ranges::any_of(collectors, &Collector::is_full);
-  if (result.rows_alone) return result;
-  Joiner joiner(collectors, split.whole);
-  InThreads(takers.size(), [&](std::size_t thread) { joiner.Run(takers[thread]); });
+  ScanResult result;
+  do {
+    for (const auto& collector : collectors) collector->BeginPass();
+    result = ScanRows(directory, {split.rows, span, has_directions, Columns()}, rows);
+    result.rows_alone = holding.IsTooMuch();
+    if (result.rows_alone) return result;
+    Joiner joiner(collectors, split.whole, holding);
+    InThreads(takers.size(), [&](std::size_t thread) { joiner.Run(takers[thread]); });
+  } while (holding.Next());
   return result;
 }
 

@@ -87,6 +87,7 @@ void ShareMemory(std::size_t budget, std::size_t lanes) {
   shares.texts = number(10, 1000, 1000, most.texts);
   shares.stored_keys = number(20, 1000, 2000, most.stored_keys);
   shares.flows_waiting = number(80, 300, 10'000, most.flows_waiting);
+  shares.joined_parts = number(60, 72, 10'000, most.joined_parts);
 }
 
 void NoteLetGo(LetGo kind, std::uint64_t count) {

@@ -36,6 +36,7 @@ struct MemoryShares {
   std::size_t texts = std::size_t{1} << 16;        // of flows
   std::size_t stored_keys = kAll;                  // of a group, in a store's running spans
   std::uint64_t flows_waiting = 4'000'000;         // for a store
+  std::uint64_t joined_parts = 16'000'000;         // of flows, in questions about whole ones
 };
 
 // Shares is what parts of the process go by.

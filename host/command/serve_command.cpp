@@ -10,6 +10,7 @@
 #include "host/ask/stored_counters.h"
 #include "host/base/console.h"
 #include "host/base/error.h"
+#include "host/base/memory_budget.h"
 #include "host/command/signals.h"
 #include "host/command/web_site.h"
 #include "host/web/http_server.h"
@@ -33,6 +34,7 @@ int RunServe(const ServeOptions& options) {
   Signals signals;  // before any thread
   Console console(kLogWarning);
   StoredCounters(options.web.store);  // or HostError
+  ShareMemory(DefaultMemory(), 1);
   WebSite site(options.web, false);
   const HttpServer server(options.web.http,
                           [&site](const HttpRequest& request) { return site.Answer(request); });
