@@ -6,13 +6,14 @@
 #include <algorithm>
 #include <atomic>
 #include <exception>
-#include <filesystem>
 #include <mutex>
+#include <set>
 #include <thread>
 #include <utility>
 
 #include "host/ask/in_threads.h"
 #include "host/store/schema.h"
+#include "host/store/store_files.h"
 
 namespace flow::host {
 namespace {
@@ -142,9 +143,11 @@ class Scan {
  public:
   Scan(const std::string& directory, const ScanQuestion& question)
       : directory_(directory), question_(question), query_(question) {
+    std::set<std::int64_t> known;
+    for (const FlowFileEntry& file : ListFlowFiles(directory)) known.insert(file.hour);
     for (std::int64_t hour = question.span.from / kHourSeconds * kHourSeconds;
          hour < question.span.to; hour += kHourSeconds) {
-      if (std::filesystem::exists(FlowFilePath(directory, hour))) {
+      if (known.contains(hour)) {
         hours_.push_back(hour);
       } else {
         AddMissing(hour);

@@ -164,11 +164,20 @@ Cover StoredCounters::CoverOf(const TimeSpan& span, std::int64_t most_seconds) {
     }
     return std::nullopt;
   };
+  // Years without anything are stepped over.
+  const auto next_after = [&](std::int64_t at) {
+    std::int64_t next = cover.span.to;
+    for (const Buckets& buckets : tiers) {
+      const auto bucket = buckets.upper_bound(at);
+      if (bucket != buckets.end()) next = std::min(next, bucket->first);
+    }
+    return next;
+  };
   std::int64_t last = cover.span.from;  // behind the last bucket that is there
   for (std::int64_t at = cover.span.from; at < cover.span.to;) {
     const auto found = find(at);
     if (!found) {
-      at += kMinuteSeconds;
+      at = next_after(at);
       continue;
     }
     const auto [tier, start] = *found;
