@@ -94,20 +94,25 @@ def play(capture, port, every=16):
         raise RuntimeError(f"nfcapd has lost {waiting(port)[1]} datagrams")
 
 
-def nfdump(capture, folder, rate=1):
-    """nfcapd collects into a folder, with the rate as a default, and nfdump adds up"""
+def nfcapd(capture, folder, rate=1):
+    """nfcapd collects into a folder, with the rate as a default"""
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
         probe.bind(("127.0.0.1", 0))
         port = probe.getsockname()[1]
     folder.mkdir()
-    nfcapd = subprocess.Popen([runs("nfcapd"), "-w", folder, "-b", "127.0.0.1", "-p", str(port), "-t", "3600", "-s",
-                               str(rate)], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    daemon = subprocess.Popen([runs("nfcapd"), "-w", folder, "-b", "127.0.0.1", "-p", str(port), "-t", "3600", "-s",
+                               str(rate), "-B", "8000000"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     try:
         until("nfcapd listens", lambda: waiting(port) is not None)
         play(capture, port)
     finally:
-        nfcapd.send_signal(signal.SIGTERM)
-        nfcapd.wait(20)
+        daemon.send_signal(signal.SIGTERM)
+        daemon.wait(20)
+
+
+def nfdump(capture, folder, rate=1):
+    """what nfdump adds up"""
+    nfcapd(capture, folder, rate)
     says = quietly([runs("nfdump"), "-R", folder, "-I"])
     return Totals(*(int(re.search(rf"^{what}: (\d+)$", says, re.M).group(1)) for what in ("Flows", "Packets", "Bytes")))
 
