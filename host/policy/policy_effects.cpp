@@ -28,7 +28,7 @@ enum class Item {
 bool IsInterfaceKey(std::string_view item) {
   constexpr std::string_view kForm = "00.00.00.00_00000000";
   static_assert(kForm.size() == kInterfaceKeyLength);
-  return std::ranges::equal(item, kForm, [](char c, char form) {
+  return std::ranges::equal(item, kForm, [](unsigned char c, unsigned char form) {
     return form == '0' ? absl::ascii_isxdigit(c) && !absl::ascii_islower(c) : c == form;
   });
 }

@@ -192,7 +192,10 @@ void Metrics::AddInterfaces(MetricFamilies* families) const {
   AddFamily(families, "flowhost_interface_bytes_total",
             "Bytes that an exporter's interface received and sent, as metered",
             MetricType::Counter);
-  for (const auto& [place, octets] : interfaces_) {
+  for (const auto& entry : interfaces_) {
+    // clang 14 takes no part of a structured binding into a lambda.
+    const auto& place = entry.first;
+    const auto& octets = entry.second;
     const auto add = [&](const char* direction, std::uint64_t count) {
       AddMetric(families,
                 {{"exporter", place.first}, {"interface", place.second}, {"direction", direction}},
