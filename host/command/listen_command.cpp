@@ -72,8 +72,7 @@ class Listen {
     }
     setup_.Start(LaneMode::kDrop);
     if (store_ != nullptr) reporter_.TakeFlowsEarly(setup_.lanes());
-    web_.emplace(options_.web, options_.store.directory, setup_.lanes(), setup_.stand_ins(),
-                 console_);
+    web_.emplace(options_.web, store_.get(), setup_.lanes(), setup_.stand_ins(), console_);
     report_.Observe([this](const Tick& tick, const std::vector<Harvest>& harvests) {
       web_->Take(tick, harvests);
     });

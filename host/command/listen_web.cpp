@@ -14,6 +14,7 @@
 #include "host/base/console.h"
 #include "host/base/error.h"
 #include "host/command/web_site.h"
+#include "host/store/store.h"
 #include "host/web/http_server.h"
 #include "host/web/metrics.h"
 
@@ -37,9 +38,10 @@ double SizeOf(const std::string& directory) {
 
 class ListenWeb::Shown {
  public:
-  Shown(const WebOptions& options, const std::string& store, Lanes& lanes,
-        const StandIns& stand_ins, Console& console)
+  Shown(const WebOptions& options, const Store* store, Lanes& lanes, const StandIns& stand_ins,
+        Console& console)
       : options_(WithStore(options, store)),
+        store_(store),
         lanes_(lanes),
         metrics_(options.metrics_exporters, stand_ins),
         site_(options_, true),
@@ -61,8 +63,8 @@ class ListenWeb::Shown {
   void NoteReload(bool succeeded) { ++(succeeded ? reloads_ : refused_reloads_); }
 
  private:
-  static WebOptions WithStore(WebOptions options, const std::string& store) {
-    options.store = store;
+  static WebOptions WithStore(WebOptions options, const Store* store) {
+    options.store = store == nullptr ? "" : store->directory();
     return options;
   }
   [[nodiscard]] HttpAnswer Answer(const HttpRequest& request) const;
@@ -71,6 +73,7 @@ class ListenWeb::Shown {
   void AddStore(MetricFamilies* families) const;
 
   WebOptions options_;
+  const Store* store_;  // null for none
   Lanes& lanes_;
   Metrics metrics_;
   std::atomic<std::uint64_t> reports_ = 0;
@@ -130,9 +133,14 @@ void ListenWeb::Shown::AddLanes(MetricFamilies* families) const {
 
 // While the store cannot be read there is no time at which it was written.
 void ListenWeb::Shown::AddStore(MetricFamilies* families) const {
-  if (options_.store.empty()) return;
+  if (store_ == nullptr) return;
   families->push_back({"flowhost_store_bytes", "Size of the store's files", MetricType::Gauge, {}});
   AddMetric(families, {}, SizeOf(options_.store));
+  families->push_back({"flowhost_store_write_seconds_total",
+                       "Time that writing the store took",
+                       MetricType::Counter,
+                       {}});
+  AddMetric(families, {}, store_->WriteSeconds());
   families->push_back({"flowhost_store_last_minute_timestamp_seconds",
                        "Until when minutes were written, since 1970",
                        MetricType::Gauge,
@@ -144,7 +152,7 @@ void ListenWeb::Shown::AddStore(MetricFamilies* families) const {
   }
 }
 
-ListenWeb::ListenWeb(const WebOptions& options, const std::string& store, Lanes& lanes,
+ListenWeb::ListenWeb(const WebOptions& options, const Store* store, Lanes& lanes,
                      const StandIns& stand_ins, Console& console) {
   if (!options.http.listen) return;
   try {

@@ -13,13 +13,15 @@
 namespace flow::host {
 
 class Console;
+class Store;
 
 class ListenWeb {
  public:
-  // Nothing is shown where the options name no address, or one that cannot be had, which is told.
+  // store: null for none. Nothing is shown where the options name no address, or one that cannot be
+  // had, which is told.
   // UsageError. All but the options outlive it.
-  ListenWeb(const WebOptions& options, const std::string& store, Lanes& lanes,
-            const StandIns& stand_ins, Console& console);
+  ListenWeb(const WebOptions& options, const Store* store, Lanes& lanes, const StandIns& stand_ins,
+            Console& console);
   ~ListenWeb();
   ListenWeb(const ListenWeb&) = delete;
   ListenWeb& operator=(const ListenWeb&) = delete;

@@ -20,7 +20,7 @@ int RunPageReport(const PageReportOptions& /*options*/) { Refuse(); }
 
 class ListenWeb::Shown {};
 
-ListenWeb::ListenWeb(const WebOptions& options, const std::string& /*store*/, Lanes& /*lanes*/,
+ListenWeb::ListenWeb(const WebOptions& options, const Store* /*store*/, Lanes& /*lanes*/,
                      const StandIns& /*stand_ins*/, Console& /*console*/) {
   if (options.http.listen) Refuse();
 }

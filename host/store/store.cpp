@@ -74,7 +74,13 @@ Store::Store(const StoreOptions& options, std::span<const GroupInfo> groups,
 }
 
 void Store::Post(const Writer::Job& job) {
-  while (!writer_.Post(job)) {
+  const Writer::Job timed = [this, job] {
+    const auto start = Writer::Clock::now();
+    job();
+    const std::chrono::duration<double> took = Writer::Clock::now() - start;
+    write_seconds_ = write_seconds_ + took.count();
+  };
+  while (!writer_.Post(timed)) {
     if (!options_.waits) {
       failed_ = true;
       return console_.Error("the store hangs; what is counted meanwhile is not kept");

@@ -47,6 +47,9 @@ class Store {
   }
 
   [[nodiscard]] bool Succeeded() const { return !failed_; }
+  [[nodiscard]] const std::string& directory() const { return options_.directory; }
+  // How long the writer has worked so far. Any thread.
+  [[nodiscard]] double WriteSeconds() const { return write_seconds_; }
 
  private:
   void Post(const Writer::Job& job);
@@ -96,6 +99,7 @@ class Store {
   bool in_trouble_ = false;
 
   std::atomic<bool> failed_ = false;
+  std::atomic<double> write_seconds_ = 0;  // one thread adds to it
   std::atomic<std::uint64_t> flows_waiting_ = 0;
   Writer writer_;  // the last to be made, the first to go
 };
