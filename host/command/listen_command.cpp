@@ -18,17 +18,17 @@
 #include "host/base/memory_budget.h"
 #include "host/base/number_text.h"
 #include "host/command/exit_watch.h"
+#include "host/command/kept_templates.h"
 #include "host/command/lane_watch.h"
 #include "host/command/listen_ports.h"
 #include "host/command/listen_web.h"
 #include "host/command/memory_watch.h"
 #include "host/command/meter_setup.h"
 #include "host/command/open_store.h"
-#include "host/command/policy_check.h"
+#include "host/command/policy_reload.h"
 #include "host/command/service_notice.h"
 #include "host/command/signals.h"
 #include "host/engine/large_memory.h"
-#include "host/intake/template_archive.h"
 #include "host/output/run_report.h"
 #include "host/period/reporter.h"
 #include "host/period/schedule.h"
@@ -38,7 +38,6 @@ namespace flow::host {
 namespace {
 
 Timestamp Now() { return NowMicros(); }
-std::int64_t NowSeconds() { return Now() / kMicrosPerSecond; }
 
 using Clock = std::chrono::steady_clock;
 
@@ -55,9 +54,6 @@ class Listen {
                   Timestamp{options.interval} * kMicrosPerSecond) {
     output_.report.group_ids = setup_.GroupIds(output_.report.group_ids);
     console_.Queue();
-    if (options.state_directory.empty()) return;
-    archive_.emplace(options.state_directory);
-    archive_->Open();
   }
 
   ~Listen() { signals_.OnLate(nullptr); }
@@ -67,9 +63,7 @@ class Listen {
   int Run() {
     signals_.OnLate([this] { EndLate(); });
     const ExitWatch watch([this] { PluginEndedProcess(); }, [this] { setup_.lanes().RestHere(); });
-    if (archive_) {
-      setup_.OnUsed([this](const Endpoint& exporter) { archive_->NoteUsed(exporter); });
-    }
+    templates_.NoteUse();
     setup_.Start(LaneMode::kDrop);
     if (store_ != nullptr) reporter_.TakeFlowsEarly(setup_.lanes());
     web_.emplace(options_.web, store_.get(), setup_.lanes(), setup_.stand_ins(), console_);
@@ -77,7 +71,7 @@ class Listen {
       web_->Take(tick, harvests);
     });
     OpenPorts();
-    RestoreTemplates();
+    templates_.Restore();
     setup_.lanes().ForEach([](Lane& lane) { lane.WatchPolicies(Now()); });
     schedule_.IsDue(Now());
     service_.Ready();
@@ -88,16 +82,12 @@ class Listen {
 
  private:
   void OpenPorts();
-  void RestoreTemplates();
   void Step();
   void TakeSignals();
-  void CheckPolicies();
-  void TakeCheckResult();
   void Watch();
   void EndPeriod(Timestamp now);
   void Reap(Tick tick);
   Losses TakeLosses();
-  void SaveTemplates();
   int End();
   void EndLanes(Clock::time_point deadline);
   void PluginEndedProcess();
@@ -113,16 +103,13 @@ class Listen {
   MemoryWatch memory_watch_;
   OutputOptions output_;
   Schedule schedule_;
-  std::optional<TemplateArchive> archive_;
+  KeptTemplates templates_{options_.state_directory, setup_, console_};
   ListenPorts ports_{options_, console_};
   ListenPorts::Visit take_ = [this](const IID& protocol, const UdpPacket& packet) {
     setup_.intake().Take(protocol, packet);
   };
   Timestamp period_start_ = Now();
   std::uint64_t queue_drops_told_ = 0;
-  std::optional<PolicyCheck> check_;
-  bool check_again_ = false;
-  bool told_overflow_ = false;
   bool wants_summary_ = false;
   bool failed_ = false;
   bool ending_ = false;
@@ -139,12 +126,11 @@ class Listen {
                     console_};
   SilenceWatch silence_{Timestamp{options_.silent_after} * kMicrosPerSecond, setup_.stand_ins(),
                         [this](const std::string& text) { console_.Notice(text); }};
-  Outlet templates_{fmt::format("the directory {}", options_.state_directory),
-                    Outlet::Keeps::kNewest, true, console_};
+  PolicyReload policies_{setup_, console_};
   std::optional<ListenWeb> web_;
   Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {
                        const auto start = Clock::now();
-                       SaveTemplates();
+                       templates_.Save();
                        silence_.Take(tick.to, harvests);
                        report_.Take(tick, std::move(harvests), 0);
                        const std::chrono::duration<double> took = Clock::now() - start;
@@ -160,32 +146,6 @@ void Listen::OpenPorts() {
   } else {
     setup_.intake().AllowOnly(allowed_);
   }
-}
-
-void Listen::RestoreTemplates() {
-  if (!archive_) return;
-  std::string trouble;
-  setup_.stand_ins().KeepIn(options_.state_directory, NowSeconds(), &trouble);
-  if (!trouble.empty()) console_.Error(std::exchange(trouble, ""));
-  archive_->Load(NowSeconds(), &trouble);
-  if (!trouble.empty()) console_.Error(trouble);
-  // A stand-in of nobody will be another exporter's.
-  archive_->Forget([this](const IpAddress& exporter) {
-    return StandIns::IsOne(exporter) && setup_.stand_ins().RealOf(exporter) == exporter;
-  });
-  const auto messages = archive_->Messages();
-  for (const auto& message : messages) {
-    setup_.channels().Deliver(
-        0, message->has_domain ? CHANNELID_NETFLOW_DOMAIN_TEMPLATES : CHANNELID_NETFLOW_TEMPLATES,
-        message->bytes);
-  }
-  if (!messages.empty()) {
-    console_.Notice(fmt::format("{} templates restored from {}", Thousands(archive_->templates()),
-                                archive_->path()));
-  }
-  setup_.channels().Observe([this](const GUID& channel, const std::vector<std::uint8_t>& message) {
-    if (IsTemplateChannel(channel)) archive_->Note({message, HasDomain(channel)}, NowSeconds());
-  });
 }
 
 // Step waits for whatever comes next and takes it.
@@ -227,10 +187,10 @@ void Listen::Watch() {
   if (setup_.lanes().WaitForPolicies() && now >= next_policy_check_) {
     next_policy_check_ = now + kBetweenChecks;
     console_.Notice("a meter is to be replaced, and the policies were edited: they are checked");
-    CheckPolicies();
+    policies_.Ask();
   }
   report_.Watch();
-  templates_.Watch();
+  templates_.outlet().Watch();
   console_.Sum();
 }
 
@@ -241,46 +201,15 @@ void Listen::TakeSignals() {
         wants_summary_ = true;
         break;
       case SIGHUP:
-        CheckPolicies();
+        policies_.Ask();
         break;
       case SIGCHLD:
-        TakeCheckResult();
+        if (const auto usable = policies_.Look()) web_->NoteReload(*usable);
         break;
       default:
         ending_ = true;
     }
   }
-}
-
-// A meter that reads a broken policy ends the process, so another process reads it first.
-void Listen::CheckPolicies() {
-  check_again_ = check_.has_value();  // one is under way, and may have read what was there before
-  if (check_) return;
-  try {
-    check_.emplace(setup_.plugin_path(), setup_.site_settings());
-  } catch (const HostError& error) {
-    console_.Error(error.what());
-  }
-}
-
-void Listen::TakeCheckResult() {
-  if (!check_) return;
-  const std::optional<bool> usable = check_->Result();
-  if (!usable) return;
-  check_.reset();
-  if (check_again_) return CheckPolicies();
-  web_->NoteReload(*usable);
-  if (!*usable) {
-    console_.Error(
-        "nothing is reloaded: a policy cannot be used, see above; the one in force stays");
-    return;
-  }
-  setup_.lanes().ForEach([this](Lane& lane) {
-    for (const std::string& told : lane.LookAtPolicies(Now())) {
-      console_.Notice(fmt::format("SIGHUP: {}", told));
-    }
-    if (lane.WaitsForPolicies()) lane.ReplaceMeters(Now());
-  });
 }
 
 void Listen::EndPeriod(Timestamp now) {
@@ -306,17 +235,6 @@ Losses Listen::TakeLosses() {
   return losses;
 }
 
-void Listen::SaveTemplates() {
-  if (!archive_) return;
-  if (archive_->TakeOverflow() && !std::exchange(told_overflow_, true)) {
-    console_.Notice("there are more, or larger, templates than are kept across restarts");
-  }
-  templates_.Take([this] {
-    setup_.stand_ins().Save();
-    archive_->Save(NowSeconds());
-  });
-}
-
 // Every part of the end has its time, and together they have less than the signals' thread grants.
 int Listen::End() {
   using namespace std::chrono_literals;
@@ -328,7 +246,7 @@ int Listen::End() {
   if (!is_in_time) EndLanes(start + 6s);
   const auto deadline = start + 8s;
   std::vector<Outlet*> left = report_.FinishBy(deadline);
-  if (!templates_.FinishBy(deadline)) left.push_back(&templates_);
+  if (!templates_.outlet().FinishBy(deadline)) left.push_back(&templates_.outlet());
   const bool is_stored = store_ == nullptr || store_->FinishBy(deadline);
   if (!is_stored) console_.Error("the store takes too long: its last minutes are not written");
   for (Outlet* const outlet : left) {
@@ -339,7 +257,7 @@ int Listen::End() {
   if (ports_.empty()) console_.Error("no socket is left");
   memory_watch_.TellAll();
   failed_ = failed_ || ports_.HasFailed() || ports_.empty() || !left.empty() || !is_stored ||
-            !report_.Succeeded() || !templates_.Succeeded();
+            !report_.Succeeded() || !templates_.outlet().Succeeded();
   const int status = failed_ ? kExitTrouble : kExitOk;
   if (is_in_time && is_stored && left.empty()) return status;
   static_cast<void>(console_.FinishBy(start + 8500ms));
@@ -380,7 +298,7 @@ void Listen::PluginEndedProcess() {
     for (const Outlet* const outlet : report_.FinishBy(start + 8s)) {
       console_.Error(fmt::format("{} takes nothing", outlet->name()));
     }
-    static_cast<void>(templates_.FinishBy(start + 8s));
+    static_cast<void>(templates_.outlet().FinishBy(start + 8s));
     if (store_ != nullptr) static_cast<void>(store_->FinishBy(start + 8s));
   }
   static_cast<void>(console_.FinishBy(start + 8500ms));
