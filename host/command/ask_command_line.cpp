@@ -4,6 +4,8 @@
 #include <string>
 #include <utility>
 
+#include "host/command/web_line.h"
+
 namespace flow::host {
 namespace {
 
@@ -183,6 +185,7 @@ void AddSeries(CLI::App* app, SeriesOptions* options) {
 
 void AddReport(CLI::App* app, PageReportOptions* options) {
   app->footer(std::string(kTimes) + "\n\n" + kReportExamples);
+  if (!HasWeb()) app->group("");
   AddSourceOptions(app, &options->ask);
   app->add_option("-o,--output", options->output, "The file; - for standard output")
       ->type_name("FILE")

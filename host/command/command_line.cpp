@@ -12,6 +12,7 @@
 #include "host/base/build_text.h"
 #include "host/base/error.h"
 #include "host/base/memory_budget.h"
+#include "host/command/command_parts.h"
 #include "host/command/describe.h"
 #include "host/command/store_line.h"
 #include "host/command/web_line.h"
@@ -30,7 +31,7 @@ constexpr char kExamples[] =
     "  flowhost replay --top 20 --group hosts --group flows router.pcap\n"
     "  flowhost listen --state /var/lib/flowhost\n"
     "  flowhost store --store /var/lib/flowhost/store\n"
-    "  flowhost serve --store /var/lib/flowhost/store\n"
+    "{}"
     "  flowhost check-config /etc/flowhost\n"
     "  flowhost info\n"
     "\n"
@@ -83,6 +84,14 @@ constexpr LogLevel kLogLevels[] = {{"error", kLogError},
                                    {"warning", kLogWarning},
                                    {"progress", kLogProgress},
                                    {"information", kLogInformation}};
+
+std::string CommandNames(const CLI::App& app) {
+  std::string names;
+  for (const CLI::App* command : Commands(app)) {
+    names += (names.empty() ? "" : ", ") + command->get_name();
+  }
+  return names;
+}
 
 Network NetworkFrom(const char* option, const std::string& text) {
   Network network;
@@ -288,16 +297,13 @@ void AddCheckConfigOptions(CLI::App* app, CheckConfigOptions* options) {
 
 std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* status) {
   CLI::App app(kAbout, "flowhost");
-  app.footer(kExamples);
+  app.footer(
+      fmt::format(kExamples, HasWeb() ? "  flowhost serve --store /var/lib/flowhost/store\n" : ""));
   app.require_subcommand(1);
-  app.failure_message([](const CLI::App*, const CLI::Error& error) {
+  app.failure_message([&app](const CLI::App*, const CLI::Error& error) {
     const bool no_command = std::string_view(error.what()) == "A subcommand is required";
     return fmt::format("flowhost: {}\nRun flowhost --help for how it is used.\n",
-                       no_command
-                           ? "a command is required: replay, listen, store, serve, top, flows, "
-                             "series, losses, exporters, "
-                             "compare, check-config or info"
-                           : error.what());
+                       no_command ? "a command is required: " + CommandNames(app) : error.what());
   });
   app.set_version_flag("--version", fmt::format("flowhost {}", BuildText()));
 

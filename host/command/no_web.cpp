@@ -4,6 +4,7 @@
 #include "host/command/listen_web.h"
 #include "host/command/report_command.h"
 #include "host/command/serve_command.h"
+#include "host/command/web_line.h"
 
 namespace flow::host {
 namespace {
@@ -13,6 +14,8 @@ namespace {
 }
 
 }  // namespace
+
+bool HasWeb() { return false; }
 
 int RunServe(const ServeOptions& /*options*/) { Refuse(); }
 

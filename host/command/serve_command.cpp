@@ -30,6 +30,8 @@ void AwaitEnd(Signals* signals) {
 
 }  // namespace
 
+bool HasWeb() { return true; }
+
 int RunServe(const ServeOptions& options) {
   Signals signals;  // before any thread
   Console console(kLogWarning);

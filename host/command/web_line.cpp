@@ -3,6 +3,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <vector>
+
 namespace flow::host {
 namespace {
 
@@ -51,6 +53,7 @@ void AddNames(CLI::App* app, WebOptions* options) {
 }  // namespace
 
 void AddListenWeb(CLI::App* app, WebOptions* options) {
+  const std::size_t before = app->get_options().size();
   AddHttpOptions(app, &options->http,
                  "Show the store in a browser, answer questions to it and have metrics for "
                  "Prometheus at /metrics, here (default: nowhere)");
@@ -59,12 +62,16 @@ void AddListenWeb(CLI::App* app, WebOptions* options) {
                   "How many exporters have metrics of their own; the others are one (default: 100)")
       ->type_name("N")
       ->check(CLI::Range(0, 10'000));
+  if (HasWeb()) return;
+  const std::vector<CLI::Option*> all = app->get_options();
+  for (std::size_t i = before; i < all.size(); ++i) all[i]->group("");
 }
 
 CLI::App* AddServe(CLI::App* app, ServeOptions* options) {
   CLI::App* const serve =
       app->add_subcommand("serve", "Show a store in a browser, and answer questions over HTTP");
   serve->footer(kServeExamples);
+  if (!HasWeb()) serve->group("");
   serve->add_option("--store", options->web.store, "The directory of the store")
       ->required()
       ->type_name("DIR");

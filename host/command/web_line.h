@@ -10,6 +10,10 @@ class App;
 
 namespace flow::host {
 
+// HasWeb tells whether this build answers over HTTP. One that does not lists none of its commands
+// and options, and says why where they are used.
+bool HasWeb();
+
 // AddServe adds the command to app; it is given where Parsed.
 CLI::App* AddServe(CLI::App* app, ServeOptions* options);
 
