@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/base/heap_account.h"
+#include "host/engine/growth_time.h"
 
 namespace flow::host {
 namespace {
@@ -16,7 +17,11 @@ constexpr std::size_t kFirstSlots = 16;
 constexpr std::size_t kFirstBlock = 1024;
 constexpr std::size_t kMostBlocks = 1 << 14;
 
+thread_local std::chrono::steady_clock::duration time_of_growth{};
+
 }  // namespace
+
+std::chrono::steady_clock::duration TimeOfGrowth() { return time_of_growth; }
 
 KeyTable::KeyTable(std::size_t values)
     : values_(values),
@@ -126,6 +131,7 @@ void KeyTable::CompactIfSparse() {
 }
 
 void KeyTable::Resize(std::size_t count) {
+  const auto start = std::chrono::steady_clock::now();
   LargeMemory memory = AllocateLarge(count * sizeof(Slot));
   auto* const grown = reinterpret_cast<Slot*>(memory.get());
   for (const Slot& slot : std::span(slots_, slot_count_)) {
@@ -137,6 +143,7 @@ void KeyTable::Resize(std::size_t count) {
   slot_count_ = count;
   index_ = std::move(memory);
   slots_ = grown;
+  time_of_growth += std::chrono::steady_clock::now() - start;
 }
 
 }  // namespace flow::host

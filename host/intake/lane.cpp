@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -45,27 +46,34 @@ Lane::Lane(const LaneParts& parts, int number)
   channels_.Add(number_, mailbox_);
 }
 
-void Lane::Handle(const IID& protocol, const UdpPacket& packet) {
-  if (mailbox_.HasMail()) TakeMessages();
-  if (!growth_.empty() && IsHeldBack(packet)) return HoldBack(packet);
+void Lane::Meter(const IID& protocol, const UdpPacket& packet) {
+  if (!growth_.empty() && IsHeldBack(packet)) {
+    refusal_ = Refusal::kTooDear;
+    return;
+  }
   packet_.Set(packet);
   engine_.SetTime(packet.time);
   records_before_ = store_->records;
   at_work_ = &packet;
-  const std::size_t learnt = meters_->Learnt();
-  Refusal refusal = Claim(protocol, packet);
-  if (refusal == Refusal::kNone) {
+  learnt_before_ = meters_->Learnt();
+  refusal_ = Claim(protocol, packet);
+  if (refusal_ == Refusal::kNone) {
     for (Component& component : meters_->components()) {
-      if (component.meter && component.protocol == protocol) refusal = Count(component, packet);
+      if (component.meter && component.protocol == protocol) refusal_ = Count(component, packet);
     }
   }
   at_work_ = nullptr;
+}
+
+void Lane::Enter(const IID& protocol, const UdpPacket& packet) {
+  if (refusal_ == Refusal::kTooDear) return HoldBack(packet);
   const std::uint64_t records = store_->records - records_before_;
   records_.store(records_.load(std::memory_order_relaxed) + records, std::memory_order_relaxed);
-  Note(packet, records, refusal);
+  Note(packet, records, refusal_);
   has_netflow_ = has_netflow_ || protocol == kNetflowProtocol;
   if (store_->flow_group().table.size() > most_flows_) HandOutFlowsNow(packet.time);
-  if (keeps_lessons_ && meters_->Learnt() > learnt) NoteGrowth(packet, learnt);
+  if (keeps_lessons_ && meters_->Learnt() > learnt_before_) NoteGrowth(packet);
+  if (mailbox_.HasMail()) TakeMessages();
   constexpr std::size_t kLookAfter = std::size_t{64} << 10;
   since_look_ += packet.payload_length;
   if (since_look_ < kLookAfter) return;
@@ -112,12 +120,13 @@ void Lane::KeepLessons(const Endpoint& exporter, std::span<const std::uint8_t> d
 }
 
 // Whoever makes the meters keep much and sends no record by it has its datagrams held back a while.
-void Lane::NoteGrowth(const UdpPacket& packet, std::size_t learnt_before) {
-  constexpr std::size_t kPart = 16;  // of what all together may
+void Lane::NoteGrowth(const UdpPacket& packet) {
+  constexpr std::size_t kPart = 16;         // of what all together may
+  constexpr std::size_t kMostOfByte = 200;  // a table that grows with it is not its own
   constexpr Timestamp kHeldBack = 60 * kMicrosPerSecond;
   if (growth_.size() >= Shares().exporters) growth_.clear();
   Growth& growth = growth_[packet.source];
-  growth.bytes += meters_->Learnt() - learnt_before;
+  growth.bytes += std::min(meters_->Learnt() - learnt_before_, packet.payload_length * kMostOfByte);
   if (growth.bytes < Shares().plugin / kPart) return;
   const Endpoint exporter{packet_.Source(), packet.source.port};
   const auto datagram = WithoutShim(packet.Payload(), exporter.address);

@@ -66,10 +66,17 @@ class Lane final : private ChannelSink {
   Lane(const Lane&) = delete;
   Lane& operator=(const Lane&) = delete;
 
-  // Handle takes in the messages that wait, then the datagram to its protocol's handler and meters.
-  void Handle(const IID& protocol, const UdpPacket& packet);
+  // Meter takes a datagram to its protocol's handler and meters. Enter, next, has the accounts take
+  // it and does what is due in the lane, which is nobody's fault: the messages that wait, flows to
+  // hand out, keys to let go, meters to replace. Handle is both.
+  void Meter(const IID& protocol, const UdpPacket& packet);
+  void Enter(const IID& protocol, const UdpPacket& packet);
+  void Handle(const IID& protocol, const UdpPacket& packet) {
+    Meter(protocol, packet);
+    Enter(protocol, packet);
+  }
 
-  // HoldBack counts a datagram that is not to be metered, for the time that it would take.
+  // HoldBack counts a datagram that is not to be metered, for what it would take of time or memory.
   void HoldBack(const UdpPacket& packet);
 
   // NoteDropped counts datagrams that never came this far.
@@ -126,7 +133,7 @@ class Lane final : private ChannelSink {
   void TeachFreshMeters(Timestamp now);
   void KeepLessons(const Endpoint& exporter, std::span<const std::uint8_t> datagram);
   bool IsHeldBack(const UdpPacket& packet);
-  void NoteGrowth(const UdpPacket& packet, std::size_t learnt_before);
+  void NoteGrowth(const UdpPacket& packet);
   void Post(const GUID& channel, const CLSID& sender, std::span<std::uint8_t> message) override;
 
   LaneParts parts_;
@@ -158,6 +165,8 @@ class Lane final : private ChannelSink {
   absl::flat_hash_map<Endpoint, Growth> growth_;
   const UdpPacket* at_work_ = nullptr;  // a datagram that is being metered
   std::uint64_t records_before_ = 0;    // it
+  std::size_t learnt_before_ = 0;
+  Refusal refusal_ = Refusal::kNone;  // of the one that was metered last
   std::atomic<std::uint64_t> records_ = 0;
   std::size_t most_flows_ = std::numeric_limits<std::size_t>::max();
   FlowSink flow_sink_;

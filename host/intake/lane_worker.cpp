@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "host/base/memory_budget.h"
+#include "host/engine/growth_time.h"
 #include "host/intake/lane.h"
 
 namespace flow::host {
@@ -159,9 +160,14 @@ void LaneWorker::Meter(const PacketBatch& batch) {
       lane_.HoldBack(entry.packet);
       continue;
     }
-    lane_.Handle(*entry.protocol, entry.packet);
-    const auto before = std::exchange(now, CoarseNow());
-    if (now - before >= TimeBudget::kMost) Spend(entry.packet.source.address, now - before);
+    const auto growth = TimeOfGrowth();
+    lane_.Meter(*entry.protocol, entry.packet);
+    const auto metered = CoarseNow();
+    const auto took = metered - now - (TimeOfGrowth() - growth);
+    if (took >= TimeBudget::kMost) Spend(entry.packet.source.address, took);
+    lane_.Enter(*entry.protocol, entry.packet);
+    now = CoarseNow();
+    if (now != metered) used_ = TimeOf(CLOCK_THREAD_CPUTIME_ID);  // what the lane did is nobody's
   }
 }
 

@@ -171,9 +171,9 @@ class Collector:
             probe.bind(("127.0.0.1", 0))
             self.port = probe.getsockname()[1]
         (folder / "policies").mkdir()
-        self.folder, self.log, self.database = folder, folder / "log", folder / "flows.db"
+        self.folder, self.log, self.database, self.store = folder, folder / "log", folder / "flows.db", folder / "store"
         memory = ["--memory", f"{ARGUMENTS.memory}M"] if ARGUMENTS.memory else []
-        store = ["--store", folder / "store"] if ARGUMENTS.store else []
+        store = ["--store", self.store] if ARGUMENTS.store else []
         with (folder / "summary").open("w") as out, self.log.open("w") as log:
             self.process = subprocess.Popen(
                 [ARGUMENTS.flowhost, "listen", "--plugin", ARGUMENTS.plugin, "--config", folder / "policies", "--bind",
@@ -207,8 +207,8 @@ class Collector:
             self.process.wait()
         return time.monotonic() - start
 
-    def ask(self, question, *values):
-        with contextlib.closing(sqlite3.connect(self.database)) as database:
+    def ask(self, question, *values, of=None):
+        with contextlib.closing(sqlite3.connect(of or self.database)) as database:
             return [value or 0 for value in database.execute(question, values).fetchone()]
 
 
@@ -257,20 +257,32 @@ def main():
         time.sleep(0.5)
         seconds = collector.end()
         status = collector.process.returncode
-        metered, lost, here = collector.ask("SELECT sum(records), sum(lost), sum(lost_here) + sum(dropped_here) FROM exporters "
-                                            "WHERE port = ? AND address = '127.0.0.1'", own_port.value)
+        metered, lost, here, rejected, undecoded, moves = collector.ask(
+            "SELECT sum(records), sum(lost), sum(lost_here) + sum(dropped_here), sum(rejected), sum(sets_without_template), "
+            "sum(restarts) + sum(jumps) FROM exporters WHERE port = ? AND address = '127.0.0.1'", own_port.value)
         counted, = collector.ask("SELECT sum(bytes_in + bytes_out) FROM hosts WHERE text = '10.7.7.7'")
         print(f"true exporter: {sent.value:,} sent, {metered:,} metered, {lost * RECORDS:,} told as lost on the way, "
-              f"{here * RECORDS:,} as dropped here; {counted / max(1, metered) / BYTES:.2f} times their bytes counted, "
+              f"{here * RECORDS:,} as dropped here, {rejected * RECORDS:,} as rejected, {undecoded * RECORDS:,} without template, "
+              f"{moves} restarts and jumps; {counted / max(1, metered) / BYTES:.2f} times their bytes counted, "
               f"rate {RATE}; {seconds:.1f} s to the end, status {status}")
         log = collector.log.read_text(errors="replace")
         was_replaced = REPLACED in log or not ARGUMENTS.short
         if ARGUMENTS.verbose:
             print(log)
         # The options record at the start is one, without addresses.
-        missing = sent.value - metered - (lost + here) * RECORDS
-        checks = {"records missing": abs(missing) <= RECORDS, "another rate": counted == metered * BYTES * RATE or metered == 0,
+        missing = sent.value - metered - (lost + here + rejected + undecoded) * RECORDS
+        # At an end in haste, what waits is told without names.
+        waited = sum(int(number.replace(",", "")) for number in re.findall(r"([\d,]+) datagrams that waited for a meter", log))
+        checks = {"records missing": -RECORDS <= missing <= RECORDS * (1 + waited), "rejected": rejected == 0, "without template": undecoded == 0,
+                  "another rate": counted == metered * BYTES * RATE or metered == 0,
                   "nothing metered": metered > 0, "status": status == 0, "no meter was replaced": was_replaced, "time to the end": seconds < 12}
+        if ARGUMENTS.store:
+            stored = collector.ask("SELECT sum(records), sum(lost + lost_here + dropped), sum(refused) FROM health_minute "
+                                   "WHERE port = ? AND exporter = '127.0.0.1'", own_port.value, of=collector.store / "counters.sqlite")
+            flows = sum(collector.ask("SELECT sum(records) FROM flow_list WHERE src = '10.7.7.7'", of=file)[0]
+                        for file in collector.store.glob("flows/*.sqlite"))
+            print(f"store: {stored[0]:,} metered, {stored[1] * RECORDS:,} lost; {flows:,} in flows that there was room for")
+            checks["store"] = stored == [metered, lost + here, rejected]
         for fault in (what for what, is_good in checks.items() if not is_good):
             good = False
             print(f"fault: {fault}{f' ({missing:,})' if fault == 'records missing' else ''}")
