@@ -64,6 +64,7 @@ void ExporterCounts::Add(const ExporterCounts& other) {
     arrives_at = other.arrives_at;
   }
   last_seen = std::max(last_seen, other.last_seen);
+  is_regular = is_regular || other.is_regular;
 }
 
 void ExporterTable::NoteTemplatesAt(std::uint64_t posted, std::span<const std::uint8_t> message,
@@ -137,12 +138,18 @@ bool ExporterTable::TakeTemplates(const MeteredDatagram& datagram,
 
 ExporterCounts& ExporterTable::CountsOf(const ExportSource& key) {
   const auto known = exporters_.find(key);
-  if (known != exporters_.end()) return known->second;
-  const bool has_room = exporters_.size() < Shares().exporters || MakeRoom();
-  return exporters_[has_room ? key : ExportSource{}];
+  return known != exporters_.end() ? known->second : AddRow(key, regulars_.contains(key));
 }
 
-// Exporters of which nothing was metered become one.
+ExporterCounts& ExporterTable::AddRow(const ExportSource& key, bool is_regular) {
+  const std::size_t most = is_regular ? 2 * Shares().exporters : Shares().exporters;
+  const bool has_room = exporters_.size() < most || MakeRoom();
+  ExporterCounts& counts = exporters_[has_room ? key : ExportSource{}];
+  counts.is_regular = counts.is_regular || is_regular;
+  return counts;
+}
+
+// Exporters of which nothing was ever metered become one.
 bool ExporterTable::MakeRoom() {
   if (room_wait_ > 0) {
     --room_wait_;
@@ -151,7 +158,7 @@ bool ExporterTable::MakeRoom() {
   ExporterCounts others;
   const std::size_t before = exporters_.size();
   absl::erase_if(exporters_, [&](const auto& entry) {
-    if (entry.second.books.metered > 0) return false;
+    if (entry.second.books.metered > 0 || entry.second.is_regular) return false;
     others.Add(entry.second);
     return true;
   });
@@ -297,7 +304,26 @@ Described ExporterTable::DescribeSets(const MeteredDatagram& datagram, Known* kn
   return described;
 }
 
+// Half of them go where they are too many: those of the fewest records. What was long ago counts
+// less each time.
+void ExporterTable::NoteRegulars() {
+  for (const auto& [key, counts] : exporters_) {
+    if (counts.books.metered > 0) regulars_[key] += counts.books.metered;
+  }
+  if (regulars_.size() <= Shares().exporters) return;
+  std::vector<std::uint64_t> records;
+  for (const auto& [key, metered] : regulars_) records.push_back(metered);
+  const auto middle = records.begin() + static_cast<std::ptrdiff_t>(records.size() / 2);
+  std::nth_element(records.begin(), middle, records.end());
+  absl::erase_if(regulars_, [&](auto& entry) {
+    const bool goes = entry.second <= *middle;
+    entry.second /= 2;
+    return goes;
+  });
+}
+
 ExporterTable ExporterTable::Reap() {
+  NoteRegulars();
   ExporterTable reaped;
   reaped.exporters_ = std::exchange(exporters_, {});
   const std::uint64_t evicted = sequences_.Evicted();
@@ -306,7 +332,10 @@ ExporterTable ExporterTable::Reap() {
 }
 
 void ExporterTable::Merge(const ExporterTable& other) {
-  for (const auto& [key, counts] : other.exporters_) CountsOf(key).Add(counts);
+  for (const auto& [key, counts] : other.exporters_) {
+    const auto known = exporters_.find(key);
+    (known != exporters_.end() ? known->second : AddRow(key, counts.is_regular)).Add(counts);
+  }
   streams_evicted_ += other.streams_evicted_;
 }
 

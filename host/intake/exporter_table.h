@@ -62,6 +62,7 @@ struct ExporterCounts {
   SequenceGaps sample_gaps;  // of sFlow samples
   Timestamp last_seen = 0;
   std::uint16_t arrives_at = 0;  // the UDP port, last
+  bool is_regular = false;       // records of it were metered before the table, too
 
   [[nodiscard]] std::uint64_t Refused() const;
   void Add(const ExporterCounts& other);
@@ -115,7 +116,7 @@ class ExporterTable {
   void Merge(const ExporterTable& other);
 
   // By address, port and version. Beyond the share of memory those that sent no record are one row
-  // of address 0, and then whoever comes later.
+  // of address 0, and then whoever comes later; not those of whom records were metered before.
   [[nodiscard]] std::vector<Row> Rows() const;
 
   // ForEach shows what each exporter has sent, to be corrected.
@@ -145,7 +146,9 @@ class ExporterTable {
   bool TakeTemplates(const MeteredDatagram& datagram, std::span<const std::uint8_t> set,
                      std::vector<std::uint16_t>* defined);
   ExporterCounts& CountsOf(const ExportSource& key);
+  ExporterCounts& AddRow(const ExportSource& key, bool is_regular);
   bool MakeRoom();
+  void NoteRegulars();
   bool MakeRoomForTemplates();
   Described Describe(const MeteredDatagram& datagram, const ExportVersion& version,
                      ExporterCounts* counts);
@@ -172,6 +175,8 @@ class ExporterTable {
   Owners not_posted_;
   std::size_t template_count_ = 0;
   std::size_t room_wait_ = 0;  // so many newcomers come before the next look for room
+  // Who sent records before the last harvest, and how many.
+  absl::flat_hash_map<ExportSource, std::uint64_t> regulars_;
   bool has_new_user_ = false;
   bool has_lessons_ = false;
   SequenceTracker sequences_;

@@ -175,6 +175,33 @@ TEST(ManyExporters, LeaveTheTrueOnesAlone) {
   EXPECT_LE(table.Rows().size(), Shares().exporters + 1);
 }
 
+// Nor do harvests in which nothing of them was metered, and what is made up came first.
+TEST(ManyExporters, LeaveARowToWhoeverSentRecordsBefore) {
+  ExporterTable table;
+  const Endpoint true_one{IpAddress::Ipv4(0x0A000001), 1};
+  const Bytes data = FromHex(kV9Header + kData256);
+  const auto flood = [&](std::uint64_t records) {
+    for (std::uint32_t i = 0; i < Shares().exporters; ++i) {
+      table.Note({{IpAddress::Ipv4(0x14000000 + i), 1}, 0, data, records, Refusal::kNone});
+    }
+  };
+  ExporterTable sum;
+  const auto reap = [&] { sum.Merge(table.Reap()); };
+  table.Note({true_one, 0, data, 2, Refusal::kNone});
+  reap();
+  flood(1);
+  table.NoteDropped(true_one, 0, data);
+  reap();
+  table.NoteDropped(true_one, 0, data);
+  flood(0);
+  flood(1);
+  reap();
+  for (const ExporterTable::Row& row : sum.Rows()) {
+    EXPECT_EQ(row.counts.dropped, row.key.endpoint == true_one ? 2U : 0U);
+  }
+  EXPECT_LE(sum.Rows().size(), 2 * Shares().exporters);
+}
+
 // A flood from random ports costs bounded memory, and its datagrams still count.
 TEST(ManyExporters, ShareARow) {
   ExporterTable table;
