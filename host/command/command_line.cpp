@@ -271,6 +271,7 @@ void AddListenOptions(CLI::App* app, ListenOptions* options) {
          "Memory for what exporters send, as in 512M or 2G; at the limit the least valuable goes, "
          "counted (default: half of the machine's, at most the control group's)")
       ->type_name("SIZE");
+  AddNoSandbox(app, &options->is_restricted);
   app->add_option("--receive-buffer", options->receive_buffer,
                   "Bytes per socket that the kernel is asked to hold (default: 16 MiB)")
       ->type_name("BYTES")

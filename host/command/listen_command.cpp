@@ -25,7 +25,9 @@
 #include "host/command/memory_watch.h"
 #include "host/command/meter_setup.h"
 #include "host/command/open_store.h"
+#include "host/command/policy_check.h"
 #include "host/command/policy_reload.h"
+#include "host/command/sandbox.h"
 #include "host/command/service_notice.h"
 #include "host/command/signals.h"
 #include "host/engine/large_memory.h"
@@ -74,6 +76,7 @@ class Listen {
     templates_.Restore();
     setup_.lanes().ForEach([](Lane& lane) { lane.WatchPolicies(Now()); });
     schedule_.IsDue(Now());
+    if (options_.is_restricted) EnterSandbox(LaterUses(), console_);
     service_.Ready();
     while (!ending_ && !ports_.empty()) Step();
     service_.Stopping();
@@ -82,6 +85,7 @@ class Listen {
 
  private:
   void OpenPorts();
+  [[nodiscard]] std::vector<LaterUse> LaterUses() const;
   void Step();
   void TakeSignals();
   void Watch();
@@ -95,8 +99,9 @@ class Listen {
 
   const ListenOptions& options_;
   HomeRanges allowed_;
-  ServiceNotice service_;  // before any thread
-  Signals signals_;        // and this one
+  PolicyCheck check_{options_.meter};  // before any thread
+  ServiceNotice service_;              // likewise
+  Signals signals_;                    // and this one
   Console console_;
   MeterSetup setup_;
   LaneWatch lane_watch_{console_, setup_.stand_ins()};
@@ -126,7 +131,7 @@ class Listen {
                     console_};
   SilenceWatch silence_{Timestamp{options_.silent_after} * kMicrosPerSecond, setup_.stand_ins(),
                         [this](const std::string& text) { console_.Notice(text); }};
-  PolicyReload policies_{setup_, console_};
+  PolicyReload policies_{check_, setup_, console_};
   std::optional<ListenWeb> web_;
   Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {
                        const auto start = Clock::now();
@@ -148,6 +153,22 @@ void Listen::OpenPorts() {
   }
 }
 
+std::vector<LaterUse> Listen::LaterUses() const {
+  const SiteSettings& site = setup_.site_settings();
+  std::vector<LaterUse> uses = UsesOf(options_.web);
+  uses.push_back({site.config_directory});
+  uses.push_back({site.data_directory});
+  uses.push_back({site.work_directory, true});
+  uses.push_back({options_.state_directory, true});
+  uses.push_back({options_.store.directory, true});
+  for (const Destination& destination : output_.destinations) {
+    if (destination.IsStandardOutput()) continue;
+    uses.push_back({destination.place, true});
+    uses.push_back({std::filesystem::path(destination.place).parent_path(), true});
+  }
+  return uses;
+}
+
 // Step waits for whatever comes next and takes it.
 void Listen::Step() {
   if (setup_.lanes().IsEnding()) {
@@ -158,12 +179,15 @@ void Listen::Step() {
   constexpr int kMostWait = 250;    // milliseconds; periods end about as late
   constexpr int kGatheredWait = 2;  // while a busy lane leaves datagrams gathered
   const bool gathered = setup_.lanes().PushIdle();
-  std::vector<pollfd> polled{{signals_.descriptor(), POLLIN, 0}};
+  std::vector<pollfd> polled{{signals_.descriptor(), POLLIN, 0}, {check_.descriptor(), POLLIN, 0}};
   ports_.AddTo(&polled);
   poll(polled.data(), polled.size(), gathered ? kGatheredWait : kMostWait);
 
   if (polled[0].revents != 0) TakeSignals();
-  ports_.Receive(std::span(polled).subspan(1), take_);
+  if (polled[1].revents != 0) {
+    if (const auto usable = policies_.Look()) web_->NoteReload(*usable);
+  }
+  ports_.Receive(std::span(polled).subspan(2), take_);
   Watch();
   // A report that takes longer than a period makes the next one longer.
   const Timestamp now = Now();
@@ -202,9 +226,6 @@ void Listen::TakeSignals() {
         break;
       case SIGHUP:
         policies_.Ask();
-        break;
-      case SIGCHLD:
-        if (const auto usable = policies_.Look()) web_->NoteReload(*usable);
         break;
       default:
         ending_ = true;

@@ -23,6 +23,16 @@ fs::path DefaultConfigDirectory() {
   return "flowhost-config";
 }
 
+std::vector<GroupDescription> GroupsOf(const std::vector<ComponentDescription>& components) {
+  std::vector<GroupDescription> groups;
+  for (const ComponentDescription& component : components) {
+    if (component.group) groups.push_back(*component.group);
+  }
+  return groups;
+}
+
+}  // namespace
+
 SiteSettings SettingsFrom(const MeterOptions& options) {
   SiteSettings settings;
   const auto given_or = [](const std::string& given, fs::path fallback) {
@@ -34,16 +44,6 @@ SiteSettings SettingsFrom(const MeterOptions& options) {
   settings.home = HomeRanges::OrPrivate(options.home);
   return settings;
 }
-
-std::vector<GroupDescription> GroupsOf(const std::vector<ComponentDescription>& components) {
-  std::vector<GroupDescription> groups;
-  for (const ComponentDescription& component : components) {
-    if (component.group) groups.push_back(*component.group);
-  }
-  return groups;
-}
-
-}  // namespace
 
 MeterSetup::MeterSetup(const MeterOptions& options, const std::string& trace, Console& console)
     : options_(options),

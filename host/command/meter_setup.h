@@ -19,6 +19,9 @@ namespace flow::host {
 
 class Console;
 
+// SettingsFrom is what the options say of directories and networks.
+SiteSettings SettingsFrom(const MeterOptions& options);
+
 class MeterSetup {
  public:
   // Loads the plug-in and asks what it offers. HostError and UsageError when that fails.

@@ -48,6 +48,7 @@ struct ListenOptions {
   std::uint32_t interval = 60;            // seconds
   std::uint32_t silent_after = 300;       // seconds; 0 for never
   std::string state_directory;            // empty for none
+  bool is_restricted = true;              // gives up what it does not need
   std::size_t memory = 0;                 // bytes; 0 for DefaultMemory
   std::size_t receive_buffer = 16 << 20;  // bytes wanted of the kernel, per socket
 };

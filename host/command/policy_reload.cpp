@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <string>
+#include <utility>
 
 #include "host/base/console.h"
 #include "host/base/error.h"
@@ -12,20 +13,19 @@
 namespace flow::host {
 
 void PolicyReload::Ask() {
-  again_ = check_.has_value();  // one is under way, and may have read what was there before
-  if (check_) return;
+  again_ = is_checking_;  // one is under way, and may have read what was there before
+  if (is_checking_) return;
   try {
-    check_.emplace(setup_.plugin_path(), setup_.site_settings());
+    check_.Start();
+    is_checking_ = true;
   } catch (const HostError& error) {
     console_.Error(error.what());
   }
 }
 
 std::optional<bool> PolicyReload::Look() {
-  if (!check_) return std::nullopt;
-  const std::optional<bool> usable = check_->Result();
-  if (!usable) return std::nullopt;
-  check_.reset();
+  const std::optional<bool> usable = check_.Result();
+  if (!usable || !std::exchange(is_checking_, false)) return std::nullopt;
   if (again_) {
     Ask();
     return std::nullopt;

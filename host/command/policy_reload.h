@@ -12,21 +12,24 @@ namespace flow::host {
 
 class PolicyReload {
  public:
-  PolicyReload(MeterSetup& setup, Console& console) : setup_(setup), console_(console) {}
+  // All outlive it.
+  PolicyReload(PolicyCheck& check, MeterSetup& setup, Console& console)
+      : check_(check), setup_(setup), console_(console) {}
 
   // Ask begins a check.
   void Ask();
 
-  // Look is for when a process has ended. Whether there is something new to use, where it was the
-  // check; then the meters have been told.
+  // Look is for when the check may have a result. Whether there is something new to use, where it
+  // has; then the meters have been told.
   std::optional<bool> Look();
 
  private:
   void TellMeters();
 
+  PolicyCheck& check_;
   MeterSetup& setup_;
   Console& console_;
-  std::optional<PolicyCheck> check_;
+  bool is_checking_ = false;
   bool again_ = false;
 };
 

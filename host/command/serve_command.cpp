@@ -11,6 +11,7 @@
 #include "host/base/console.h"
 #include "host/base/error.h"
 #include "host/base/memory_budget.h"
+#include "host/command/sandbox.h"
 #include "host/command/signals.h"
 #include "host/command/web_site.h"
 #include "host/web/http_server.h"
@@ -41,6 +42,7 @@ int RunServe(const ServeOptions& options) {
   const HttpServer server(options.web.http,
                           [&site](const HttpRequest& request) { return site.Answer(request); });
   console.Notice(fmt::format("http://{}/ shows {}", server.endpoint().Text(), options.web.store));
+  if (options.is_restricted) EnterSandbox(UsesOf(options.web), console);
   AwaitEnd(&signals);
   site.End();
   return kExitOk;

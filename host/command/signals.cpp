@@ -30,7 +30,7 @@ bool IsEnd(int signal) { return signal == SIGINT || signal == SIGTERM; }
 }  // namespace
 
 Signals::Signals() {
-  const sigset_t set = SetOf({SIGINT, SIGTERM, SIGHUP, SIGUSR1, SIGCHLD});
+  const sigset_t set = SetOf({SIGINT, SIGTERM, SIGHUP, SIGUSR1});
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
   signal(SIGPIPE, SIG_IGN);  // a reader of the summaries that went is an error of output
   descriptor_ = signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);

@@ -20,7 +20,7 @@ class Signals {
   // timeout(1) and service managers signal the process and then its group: both are one wish.
   static constexpr std::chrono::milliseconds kSameWish{500};
 
-  // Blocks SIGINT, SIGTERM, SIGHUP, SIGUSR1 and SIGCHLD in this thread and all that it starts, and
+  // Blocks SIGINT, SIGTERM, SIGHUP and SIGUSR1 in this thread and all that it starts, and
   // ignores SIGPIPE. A second SIGINT or SIGTERM, kSameWish after the first, ends the process at
   // once.
   Signals();

@@ -67,6 +67,12 @@ void AddListenWeb(CLI::App* app, WebOptions* options) {
   for (std::size_t i = before; i < all.size(); ++i) all[i]->group("");
 }
 
+void AddNoSandbox(CLI::App* app, bool* is_restricted) {
+  app->add_flag_callback(
+      "--no-sandbox", [is_restricted] { *is_restricted = false; },
+      "Keep capabilities, and system calls that are never made");
+}
+
 CLI::App* AddServe(CLI::App* app, ServeOptions* options) {
   CLI::App* const serve =
       app->add_subcommand("serve", "Show a store in a browser, and answer questions over HTTP");
@@ -78,6 +84,7 @@ CLI::App* AddServe(CLI::App* app, ServeOptions* options) {
   options->web.http.listen = Endpoint{IpAddress::Ipv4(0x7F000001), 8055};
   AddHttpOptions(serve, &options->web.http, "Where to listen (default: 127.0.0.1:8055)");
   AddNames(serve, &options->web);
+  AddNoSandbox(serve, &options->is_restricted);
   return serve;
 }
 

@@ -20,4 +20,7 @@ CLI::App* AddServe(CLI::App* app, ServeOptions* options);
 // AddListenWeb adds what a collector shows over HTTP while it runs; nothing without --http.
 void AddListenWeb(CLI::App* app, WebOptions* options);
 
+// AddNoSandbox adds the option of servers that keeps them from giving up what they do not need.
+void AddNoSandbox(CLI::App* app, bool* is_restricted);
+
 }  // namespace flow::host

@@ -20,6 +20,7 @@ struct WebOptions {
 
 struct ServeOptions {
   WebOptions web;
+  bool is_restricted = true;  // as ListenOptions have it
 };
 
 }  // namespace flow::host

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""service_test.py FLOWHOST PLUGIN UNIT: what a service manager sees: the collector's messages, and the unit."""
+"""service_test.py FLOWHOST PLUGIN UNIT: what a service manager sees: the collector's messages, what servers give up, and the unit."""
+import os
 import pathlib
 import re
 import shutil
@@ -9,6 +10,7 @@ import socket
 import subprocess
 import sys
 import tempfile
+import time
 
 FLOWHOST, PLUGIN, UNIT = sys.argv[1:4]
 LONGEST = 60  # seconds, on a busy machine
@@ -42,6 +44,37 @@ def check_messages(folder, name):
     expect("told", (told[0], set(told[1:-1]), process.wait(LONGEST)), (b"READY=1", {b"WATCHDOG=1"}, 0))
 
 
+RESTRICTED = {("NoNewPrivs", "1"), ("Seccomp", "2"), ("CapEff", "0" * 16)}
+
+
+def privileges(process):
+    """what the threads of a process have, each value once"""
+    texts = [status.read_text() for status in pathlib.Path(f"/proc/{process}/task").glob("*/status")]
+    return {pair for text in texts for pair in re.findall(r"^(NoNewPrivs|Seccomp|CapEff):\s*(\w+)$", text, re.M)}
+
+
+def check_restrictions(folder):
+    """of both servers: soon after they listen, and never where that is not wanted"""
+    store, inherited = folder / "store", privileges(os.getpid())
+    servers = {
+        "listen": ["--plugin", PLUGIN, "--config", folder / "policies", "--bind", "127.0.0.1", "--port", f"netflow={free_port()}",
+                   "--top", "0", "--instances", "2", "--store", store, "--state", folder / "state"],
+        "serve": ["--store", store, "--http", f"127.0.0.1:{free_port()}"]}
+    for name, words in servers.items():
+        for extra, wanted in (["--no-sandbox"], inherited), ([], RESTRICTED):
+            with (folder / "log").open("w") as log:
+                process = subprocess.Popen([FLOWHOST, name, *words, *extra], stdout=subprocess.DEVNULL, stderr=log)
+            end = time.time() + LONGEST
+            while time.time() < end and not re.search("anybody|http:", (folder / "log").read_text()):
+                time.sleep(0.02)
+            while time.time() < end and privileges(process.pid) != wanted:
+                time.sleep(0.02)
+            expect(f"privileges of {name} {extra}", privileges(process.pid), wanted)
+            process.send_signal(signal.SIGTERM)
+            expect(f"end of {name} {extra}", process.wait(LONGEST), 0)
+            expect(f"told by {name} {extra}", "capabilities" in (folder / "log").read_text(), False)
+
+
 def check_unit(folder):
     unit = folder / "flowhost.service"
     unit.write_text(pathlib.Path(UNIT).read_text().replace("@FLOWHOST@", FLOWHOST))
@@ -57,6 +90,7 @@ def check_unit(folder):
 with tempfile.TemporaryDirectory() as name:
     check_messages(pathlib.Path(name), f"{name}/manager")
     check_messages(pathlib.Path(name), f"@flowhost-{name}")
+    check_restrictions(pathlib.Path(name))
     check_unit(pathlib.Path(name))
 print("\n".join(failures) or "as it should be")
 sys.exit(1 if failures else 0)
