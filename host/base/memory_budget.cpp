@@ -85,6 +85,8 @@ void ShareMemory(std::size_t budget, std::size_t lanes) {
   shares.streams = static_cast<std::uint32_t>(number(40, 1200 * lanes, 1000, most.streams));
   shares.notes = number(10, 4000, 1000, most.notes);
   shares.texts = number(10, 1000, 1000, most.texts);
+  shares.file_texts = number(10, 150, 10'000, most.file_texts);
+  shares.known_notes = number(20, 150, 10'000, most.known_notes);
   shares.stored_keys = number(20, 1000, 2000, most.stored_keys);
   shares.flows_waiting = number(80, 300, 10'000, most.flows_waiting);
   shares.joined_parts = number(60, 72, 10'000, most.joined_parts);
@@ -110,6 +112,7 @@ const char* LetGoText(LetGo kind) {
       "templates and rates of the fewest records, from those kept for fresh meters",
       "datagrams of exporters that fill meters and send no record",
       "meters that had learnt too much, for fresh ones that know what is used",
+      "texts and exporters of stored flows, beyond those that an hour's file has",
   };
   return kTexts[static_cast<std::size_t>(kind)];
 }

@@ -33,7 +33,9 @@ struct MemoryShares {
   std::size_t templates = std::size_t{1} << 18;    // that a lane's accounts know
   std::uint32_t streams = std::uint32_t{1} << 16;  // numbered, of each kind, of a lane
   std::size_t notes = std::size_t{1} << 16;        // of a group
-  std::size_t texts = std::size_t{1} << 16;        // of flows
+  std::size_t texts = std::size_t{1} << 16;        // of flows, until they are reaped
+  std::size_t file_texts = std::size_t{1} << 20;   // of flows, in a store's file of an hour
+  std::size_t known_notes = std::size_t{1} << 20;  // that a store knows to have been written
   std::size_t stored_keys = kAll;                  // of a group, in a store's running spans
   std::uint64_t flows_waiting = 4'000'000;         // for a store
   std::uint64_t joined_parts = 16'000'000;         // of flows, in questions about whole ones
@@ -62,8 +64,9 @@ enum class LetGo : std::uint8_t {
   kHandover,
   kHeldBack,
   kMeters,
+  kTexts,
 };
-inline constexpr std::size_t kLetGoKinds = 8;
+inline constexpr std::size_t kLetGoKinds = 9;
 
 void NoteLetGo(LetGo kind, std::uint64_t count);
 using LetGoCounts = std::array<std::uint64_t, kLetGoKinds>;

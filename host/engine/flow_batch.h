@@ -11,6 +11,9 @@
 
 namespace flow::host {
 
+// In place of a text that there is no room for.
+inline constexpr std::string_view kTextNotKept = "(one of too many texts)";
+
 struct FlowBatch {
   KeyTable table{kFlowWords};
   std::vector<std::string> texts;  // by number, from 1

@@ -12,8 +12,6 @@
 namespace flow::host {
 namespace {
 
-constexpr std::string_view kTextNotKept = "(one of too many texts)";
-
 // The memory that each table may have at most, so that all together have no more than this.
 std::size_t LevelOf(const std::vector<std::unique_ptr<GroupCounters>>& groups, std::size_t bytes) {
   std::vector<std::size_t> sizes;

@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 
+#include "host/base/memory_budget.h"
 #include "host/base/printable.h"
 #include "host/names/key_text.h"
 #include "host/store/schema.h"
@@ -94,9 +95,12 @@ void FlowFile::ReadNumbers() {
   texts_.clear();
   exporters_.clear();
   exporter_keys_.clear();
-  Statement texts = database_.Prepare("SELECT id, text FROM texts");
+  next_text_ = database_.Ask("SELECT max(id) FROM texts").value_or(0) + 1;
+  next_exporter_ = database_.Ask("SELECT max(id) FROM exporters").value_or(0) + 1;
+  const std::string limit = fmt::format(" ORDER BY id LIMIT {}", Shares().file_texts + 1);
+  Statement texts = database_.Prepare("SELECT id, text FROM texts" + limit);
   while (texts.Step()) texts_[std::string(texts.Text(1))] = texts.Integer(0);
-  Statement exporters = database_.Prepare("SELECT id, text FROM exporters");
+  Statement exporters = database_.Prepare("SELECT id, text FROM exporters" + limit);
   while (exporters.Step()) exporters_[std::string(exporters.Text(1))] = exporters.Integer(0);
 }
 
@@ -211,10 +215,13 @@ std::int64_t FlowFile::ExporterId(std::string_view key) {
   if (key.empty() || key.find_first_not_of("0.") == std::string_view::npos) return 0;
   const auto known = exporter_keys_.find(key);
   if (known != exporter_keys_.end()) return known->second;
+  if (exporters_.size() >= Shares().file_texts) {
+    NoteLetGo(LetGo::kTexts, 1);
+    return 0;
+  }
   const std::string text = ReadableKey(KeyKind::kGuess, RealKey(stand_ins_, KeyKind::kGuess, key));
-  const auto [exporter, is_new] =
-      exporters_.emplace(text, static_cast<std::int64_t>(exporters_.size()) + 1);
-  if (is_new) new_exporters_.push_back({exporter->second, text});
+  const auto [exporter, is_new] = exporters_.emplace(text, next_exporter_);
+  if (is_new) new_exporters_.push_back({next_exporter_++, text});
   return exporter_keys_.emplace(key, exporter->second).first->second;
 }
 
@@ -228,8 +235,12 @@ std::int64_t FlowFile::TextId(const FlowBatch& batch, std::uint32_t number) {
 std::int64_t FlowFile::TextId(std::string_view raw) {
   if (raw.empty()) return 0;
   const std::string text = Utf8(raw);
-  const auto [known, is_new] = texts_.emplace(text, static_cast<std::int64_t>(texts_.size()) + 1);
-  if (is_new) new_texts_.push_back({known->second, text});
+  if (texts_.size() >= Shares().file_texts && text != kTextNotKept && !texts_.contains(text)) {
+    NoteLetGo(LetGo::kTexts, 1);
+    return TextId(kTextNotKept);
+  }
+  const auto [known, is_new] = texts_.emplace(text, next_text_);
+  if (is_new) new_texts_.push_back({next_text_++, text});
   return known->second;
 }
 

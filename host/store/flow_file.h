@@ -79,6 +79,8 @@ class FlowFile {
   TextMap<std::int64_t> exporters_;  // by text
   TextMap<std::int64_t> exporter_keys_;
   TextMap<std::int64_t> texts_;
+  std::int64_t next_exporter_ = 1;
+  std::int64_t next_text_ = 1;
   std::vector<std::int64_t> batch_texts_;  // of the batch at hand, by its number
 };
 

@@ -158,9 +158,10 @@ void Store::TakeExporters(StoredMinute* minute) {
   }
 }
 
-// Those that are new or have changed.
+// Those that are new or have changed; where too many are known, all are written once more.
 void Store::TakeNotes(StoredMinute* minute) {
   const auto take = [&](KeyNote note) {
+    if (known_notes_.size() >= Shares().known_notes) known_notes_.clear();
     std::string& known = known_notes_[fmt::format("{}\n{}\n{}\n{}", static_cast<int>(note.kind),
                                                   note.group_id, note.key, note.name)];
     const std::string value = note.value + '\n' + note.description;
@@ -183,6 +184,7 @@ void Store::TakeNotes(StoredMinute* minute) {
 
 // Names come with the first minute that has the key.
 void Store::TakeCounts(const StatsStore& counted, StoredMinute* minute) {
+  if (named_.size() >= Shares().known_notes) named_.clear();
   minute->counts.Add(counted, [&](const GroupInfo& group, std::string_view raw) {
     KeptKey kept = KeptKeyOf(stand_ins_, group, raw);
     if (!kept.name.empty() && named_.insert(fmt::format("{}\n{}", group.id, kept.key)).second) {

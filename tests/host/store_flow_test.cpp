@@ -7,11 +7,14 @@
 
 #include "flowhandlers/counter_groups.h"
 #include "flowhandlers/session_keys.h"
+#include "host/base/memory_budget.h"
 #include "host/engine/shown_flow.h"
 #include "host/engine/stats_engine.h"
 #include "host/names/group_catalog.h"
+#include "host/store/flow_file.h"
 #include "host/store/session.h"
 #include "host/store/tier_counts.h"
+#include "tests/host/captures.h"
 
 namespace flow::host {
 namespace {
@@ -74,6 +77,34 @@ TEST(Session, IsReadFromItsKey) {
 }
 
 // Neighbouring records of one flow, from either side, and one without a flow between them.
+// Strangers make up texts: an hour's file has so many, also where it is gone on with.
+TEST(FlowFile, KeepsSoManyTexts) {
+  ShareMemory(kLeastMemory, 1);
+  const auto most = static_cast<std::uint32_t>(Shares().file_texts);
+  const test::TemporaryFolder folder;
+  const std::string path = (folder / "flows.sqlite").string();
+  const StandIns stand_ins;
+  const auto write = [&](std::uint32_t first, std::uint32_t count) {
+    FlowBatch batch;
+    for (std::uint32_t i = 1; i <= count; ++i) {
+      const std::string text = std::to_string(first + i);
+      batch.texts.push_back(text);
+      reinterpret_cast<FlowTotals*>(batch.table.FindOrAdd(text))->app = i;
+    }
+    FlowFile file(path, Sync::kNever, 0, stand_ins);
+    file.Write(first, batch);
+    file.Commit(first, {});
+    file.Close();
+  };
+  write(0, most + 7);
+  write(2 * most, 5);
+  Database database = Database::ToWrite(path, Sync::kNever);
+  EXPECT_EQ(database.Ask("SELECT count(*) FROM texts"), most + 1);
+  EXPECT_EQ(database.Ask("SELECT count(*) FROM flows JOIN texts ON app = id WHERE text LIKE '(%'"),
+            12);
+  ShareMemory(std::size_t{1} << 50, 1);  // for whoever comes next
+}
+
 TEST(RecordWords, GoToTheFlowOfTheirRecord) {
   GroupCatalog catalog({});
   catalog.HearRecords();
