@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <csignal>
 #include <exception>
 
 #include "host/base/error.h"
@@ -42,6 +43,7 @@ int Tell(const std::exception& error, int status) {
 }  // namespace
 
 int RunFlowhost(int argc, const char* const* argv) {
+  std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is trouble with an output
   try {
     int status = kExitOk;
     const std::optional<Command> command = ParseCommandLine(argc, argv, &status);

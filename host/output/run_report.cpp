@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <utility>
 
 #include "host/base/console.h"
@@ -99,6 +100,7 @@ RunReport::RunReport(RunKind kind, std::span<const GroupInfo> groups, const Home
     const std::string name = to.IsStandardOutput() ? "standard output" : to.place;
     outlets_.push_back(std::make_unique<Outlet>(name, keeps, has_writers, console));
   }
+  appended_.assign(outlets_.size(), 0);
 }
 
 void RunReport::Take(const Tick& tick, std::vector<Harvest> harvests, double seconds) {
@@ -222,7 +224,7 @@ void RunReport::EndBuckets(const Tick& tick) {
     for (std::size_t i = 0; i < outlets_.size(); ++i) {
       const Destination& to = options_.destinations[i];
       if (!TakesBuckets(kind_, to)) continue;
-      outlets_[i]->Take([&to, sheets, bucket] { to.kind->append(*sheets, to.place, bucket); });
+      outlets_[i]->Take([this, i, sheets, bucket] { Append(i, *sheets, bucket); });
     }
   }
   if (ended.size() == groups_.size()) {
@@ -231,6 +233,17 @@ void RunReport::EndBuckets(const Tick& tick) {
     for (const GroupInfo* group : ended) bucket_.Clear(group->guid);
     bucket_.ClearExporters();
   }
+}
+
+// In the thread of the outlet.
+void RunReport::Append(std::size_t outlet, const SheetRecord& sheets, const TimeBucket& bucket) {
+  const Destination& to = options_.destinations[outlet];
+  if (appended_[outlet] && !std::filesystem::exists(to.place)) {
+    console_.Error(
+        fmt::format("{} was removed: another one is made, without the earlier buckets", to.place));
+  }
+  to.kind->append(sheets, to.place, bucket);
+  appended_[outlet] = true;
 }
 
 Report RunReport::ReportOn(const Period& period) const {

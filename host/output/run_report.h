@@ -61,6 +61,7 @@ class RunReport {
   void TakeFlows(Timestamp time, FlowBatch flows, bool has_ends);
   void TakeBucket(const Tick& tick, const std::vector<Harvest>& harvests);
   void EndBuckets(const Tick& tick);
+  void Append(std::size_t outlet, const SheetRecord& sheets, const TimeBucket& bucket);
   void End(double seconds);
   [[nodiscard]] Report ReportOn(const Period& period) const;
   void Show(const std::shared_ptr<const Period>& period, const std::string& title, double seconds);
@@ -84,7 +85,8 @@ class RunReport {
   std::atomic<bool> has_failed_ = false;
   Observer observer_;
   bool has_writers_;
-  std::unique_ptr<Outlet> terminal_;              // the writers come last: what they write lasts
+  std::unique_ptr<Outlet> terminal_;  // the writers come last: what they write lasts
+  std::vector<char> appended_;        // whether buckets are there, by destination; its outlet's own
   std::vector<std::unique_ptr<Outlet>> outlets_;  // for each destination
 };
 

@@ -65,6 +65,8 @@ class Counters {
   void ForgetFlowFile(std::int64_t hour);
   std::vector<std::pair<std::int64_t, std::int64_t>> OpenFlowFiles();
 
+  [[nodiscard]] bool WasMoved() const { return database_.WasMoved(); }
+
   // DropOld deletes what is older than it is kept, by the time of a minute.
   void DropOld(std::int64_t now);
   [[nodiscard]] Retention& retention() { return retention_; }

@@ -162,6 +162,13 @@ void Database::Rollback() {
   if (sqlite3_get_autocommit(database_.get()) == 0) Execute("ROLLBACK");
 }
 
+bool Database::WasMoved() const {
+  int moved = 0;
+  return sqlite3_file_control(database_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) ==
+             SQLITE_OK &&
+         moved != 0;
+}
+
 void Database::CloseWritten() {
   // Fails while others read, and then the next who writes does it.
   sqlite3_busy_timeout(database_.get(), 0);

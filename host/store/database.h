@@ -81,6 +81,9 @@ class Database {
   // it. Without it all is kept, too.
   void CloseWritten();
 
+  // WasMoved tells whether its file has gone, or another one has its name: what is written is lost.
+  [[nodiscard]] bool WasMoved() const;
+
   [[nodiscard]] const std::string& path() const { return *path_; }
   [[nodiscard]] sqlite3* get() const { return database_.get(); }
 

@@ -46,6 +46,7 @@ class FlowFile {
 
   void Close() { database_.CloseWritten(); }
 
+  [[nodiscard]] bool WasMoved() const { return database_.WasMoved(); }
   [[nodiscard]] std::int64_t hour() const { return hour_; }
   [[nodiscard]] const std::string& path() const { return database_.path(); }
   [[nodiscard]] std::int64_t rows() const { return rows_; }

@@ -23,6 +23,7 @@ void FlowFiles::MakeFlowFile(const std::string& path, std::int64_t hour) {
   Database database = Database::ToWrite(draft, options_.sync());
   CreateFlowFile(&database, hour);
   database.CloseWritten();
+  DropFile(path);  // a log that is left of one that was removed is none of this one's
   std::filesystem::rename(draft, path);
 }
 
@@ -43,6 +44,12 @@ std::uint64_t FlowFiles::Commit(std::int64_t bucket, const NotKept& not_kept) {
 
 void FlowFiles::Rollback() {
   if (file_) file_->Rollback();
+}
+
+bool FlowFiles::LetGoIfMoved() {
+  if (!file_ || !file_->WasMoved()) return false;
+  file_.reset();
+  return true;
 }
 
 std::vector<std::int64_t> FlowFiles::DropOld(std::int64_t now, const Retention& retention) {

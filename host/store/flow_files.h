@@ -31,6 +31,9 @@ class FlowFiles {
   std::uint64_t Commit(std::int64_t bucket, const NotKept& not_kept);
   void Rollback();
 
+  // LetGoIfMoved forgets the file at hand where somebody has removed it; true when it was so.
+  bool LetGoIfMoved();
+
   // DropOld deletes the files that are older than they are kept, and the oldest of more than the
   // limit. The result is their hours.
   std::vector<std::int64_t> DropOld(std::int64_t now, const Retention& retention);

@@ -66,11 +66,11 @@ Store::Store(const StoreOptions& options, std::span<const GroupInfo> groups,
       stand_ins_(stand_ins),
       console_(console),
       minute_(std::make_unique<StatsStore>(groups)),
-      counters_(options_, groups),
+      counters_(std::make_unique<Counters>(options_, groups)),
       flows_(options_, stand_ins),
       writer_("store", kMostJobs) {
   TellNotices();
-  for (const auto& [hour, rows] : counters_.OpenFlowFiles()) flows_.Trim(hour, rows);
+  for (const auto& [hour, rows] : counters_->OpenFlowFiles()) flows_.Trim(hour, rows);
 }
 
 void Store::Post(const Writer::Job& job) {
@@ -223,14 +223,42 @@ void Store::WriteFlows(std::int64_t bucket, const FlowBatch& batch) {
   LoseFlows();
 }
 
-// The counters know of a file before it has rows.
+// The counters know of a file before it has rows, and others in their place do, too.
 void Store::OpenFlows(std::int64_t bucket) {
-  if (!flows_.Open(bucket)) return;
+  const bool is_other = flows_.Open(bucket);
   const FlowFile& file = *flows_.file();
-  counters_.NoteOpened(file.hour(), file.path(), file.rows());
-  if (hour_ != 0) counters_.NoteClosed(hour_, FlowFilePath(options_.directory, hour_));
+  if (!is_other && hour_ == file.hour()) return;
+  AtHand().NoteOpened(file.hour(), file.path(), file.rows());
+  if (hour_ != 0) AtHand().NoteClosed(hour_, FlowFilePath(options_.directory, hour_));
   hour_ = file.hour();
   is_new_hour_ = true;
+}
+
+Counters& Store::AtHand() {
+  if (!counters_) counters_ = std::make_unique<Counters>(options_, groups_);
+  return *counters_;
+}
+
+// What somebody has removed would be written for nobody. The old ones are closed before there are
+// others of their names.
+void Store::LetGoOfMoved() {
+  if (flows_.LetGoIfMoved()) {
+    failed_ = true;
+    console_.Error(
+        "the hour's file of flows was removed or replaced while it was written: another one goes "
+        "on");
+    LoseFlows();
+    hour_ = 0;
+  }
+  if (!counters_ || !counters_->WasMoved()) return;
+  failed_ = true;
+  console_.Error(
+      fmt::format("{} was removed or replaced while it was written: another one goes "
+                  "on from here",
+                  CountersPath(options_.directory)));
+  counters_.reset();
+  hour_ = 0;
+  Try([this] { AtHand(); });
 }
 
 // What the minute at hand had so far is gone.
@@ -240,6 +268,7 @@ void Store::LoseFlows() {
 }
 
 void Store::WriteMinute(StoredMinute minute, NotKept not_kept) {
+  LetGoOfMoved();
   not_kept.Add(std::exchange(lost_, {}));
   const bool has_flows = Try([&] {
     // Of another hour they are where a clock was set.
@@ -271,9 +300,9 @@ bool Store::WriteWaiting() {
   while (!waiting_.empty()) {
     const StoredMinute& minute = waiting_.front();
     if (!Try([&] {
-          if (unwritten_to_ != 0) counters_.NoteUnwritten(unwritten_from_, unwritten_to_);
+          if (unwritten_to_ != 0) AtHand().NoteUnwritten(unwritten_from_, unwritten_to_);
           unwritten_to_ = 0;
-          counters_.Write(minute);
+          AtHand().Write(minute);
         })) {
       break;
     }
@@ -291,24 +320,25 @@ bool Store::WriteWaiting() {
 }
 
 void Store::TellNotices() {
-  for (const std::string& notice : counters_.TakeNotices()) console_.Notice(notice);
+  for (const std::string& notice : AtHand().TakeNotices()) console_.Notice(notice);
 }
 
 void Store::DropOld(std::int64_t now) {
-  counters_.DropOld(now);
-  for (const std::int64_t hour : flows_.DropOld(now, counters_.retention())) {
-    counters_.ForgetFlowFile(hour);
+  AtHand().DropOld(now);
+  for (const std::int64_t hour : flows_.DropOld(now, AtHand().retention())) {
+    AtHand().ForgetFlowFile(hour);
   }
-  counters_.retention().EndPass();
+  AtHand().retention().EndPass();
 }
 
 void Store::End() {
   Post([this] {
     Try([this] {
       const bool has_file = flows_.Close().has_value();
-      if (has_file) counters_.NoteClosed(hour_, FlowFilePath(options_.directory, hour_));
+      if (has_file && hour_ != 0)
+        AtHand().NoteClosed(hour_, FlowFilePath(options_.directory, hour_));
     });
-    Try([this] { counters_.End(); });
+    Try([this] { AtHand().End(); });
   });
   while (options_.waits && writer_.Waiting() > 0) WaitAWhile();
 }

@@ -65,6 +65,8 @@ class Store {
   // Whether all is written, and what is old is gone.
   bool WriteWaiting();
   void OpenFlows(std::int64_t bucket);
+  void LetGoOfMoved();
+  Counters& AtHand();
   void DropOld(std::int64_t now);
   void TellNotices();
   template <class Action>
@@ -85,7 +87,7 @@ class Store {
   absl::flat_hash_map<std::string, std::string> known_notes_;  // what was said so far
 
   // Of the writer's thread.
-  Counters counters_;
+  std::unique_ptr<Counters> counters_;  // null while they cannot be opened anew
   FlowFiles flows_;
   std::deque<StoredMinute> waiting_;        // that could not be written yet
   NotKept uncommitted_;                     // flows of the minute at hand

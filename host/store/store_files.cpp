@@ -28,6 +28,13 @@ std::int64_t HourOf(const std::string& name) {
   return end == nullptr || std::string_view(end) != ".sqlite" ? -1 : timegm(&hour);
 }
 
+// Those of a database that was removed are none of the next one's.
+void DropCompanions(const std::string& path) {
+  std::error_code ignored;
+  for (const char* const companion : kCompanions)
+    std::filesystem::remove(path + companion, ignored);
+}
+
 }  // namespace
 
 void MakeDirectories(const std::string& directory) {
@@ -45,6 +52,7 @@ void MakeFile(const std::string& path) {
   }
   fchmod(file, kMode);  // whatever the umask
   close(file);
+  DropCompanions(path);
 }
 
 std::vector<FlowFileEntry> ListFlowFiles(const std::string& directory) {
@@ -68,8 +76,7 @@ std::vector<FlowFileEntry> ListFlowFiles(const std::string& directory) {
 void DropFile(const std::string& path) {
   std::error_code ignored;
   std::filesystem::remove(path, ignored);
-  for (const char* const companion : kCompanions)
-    std::filesystem::remove(path + companion, ignored);
+  DropCompanions(path);
 }
 
 }  // namespace flow::host

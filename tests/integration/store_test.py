@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """store_test.py FLOWHOST PLUGIN FLOWGEN [KILLS]: stores as those find them who know only their tables: against what the exporter
 claims, after restarts and kills in the middle of an hour, and as another user."""
+import contextlib
 import os
 import pathlib
 import random
@@ -59,10 +60,14 @@ def flows_by_minute(store):
     return found
 
 
+def minutes_of(store):
+    return {bucket: row for bucket, *row in
+            counters(store, "SELECT bucket, bytes, packets, records, flows FROM buckets WHERE tier = 'minute' AND records")}
+
+
 def check_sums(what, store, tiers=("minute", "hour", "day")):
     """every tier and the flows have the same traffic, minute by minute"""
-    minutes = {bucket: row for bucket, *row in
-               counters(store, "SELECT bucket, bytes, packets, records, flows FROM buckets WHERE tier = 'minute' AND records")}
+    minutes = minutes_of(store)
     expect(f"{what}: flows of minutes", flows_by_minute(store), minutes)
     for tier in tiers:
         traffic = counters(store, f"SELECT sum(bytes), sum(records) FROM buckets WHERE tier = '{tier}'")
@@ -220,14 +225,39 @@ def test_full(folder):
     store = folder / "full"
 
     def limit():
-        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
         resource.setrlimit(resource.RLIMIT_FSIZE, (1_000_000, resource.RLIM_INFINITY))
     done = subprocess.run(replay(folder, store, capture), stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True,
-                          preexec_fn=limit, restore_signals=False)
+                          preexec_fn=limit)
     expect("full", (done.returncode, "the store cannot be written" in done.stderr), (1, True))
     (folder / "nothing.pcap").write_bytes(capture.read_bytes()[:24])
     run(folder, store, folder / "nothing.pcap")
     expect("full: sound", counters(store, "PRAGMA integrity_check"), [("ok",)])
+
+
+def test_removed(folder):
+    """what is removed while it is written is told, and what comes later is in another one, sound and without anything of the first"""
+    capture, _ = make(folder, "removed", 300, "--records", "30000")
+    removals = {"counters": lambda store: (store / "counters.sqlite").unlink(),
+                "flows": lambda store: [path.unlink() for path in (store / "flows").glob("*.sqlite")],
+                "all": shutil.rmtree}
+    for name, remove in removals.items():
+        store = folder / f"removed-{name}"
+        process = subprocess.Popen(replay(folder, store, capture), stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+        written = 0
+        while process.poll() is None and written < 60:
+            time.sleep(0.05)
+            with contextlib.suppress(sqlite3.Error):
+                written, = counters(store, "SELECT count(*) FROM buckets WHERE tier = 'minute'")[0]
+        process.send_signal(signal.SIGSTOP)
+        remove(store)
+        process.send_signal(signal.SIGCONT)
+        said = process.communicate()[1]
+        expect(f"removed {name}: told", (process.returncode, "was removed or replaced" in said), (1, True))
+        expect(f"removed {name}: sound", counters(store, "PRAGMA integrity_check"), [("ok",)])
+        minutes, flows = minutes_of(store), flows_by_minute(store)
+        both = sorted(minutes.keys() & flows.keys())[1:]  # the first may have lost flows
+        expect(f"removed {name}: goes on", (len(both) > 3, len(both) < 298), (True, True))
+        expect(f"removed {name}: the same", [flows[bucket] for bucket in both], [minutes[bucket] for bucket in both])
 
 
 def listen(folder, store, *options):
@@ -306,7 +336,7 @@ def test_other_user(folder):
 def main():
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
-        for test in (test_whole, test_early, test_restart, test_kills, test_copies, test_full, test_clock, test_other_user):
+        for test in (test_whole, test_early, test_restart, test_kills, test_copies, test_full, test_removed, test_clock, test_other_user):
             test(folder)
     print("\n".join(failures) or "as it should be")
     return 1 if failures else 0
