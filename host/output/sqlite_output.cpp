@@ -134,16 +134,36 @@ class Database final : public SheetSink {
 
   // Old buckets make room for the new one.
   void PrepareBuckets(const std::string& name) {
-    constexpr std::int64_t kDay = 86400;
     const std::string table = Identifier(name);
     Execute(fmt::format("CREATE INDEX IF NOT EXISTS {} ON {} (bucket)",
                         Identifier(name + "_by_bucket"), table));
     if (bucket_->replaces) {
       Execute(fmt::format("DELETE FROM {} WHERE bucket = {}", table, bucket_->start));
     }
-    if (bucket_->keep_days == 0) return;
-    Execute(fmt::format("DELETE FROM {} WHERE bucket < {}", table,
-                        bucket_->start - bucket_->keep_days * kDay));
+    if (bucket_->keep_days != 0) DropOld(table);
+  }
+
+  // As many days stay as are kept, of those that have buckets: a clock that leaps ahead takes no
+  // more than a day's worth.
+  void DropOld(const std::string& table) {
+    constexpr std::int64_t kDay = 86400;
+    const std::int64_t before = bucket_->start - bucket_->keep_days * kDay;
+    if (!LatestBefore(before, table)) return;
+    std::int64_t first_kept = bucket_->start / kDay * kDay;
+    for (int days = 1; days < bucket_->keep_days; ++days) {
+      const std::optional<std::int64_t> latest = LatestBefore(first_kept, table);
+      if (!latest) return;
+      first_kept = *latest / kDay * kDay;
+    }
+    Execute(fmt::format("DELETE FROM {} WHERE bucket < {}", table, std::min(before, first_kept)));
+  }
+
+  std::optional<std::int64_t> LatestBefore(std::int64_t time, const std::string& table) {
+    const Statement query =
+        Prepare(fmt::format("SELECT max(bucket) FROM {} WHERE bucket < {}", table, time));
+    const bool has_row = sqlite3_step(query.get()) == SQLITE_ROW;
+    if (!has_row || sqlite3_column_type(query.get(), 0) == SQLITE_NULL) return std::nullopt;
+    return sqlite3_column_int64(query.get(), 0);
   }
 
   // The first column of what a query gives.
