@@ -29,7 +29,12 @@ bool ReplaceFile(const std::string& path, std::string_view text) {
   if (file < 0) return false;
   bool failed = !WriteAll(file, text);
   SyncAndClose(file, &failed);
-  if (failed || std::rename(part.c_str(), path.c_str()) != 0) return false;
+  if (failed || std::rename(part.c_str(), path.c_str()) != 0) {
+    const int reason = errno;
+    unlink(part.c_str());  // it may be what fills the disk
+    errno = reason;
+    return false;
+  }
   const std::string directory = std::filesystem::path(path).parent_path().string();
   const int folder = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (folder >= 0) SyncAndClose(folder, &failed);

@@ -5,6 +5,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
 
 #include "host/base/error.h"
 #include "tests/host/captures.h"
@@ -145,6 +148,23 @@ TEST_F(Archive, KeepsTheTemplatesOfWhoSendsRecordsThroughAFlood) {
   archive_.Note({Message({0}, 8)}, kNow);  // a known one can still be replaced
   EXPECT_EQ(archive_.templates(), TemplateArchive::kMostTemplates);
   EXPECT_THAT(archive_.Messages().back()->bytes, testing::ElementsAreArray(Message({0}, 8)));
+}
+
+TEST_F(Archive, KeepsWhatItHadWhereTheDiskIsFull) {
+  archive_.Note({Message({0})}, kNow);
+  archive_.Save(kNow);
+  archive_.Note({Message({1})}, kNow);
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit full{64, before.rlim_max};
+  std::signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &full);
+  EXPECT_THROW(archive_.Save(kNow), HostError);
+  setrlimit(RLIMIT_FSIZE, &before);
+  EXPECT_THAT(Reload(), ElementsAre(Message({0})));
+  EXPECT_FALSE(std::filesystem::exists(archive_.path() + ".part"));
+  archive_.Save(kNow);
+  EXPECT_THAT(Reload(), ElementsAre(Message({0}), Message({1})));
 }
 
 TEST_F(Archive, WritesOnlyNews) {
