@@ -21,6 +21,8 @@ constexpr CLSID kGroupClass = MakeGuid("11111111-0000-0000-0000-000000000004");
 constexpr GUID kGroup = MakeGuid("11111111-0000-0000-0000-000000000005");
 constexpr GUID kHosts = MakeGuid("4CD742B1-C1CA-4708-BE78-0FCA2EB01A86");
 constexpr GUID kFlows = MakeGuid("99A78737-4B41-4387-8F31-8077DB917336");
+constexpr char kOtherFlow[] =
+    "06C:0A.00.00.03:p-C738_0A.00.00.02:p-0050_00.00.00.00_00000000_00000000";
 constexpr char kFlow[] = "06C:0A.00.00.01:p-C738_0A.00.00.02:p-0050_00.00.00.00_00000000_00000000";
 
 class FakeHandler : public CArboObjectRootEx<CArboSingleThreadModel>,
@@ -135,6 +137,10 @@ class FakeMeter : public CArboObjectRootEx<CArboSingleThreadModel>,
                                    message);
         return kStatusOk;
       }
+      case 'F':
+        engine->UpdateFlowCounter(kFlows, kOtherFlow, 0, length);
+        CountOne(engine, length);
+        return kStatusOk;
       case 'L':
         engine->SetKeyAttributes(kHosts, "0A.00.00.01", "say \"hello\"", "");
         CountOne(engine, length);
