@@ -24,6 +24,7 @@ enum class ValueKind : std::uint8_t {
   kChange,    // 1 is as much as before, 0 nothing
   kTime,      // milliseconds since 1970
   kDuration,  // milliseconds
+  kOffset,    // milliseconds ahead
   kLine,      // values one after the other, for who sees pictures
   kBar,       // a part of the largest, likewise
 };

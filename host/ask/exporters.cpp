@@ -60,14 +60,18 @@ class Exporters {
                       {"lost_share", "Lost", ValueKind::kShare},
                       {"templates", "Templates", ValueKind::kCount},
                       {"sampling_rate", "Sampling", ValueKind::kCount},
+                      {"clock_offset_ms", "Clock", ValueKind::kOffset},
                       {"sets_without_template", "No template", ValueKind::kCount},
                       {"refused", "Refused", ValueKind::kCount},
                       {"silent", "Silent", ValueKind::kText}};
     ReadRan();
     ReadHealth();
-    Statement rows = counters_->database().Prepare(
-        "SELECT exporter, port, version, last_seen, templates, sampling_rate FROM exporters "
-        "WHERE last_seen >= ? AND first_seen < ? ORDER BY exporter, port, version");
+    // A store that no newer collector has written yet does not have it.
+    const bool has_clock = HasColumn(&counters_->database(), "exporters", kClockOffset);
+    Statement rows = counters_->database().Prepare(fmt::format(
+        "SELECT exporter, port, version, last_seen, templates, sampling_rate, {} FROM exporters "
+        "WHERE last_seen >= ? AND first_seen < ? ORDER BY exporter, port, version",
+        has_clock ? kClockOffset : "NULL"));
     rows.Bind(1, cover_.span.from - kDaySeconds).Bind(2, cover_.span.to);
     while (rows.Step()) answer.rows.push_back(RowOf(rows));
     std::ranges::stable_sort(answer.rows, std::greater(), [](const AnswerRow& row) {
@@ -160,6 +164,7 @@ class Exporters {
                    {},
                    row.Integer(4),
                    {},
+                   {},
                    health.sets_without_template,
                    health.refused,
                    SilenceText(health, last_seen)};
@@ -168,6 +173,7 @@ class Exporters {
       made.values[6] = static_cast<double>(health.lost) / static_cast<double>(sent);
     }
     if (!row.IsNull(5)) made.values[8] = row.Integer(5);
+    if (!row.IsNull(6)) made.values[9] = row.Integer(6);
     return made;
   }
 

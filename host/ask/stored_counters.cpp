@@ -114,15 +114,12 @@ StoredGroup StoredCounters::Describe(const std::string& id) {
   Statement meters =
       database_.Prepare("SELECT name, title, unit FROM meters WHERE group_id = ? ORDER BY place");
   // A meter that is one of the first two has no column of its own.
-  Statement columns = database_.Prepare("SELECT 1 FROM pragma_table_info(?) WHERE name = ?");
   meters.Bind(1, id);
   while (meters.Step()) {
     const std::string name(meters.Text(0));
     if (name == "bytes") continue;
-    const bool is_there = columns.Bind(1, TierTable(id, kTiers[0])).Bind(2, name).Step();
-    if (is_there) {
+    if (HasColumn(&database_, TierTable(id, kTiers[0]), name)) {
       group.columns.push_back({name, std::string(meters.Text(1)), KindOf(meters.Text(2))});
-      columns.Step();
     }
   }
   return group;

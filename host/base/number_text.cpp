@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <cstdlib>
 #include <ctime>
 #include <string_view>
 
@@ -44,6 +45,10 @@ std::string DurationText(std::int64_t milliseconds) {
   if (seconds < 3600) return InTwoUnits(seconds / 60, "min", seconds % 60, "s");
   if (seconds < 86400) return InTwoUnits(seconds / 3600, "h", seconds / 60 % 60, "min");
   return InTwoUnits(seconds / 86400, "d", seconds / 3600 % 24, "h");
+}
+
+std::string OffsetText(std::int64_t milliseconds) {
+  return (milliseconds < 0 ? "-" : "+") + DurationText(std::abs(milliseconds));
 }
 
 std::string TimeText(std::int64_t seconds) {

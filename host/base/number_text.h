@@ -18,6 +18,9 @@ std::string SiBytes(std::uint64_t bytes);
 // "850 ms", "12.3 s", "5 min 2 s", "3 h 7 min", "2 d 4 h".
 std::string DurationText(std::int64_t milliseconds);
 
+// "+1.2 s", "-3 h 7 min": how far a clock is ahead.
+std::string OffsetText(std::int64_t milliseconds);
+
 // "2024-05-01 10:00:00" in UTC.
 std::string TimeText(std::int64_t seconds);
 

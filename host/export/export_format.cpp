@@ -205,6 +205,28 @@ bool ForEachTemplate(Bytes set, const TemplateVisitor& visit) {
   return rest.empty();
 }
 
+std::optional<Timestamp> ExportTimeOf(Bytes datagram) {
+  constexpr std::size_t kRead = 16;  // the shortest of the headers
+  constexpr std::uint32_t kNanosPerMicro = 1000;
+  if (datagram.size() < kRead) return std::nullopt;
+  const auto seconds = [&](std::size_t at) {
+    return Timestamp{Be32(datagram.data() + at)} * kMicrosPerSecond;
+  };
+  switch (Be16(datagram.data())) {
+    case 1:
+    case 5: {
+      const Timestamp micros = Be32(datagram.data() + 12) / kNanosPerMicro;
+      return seconds(8) + (micros < kMicrosPerSecond ? micros : 0);
+    }
+    case 9:
+      return seconds(8);
+    case 10:
+      return seconds(4);
+    default:
+      return std::nullopt;
+  }
+}
+
 std::uint32_t RecordsOf(Bytes datagram) {
   if (datagram.size() < 4) return 0;
   const std::size_t header = Be16(datagram.data()) == 1 ? 16 : 24;

@@ -13,6 +13,7 @@
 
 #include "flowhandlers/identifiers.h"
 #include "host/base/endpoint.h"
+#include "host/base/timestamp.h"
 
 namespace flow::host {
 
@@ -94,6 +95,10 @@ bool ForEachTemplate(std::span<const std::uint8_t> set, const TemplateVisitor& v
 // SFlowAgentSize is how many bytes the agent's address has in an sFlow datagram of at least 8: 16,
 // unless it is said to be of IPv4.
 std::size_t SFlowAgentSize(std::span<const std::uint8_t> datagram);
+
+// ExportTimeOf reads when a datagram was sent, by its exporter's clock: whole seconds but for v1
+// and v5. sFlow does not tell.
+std::optional<Timestamp> ExportTimeOf(std::span<const std::uint8_t> datagram);
 
 // RecordsOf counts the records that a v1 or v5 header gives, as far as they are there;
 // FlowSamplesOf the flow samples of an sFlow v5 datagram, those behind so many samples of any kind.

@@ -62,6 +62,7 @@ void ExporterCounts::Add(const ExporterCounts& other) {
   if (other.last_seen >= last_seen) {
     templates = other.templates;
     arrives_at = other.arrives_at;
+    if (other.clock_offset) clock_offset = other.clock_offset;
   }
   last_seen = std::max(last_seen, other.last_seen);
   is_regular = is_regular || other.is_regular;
@@ -183,6 +184,7 @@ void ExporterTable::Note(const MeteredDatagram& datagram) {
     ++counts.refused[static_cast<std::size_t>(datagram.refusal)];
   } else {
     described = Describe(datagram, version, &counts);
+    if (const auto sent = ExportTimeOf(datagram.bytes)) counts.clock_offset = *sent - datagram.time;
   }
   counts.books.Enter(described, version.sflow, datagram.records, datagram.words);
   ++datagrams_;

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -61,8 +62,9 @@ struct ExporterCounts {
   SequenceGaps gaps;         // in the units of the version
   SequenceGaps sample_gaps;  // of sFlow samples
   Timestamp last_seen = 0;
-  std::uint16_t arrives_at = 0;  // the UDP port, last
-  bool is_regular = false;       // records of it were metered before the table, too
+  std::optional<Timestamp> clock_offset;  // how far its clock was ahead of ours, last
+  std::uint16_t arrives_at = 0;           // the UDP port, last
+  bool is_regular = false;                // records of it were metered before the table, too
 
   [[nodiscard]] std::uint64_t Refused() const;
   void Add(const ExporterCounts& other);

@@ -59,6 +59,8 @@ std::string IntegerText(ValueKind kind, std::int64_t value, const AnswerView& vi
     }
     case ValueKind::kDuration:
       return DurationText(value);
+    case ValueKind::kOffset:
+      return OffsetText(value);
     default:
       return (value < 0 ? "-" : "") + Thousands(static_cast<std::uint64_t>(std::abs(value)));
   }

@@ -24,6 +24,10 @@ bool IsSampled(const Report& report, const Exporter& row) {
   return !SamplingRate(report, row.key.endpoint.address).empty();
 }
 
+bool TellsTime(const Report& report, const Exporter& row) {
+  return IsOne(report, row) && row.counts.clock_offset;
+}
+
 bool HasReverse(const Report&, const Exporter& row) { return row.counts.books.reverse > 0; }
 bool HasLeftOut(const Report&, const Exporter& row) { return row.counts.books.LeftOutSum() > 0; }
 template <LeftOut kReason>
@@ -129,6 +133,12 @@ constexpr ExporterColumn kExporterColumns[] = {
        return SamplingRate(report, row.key.endpoint.address);
      },
      IsSampled},
+    {"clock_offset_ms", "", "Clock", ColumnKind::kOffset,
+     [](const Report& report, const Exporter& row) -> Cell {
+       if (!TellsTime(report, row)) return {};
+       return std::int64_t{*row.counts.clock_offset / 1000};
+     },
+     TellsTime},
 };
 
 bool IsClosed(const Report&, const FlowTotals& flow) { return flow.closes != 0; }

@@ -13,7 +13,8 @@
 
 namespace flow::host {
 
-using Cell = std::variant<std::uint64_t, std::int64_t, std::string>;
+// Nothing where a value is not known.
+using Cell = std::variant<std::monostate, std::uint64_t, std::int64_t, std::string>;
 
 // How the terminal shows a value; files hold texts and plain numbers.
 enum class ColumnKind : std::uint8_t {
@@ -24,6 +25,7 @@ enum class ColumnKind : std::uint8_t {
   kRate,      // the text N as 1:N
   kTime,      // milliseconds since 1970
   kDuration,  // milliseconds
+  kOffset,    // milliseconds ahead
   kState,     // closed, where the number is not 0
 };
 

@@ -13,6 +13,7 @@
 namespace flow::host {
 namespace {
 
+std::string Field(std::monostate) { return ""; }
 std::string Field(const std::string& text) { return CsvField(text); }
 std::string Field(std::uint64_t number) { return std::to_string(number); }
 std::string Field(std::int64_t number) { return std::to_string(number); }

@@ -46,7 +46,7 @@ Json PacketsOf(const IntakeCounts& intake) {
   return packets;
 }
 
-// Texts that are empty are left out.
+// Texts that are empty are left out, and what is not known.
 template <class Row>
 void AddColumns(std::span<const Column<Row>> columns, const Report& report, const Row& row,
                 Json* entry) {
@@ -54,13 +54,19 @@ void AddColumns(std::span<const Column<Row>> columns, const Report& report, cons
     const bool has_part = !column.part.empty();
     if (column.id.empty() || (has_part && !column.Applies(report, row))) continue;
     const Cell cell = column.value(report, row);
-    if (cell == Cell(std::string())) continue;
+    if (cell == Cell() || cell == Cell(std::string())) continue;
     Json& object = has_part ? (*entry)[std::string(column.part)] : *entry;
     std::string id(column.id);
     if (has_part && id.starts_with(std::string(column.part) + "_")) {
       id.erase(0, column.part.size() + 1);
     }
-    std::visit([&](const auto& value) { object[id] = value; }, cell);
+    std::visit(
+        [&](const auto& value) {
+          if constexpr (!std::is_same_v<std::decay_t<decltype(value)>, std::monostate>) {
+            object[id] = value;
+          }
+        },
+        cell);
   }
 }
 

@@ -190,6 +190,7 @@ class Database final : public SheetSink {
   void Bind(int place, std::int64_t value) {
     Check(sqlite3_bind_int64(insert_.get(), place, value));
   }
+  void Bind(int place, std::monostate) { Check(sqlite3_bind_null(insert_.get(), place)); }
   void Bind(int place, const std::string& raw) {
     const std::string value = Utf8(raw);
     Check(sqlite3_bind_text(insert_.get(), place, value.data(), static_cast<int>(value.size()),

@@ -109,6 +109,8 @@ std::string SummaryPrinter::CellText(ColumnKind kind, const Cell& cell) const {
       return TimeText(number() / 1000);
     case ColumnKind::kDuration:
       return DurationText(number());
+    case ColumnKind::kOffset:
+      return OffsetText(number());
     case ColumnKind::kState:
       return "closed";
   }

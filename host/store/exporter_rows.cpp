@@ -35,7 +35,7 @@ std::uint64_t Seen(const ExporterHealth& health) {
   return static_cast<std::uint64_t>(health.row.counts.last_seen / kMicrosPerSecond);
 }
 
-// Behind bucket, exporter, port, version and lost_unit.
+// Behind bucket, exporter, port, version, lost_unit and clock_offset_ms.
 constexpr HealthColumn kHealthColumns[] = {
     {"datagrams", Sum::kAdds, Count<&ExporterCounts::datagrams>},
     {"bytes", Sum::kAdds, Count<&ExporterCounts::bytes>},
@@ -65,15 +65,15 @@ constexpr HealthColumn kHealthColumns[] = {
 };
 
 std::string InsertHealth() {
-  std::string names = "bucket, exporter, port, version, lost_unit";
-  std::string places = "?, ?, ?, ?, ?";
-  std::string sums;
+  std::string names = "bucket, exporter, port, version, lost_unit, clock_offset_ms";
+  std::string places = "?, ?, ?, ?, ?, ?";
+  std::string sums = "clock_offset_ms = coalesce(excluded.clock_offset_ms, clock_offset_ms)";
   for (const HealthColumn& column : kHealthColumns) {
     names += fmt::format(", {}", column.name);
     places += ", ?";
     constexpr std::string_view kForms[] = {"{0} = {0} + excluded.{0}",
                                            "{0} = max({0}, excluded.{0})"};
-    sums += sums.empty() ? "" : ", ";
+    sums += ", ";
     sums += fmt::format(fmt::runtime(kForms[static_cast<std::size_t>(column.sum)]), column.name);
   }
   return fmt::format("INSERT INTO health_minute ({}) VALUES ({}) ON CONFLICT DO UPDATE SET {}",
@@ -82,8 +82,9 @@ std::string InsertHealth() {
 
 // What a tier's span has, from the tier below.
 std::string AddUpHealth(const Tier& below, const Tier& tier) {
-  std::string names = "bucket, exporter, port, version, lost_unit";
-  std::string sums = "?1, exporter, port, version, max(lost_unit)";
+  std::string names = "bucket, exporter, port, version, lost_unit, clock_offset_ms";
+  std::string sums =
+      "?1, exporter, port, version, max(lost_unit), CAST(round(avg(clock_offset_ms)) AS INTEGER)";
   for (const HealthColumn& column : kHealthColumns) {
     names += fmt::format(", {}", column.name);
     sums += fmt::format(", {}({})", column.sum == Sum::kAdds ? "sum" : "max", column.name);
@@ -110,10 +111,20 @@ ExporterRows::ExporterRows(Database* database)
       loss_(database->Prepare("INSERT INTO losses_minute VALUES (?, ?, ?, ?, ?, ?, ?, ?) ON "
                               "CONFLICT DO UPDATE SET count = count + excluded.count")),
       exporter_(database->Prepare(
-          "INSERT INTO exporters VALUES (?1, ?2, ?3, ?4, ?4, ?5, nullif(?6, 0)) ON CONFLICT DO "
-          "UPDATE SET last_seen = max(last_seen, excluded.last_seen), templates = "
-          "excluded.templates, sampling_rate = coalesce(excluded.sampling_rate, "
-          "sampling_rate)")) {}
+          "INSERT INTO exporters (exporter, port, version, first_seen, last_seen, templates, "
+          "sampling_rate, clock_offset_ms) VALUES (?1, ?2, ?3, ?4, ?4, ?5, nullif(?6, 0), ?7) ON "
+          "CONFLICT DO UPDATE SET last_seen = max(last_seen, excluded.last_seen), templates = "
+          "excluded.templates, sampling_rate = coalesce(excluded.sampling_rate, sampling_rate), "
+          "clock_offset_ms = coalesce(excluded.clock_offset_ms, clock_offset_ms)")) {}
+
+void ExporterRows::BindClock(Statement* statement, const Row& row, int place) {
+  const auto& offset = row.counts.clock_offset;
+  if (offset && row.key != ExportSource{}) {
+    statement->Bind(place, std::int64_t{*offset / 1000});
+  } else {
+    statement->BindNull(place);
+  }
+}
 
 // All that are too many for rows of their own are an exporter without an address.
 void ExporterRows::BindSource(Statement* statement, const ExportSource& source, int place) {
@@ -130,11 +141,13 @@ void ExporterRows::Write(std::int64_t minute, const std::vector<ExporterHealth>&
     health_.Bind(1, minute);
     BindSource(&health_, row.key, 2);
     health_.Bind(5, UnitOf(row.key.version));
-    int place = 5;
+    BindClock(&health_, row, 6);
+    int place = 6;
     for (const HealthColumn& column : kHealthColumns) health_.Bind(++place, column.value(health));
     health_.Run();
     WriteLosses(minute, row);
     BindSource(&exporter_, row.key, 1);
+    BindClock(&exporter_, row, 7);
     exporter_.Bind(4, Seen(health))
         .Bind(5, row.counts.templates)
         .Bind(6, health.sampling_rate)

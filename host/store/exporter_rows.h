@@ -34,6 +34,7 @@ class ExporterRows {
   void WriteLosses(std::int64_t minute, const ExporterTable::Row& row);
   void WriteLoss(std::int64_t minute, const ExportSource& source, std::string_view place,
                  std::string_view reason, std::uint64_t count, std::string_view unit);
+  void BindClock(Statement* statement, const ExporterTable::Row& row, int place);
   void BindSource(Statement* statement, const ExportSource& source, int place);
 
   Database& database_;

@@ -31,7 +31,8 @@ CREATE TABLE IF NOT EXISTS gaps (
   started INTEGER, ended INTEGER, reason TEXT, PRIMARY KEY (started, reason)) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS exporters (
   exporter TEXT, port INTEGER, version TEXT, first_seen INTEGER, last_seen INTEGER,
-  templates INTEGER, sampling_rate INTEGER, PRIMARY KEY (exporter, port, version)) WITHOUT ROWID;
+  templates INTEGER, sampling_rate INTEGER, clock_offset_ms INTEGER,
+  PRIMARY KEY (exporter, port, version)) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS labels (
   group_id TEXT, key TEXT, label TEXT, description TEXT, PRIMARY KEY (group_id, key))
   WITHOUT ROWID;
@@ -52,7 +53,7 @@ CREATE TABLE IF NOT EXISTS health_{0} (
   templates INTEGER, sets_without_template INTEGER, broken_sets INTEGER, lost INTEGER,
   lost_unit TEXT, lost_samples INTEGER, lost_here INTEGER, dropped INTEGER, gaps INTEGER,
   late INTEGER, restarts INTEGER, jumps INTEGER, last_seen INTEGER, sampling_rate INTEGER,
-  PRIMARY KEY (bucket, exporter, port, version)) WITHOUT ROWID;
+  clock_offset_ms INTEGER, PRIMARY KEY (bucket, exporter, port, version)) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS losses_{0} (
   bucket INTEGER, exporter TEXT, port INTEGER, version TEXT, place TEXT, reason TEXT,
   count INTEGER, unit TEXT, PRIMARY KEY (bucket, exporter, port, version, place, reason))
@@ -199,7 +200,20 @@ void CheckVersion(Database* database) {
       fmt::format("PRAGMA application_id={}; PRAGMA user_version={}", kStoreId, kStoreVersion));
 }
 
+// Stores that were made before have tables without it.
+void AddClockOffset(Database* database, const std::string& table) {
+  if (HasColumn(database, table, kClockOffset)) return;
+  database->Execute(fmt::format("ALTER TABLE {} ADD COLUMN {} INTEGER", table, kClockOffset));
+}
+
 }  // namespace
+
+bool HasColumn(Database* database, std::string_view table, std::string_view column) {
+  return database->Prepare("SELECT 1 FROM pragma_table_info(?) WHERE name = ?")
+      .Bind(1, table)
+      .Bind(2, column)
+      .Step();
+}
 
 void PutMeta(Database* database, std::string_view name, std::int64_t value) {
   database->Prepare("INSERT OR REPLACE INTO meta VALUES (?, ?)").Bind(1, name).Bind(2, value).Run();
@@ -240,9 +254,11 @@ void CreateCounters(Database* database, std::span<const GroupInfo> groups) {
   CheckVersion(database);
   database->Begin();
   database->Execute(kCounterTables);
+  AddClockOffset(database, "exporters");
   Statement put_tier = database->Prepare("INSERT OR REPLACE INTO tiers VALUES (?, ?, ?, ?)");
   for (const Tier& tier : kTiers) {
     database->Execute(fmt::format(kTierTables, tier.name));
+    AddClockOffset(database, TierTable("health", tier));
     put_tier.Bind(1, tier.name)
         .Bind(2, tier.seconds)
         .Bind(3, tier.keep_seconds)

@@ -65,6 +65,10 @@ void CreateCounters(Database* database, std::span<const GroupInfo> groups);
 void CreateGroup(Database* database, const GroupInfo& group);
 void CreateFlowFile(Database* database, std::int64_t hour);
 
+// Of an exporter's health; NULL where its datagrams do not tell.
+inline constexpr std::string_view kClockOffset = "clock_offset_ms";
+bool HasColumn(Database* database, std::string_view table, std::string_view column);
+
 // PutMeta writes a number into the table meta.
 void PutMeta(Database* database, std::string_view name, std::int64_t value);
 

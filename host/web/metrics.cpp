@@ -114,6 +114,7 @@ MetricFamilies Metrics::Families() const {
   const std::lock_guard lock(mutex_);
   MetricFamilies families;
   AddExporters(&families);
+  AddClocks(&families);
   AddReasons(&families);
   AddSeen(&families);
   AddInterfaces(&families);
@@ -147,6 +148,18 @@ void Metrics::AddExporters(MetricFamilies* families) const {
                                                          : "datagrams");
     AddMetric(families, {{"exporter", source.first}, {"version", source.second}, {"unit", unit}},
               static_cast<double>(counts.gaps.Lost()));
+  }
+}
+
+// sFlow does not tell the time.
+void Metrics::AddClocks(MetricFamilies* families) const {
+  AddFamily(families, "flowhost_exporter_clock_offset_seconds",
+            "How far the exporter's clock was ahead of ours, by its last datagram",
+            MetricType::Gauge);
+  for (const auto& [source, counts] : exporters_) {
+    if (!counts.clock_offset || source.first == kOthers) continue;
+    AddMetric(families, {{"exporter", source.first}, {"version", source.second}},
+              static_cast<double>(*counts.clock_offset) / kMicrosPerSecond);
   }
 }
 

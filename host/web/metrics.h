@@ -54,6 +54,7 @@ class Metrics {
   void TakeInterfaces(const GroupCounters& group);
   std::string ExporterOf(const ExportSource& source);
   void AddExporters(MetricFamilies* families) const;
+  void AddClocks(MetricFamilies* families) const;
   void AddReasons(MetricFamilies* families) const;
   void AddSeen(MetricFamilies* families) const;
   void AddInterfaces(MetricFamilies* families) const;

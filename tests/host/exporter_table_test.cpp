@@ -48,6 +48,45 @@ TEST_F(Exporters, MissTemplatesUntilTheyArrive) {
   EXPECT_EQ(Counts().books.metered, 1U);
 }
 
+TEST_F(Exporters, AreAheadOrBehindByTheTimeInTheirHeaders) {
+  constexpr Timestamp kArrival = 1'000'000'000 * kMicrosPerSecond;  // 3B9ACA00
+  const std::string rest_of_v5 = "00000000 00000000";
+  const struct {
+    const char* what;
+    std::string datagram;
+    std::optional<Timestamp> offset;
+  } rows[] = {
+      {"v5, with nanoseconds", "0005 0000 00000000 3B9AC9FF 1DCD6500" + rest_of_v5, -500'000},
+      {"v5, impossible ones", "0005 0000 00000000 3B9ACA01 FFFFFFFF" + rest_of_v5, 1'000'000},
+      {"v1", "0001 0000 00000000 3B9ACA3C 00000000", 60'000'000},
+      {"v9", "0009 0000 FFFFFFFF 3B9AC9FE 00000000 00000000", -2'000'000},
+      {"IPFIX, the last second", "000A 0010 FFFFFFFF 00000000 00000000",
+       3'294'967'295 * kMicrosPerSecond},
+      {"a cut header", "000A 0010 FFFFFFFF 00000000 000000", {}},
+      {"sFlow", "00000005 00000001 C0000201 00000000 00000001 3B9ACA00 00000000", {}},
+  };
+  for (const auto& row : rows) {
+    ExporterTable table;
+    table.Note({kExporter, kArrival, FromHex(row.datagram)});
+    EXPECT_EQ(table.Rows().at(0).counts.clock_offset, row.offset) << row.what;
+  }
+}
+
+TEST_F(Exporters, KeepTheLatestClock) {
+  ExporterCounts sum;
+  const auto after = [&](Timestamp last_seen, std::optional<Timestamp> offset) {
+    ExporterCounts counts;
+    counts.last_seen = last_seen;
+    counts.clock_offset = offset;
+    sum.Add(counts);
+    return sum.clock_offset;
+  };
+  EXPECT_EQ(after(5, 50), 50);
+  EXPECT_EQ(after(4, 40), 50);
+  EXPECT_EQ(after(6, {}), 50);  // refused datagrams tell nothing
+  EXPECT_EQ(after(7, -70), -70);
+}
+
 TEST_F(Exporters, KnowATemplateFurtherUpInTheSameDatagram) {
   Post(kTemplate256);
   Datagram(kV9Header + kTemplate256 + kData256, 1);

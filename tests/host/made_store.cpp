@@ -329,8 +329,8 @@ void Writer::WriteExporters(const Tier& tier, std::int64_t bucket) {
     if (tier.seconds != kMinuteSeconds) continue;
     counters_
         .Prepare(
-            "INSERT INTO exporters VALUES (?1, 2055, 'v9', ?2, ?3, 5, 1000) ON CONFLICT DO "
-            "UPDATE SET last_seen = ?3")
+            "INSERT INTO exporters VALUES (?1, 2055, 'v9', ?2, ?3, 5, 1000, -1500) ON CONFLICT "
+            "DO UPDATE SET last_seen = ?3")
         .Bind(1, address)
         .Bind(2, bucket)
         .Bind(3, last_seen)

@@ -272,6 +272,7 @@ TEST_F(Questions, ExportersTellWhatTheyLostAndWhenTheyWereSilent) {
   for (const Json& row : exporters["rows"]) {
     const bool is_last = row["key"] == "192.0.2.4";
     EXPECT_EQ(row.value("silent", ""), is_last ? "since 2026-11-25 01:30 (30 min)" : "");
+    EXPECT_EQ(row["clock_offset_ms"], -1500);
   }
 }
 
@@ -354,6 +355,7 @@ TEST_F(Questions, AreShownAsText) {
   EXPECT_THAT(top.out, testing::ContainsRegex(" \\(others, 190 more\\) "));
   EXPECT_THAT(top.out, testing::HasSubstr("no data 2026-11-25 00:17 to 00:20 UTC: not running\n"));
   EXPECT_THAT(top.out, testing::HasSubstr("lost on the way: 1,980 datagrams from 192.0.2.1 "));
+  EXPECT_THAT(ask({"exporters"}).out, testing::ContainsRegex(" Clock .* -1\\.5 s "));
   const ProgramResult csv = ask({"flows", "tcp", "--group-by", "as", "--csv", "--top", "1"});
   EXPECT_THAT(csv.out, testing::StartsWith("as,as_name,share,bytes,bits_per_second,packets,"));
   EXPECT_THAT(csv.out, testing::HasSubstr("\nAS64500,,"));

@@ -100,6 +100,8 @@ def check_metrics(collector, claims):
     if PROMTOOL:
         said = subprocess.run([PROMTOOL, "check", "metrics"], input=text, capture_output=True, text=True)
         expect("promtool check metrics", (said.returncode, said.stdout + said.stderr), (0, ""))
+    offsets = re.findall(r"^flowhost_exporter_clock_offset_seconds\{.*\} (\S+)$", text, re.M)
+    expect("clocks", (len(offsets), all(abs(float(offset)) < 5 for offset in offsets)), (2, True))
 
 
 def check_taken_port(folder, collector):

@@ -97,6 +97,8 @@ const seenText = (ms, now) => {
 
 const ratesOf = (row) => (row.sampling_rate ? `1 in ${whole(row.sampling_rate)}` : "");
 
+const clockText = (ms) => (ms == null ? "" : `${ms < 0 ? "\u2212" : "+"}${duration(Math.abs(ms))}`);
+
 export function exporterTable(answer, now, narrow) {
   const has = (name) => answer.rows.some((row) => row[name]);
   const columns = [
@@ -112,6 +114,9 @@ export function exporterTable(answer, now, narrow) {
     { title: "Templates", number: true, name: "templates",
       cell: (row) => number(whole(row.templates ?? 0)) },
     { title: "Sampled", number: true, name: "sampling_rate", cell: (row) => number(ratesOf(row)) },
+    { title: "Clock", number: true, name: "clock_offset_ms",
+      note: "ahead of this collector's, by the time in its datagrams",
+      cell: (row) => number(clockText(row.clock_offset_ms)) },
     { title: "Sets without template", number: true, name: "sets_without_template",
       cell: (row) => number(whole(row.sets_without_template)) },
     { title: "Refused", number: true, name: "refused", cell: (row) => number(whole(row.refused)) },
