@@ -38,7 +38,3 @@ expect "--instances --interval " listen --in
 expect "folder " listen --state fo
 expect "fish " replay --top 3 fi
 expect " " listen --interval ""
-for file in zsh/site-functions/_flowhost fish/vendor_completions.d/flowhost.fish; do
-  command -v "${file%%/*}" >/dev/null || continue
-  "${file%%/*}" -n "$work/share/$file"
-done

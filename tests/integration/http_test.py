@@ -1,13 +1,16 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""http_test.py FLOWHOST PLUGIN FLOWGEN SOURCE: a collector with made exporters, asked over HTTP: metrics against
-what the exporters claim, by a real Prometheus too where there is one; answers against the command line's and
-against docs/openapi.json; both while it runs and from its store afterwards."""
+"""http_test.py FLOWHOST PLUGIN FLOWGEN SOURCE [answers | schemas | prometheus PROMETHEUS PROMTOOL]: a collector with
+made exporters, asked over HTTP.
+
+    answers     metrics against what the exporters claim; answers against the command line's, while it runs and from its
+                store afterwards
+    schemas     answers against the schemas of docs/openapi.json, which takes python3-jsonschema
+    prometheus  what a real Prometheus has scraped"""
 import atexit
 import json
 import pathlib
 import re
-import shutil
 import signal
 import socket
 import sqlite3
@@ -19,10 +22,9 @@ import urllib.error
 import urllib.parse
 import urllib.request
 
-FLOWHOST, PLUGIN, FLOWGEN, SOURCE = sys.argv[1:5]
-RULES = pathlib.Path(SOURCE, "packaging", "prometheus")
+FLOWHOST, PLUGIN, FLOWGEN, SOURCE, WHAT, *PROGRAMS = sys.argv[1:]
+RULES = pathlib.Path(SOURCE, "packaging", "prometheus", "alerts.yml")
 API = json.loads(pathlib.Path(SOURCE, "docs", "openapi.json").read_text())
-PROMETHEUS, PROMTOOL = shutil.which("prometheus"), shutil.which("promtool")
 failures = []
 
 
@@ -97,9 +99,6 @@ def check_metrics(collector, claims):
     expect("the others", 'flowhost_exporter_records_total{exporter="others",version=""}' in text, True)
     expect("busy", seen["flowhost_lane_busy_seconds_total"] > 0, True)
     expect("interfaces", seen["flowhost_interface_bytes_total"] >= claims["bytes"], True)
-    if PROMTOOL:
-        said = subprocess.run([PROMTOOL, "check", "metrics"], input=text, capture_output=True, text=True)
-        expect("promtool check metrics", (said.returncode, said.stdout + said.stderr), (0, ""))
     offsets = re.findall(r"^flowhost_exporter_clock_offset_seconds\{.*\} (\S+)$", text, re.M)
     expect("clocks", (len(offsets), all(abs(float(offset)) < 5 for offset in offsets)), (2, True))
 
@@ -119,14 +118,15 @@ def check_taken_port(folder, collector):
 
 def check_prometheus(folder, collector, claims):
     """asks a real one, which has scraped the collector, for the total that the exporters claim"""
-    subprocess.run([PROMTOOL, "check", "rules", RULES / "alerts.yml"], check=True, stdout=subprocess.DEVNULL)
-    subprocess.run([PROMTOOL, "test", "rules", RULES / "alerts_test.yml"], check=True, stdout=subprocess.DEVNULL)
+    prometheus, promtool = PROGRAMS
+    said = subprocess.run([promtool, "check", "metrics"], input=collector.get("/metrics")[1], capture_output=True, text=True)
+    expect("promtool check metrics", (said.returncode, said.stdout + said.stderr), (0, ""))
     (folder / "prometheus.yml").write_text(json.dumps({
-        "global": {"scrape_interval": "1s"}, "rule_files": [str(RULES / "alerts.yml")],
+        "global": {"scrape_interval": "1s"}, "rule_files": [str(RULES)],
         "scrape_configs": [{"job_name": "flowhost", "static_configs": [{"targets": [collector.url[7:]]}]}]}))
     port = free_port(socket.SOCK_STREAM)
     process = subprocess.Popen(
-        [PROMETHEUS, f"--config.file={folder}/prometheus.yml", f"--storage.tsdb.path={folder}/tsdb",
+        [prometheus, f"--config.file={folder}/prometheus.yml", f"--storage.tsdb.path={folder}/tsdb",
          f"--web.listen-address=127.0.0.1:{port}"], stderr=(folder / "prometheus.log").open("w"))
     atexit.register(process.kill)
 
@@ -202,35 +202,44 @@ def resolved(part):
     return API["components"]["parameters"][part["$ref"].rsplit("/")[-1]] if "$ref" in part else part
 
 
-def check_description(server):
-    """every parameter that is described is taken, nothing else, and answers have the form that is described"""
-    try:
-        import jsonschema
-    except ImportError:
-        jsonschema = None
-    known = set(re.findall(r"\w+", json.loads(server.get("/api/frob")[1])["error"].split("/api/")[1]))
-    expect("paths", {path.removeprefix("/api/") for path in API["paths"]}, known)
+def described():
+    """paths; the examples of their parameters, of all and of those that are needed; the schema of the answer"""
     for path, methods in API["paths"].items():
         parameters = [resolved(part) for part in methods["get"]["parameters"]]
         given = {p["name"]: p["example"] for p in parameters if "example" in p}
         needed = {p["name"]: p["example"] for p in parameters if p["required"]}
+        schema = methods["get"]["responses"]["200"]["content"]["application/json"]["schema"]["$ref"].rsplit("/")[-1]
+        yield path, {p["name"] for p in parameters}, given, needed, schema
+
+
+def check_description(server):
+    """every parameter that is described is taken, and nothing else"""
+    known = set(re.findall(r"\w+", json.loads(server.get("/api/frob")[1])["error"].split("/api/")[1]))
+    expect("paths", {path.removeprefix("/api/") for path in API["paths"]}, known)
+    for path, names, given, needed, _ in described():
         for asked in [given, needed]:
             status, text = server.get(path, **asked)
             expect(f"{path} {asked}: {text}", status, 200)
-            name = methods["get"]["responses"]["200"]["content"]["application/json"]["schema"]["$ref"].rsplit("/")[-1]
-            schema = {"$ref": f"#/components/schemas/{name}", "components": API["components"]}
-            for fault in jsonschema.Draft202012Validator(schema).iter_errors(json.loads(text)) if jsonschema else []:
-                failures.append(f"{path} {asked}: {fault.json_path}: {fault.message}")
-        for name in {p["name"] for p in parameters} - given.keys():
+        for name in names - given.keys():
             expect(f"{path} knows {name}", "has no parameter" in server.get(path, **{name: "1"})[1], False)
         status, text = server.get(path, **needed, frob=1)
         expect(f"{path} frob", (status, "has no parameter frob" in text), (400, True))
 
 
-def main(folder):
+def check_schemas(server):
+    """answers have the form that is described"""
+    import jsonschema
+    for path, _, given, needed, name in described():
+        schema = {"$ref": f"#/components/schemas/{name}", "components": API["components"]}
+        for asked in [given, needed]:
+            for fault in jsonschema.Draft202012Validator(schema).iter_errors(json.loads(server.get(path, **asked)[1])):
+                failures.append(f"{path} {asked}: {fault.json_path}: {fault.message}")
+
+
+def collect(folder, store):
+    """a collector that has metered what exporters have sent, and what they claim"""
     (folder / "policies").mkdir()
     port = free_port(socket.SOCK_DGRAM)
-    store = folder / "store"
     collector = Program(folder, "listen", "listen", "--plugin", PLUGIN, "--config", folder / "policies", "--bind",
                         "127.0.0.1", "--port", f"netflow={port}", "--interval", "1", "--store", store,
                         "--metrics-exporters", "2")
@@ -239,8 +248,10 @@ def main(folder):
                           text=True).stdout
     claims = {name: int(value) for name, value in re.findall(r"^(\w+):? (\d+)$", said, re.M)}
     check_metrics(collector, claims)
-    if PROMETHEUS and PROMTOOL:
-        check_prometheus(folder, collector, claims)
+    return collector, claims
+
+
+def answers(folder, store, collector, claims):
     expect("live", json.loads(collector.get("/api/status")[1])["live"], True)
     now = int(time.time())
     check_answers(collector, store, {"from": f"@{now - 7200}", "to": f"@{now - 3600}"})
@@ -257,6 +268,18 @@ def main(folder):
     check_description(server)
     expect("metrics of serve", server.get("/metrics")[0], 404)
     expect("exit status of serve", server.end(), 0)
+
+
+def main(folder):
+    store = folder / "store"
+    collector, claims = collect(folder, store)
+    if WHAT == "answers":
+        answers(folder, store, collector, claims)
+    elif WHAT == "schemas":
+        collector.end()
+        check_schemas(Program(folder, "serve", "serve", "--store", store))
+    else:
+        check_prometheus(folder, collector, claims)
 
 
 with tempfile.TemporaryDirectory() as work:
