@@ -159,13 +159,17 @@ async function showFlows(signal) {
   show(byId("more-flows"), rows.length < (answer.total?.flows ?? 0) && rows.length === flowsShown);
 }
 
-// Flows are read when somebody has scrolled to them: over a day there are millions.
+// Flows are read when somebody has scrolled to them, and everything above them is there: over a day
+// there are millions.
 let flowsAreWanted = false;
-let flowsAreSeen = false;
+const flowsWatch = new IntersectionObserver((entries) => {
+  if (entries.at(-1).isIntersecting) loadFlows();
+}, { rootMargin: "100px" });
 function wantFlows() {
   flowsAreWanted = true;
   byId("flows").classList.add("loading");
-  if (flowsAreSeen) loadFlows();
+  flowsWatch.unobserve(byId("flows"));  // it tells of changes, and first of how things are
+  flowsWatch.observe(byId("flows"));
 }
 function loadFlows() {
   if (!flowsAreWanted) return;
@@ -186,18 +190,19 @@ function askChart(signal) {
 async function part(element, signal, work) {
   element.classList.add("loading");
   try {
-    await work();
+    return await work();
   } finally {
     if (!signal.aborted) element.classList.remove("loading");
   }
 }
 
-// What the page has no table for says why.
+// What the page has no table for says why. charted: the answer that the chart shows, once it does.
 async function showGroup(id, charted, signal) {
   const box = byId(`table-${id}`);
   await part(box, signal, async () => {
     try {
-      const answer = id === state.by ? charted : await askGroup(source, state, span(), id, {}, signal);
+      const answer = await (id === state.by ? charted
+        : askGroup(source, state, span(), id, {}, signal));
       showTable(id, answer);
     } catch (error) {
       if (signal.aborted || !(error instanceof Refusal)) throw error;
@@ -221,20 +226,25 @@ async function load() {
     showProgram();
     if (source.isReport && !location.hash.includes("from=")) state.from = reportStart();
     showControls();
-    wantFlows();
-    const charted = askChart(signal);
-    await part(byId("chart-panel"), signal, async () => showChart(await charted));
-    const answer = await charted;
-    const [totals, exporters, losses] = await Promise.all([
-      askTotals(source, span(), signal), askExporters(source, span(), signal),
+    flowsAreWanted = false;
+    byId("flows").classList.add("loading");
+    const charted = part(byId("chart-panel"), signal, async () => {
+      const answer = await askChart(signal);
+      showChart(answer);
+      return answer;
+    });
+    if (state.filter !== "") await charted;  // it may be wrong, and takes its time
+    const [answer, totals, exporters, losses] = await Promise.all([
+      charted, askTotals(source, span(), signal), askExporters(source, span(), signal),
       askLosses(source, span(), signal),
-      ...TABLES.map((id) => showGroup(id, answer, signal)),
+      ...TABLES.map((id) => showGroup(id, charted, signal)),
     ]);
     showHeadline(totals, exporters, answer, state.filter !== "");
     fill(byId("exporters").querySelector(".body"), exporterTable(exporters, status.now, narrow));
     byId("losses").querySelector(".body").replaceChildren(losses.rows.length > 0
       ? lossTable(losses) : make("p", { class: "quiet" }, "nothing"));
     document.body.dataset.shown = String(Number(document.body.dataset.shown ?? 0) + 1);
+    wantFlows();
   } catch (error) {
     if (signal.aborted) return;
     showTrouble(error);
@@ -320,10 +330,6 @@ function begin() {
   matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => {
     if (chart.shown) chart.draw(chart.shown);
   });
-  new IntersectionObserver(([entry]) => {
-    flowsAreSeen = entry.isIntersecting;
-    if (flowsAreSeen) loadFlows();
-  }, { rootMargin: "100px" }).observe(byId("flows"));
   document.addEventListener("visibilitychange", look);
   if (!source.isReport) setInterval(look, LOOK_MS);
   load();
