@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 """A headless Chromium, driven over WebDriver's HTTP, which needs nothing but Python."""
+import atexit
 import base64
 import json
 import subprocess
@@ -17,6 +18,7 @@ class Browser:
     def __init__(self, chromedriver, chromium, folder):
         self.driver = subprocess.Popen([chromedriver, "--port=0"], stdout=subprocess.PIPE, text=True,
                                        env={"HOME": folder, "PATH": "/usr/bin:/bin", "TMPDIR": folder})
+        atexit.register(self.driver.kill)
         for line in self.driver.stdout:
             if "started successfully on port" in line:
                 self.root = "http://127.0.0.1:%s/session" % line.rstrip(".\n ").split()[-1]
