@@ -3,6 +3,7 @@
 """store_test.py FLOWHOST PLUGIN FLOWGEN [KILLS]: stores as those find them who know only their tables: against what the exporter
 claims, after restarts and kills in the middle of an hour, and as another user."""
 import contextlib
+import json
 import os
 import pathlib
 import random
@@ -282,6 +283,27 @@ def change(store, sql):
         database.executescript(sql)
 
 
+def test_earlier(folder):
+    """tables from before exporters' clocks were known are read, and get them"""
+    def clocks():
+        said = subprocess.run([FLOWHOST, "exporters", "--json", "--store", store, "--from", "@1700000000", "--to", "@1700020000"],
+                              check=True, capture_output=True, text=True).stdout
+        return [row["clock_offset_ms"] for row in json.loads(said)["rows"] if not row["version"].startswith("sFlow")]
+
+    store = folder / "earlier"
+    shutil.copytree(folder / "whole", store)
+    known = clocks()
+    expect("clocks", (len(known), None in known), (3, False))
+    (view,), = counters(store, "SELECT sql FROM sqlite_schema WHERE name = 'health'")
+    tables = ["exporters", "health_minute", "health_hour", "health_day"]
+    change(store, "DROP VIEW health;" + "".join(f"ALTER TABLE {t} DROP COLUMN clock_offset_ms;" for t in tables) + view)
+    expect("clocks of an earlier store", clocks(), [None] * 3)
+    run(folder, store, later(folder / "whole.pcap", 3))
+    expect("clocks after a run", None in clocks(), False)
+    expect("health", counters(store, "SELECT DISTINCT tier FROM health WHERE clock_offset_ms IS NOT NULL ORDER BY 1"),
+           [("day",), ("hour",), ("minute",)])
+
+
 def test_clock(folder):
     """a leap of the clock deletes nothing at once, and what it wrote is set aside when it is mended"""
     store = folder / "clock"
@@ -336,7 +358,8 @@ def test_other_user(folder):
 def main():
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
-        for test in (test_whole, test_early, test_restart, test_kills, test_copies, test_full, test_removed, test_clock, test_other_user):
+        for test in (test_whole, test_earlier, test_early, test_restart, test_kills, test_copies, test_full, test_removed, test_clock,
+                     test_other_user):
             test(folder)
     print("\n".join(failures) or "as it should be")
     return 1 if failures else 0
