@@ -24,7 +24,7 @@
 #include "host/command/listen_web.h"
 #include "host/command/memory_watch.h"
 #include "host/command/meter_setup.h"
-#include "host/command/open_store.h"
+#include "host/command/open_keepers.h"
 #include "host/command/policy_check.h"
 #include "host/command/policy_reload.h"
 #include "host/command/sandbox.h"
@@ -67,8 +67,8 @@ class Listen {
     const ExitWatch watch([this] { PluginEndedProcess(); }, [this] { setup_.lanes().RestHere(); });
     templates_.NoteUse();
     setup_.Start(LaneMode::kDrop);
-    if (store_ != nullptr) reporter_.TakeFlowsEarly(setup_.lanes());
-    web_.emplace(options_.web, store_.get(), setup_.lanes(), setup_.stand_ins(), console_);
+    if (!keepers_.empty()) reporter_.TakeFlowsEarly(setup_.lanes());
+    web_.emplace(options_.web, keepers_.store(), setup_.lanes(), setup_.stand_ins(), console_);
     report_.Observe([this](const Tick& tick, const std::vector<Harvest>& harvests) {
       web_->Take(tick, harvests);
     });
@@ -120,13 +120,13 @@ class Listen {
   bool ending_ = false;
   Clock::time_point next_watch_;
   Clock::time_point next_policy_check_;
-  std::unique_ptr<Store> store_ = OpenStore(options_.store, setup_, console_, StoreMode::kDrop);
+  Keepers keepers_{options_.store, setup_, console_, KeeperMode::kDrop};
   RunReport report_{RunKind::kPeriodic,
                     setup_.catalog().groups(),
                     setup_.site_settings().home,
                     setup_.stand_ins(),
                     output_,
-                    store_.get(),
+                    keepers_.all(),
                     true,
                     console_};
   SilenceWatch silence_{Timestamp{options_.silent_after} * kMicrosPerSecond, setup_.stand_ins(),
@@ -268,8 +268,11 @@ int Listen::End() {
   const auto deadline = start + 8s;
   std::vector<Outlet*> left = report_.FinishBy(deadline);
   if (!templates_.outlet().FinishBy(deadline)) left.push_back(&templates_.outlet());
-  const bool is_stored = store_ == nullptr || store_->FinishBy(deadline);
-  if (!is_stored) console_.Error("the store takes too long: its last minutes are not written");
+  const std::vector<std::string> late = keepers_.FinishBy(deadline);
+  for (const std::string& name : late) {
+    console_.Error(fmt::format("{} takes too long: its last minutes are not written", name));
+  }
+  const bool is_stored = late.empty();
   for (Outlet* const outlet : left) {
     const std::size_t waiting = outlet->Waiting();
     console_.Error(fmt::format("{} takes nothing: {} report{} not written", outlet->name(),
@@ -320,7 +323,7 @@ void Listen::PluginEndedProcess() {
       console_.Error(fmt::format("{} takes nothing", outlet->name()));
     }
     static_cast<void>(templates_.outlet().FinishBy(start + 8s));
-    if (store_ != nullptr) static_cast<void>(store_->FinishBy(start + 8s));
+    static_cast<void>(keepers_.FinishBy(start + 8s));
   }
   static_cast<void>(console_.FinishBy(start + 8500ms));
 }

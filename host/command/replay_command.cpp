@@ -13,7 +13,7 @@
 #include "host/capture/capture_reader.h"
 #include "host/command/exit_watch.h"
 #include "host/command/meter_setup.h"
-#include "host/command/open_store.h"
+#include "host/command/open_keepers.h"
 #include "host/command/progress.h"
 #include "host/output/run_report.h"
 #include "host/period/reporter.h"
@@ -42,7 +42,7 @@ class Replay {
   int Run() {
     const ExitWatch watch([this] { PluginEndedProcess(); }, [this] { setup_.lanes().RestHere(); });
     setup_.Start(options_.meter.instances > 1 ? LaneMode::kWait : LaneMode::kInline);
-    if (store_ != nullptr) reporter_.TakeFlowsEarly(setup_.lanes());
+    if (!keepers_.empty()) reporter_.TakeFlowsEarly(setup_.lanes());
     for (const std::string& path : options_.captures) ReadCapture(path);
     Reap({.to = setup_.intake().counts().last, .is_last = true});
     reporter_.Wait();
@@ -72,7 +72,7 @@ class Replay {
 
   // Captures that were given out of order begin a bucket of their own.
   void EndPeriods(Timestamp now) {
-    if (store_ != nullptr && schedule_.IsSetBack(now)) {
+    if (!keepers_.empty() && schedule_.IsSetBack(now)) {
       reporter_.Wait();
       Reap({.from = schedule_.From(), .to = schedule_.To()});
     }
@@ -114,14 +114,14 @@ class Replay {
   MeterSetup setup_;
   OutputOptions output_;
   Schedule schedule_;
-  bool has_periods_ = options_.interval != 0 || !options_.store.directory.empty();
-  std::unique_ptr<Store> store_ = OpenStore(options_.store, setup_, console_, StoreMode::kWait);
+  Keepers keepers_{options_.store, setup_, console_, KeeperMode::kWait};
+  bool has_periods_ = options_.interval != 0 || !keepers_.empty();
   RunReport report_{options_.interval == 0 ? RunKind::kWhole : RunKind::kPeriodic,
                     setup_.catalog().groups(),
                     setup_.site_settings().home,
                     setup_.stand_ins(),
                     output_,
-                    store_.get(),
+                    keepers_.all(),
                     false,
                     console_};
   Reporter reporter_{[this](const Tick& tick, std::vector<Harvest> harvests) {

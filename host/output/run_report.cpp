@@ -78,13 +78,13 @@ bool HasNetflow(const std::vector<Harvest>& harvests) {
 }  // namespace
 
 RunReport::RunReport(RunKind kind, std::span<const GroupInfo> groups, const HomeRanges& home,
-                     const StandIns& stand_ins, const OutputOptions& options, Store* store,
-                     bool has_writers, Console& console)
+                     const StandIns& stand_ins, const OutputOptions& options,
+                     std::vector<Keeper*> keepers, bool has_writers, Console& console)
     : kind_(kind),
       groups_(groups),
       stand_ins_(stand_ins),
       options_(options),
-      store_(store),
+      keepers_(std::move(keepers)),
       console_(console),
       directions_(home),
       interval_(std::make_shared<Period>(groups)),
@@ -120,12 +120,12 @@ void RunReport::Add(const Tick& tick, std::vector<Harvest> harvests, double seco
   for (const Harvest& harvest : harvests) {
     directions_.Add(harvest.store->flow_group().table);
     directions_.AddTo(harvest.store.get());
-    if (store_ != nullptr || !options_.report.split_flows) {
+    if (!keepers_.empty() || !options_.report.split_flows) {
       TakeFlows(tick.to - 1, harvest.store->TakeFlows(), has_ends);
     }
     if (periodic) NoteLetGo(LetGo::kKeys, harvest.store->PruneTo(Shares().period_keys));
   }
-  if (store_ != nullptr) store_->Take(tick, harvests);
+  for (Keeper* const keeper : keepers_) keeper->Take(tick, harvests);
   if (has_buckets_) TakeBucket(tick, harvests);
   if (interval_->from == 0) interval_->from = tick.from;
   interval_->to = tick.to;
@@ -133,7 +133,7 @@ void RunReport::Add(const Tick& tick, std::vector<Harvest> harvests, double seco
   for (Harvest& harvest : harvests) interval_->Add(std::move(harvest));
   if (periodic) interval_->Prune();
   if (tick.is_last) {
-    if (store_ != nullptr) store_->End();
+    for (Keeper* const keeper : keepers_) keeper->End();
     return End(seconds);
   }
   if (!tick.ends_interval) {
@@ -173,14 +173,16 @@ void RunReport::TakeEarly(EarlyFlows early) {
   }
 }
 
-// Whole into the store, and into reports as they are shown.
+// Whole to who keeps them, and into reports as they are shown.
 void RunReport::TakeFlows(Timestamp time, FlowBatch flows, bool has_ends) {
   const auto show = [&](Period* period) {
     options_.report.split_flows ? period->AddFlows(flows) : period->AddShownFlows(flows, has_ends);
   };
   show(interval_.get());
   if (has_buckets_) show(&bucket_);
-  if (store_ != nullptr) store_->TakeFlows(time, std::move(flows));
+  if (keepers_.empty()) return;
+  const auto kept = std::make_shared<const FlowBatch>(std::move(flows));
+  for (Keeper* const keeper : keepers_) keeper->TakeFlows(time, kept);
 }
 
 void RunReport::End(double seconds) {
@@ -311,7 +313,8 @@ std::vector<Outlet*> RunReport::FinishBy(Outlet::Clock::time_point deadline) {
 }
 
 bool RunReport::Succeeded() {
-  return !has_failed_ && (store_ == nullptr || store_->Succeeded()) && terminal_->Succeeded() &&
+  return !has_failed_ && terminal_->Succeeded() &&
+         std::ranges::all_of(keepers_, &Keeper::Succeeded) &&
          std::ranges::all_of(outlets_, [](const auto& outlet) { return outlet->Succeeded(); });
 }
 

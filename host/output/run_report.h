@@ -12,9 +12,9 @@
 #include "host/output/outlet.h"
 #include "host/output/outputs.h"
 #include "host/period/ipv6_directions.h"
+#include "host/period/keeper.h"
 #include "host/period/period.h"
 #include "host/period/reporter.h"
-#include "host/store/store.h"
 
 namespace flow::host {
 
@@ -28,11 +28,11 @@ enum class RunKind {
 
 class RunReport {
  public:
-  // options' groups are ids; store may be null. With writers, outputs are written in threads of
+  // options' groups are ids. With writers, outputs are written in threads of
   // their own: Take waits for none of them. All outlive the report.
   RunReport(RunKind kind, std::span<const GroupInfo> groups, const HomeRanges& home,
-            const StandIns& stand_ins, const OutputOptions& options, Store* store, bool has_writers,
-            Console& console);
+            const StandIns& stand_ins, const OutputOptions& options, std::vector<Keeper*> keepers,
+            bool has_writers, Console& console);
 
   // Captures that were read; for the report of the whole.
   std::vector<CaptureResult>& captures() { return captures_; }
@@ -72,7 +72,7 @@ class RunReport {
   std::span<const GroupInfo> groups_;
   const StandIns& stand_ins_;
   const OutputOptions& options_;
-  Store* store_;
+  std::vector<Keeper*> keepers_;
   Console& console_;
   std::vector<CaptureResult> captures_;
   KernelDrops kernel_drops_;

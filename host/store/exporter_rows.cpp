@@ -10,14 +10,6 @@ namespace {
 
 using Row = ExporterTable::Row;
 
-enum class Sum : std::uint8_t { kAdds, kLatest };  // how two values become one
-
-struct HealthColumn {
-  std::string_view name;
-  Sum sum;
-  std::uint64_t (*value)(const ExporterHealth& health);
-};
-
 template <auto kMember>
 std::uint64_t Count(const ExporterHealth& health) {
   return health.row.counts.*kMember;
@@ -35,32 +27,31 @@ std::uint64_t Seen(const ExporterHealth& health) {
   return static_cast<std::uint64_t>(health.row.counts.last_seen / kMicrosPerSecond);
 }
 
-// Behind bucket, exporter, port, version, lost_unit and clock_offset_ms.
 constexpr HealthColumn kHealthColumns[] = {
-    {"datagrams", Sum::kAdds, Count<&ExporterCounts::datagrams>},
-    {"bytes", Sum::kAdds, Count<&ExporterCounts::bytes>},
-    {"described", Sum::kAdds, Book<&RecordBooks::described>},
-    {"reverse", Sum::kAdds, Book<&RecordBooks::reverse>},
-    {"records", Sum::kAdds, Book<&RecordBooks::metered>},
-    {"left_out", Sum::kAdds,
+    {"datagrams", HealthSum::kAdds, Count<&ExporterCounts::datagrams>},
+    {"bytes", HealthSum::kAdds, Count<&ExporterCounts::bytes>},
+    {"described", HealthSum::kAdds, Book<&RecordBooks::described>},
+    {"reverse", HealthSum::kAdds, Book<&RecordBooks::reverse>},
+    {"records", HealthSum::kAdds, Book<&RecordBooks::metered>},
+    {"left_out", HealthSum::kAdds,
      [](const ExporterHealth& health) { return health.row.counts.books.LeftOutSum(); }},
-    {"refused", Sum::kAdds,
+    {"refused", HealthSum::kAdds,
      [](const ExporterHealth& health) { return health.row.counts.Refused(); }},
-    {"templates", Sum::kLatest, Count<&ExporterCounts::templates>},
-    {"sets_without_template", Sum::kAdds, Count<&ExporterCounts::unknown_sets>},
-    {"broken_sets", Sum::kAdds, Book<&RecordBooks::broken_sets>},
-    {"lost", Sum::kAdds,
+    {"templates", HealthSum::kLatest, Count<&ExporterCounts::templates>},
+    {"sets_without_template", HealthSum::kAdds, Count<&ExporterCounts::unknown_sets>},
+    {"broken_sets", HealthSum::kAdds, Book<&RecordBooks::broken_sets>},
+    {"lost", HealthSum::kAdds,
      [](const ExporterHealth& health) { return health.row.counts.gaps.Lost(); }},
-    {"lost_samples", Sum::kAdds,
+    {"lost_samples", HealthSum::kAdds,
      [](const ExporterHealth& health) { return health.row.counts.sample_gaps.Lost(); }},
-    {"lost_here", Sum::kAdds, Gap<&SequenceGaps::here>},
-    {"dropped", Sum::kAdds, Count<&ExporterCounts::dropped>},
-    {"gaps", Sum::kAdds, Gap<&SequenceGaps::gaps>},
-    {"late", Sum::kAdds, Gap<&SequenceGaps::late>},
-    {"restarts", Sum::kAdds, Gap<&SequenceGaps::restarts>},
-    {"jumps", Sum::kAdds, Gap<&SequenceGaps::jumps>},
-    {"last_seen", Sum::kLatest, Seen},
-    {"sampling_rate", Sum::kLatest,
+    {"lost_here", HealthSum::kAdds, Gap<&SequenceGaps::here>},
+    {"dropped", HealthSum::kAdds, Count<&ExporterCounts::dropped>},
+    {"gaps", HealthSum::kAdds, Gap<&SequenceGaps::gaps>},
+    {"late", HealthSum::kAdds, Gap<&SequenceGaps::late>},
+    {"restarts", HealthSum::kAdds, Gap<&SequenceGaps::restarts>},
+    {"jumps", HealthSum::kAdds, Gap<&SequenceGaps::jumps>},
+    {"last_seen", HealthSum::kLatest, Seen},
+    {"sampling_rate", HealthSum::kLatest,
      [](const ExporterHealth& health) { return health.sampling_rate; }},
 };
 
@@ -87,7 +78,7 @@ std::string AddUpHealth(const Tier& below, const Tier& tier) {
       "?1, exporter, port, version, max(lost_unit), CAST(round(avg(clock_offset_ms)) AS INTEGER)";
   for (const HealthColumn& column : kHealthColumns) {
     names += fmt::format(", {}", column.name);
-    sums += fmt::format(", {}({})", column.sum == Sum::kAdds ? "sum" : "max", column.name);
+    sums += fmt::format(", {}({})", column.sum == HealthSum::kAdds ? "sum" : "max", column.name);
   }
   return fmt::format(
       "INSERT OR REPLACE INTO health_{} ({}) SELECT {} FROM health_{} WHERE bucket >= ?1 AND "
@@ -103,7 +94,44 @@ std::string AddUpLosses(const Tier& below, const Tier& tier) {
       tier.name, below.name, tier.seconds);
 }
 
+// What an exporter's own books say was lost.
+void LossesOf(const Row& row, const std::function<void(const ExporterLoss& loss)>& visit) {
+  const SourceNames source = NamesOf(row.key);
+  const auto tell = [&](std::string_view place, std::string_view reason, std::uint64_t count,
+                        std::string_view unit) {
+    if (count > 0) visit({source, place, reason, count, unit});
+  };
+  const ExporterCounts& counts = row.counts;
+  tell("way", "sequence", counts.gaps.Lost(), UnitOf(row.key.version));
+  tell("way", "samples", counts.sample_gaps.Lost(), "samples");
+  tell("here", "queue", counts.dropped, "datagrams");
+  for (std::size_t i = 1; i < kRefusals; ++i) {
+    tell("refused", RefusalId(static_cast<Refusal>(i)), counts.refused[i], "datagrams");
+  }
+  tell("left_out", "no_template", counts.unknown_sets, "sets");
+  tell("left_out", "broken_sets", counts.books.broken_sets, "sets");
+  for (std::size_t i = 0; i < kLeftOuts; ++i) {
+    tell("left_out", LeftOutId(static_cast<LeftOut>(i)), counts.books.left_out[i], "records");
+  }
+}
+
 }  // namespace
+
+std::span<const HealthColumn> HealthColumns() { return kHealthColumns; }
+
+void ForEachLoss(const std::vector<ExporterHealth>& exporters, const Losses& losses,
+                 const std::function<void(const ExporterLoss& loss)>& visit) {
+  for (const ExporterHealth& health : exporters) LossesOf(health.row, visit);
+  for (const auto& [port, datagrams] : losses.kernel) {
+    if (datagrams > 0) visit({{"", port, ""}, "here", "kernel", datagrams, "datagrams"});
+  }
+}
+
+// All that are too many for rows of their own are an exporter without an address.
+SourceNames NamesOf(const ExportSource& source) {
+  if (source == ExportSource{}) return {};
+  return {source.endpoint.address.Text(), source.endpoint.port, source.version.Text()};
+}
 
 ExporterRows::ExporterRows(Database* database)
     : database_(*database),
@@ -126,65 +154,36 @@ void ExporterRows::BindClock(Statement* statement, const Row& row, int place) {
   }
 }
 
-// All that are too many for rows of their own are an exporter without an address.
-void ExporterRows::BindSource(Statement* statement, const ExportSource& source, int place) {
-  const bool is_one = source != ExportSource{};
-  statement->Bind(place, is_one ? source.endpoint.address.Text() : std::string())
-      .Bind(place + 1, std::uint64_t{source.endpoint.port})
-      .Bind(place + 2, is_one ? source.version.Text() : std::string());
+void ExporterRows::BindSource(Statement* statement, const SourceNames& source, int place) {
+  statement->Bind(place, source.exporter)
+      .Bind(place + 1, std::uint64_t{source.port})
+      .Bind(place + 2, source.version);
 }
 
 void ExporterRows::Write(std::int64_t minute, const std::vector<ExporterHealth>& exporters,
                          const Losses& losses) {
   for (const ExporterHealth& health : exporters) {
     const Row& row = health.row;
+    const SourceNames source = NamesOf(row.key);
     health_.Bind(1, minute);
-    BindSource(&health_, row.key, 2);
+    BindSource(&health_, source, 2);
     health_.Bind(5, UnitOf(row.key.version));
     BindClock(&health_, row, 6);
     int place = 6;
     for (const HealthColumn& column : kHealthColumns) health_.Bind(++place, column.value(health));
     health_.Run();
-    WriteLosses(minute, row);
-    BindSource(&exporter_, row.key, 1);
+    BindSource(&exporter_, source, 1);
     BindClock(&exporter_, row, 7);
     exporter_.Bind(4, Seen(health))
         .Bind(5, row.counts.templates)
         .Bind(6, health.sampling_rate)
         .Run();
   }
-  for (const auto& [port, datagrams] : losses.kernel) {
-    loss_.Bind(1, minute).Bind(2, "").Bind(3, std::uint64_t{port}).Bind(4, "");
-    loss_.Bind(5, "here").Bind(6, "kernel").Bind(7, datagrams).Bind(8, "datagrams");
-    if (datagrams > 0) loss_.Run();
-  }
-}
-
-void ExporterRows::WriteLosses(std::int64_t minute, const Row& row) {
-  const auto write = [&](std::string_view place, std::string_view reason, std::uint64_t count,
-                         std::string_view unit) {
-    if (count > 0) WriteLoss(minute, row.key, place, reason, count, unit);
-  };
-  const ExporterCounts& counts = row.counts;
-  write("way", "sequence", counts.gaps.Lost(), UnitOf(row.key.version));
-  write("way", "samples", counts.sample_gaps.Lost(), "samples");
-  write("here", "queue", counts.dropped, "datagrams");
-  for (std::size_t i = 1; i < kRefusals; ++i) {
-    write("refused", RefusalId(static_cast<Refusal>(i)), counts.refused[i], "datagrams");
-  }
-  write("left_out", "no_template", counts.unknown_sets, "sets");
-  write("left_out", "broken_sets", counts.books.broken_sets, "sets");
-  for (std::size_t i = 0; i < kLeftOuts; ++i) {
-    write("left_out", LeftOutId(static_cast<LeftOut>(i)), counts.books.left_out[i], "records");
-  }
-}
-
-void ExporterRows::WriteLoss(std::int64_t minute, const ExportSource& source,
-                             std::string_view place, std::string_view reason, std::uint64_t count,
-                             std::string_view unit) {
-  loss_.Bind(1, minute);
-  BindSource(&loss_, source, 2);
-  loss_.Bind(5, place).Bind(6, reason).Bind(7, count).Bind(8, unit).Run();
+  ForEachLoss(exporters, losses, [&](const ExporterLoss& loss) {
+    loss_.Bind(1, minute);
+    BindSource(&loss_, loss.source, 2);
+    loss_.Bind(5, loss.place).Bind(6, loss.reason).Bind(7, loss.count).Bind(8, loss.unit).Run();
+  });
 }
 
 void ExporterRows::AddUp(std::size_t tier, std::int64_t bucket) {

@@ -2,8 +2,11 @@
 // Exporters' health and losses as rows: written for minutes, and added up for hours and days.
 #pragma once
 
-#include <array>
 #include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/intake/exporter_table.h"
@@ -19,6 +22,36 @@ struct ExporterHealth {
   std::uint64_t sampling_rate = 0;
 };
 
+// What rows call an exporter and version: nothing for all those that are too many for rows of their
+// own.
+struct SourceNames {
+  std::string exporter;
+  std::uint16_t port = 0;
+  std::string version;
+};
+SourceNames NamesOf(const ExportSource& source);
+
+enum class HealthSum : std::uint8_t { kAdds, kLatest };  // how two values become one
+
+struct HealthColumn {
+  std::string_view name;
+  HealthSum sum;
+  std::uint64_t (*value)(const ExporterHealth& health);
+};
+// Those behind bucket, exporter, port, version and lost_unit.
+std::span<const HealthColumn> HealthColumns();
+
+struct ExporterLoss {
+  SourceNames source;
+  std::string_view place;
+  std::string_view reason;
+  std::uint64_t count;
+  std::string_view unit;
+};
+// ForEachLoss visits what was lost, exporter by exporter, and then by sockets.
+void ForEachLoss(const std::vector<ExporterHealth>& exporters, const Losses& losses,
+                 const std::function<void(const ExporterLoss& loss)>& visit);
+
 class ExporterRows {
  public:
   explicit ExporterRows(Database* database);
@@ -31,11 +64,8 @@ class ExporterRows {
   void DropBefore(const Tier& tier, std::int64_t bucket);
 
  private:
-  void WriteLosses(std::int64_t minute, const ExporterTable::Row& row);
-  void WriteLoss(std::int64_t minute, const ExportSource& source, std::string_view place,
-                 std::string_view reason, std::uint64_t count, std::string_view unit);
   void BindClock(Statement* statement, const ExporterTable::Row& row, int place);
-  void BindSource(Statement* statement, const ExportSource& source, int place);
+  static void BindSource(Statement* statement, const SourceNames& source, int place);
 
   Database& database_;
   Statement health_;

@@ -10,6 +10,7 @@
 #include "host/base/memory_budget.h"
 #include "host/base/printable.h"
 #include "host/names/key_text.h"
+#include "host/store/flow_sides.h"
 #include "host/store/schema.h"
 
 namespace flow::host {
@@ -25,37 +26,16 @@ bool IsZero(std::span<const std::uint8_t> bytes) {
   return true;
 }
 
-// What a flow carried, from each side.
-struct Volume {
-  std::uint64_t bytes[2];
-  std::uint64_t packets[2];
-
-  // Meters of sFlow tell the directions apart in the counters alone.
-  explicit Volume(const FlowTotals& flow)
-      : bytes{flow.meters[0], flow.meters[1]}, packets{flow.meters[2], flow.meters[3]} {
-    if (!IsEmpty(0) || !IsEmpty(1)) return;
-    std::copy_n(flow.bytes, 2, bytes);
-    std::copy_n(flow.packets, 2, packets);
-  }
-  [[nodiscard]] bool IsEmpty(int way) const { return (bytes[way] | packets[way]) == 0; }
-};
-
 Database OpenFlowFile(const std::string& path, Sync sync, std::int64_t hour) {
   Database database = Database::ToWrite(path, sync);
   CreateFlowFile(&database, hour);
   return database;
 }
 
-// What a row says of one side of a flow.
-struct Side {
-  const SessionEnd& end;
-  int way;  // its place in pairs
-};
-
 }  // namespace
 
 void NotKept::Add(const FlowTotals& flow) {
-  const Volume volume(flow);
+  const FlowVolume volume(flow);
   ++flows;
   bytes += volume.bytes[0] + volume.bytes[1];
   packets += volume.packets[0] + volume.packets[1];
@@ -159,13 +139,9 @@ void FlowFile::WriteRows() {
   }
 }
 
-// Side A has the larger port, but for sFlow; who alone has sent is the source in any case.
 void FlowFile::PutFlow(const Session& session, const FlowTotals& flow, FlowRows::Row* row) {
-  const Volume volume(flow);
-  const bool one_way = volume.IsEmpty(0) || volume.IsEmpty(1);
-  const bool from_b = one_way ? !volume.IsEmpty(1) : session.a.port < session.b.port;
-  const Side source = from_b ? Side{session.b, 1} : Side{session.a, 0};
-  const Side destination = from_b ? Side{session.a, 0} : Side{session.b, 1};
+  const FlowVolume volume(flow);
+  const auto [source, destination] = SidesOf(session, volume);
   auto cell = row->begin();
   const auto number = [&](std::int64_t value) { (cell++)->Set(value); };
   const auto count = [&](std::uint64_t value) {
@@ -180,10 +156,8 @@ void FlowFile::PutFlow(const Session& session, const FlowTotals& flow, FlowRows:
   const auto hop = [&](std::uint32_t address) {
     address == 0 ? (cell++)->Clear() : bytes(IpAddress::Ipv4(address).bytes());
   };
-  // Without times of the exporter there may be a duration.
-  const bool has_duration = flow.has_times == 0 && flow.duration_ms != 0;
   number(minute_);
-  number((has_duration ? flow.last_ms - flow.duration_ms : flow.first_ms) - hour_ * 1000);
+  number(FirstOf(flow) - hour_ * 1000);
   number(flow.last_ms - hour_ * 1000);
   bytes(session.AddressOf(source.end));
   bytes(session.AddressOf(destination.end));

@@ -2,16 +2,12 @@
 #include "host/store/store.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
-#include <charconv>
 #include <utility>
 
 #include "host/base/console.h"
 #include "host/base/error.h"
 #include "host/base/memory_budget.h"
-#include "host/base/number_text.h"
-#include "host/names/key_text.h"
 #include "host/store/store_files.h"
 
 namespace flow::host {
@@ -21,51 +17,14 @@ constexpr std::size_t kMostJobs = 256;
 // And so many minutes that could not be written.
 constexpr std::size_t kMostMinutes = 60;
 
-std::int64_t BucketOf(Timestamp time) {
-  return time / kMicrosPerSecond / kMinuteSeconds * kMinuteSeconds;
-}
-
-// Readable, but without names: those stand in a table of their own.
-struct KeptKey {
-  std::string key;
-  std::string name;
-};
-KeptKey KeptKeyOf(const StandIns& stand_ins, const GroupInfo& group, std::string_view key) {
-  KeptKey kept{ReadableKey(group.key_kind, RealKey(stand_ins, group.key_kind, key)), ""};
-  const bool has_name =
-      group.key_kind == KeyKind::kApplication || group.key_kind == KeyKind::kProtocol;
-  const std::size_t name = has_name ? kept.key.find(" (") : std::string::npos;
-  if (name != std::string::npos && kept.key.back() == ')') {
-    kept.name = kept.key.substr(name + 2, kept.key.size() - name - 3);
-    kept.key.resize(name);
-  }
-  if (kept.key == kOthersKey) kept.key += ' ';
-  return kept;
-}
-
-using KeyedNotes = decltype(GroupCounters::notes);
-
-// What an exporter, by the address that meters know, has told of its sampling; 0 for nothing.
-std::uint64_t SamplingRateOf(const KeyedNotes* notes, const IpAddress& exporter) {
-  if (notes == nullptr || notes->empty()) return 0;
-  const auto found = notes->find(fmt::format("{:02X}", fmt::join(exporter.bytes(), ".")));
-  if (found == notes->end()) return 0;
-  const auto text = found->second.properties.find("netflow.sampling_rate");
-  std::uint64_t rate = 0;
-  if (text == found->second.properties.end()) return 0;
-  std::from_chars(text->second.data(), text->second.data() + text->second.size(), rate);
-  return rate;
-}
-
 }  // namespace
 
 Store::Store(const StoreOptions& options, std::span<const GroupInfo> groups,
              const StandIns& stand_ins, Console& console)
     : options_(options),
       groups_(groups),
-      stand_ins_(stand_ins),
       console_(console),
-      minute_(std::make_unique<StatsStore>(groups)),
+      minutes_(groups, stand_ins),
       counters_(std::make_unique<Counters>(options_, groups)),
       flows_(options_, stand_ins),
       writer_("store", kMostJobs) {
@@ -94,9 +53,9 @@ void Store::WaitAWhile() {
   static_cast<void>(writer_.FinishBy(Writer::Clock::now() + kWhile));
 }
 
-void Store::TakeFlows(Timestamp time, FlowBatch flows) {
-  const std::uint64_t count = flows.table.size();
-  not_kept_.Add(flows.let_go);
+void Store::TakeFlows(Timestamp time, const std::shared_ptr<const FlowBatch>& flows) {
+  const std::uint64_t count = flows->table.size();
+  not_kept_.Add(flows->let_go);
   if (count == 0) return;
   const std::uint64_t most = Shares().flows_waiting;  // unless they came at once
   const auto is_full = [&] { return flows_waiting_ > 0 && flows_waiting_ + count > most; };
@@ -106,91 +65,21 @@ void Store::TakeFlows(Timestamp time, FlowBatch flows) {
       console_.Error(
           "the store cannot take flows as fast as they come; what it lets go is told there");
     }
-    return not_kept_.Add(flows);
+    return not_kept_.Add(*flows);
   }
   flows_waiting_ += count;
-  const auto batch = std::make_shared<FlowBatch>(std::move(flows));
-  Post([this, batch, bucket = BucketOf(time)] {
-    WriteFlows(bucket, *batch);
-    flows_waiting_ -= batch->table.size();
+  Post([this, flows, bucket = MinuteOf(time)] {
+    WriteFlows(bucket, *flows);
+    flows_waiting_ -= flows->table.size();
   });
 }
 
 void Store::Take(const Tick& tick, const std::vector<Harvest>& harvests) {
-  if (tick.to == 0) return;
-  if (from_ == 0) from_ = tick.from;
-  for (const Harvest& harvest : harvests) {
-    minute_->MergeCounters(*harvest.store);
-    NoteLetGo(LetGo::kKeys, minute_->PruneTo(Shares().period_keys));
-    exporters_.Merge(harvest.exporters);
-  }
-  losses_.Add(tick.losses);
-  if (tick.is_last || tick.to % (kMinuteSeconds * kMicrosPerSecond) == 0) EndMinute(tick);
-}
-
-void Store::EndMinute(const Tick& tick) {
-  const auto minute = std::make_shared<StoredMinute>();
-  minute->bucket = BucketOf(tick.to - 1);
-  minute->from = std::exchange(from_, 0) / kMicrosPerSecond;
-  minute->to = tick.to / kMicrosPerSecond;
-  TakeExporters(minute.get());
-  minute->losses = std::exchange(losses_, {});
-  TakeNotes(minute.get());
-  const NotKept not_kept = std::exchange(not_kept_, {});
-  const std::shared_ptr<StatsStore> counted =
-      std::exchange(minute_, std::make_unique<StatsStore>(groups_));
-  Post([this, minute, counted, not_kept] {
-    TakeCounts(*counted, minute.get());
-    WriteMinute(std::move(*minute), not_kept);
-  });
-}
-
-void Store::TakeExporters(StoredMinute* minute) {
-  const KeyedNotes* notes = nullptr;
-  for (const auto& group : minute_->groups()) {
-    if (group->info.guid == kExporterGroup) notes = &group->notes;
-  }
-  for (const ExporterTable::Row& row : std::exchange(exporters_, {}).Rows()) {
-    ExporterHealth& health = minute->exporters.emplace_back(ExporterHealth{row});
-    IpAddress& address = health.row.key.endpoint.address;
-    health.sampling_rate = SamplingRateOf(notes, address);
-    address = stand_ins_.RealOf(address);
-  }
-}
-
-// Those that are new or have changed; where too many are known, all are written once more.
-void Store::TakeNotes(StoredMinute* minute) {
-  const auto take = [&](KeyNote note) {
-    if (known_notes_.size() >= Shares().known_notes) known_notes_.clear();
-    std::string& known = known_notes_[fmt::format("{}\n{}\n{}\n{}", static_cast<int>(note.kind),
-                                                  note.group_id, note.key, note.name)];
-    const std::string value = note.value + '\n' + note.description;
-    if (known != value) minute->notes.push_back(std::move(note));
-    known = value;
-  };
-  for (const auto& group : minute_->groups()) {
-    const std::string& id = group->info.id;
-    for (const auto& [raw, notes] : group->notes) {
-      const std::string key = KeptKeyOf(stand_ins_, group->info, raw).key;
-      if (!notes.label.empty() || !notes.description.empty()) {
-        take({KeyNote::Kind::kLabel, id, key, "", notes.label, notes.description});
-      }
-      for (const auto& [name, value] : notes.properties) {
-        take({KeyNote::Kind::kProperty, id, key, name, value, ""});
-      }
-    }
-  }
-}
-
-// Names come with the first minute that has the key.
-void Store::TakeCounts(const StatsStore& counted, StoredMinute* minute) {
-  if (named_.size() >= Shares().known_notes) named_.clear();
-  minute->counts.Add(counted, [&](const GroupInfo& group, std::string_view raw) {
-    KeptKey kept = KeptKeyOf(stand_ins_, group, raw);
-    if (!kept.name.empty() && named_.insert(fmt::format("{}\n{}", group.id, kept.key)).second) {
-      minute->notes.push_back({KeyNote::Kind::kName, group.id, kept.key, "", kept.name, ""});
-    }
-    return std::move(kept.key);
+  const std::shared_ptr<CountedMinute> ended = minutes_.Take(tick, harvests);
+  if (ended == nullptr) return;
+  Post([this, ended, not_kept = std::exchange(not_kept_, {})] {
+    minutes_.ReadCounts(ended.get());
+    WriteMinute(std::move(ended->minute), not_kept);
   });
 }
 
