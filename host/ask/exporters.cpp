@@ -67,13 +67,14 @@ class Exporters {
     ReadRan();
     ReadHealth();
     // A store that no newer collector has written yet does not have it.
-    const bool has_clock = HasColumn(&counters_->database(), "exporters", kClockOffset);
-    Statement rows = counters_->database().Prepare(fmt::format(
-        "SELECT exporter, port, version, last_seen, templates, sampling_rate, {} FROM exporters "
-        "WHERE last_seen >= ? AND first_seen < ? ORDER BY exporter, port, version",
-        has_clock ? kClockOffset : "NULL"));
-    rows.Bind(1, cover_.span.from - kDaySeconds).Bind(2, cover_.span.to);
-    while (rows.Step()) answer.rows.push_back(RowOf(rows));
+    const bool has_clock = counters_->HasColumn("exporters", std::string(kClockOffset));
+    const auto rows = counters_->Ask(
+        fmt::format("SELECT exporter, port, version, last_seen, templates, sampling_rate, {} FROM "
+                    "exporters WHERE last_seen >= ? AND first_seen < ? ORDER BY exporter, port, "
+                    "version",
+                    has_clock ? kClockOffset : "NULL"),
+        {cover_.span.from - kDaySeconds, cover_.span.to});
+    while (rows->Step()) answer.rows.push_back(RowOf(*rows));
     std::ranges::stable_sort(answer.rows, std::greater(), [](const AnswerRow& row) {
       return std::get<std::int64_t>(row.values[3]);
     });
@@ -96,14 +97,15 @@ class Exporters {
 
   // How many seconds the collector ran up to each minute.
   void ReadRan() {
-    Statement rows = counters_->database().Prepare(
-        "SELECT bucket, ran FROM buckets WHERE tier = 'minute' AND bucket >= ? AND bucket < ?");
-    rows.Bind(1, cover_.span.from).Bind(2, cover_.span.to);
+    const auto rows = counters_->Ask(
+        "SELECT bucket, ran FROM buckets WHERE tier = 'minute' AND bucket >= ? AND bucket < ? "
+        "ORDER BY bucket",
+        {cover_.span.from, cover_.span.to});
     std::int64_t sum = 0;
-    while (rows.Step()) {
-      ran_until_[rows.Integer(0)] = sum;
-      sum += rows.Integer(1);
-      end_ = rows.Integer(0) + kMinuteSeconds;
+    while (rows->Step()) {
+      ran_until_[rows->Integer(0)] = sum;
+      sum += rows->Integer(1);
+      end_ = rows->Integer(0) + kMinuteSeconds;
     }
     ran_until_[end_] = sum;
   }
@@ -122,33 +124,33 @@ class Exporters {
   void ReadHealth() {
     for (const TierPart& part : cover_.parts) {
       const Tier& tier = kTiers[part.tier];
-      Statement rows = counters_->database().Prepare(fmt::format(
-          "SELECT exporter, port, version, bucket, records, lost, "
-          "CASE lost_unit WHEN 'datagrams' THEN datagrams ELSE described END, "
-          "sets_without_template, refused "
-          "FROM health_{} WHERE bucket >= ? AND bucket < ? AND datagrams > 0 ORDER BY bucket",
-          tier.name));
-      rows.Bind(1, part.span.from).Bind(2, part.span.to);
-      while (rows.Step()) {
-        Health& health = health_[KeyOf(rows)];
-        const std::int64_t bucket = rows.Integer(3);
+      const auto rows = counters_->Ask(
+          fmt::format("SELECT exporter, port, version, bucket, records, lost, "
+                      "CASE WHEN lost_unit = 'datagrams' THEN datagrams ELSE described END, "
+                      "sets_without_template, refused "
+                      "FROM {} WHERE bucket >= ? AND bucket < ? AND datagrams > 0 ORDER BY bucket",
+                      counters_->Table(TierTable("health", tier), part.span)),
+          {part.span.from, part.span.to});
+      while (rows->Step()) {
+        Health& health = health_[KeyOf(*rows)];
+        const std::int64_t bucket = rows->Integer(3);
         if (health.last_bucket > 0) NoteSilence(&health, health.last_bucket, bucket);
         health.last_bucket = bucket + tier.seconds;
-        health.records += rows.Integer(4);
-        health.lost += rows.Integer(5);
-        health.arrived += rows.Integer(6);
-        health.sets_without_template += rows.Integer(7);
-        health.refused += rows.Integer(8);
+        health.records += rows->Integer(4);
+        health.lost += rows->Integer(5);
+        health.arrived += rows->Integer(6);
+        health.sets_without_template += rows->Integer(7);
+        health.refused += rows->Integer(8);
       }
     }
     for (auto& [key, health] : health_) NoteSilence(&health, health.last_bucket, end_);
   }
 
-  static Key KeyOf(const Statement& row) {
+  static Key KeyOf(const SourceRows& row) {
     return {std::string(row.Text(0)), row.Integer(1), std::string(row.Text(2))};
   }
 
-  [[nodiscard]] AnswerRow RowOf(const Statement& row) {
+  [[nodiscard]] AnswerRow RowOf(const SourceRows& row) {
     const Key key = KeyOf(row);
     const Health& health = health_[key];
     const std::int64_t last_seen = row.Integer(3);

@@ -192,11 +192,12 @@ std::string KeyNames::NameOf(StoredCounters* counters, const StoredGroup& group,
   const auto address = IpAddress::Parse(key);
   std::string name = FromFile(group.key_kind, key);
   if (!name.empty()) return address ? WithGeo(*address, std::move(name)) : name;
-  Statement stored = counters->database().Prepare(
-      "SELECT label FROM labels WHERE group_id = ?1 AND key = ?2 AND label <> '' "
-      "UNION ALL SELECT name FROM names WHERE group_id = ?1 AND key = ?2");
-  stored.Bind(1, group.id).Bind(2, key);
-  if (stored.Step()) name = stored.Text(0);
+  for (const char* const query :
+       {"SELECT label FROM labels WHERE group_id = ? AND key = ? AND label <> ''",
+        "SELECT name FROM names WHERE group_id = ? AND key = ?"}) {
+    const auto stored = counters->Ask(query, {group.id, key});
+    if (name.empty() && stored->Step()) name = stored->Text(0);
+  }
   if (!address) return name;
   return name.empty() ? OfAddress(*address) : WithGeo(*address, std::move(name));
 }

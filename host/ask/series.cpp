@@ -55,15 +55,15 @@ class Series {
 
   void ReadTraffic() {
     for (const TierPart& part : plan_.cover.parts) {
-      Statement rows = counters_->database().Prepare(
+      const auto rows = counters_->Ask(
           "SELECT bucket, bytes, packets, ran FROM buckets "
-          "WHERE tier = ? AND bucket >= ? AND bucket < ?");
-      rows.Bind(1, kTiers[part.tier].name).Bind(2, part.span.from).Bind(3, part.span.to);
-      while (rows.Step()) {
-        Step& step = StepAt(rows.Integer(0));
-        step.all_bytes += rows.Integer(1);
-        step.all_packets += rows.Integer(2);
-        step.ran += rows.Integer(3);
+          "WHERE tier = ? AND bucket >= ? AND bucket < ?",
+          {std::string(kTiers[part.tier].name), part.span.from, part.span.to});
+      while (rows->Step()) {
+        Step& step = StepAt(rows->Integer(0));
+        step.all_bytes += rows->Integer(1);
+        step.all_packets += rows->Integer(2);
+        step.ran += rows->Integer(3);
       }
     }
   }
@@ -78,14 +78,13 @@ class Series {
                          group.columns.end();
       const bool has_packets = counts_packets_;
       for (const TierPart& part : plan_.cover.parts) {
-        Statement rows = counters_->database().Prepare(
+        const auto rows = counters_->Ask(
             fmt::format("SELECT bucket, key, bytes, {}, {}, bound FROM {} "
                         "WHERE bucket >= ? AND bucket < ? AND key IN (?, ?) ORDER BY bucket",
                         has_packets ? "packets" : "0", Identifier(group.columns[at].name),
-                        Identifier(TierTable(group.id, kTiers[part.tier]))));
-        rows.Bind(1, part.span.from).Bind(2, part.span.to);
-        rows.Bind(3, question_.key).Bind(4, kOthersKey);
-        has_any |= TakeBuckets(&rows);
+                        counters_->GroupTable(group, part)),
+            {part.span.from, part.span.to, question_.key, std::string(kOthersKey)});
+        has_any |= TakeBuckets(rows.get());
       }
     }
     if (!has_any) {
@@ -94,7 +93,7 @@ class Series {
     }
   }
 
-  bool TakeBuckets(Statement* rows) {
+  bool TakeBuckets(SourceRows* rows) {
     bool has_any = false;
     std::int64_t bucket = -1;
     bool has_key = false;

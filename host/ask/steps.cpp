@@ -10,6 +10,7 @@
 
 #include "host/base/error.h"
 #include "host/base/number_text.h"
+#include "host/store/database.h"
 #include "host/store/schema.h"
 
 namespace flow::host {
@@ -82,11 +83,11 @@ Steps StepsOf(StoredCounters* counters, const TimeSpan& asked, std::int64_t seco
 Line TrafficLine(StoredCounters* counters, const Steps& steps, bool by_packets) {
   Line line(steps.count);
   for (const TierPart& part : steps.cover.parts) {
-    Statement rows = counters->database().Prepare(
+    const auto rows = counters->Ask(
         fmt::format("SELECT bucket, {} FROM buckets WHERE tier = ? AND bucket >= ? AND bucket < ?",
-                    by_packets ? "packets" : "bytes"));
-    rows.Bind(1, kTiers[part.tier].name).Bind(2, part.span.from).Bind(3, part.span.to);
-    while (rows.Step()) line[steps.At(rows.Integer(0))] += rows.Real(1);
+                    by_packets ? "packets" : "bytes"),
+        {std::string(kTiers[part.tier].name), part.span.from, part.span.to});
+    while (rows->Step()) line[steps.At(rows->Integer(0))] += rows->Real(1);
   }
   return line;
 }
@@ -98,31 +99,49 @@ std::vector<Line> CounterLines(StoredCounters* counters, const StoredGroup& grou
   absl::flat_hash_map<std::string_view, std::size_t> places;
   for (std::size_t i = 0; i < keys.size(); ++i) places.emplace(keys[i], i);
   for (const TierPart& part : steps.cover.parts) {
-    Statement rows = counters->database().Prepare(
-        fmt::format("SELECT bucket, key, {} FROM {} WHERE bucket >= ? AND bucket < ?",
-                    Identifier(column), Identifier(TierTable(group.id, kTiers[part.tier]))));
-    rows.Bind(1, part.span.from).Bind(2, part.span.to);
-    while (rows.Step()) {
-      const std::size_t step = steps.At(rows.Integer(0));
-      const double value = rows.Real(2);
-      lines.back()[step] += value;
-      const auto place = places.find(rows.Text(1));
+    const std::string from =
+        fmt::format("FROM {} WHERE bucket >= ? AND bucket < ?", counters->GroupTable(group, part));
+    SourceValues values{part.span.from, part.span.to};
+    if (counters->AddsUp()) {
+      const auto sums = counters->Ask(
+          fmt::format("SELECT bucket, sum({}) {} GROUP BY bucket", Identifier(column), from),
+          values);
+      while (sums->Step()) lines.back()[steps.At(sums->Integer(0))] += sums->Real(1);
+    }
+    const auto rows =
+        counters->Ask(fmt::format("SELECT bucket, key, {} {}{}", Identifier(column), from,
+                                  counters->AddsUp() ? AmongKeys(keys, &values) : ""),
+                      values);
+    while (rows->Step()) {
+      const std::size_t step = steps.At(rows->Integer(0));
+      const double value = rows->Real(2);
+      if (!counters->AddsUp()) lines.back()[step] += value;
+      const auto place = places.find(rows->Text(1));
       if (place != places.end()) lines[place->second][step] += value;
     }
   }
   return lines;
 }
 
+std::string AmongKeys(const std::vector<std::string>& keys, SourceValues* values) {
+  if (keys.empty()) return " AND key = ''";
+  std::string places;
+  for (const std::string& key : keys) {
+    places += places.empty() ? "?" : ", ?";
+    values->emplace_back(key);
+  }
+  return fmt::format(" AND key IN ({})", places);
+}
+
 void DescribeSteps(StoredCounters* counters, const Steps& steps, Answer* answer) {
   answer->steps = AnswerSteps{steps.cover.span.from, steps.seconds, Line(steps.count)};
   for (const TierPart& part : steps.cover.parts) {
-    const Tier& tier = kTiers[part.tier];
-    Statement rows = counters->database().Prepare(
-        fmt::format("SELECT bucket, sum(count) FROM losses_{} WHERE bucket >= ? AND bucket < ? "
+    const auto rows = counters->Ask(
+        fmt::format("SELECT bucket, sum(count) FROM {} WHERE bucket >= ? AND bucket < ? "
                     "AND place IN ('way', 'here') GROUP BY bucket",
-                    tier.name));
-    rows.Bind(1, part.span.from).Bind(2, part.span.to);
-    while (rows.Step()) answer->steps->lost[steps.At(rows.Integer(0))] += rows.Real(1);
+                    counters->Table(TierTable("losses", kTiers[part.tier]), part.span)),
+        {part.span.from, part.span.to});
+    while (rows->Step()) answer->steps->lost[steps.At(rows->Integer(0))] += rows->Real(1);
   }
 }
 

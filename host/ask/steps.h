@@ -40,6 +40,9 @@ std::vector<Line> CounterLines(StoredCounters* counters, const StoredGroup& grou
                                const Steps& steps, const std::string& column,
                                const std::vector<std::string>& keys);
 
+// AmongKeys is the condition that a key is one of these, whose values it adds.
+std::string AmongKeys(const std::vector<std::string>& keys, SourceValues* values);
+
 // DescribeSteps tells an answer when its lines' steps are, and how many datagrams or records were
 // lost in each of them.
 void DescribeSteps(StoredCounters* counters, const Steps& steps, Answer* answer);

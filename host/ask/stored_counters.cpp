@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
 #include <optional>
 #include <span>
 #include <utility>
 
+#include "host/ask/store_source.h"
 #include "host/base/error.h"
 #include "host/base/words.h"
 
@@ -51,29 +51,12 @@ std::string Cover::Source() const {
 }
 
 StoredCounters::StoredCounters(const std::string& directory)
-    : directory_(directory), database_([&] {
-        if (!std::filesystem::exists(CountersPath(directory))) {
-          throw HostError(
-              fmt::format("there is no store in {}: flowhost listen --store DIR and replay --store "
-                          "DIR make one",
-                          directory));
-        }
-        return Database::ToRead(CountersPath(directory));
-      }()) {
-  const std::int64_t version = database_.Ask("PRAGMA user_version").value_or(0);
-  if (database_.Ask("PRAGMA application_id").value_or(0) != kStoreId) {
-    throw HostError(fmt::format("{} is no store of flowhost", database_.path()));
-  }
-  if (version != kStoreVersion) {
-    throw HostError(fmt::format("{} has format {}; this flowhost knows {}", database_.path(),
-                                version, kStoreVersion));
-  }
-}
+    : source_(std::make_unique<StoreSource>(directory)) {}
 
 std::vector<std::string> StoredCounters::GroupIds() {
   std::vector<std::string> ids;
-  Statement list = database_.Prepare("SELECT group_id FROM groups ORDER BY place");
-  while (list.Step()) ids.emplace_back(list.Text(0));
+  const auto list = Ask("SELECT group_id FROM groups ORDER BY place");
+  while (list->Step()) ids.emplace_back(list->Text(0));
   return ids;
 }
 
@@ -104,37 +87,33 @@ std::vector<StoredGroup> StoredCounters::Groups(const std::string& name) {
 StoredGroup StoredCounters::Describe(const std::string& id) {
   StoredGroup group;
   group.id = id;
-  Statement about =
-      database_.Prepare("SELECT title, key_title, key_kind FROM groups WHERE group_id = ?");
-  about.Bind(1, id).Step();
-  group.title = about.Text(0);
-  group.key_title = about.Text(1);
-  group.key_kind = about.Text(2);
+  const auto about = Ask("SELECT title, key_title, key_kind FROM groups WHERE group_id = ?", {id});
+  if (about->Step()) {
+    group.title = about->Text(0);
+    group.key_title = about->Text(1);
+    group.key_kind = about->Text(2);
+  }
   group.columns = {{"bytes", "Total", ValueKind::kBytes}};
-  Statement meters =
-      database_.Prepare("SELECT name, title, unit FROM meters WHERE group_id = ? ORDER BY place");
+  const auto meters =
+      Ask("SELECT name, title, unit FROM meters WHERE group_id = ? ORDER BY place", {id});
   // A meter that is one of the first two has no column of its own.
-  meters.Bind(1, id);
-  while (meters.Step()) {
-    const std::string name(meters.Text(0));
-    if (name == "bytes") continue;
-    if (HasColumn(&database_, TierTable(id, kTiers[0]), name)) {
-      group.columns.push_back({name, std::string(meters.Text(1)), KindOf(meters.Text(2))});
-    }
+  while (meters->Step()) {
+    const std::string name(meters->Text(0));
+    if (name == "bytes" || !source_->HasColumn(TierTable(id, kTiers[0]), name)) continue;
+    group.columns.push_back({name, std::string(meters->Text(1)), KindOf(meters->Text(2))});
   }
   return group;
 }
 
 StoredCounters::Buckets StoredCounters::BucketsOf(std::size_t tier, const TimeSpan& span) {
   Buckets buckets;
-  Statement rows = database_.Prepare(
-      "SELECT bucket, ran, bytes, packets, flows, flows_not_kept FROM buckets "
-      "WHERE tier = ? AND bucket >= ? AND bucket < ?");
-  rows.Bind(1, kTiers[tier].name);
-  rows.Bind(2, Floor(span.from, kTiers[tier].seconds)).Bind(3, span.to);
-  while (rows.Step()) {
-    buckets[rows.Integer(0)] = {rows.Integer(1), rows.Integer(2), rows.Integer(3), rows.Integer(4),
-                                rows.Integer(5)};
+  const auto rows =
+      Ask("SELECT bucket, ran, bytes, packets, flows, flows_not_kept FROM buckets "
+          "WHERE tier = ? AND bucket >= ? AND bucket < ?",
+          {std::string(kTiers[tier].name), Floor(span.from, kTiers[tier].seconds), span.to});
+  while (rows->Step()) {
+    buckets[rows->Integer(0)] = {rows->Integer(1), rows->Integer(2), rows->Integer(3),
+                                 rows->Integer(4), rows->Integer(5)};
   }
   return buckets;
 }
@@ -209,32 +188,31 @@ Cover StoredCounters::CoverOf(const TimeSpan& span, std::int64_t most_seconds) {
 }
 
 bool StoredCounters::IsAllThatIsLeft(std::size_t tier, std::int64_t bucket) {
-  Statement shorter = database_.Prepare(
-      "SELECT 1 FROM buckets WHERE tier = ? AND bucket >= ? AND bucket < ? LIMIT 1");
   for (std::size_t i = 0; i < tier; ++i) {
-    shorter.Bind(1, kTiers[i].name).Bind(2, bucket).Bind(3, bucket + kTiers[tier].seconds);
-    if (shorter.Step()) return false;
+    const auto shorter =
+        Ask("SELECT bucket FROM buckets WHERE tier = ? AND bucket >= ? AND bucket < ? LIMIT 1",
+            {std::string(kTiers[i].name), bucket, bucket + kTiers[tier].seconds});
+    if (shorter->Step()) return false;
   }
   return true;
 }
 
 std::vector<AnswerGap> StoredCounters::GapsOf(const TimeSpan& span) {
   std::vector<AnswerGap> gaps;
-  Statement rows = database_.Prepare(
-      "SELECT max(started, ?1), min(ended, ?2), reason FROM gaps "
-      "WHERE started < ?2 AND ended > ?1 ORDER BY 1");
-  rows.Bind(1, span.from).Bind(2, span.to);
-  while (rows.Step()) {
-    gaps.push_back({{rows.Integer(0), rows.Integer(1)}, std::string(rows.Text(2))});
+  const auto rows = Ask(
+      "SELECT started, ended, reason FROM gaps WHERE started < ? AND ended > ? ORDER BY started",
+      {span.to, span.from});
+  while (rows->Step()) {
+    const TimeSpan gap{std::max(rows->Integer(0), span.from), std::min(rows->Integer(1), span.to)};
+    gaps.push_back({gap, std::string(rows->Text(2))});
   }
   return gaps;
 }
 
 TimeSpan StoredCounters::Whole() {
-  Statement ends =
-      database_.Prepare("SELECT min(bucket), max(bucket) FROM buckets WHERE tier = 'minute'");
-  ends.Step();
-  return {ends.Integer(0), ends.Integer(1) + kMinuteSeconds};
+  const auto ends = Ask("SELECT min(bucket), max(bucket) FROM buckets WHERE tier = 'minute'");
+  if (!ends->Step()) return {};
+  return {ends->Integer(0), ends->Integer(1) + kMinuteSeconds};
 }
 
 std::vector<AnswerLoss> StoredCounters::LossesOf(const Cover& cover) {
@@ -243,29 +221,30 @@ std::vector<AnswerLoss> StoredCounters::LossesOf(const Cover& cover) {
   std::map<std::string, std::pair<std::int64_t, std::int64_t>> traffic;  // datagrams, records
   for (const TierPart& part : cover.parts) {
     const Tier& tier = kTiers[part.tier];
-    Statement rows = database_.Prepare(fmt::format(
-        "SELECT exporter, place, reason, unit, sum(count), min(bucket), max(bucket) + {} "
-        "FROM losses_{} WHERE bucket >= ? AND bucket < ? GROUP BY 1, 2, 3, 4",
-        tier.seconds, tier.name));
-    rows.Bind(1, part.span.from).Bind(2, part.span.to);
-    while (rows.Step()) {
+    const SourceValues limits{part.span.from, part.span.to};
+    const auto rows = Ask(
+        fmt::format("SELECT exporter, place, reason, unit, sum(count), min(bucket), max(bucket) "
+                    "FROM {} WHERE bucket >= ? AND bucket < ? "
+                    "GROUP BY exporter, place, reason, unit",
+                    Table(TierTable("losses", tier), part.span)),
+        limits);
+    while (rows->Step()) {
       Key key;
-      for (int i = 0; i < 4; ++i) key[static_cast<std::size_t>(i)] = rows.Text(i);
+      for (int i = 0; i < 4; ++i) key[static_cast<std::size_t>(i)] = rows->Text(i);
       AnswerLoss& loss = losses[key];
-      const TimeSpan when{rows.Integer(5), rows.Integer(6)};
+      const TimeSpan when{rows->Integer(5), rows->Integer(6) + tier.seconds};
       loss.span.from = loss.count == 0 ? when.from : std::min(loss.span.from, when.from);
       loss.span.to = std::max(loss.span.to, when.to);
-      loss.count += rows.Integer(4);
+      loss.count += rows->Integer(4);
     }
-    Statement sums = database_.Prepare(
-        fmt::format("SELECT exporter, sum(datagrams), sum(described) FROM health_{} "
-                    "WHERE bucket >= ? AND bucket < ? GROUP BY 1",
-                    tier.name));
-    sums.Bind(1, part.span.from).Bind(2, part.span.to);
-    while (sums.Step()) {
-      auto& [datagrams, records] = traffic[std::string(sums.Text(0))];
-      datagrams += sums.Integer(1);
-      records += sums.Integer(2);
+    const auto sums = Ask(fmt::format("SELECT exporter, sum(datagrams), sum(described) FROM {} "
+                                      "WHERE bucket >= ? AND bucket < ? GROUP BY exporter",
+                                      Table(TierTable("health", tier), part.span)),
+                          limits);
+    while (sums->Step()) {
+      auto& [datagrams, records] = traffic[std::string(sums->Text(0))];
+      datagrams += sums->Integer(1);
+      records += sums->Integer(2);
     }
   }
   std::vector<AnswerLoss> list;

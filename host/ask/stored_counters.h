@@ -1,16 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-// The database of counters of a store, for reading.
+// The counters of a store or a server, for reading.
 #pragma once
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/ask/answer.h"
+#include "host/ask/counter_source.h"
 #include "host/ask/times.h"
-#include "host/store/database.h"
 #include "host/store/schema.h"
 
 namespace flow::host {
@@ -53,7 +55,8 @@ struct Cover {
 
 class StoredCounters {
  public:
-  // HostError where there is no store or none that can be read.
+  explicit StoredCounters(std::unique_ptr<CounterSource> source) : source_(std::move(source)) {}
+  // Of a store. HostError where there is none, or none that can be read.
   explicit StoredCounters(const std::string& directory);
 
   // Names of groups are those of the store and those that people use: "as", "interfaces".
@@ -73,8 +76,21 @@ class StoredCounters {
   // What was lost in a span.
   std::vector<AnswerLoss> LossesOf(const Cover& cover);
 
-  Database& database() { return database_; }
-  [[nodiscard]] const std::string& directory() const { return directory_; }
+  std::unique_ptr<SourceRows> Ask(const std::string& sql, const SourceValues& values = {}) {
+    return source_->Ask(sql, values);
+  }
+  // As the source has them.
+  std::string Table(const std::string& name, const TimeSpan& span) {
+    return source_->Table(name, span);
+  }
+  std::string GroupTable(const StoredGroup& group, const TierPart& part) {
+    return source_->GroupTable(group, kTiers[part.tier], part.span);
+  }
+  bool HasColumn(const std::string& table, const std::string& column) {
+    return source_->HasColumn(table, column);
+  }
+  [[nodiscard]] bool AddsUp() const { return source_->AddsUp(); }
+  [[nodiscard]] const std::string& directory() const { return source_->FlowDirectory(); }
 
  private:
   struct Bucket {
@@ -93,8 +109,7 @@ class StoredCounters {
   // Whether a bucket is all that is left of its time.
   bool IsAllThatIsLeft(std::size_t tier, std::int64_t bucket);
 
-  std::string directory_;
-  Database database_;
+  std::unique_ptr<CounterSource> source_;
 };
 
 }  // namespace flow::host

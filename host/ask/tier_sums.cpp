@@ -9,6 +9,9 @@
 #include <map>
 #include <utility>
 
+#include "host/ask/steps.h"
+#include "host/store/database.h"
+
 namespace flow::host {
 namespace {
 
@@ -18,13 +21,8 @@ std::string ColumnList(const StoredGroup& group) {
   return list;
 }
 
-Statement OverPart(StoredCounters* counters, const std::string& select, const StoredGroup& group,
-                   const TierPart& part, std::string_view behind = "") {
-  Statement rows = counters->database().Prepare(
-      fmt::format("SELECT {} FROM {} WHERE bucket >= ?1 AND bucket < ?2 {}", select,
-                  Identifier(TierTable(group.id, kTiers[part.tier])), behind));
-  rows.Bind(1, part.span.from).Bind(2, part.span.to);
-  return rows;
+std::string FromPart(StoredCounters* counters, const StoredGroup& group, const TierPart& part) {
+  return fmt::format("FROM {} WHERE bucket >= ? AND bucket < ?", counters->GroupTable(group, part));
 }
 
 }  // namespace
@@ -32,46 +30,78 @@ Statement OverPart(StoredCounters* counters, const std::string& select, const St
 TierSums::TierSums(StoredCounters* counters, const StoredGroup& group, const Cover& cover,
                    std::size_t ranking)
     : columns_(group.columns.size()), ranking_(ranking), sums_(columns_ + 2), totals_(columns_) {
-  for (const TierPart& part : cover.parts) ReadPart(counters, group, part);
+  for (const TierPart& part : cover.parts) {
+    counters->AddsUp() ? ReadSums(counters, group, part) : ReadPart(counters, group, part);
+  }
+}
+
+// Where the others have anything, every key may have all of it: nobody has looked bucket by bucket.
+void TierSums::ReadSums(StoredCounters* counters, const StoredGroup& group, const TierPart& part) {
+  const SourceValues limits{part.span.from, part.span.to};
+  std::string sums;
+  for (const StoredGroup::Column& column : group.columns) {
+    sums += fmt::format(", sum({})", Identifier(column.name));
+  }
+  const auto rows = counters->Ask(fmt::format("SELECT key, sum(bound), max(keys){} {} GROUP BY key",
+                                              sums, FromPart(counters, group, part)),
+                                  limits);
+  std::size_t keys = 0;
+  while (rows->Step()) {
+    const std::string_view key = rows->Text(0);
+    const bool is_key = key != kOthersKey;
+    keys += is_key ? 1 : static_cast<std::size_t>(rows->Integer(2));
+    std::uint64_t* const into = is_key ? sums_.FindOrAdd(key) : nullptr;
+    for (std::size_t i = 0; i < columns_; ++i) {
+      const auto value = static_cast<std::uint64_t>(rows->Integer(static_cast<int>(i) + 3));
+      totals_[i] += value;
+      if (is_key) into[i] += value;
+      if (!is_key && i == ranking_) cutoffs_ += value;
+    }
+    if (is_key) into[columns_ + 1] += static_cast<std::uint64_t>(rows->Integer(1));
+    has_others_ |= !is_key;
+  }
+  most_keys_ = std::max(most_keys_, keys);
+  buckets_ += static_cast<std::size_t>(part.span.Seconds() / kTiers[part.tier].seconds);
 }
 
 void TierSums::ReadPart(StoredCounters* counters, const StoredGroup& group, const TierPart& part) {
   // Keys are kept by their bytes; of another column the others may all be one key's.
   const std::string column = Identifier(group.columns[ranking_].name);
-  Statement limits = OverPart(
-      counters,
-      fmt::format("bucket, min(CASE WHEN key <> ?3 THEN {0} END), max(CASE WHEN key = ?3 THEN {0} "
-                  "END), sum(keys)",
-                  column),
-      group, part, "GROUP BY bucket");
-  limits.Bind(3, kOthersKey);
+  const std::string others(kOthersKey);
+  const auto limits = counters->Ask(
+      fmt::format("SELECT bucket, min(CASE WHEN key <> ? THEN {0} END), "
+                  "max(CASE WHEN key = ? THEN {0} END), sum(keys) {1} GROUP BY bucket",
+                  column, FromPart(counters, group, part)),
+      {others, others, part.span.from, part.span.to});
   absl::flat_hash_map<std::int64_t, std::uint64_t> cutoffs;
-  while (limits.Step()) {
+  while (limits->Step()) {
     ++buckets_;
-    most_keys_ = std::max(most_keys_, static_cast<std::size_t>(limits.Integer(3)));
-    const std::int64_t others = limits.Integer(2);
-    if (others <= 0) continue;
-    const std::int64_t smallest = limits.IsNull(1) ? others : limits.Integer(1);
+    most_keys_ = std::max(most_keys_, static_cast<std::size_t>(limits->Integer(3)));
+    const std::int64_t their = limits->Integer(2);
+    if (their <= 0) continue;
+    const std::int64_t smallest = limits->IsNull(1) ? their : limits->Integer(1);
     const auto cutoff =
-        static_cast<std::uint64_t>(ranking_ == 0 ? std::min(smallest, others) : others);
-    cutoffs[limits.Integer(0)] = cutoff;
+        static_cast<std::uint64_t>(ranking_ == 0 ? std::min(smallest, their) : their);
+    cutoffs[limits->Integer(0)] = cutoff;
     cutoffs_ += cutoff;
     has_others_ = true;
   }
-  Statement rows = OverPart(counters, "bucket, key, bound" + ColumnList(group), group, part);
-  while (rows.Step()) {
-    const std::string_view key = rows.Text(1);
+  const auto rows = counters->Ask(fmt::format("SELECT bucket, key, bound{} {}", ColumnList(group),
+                                              FromPart(counters, group, part)),
+                                  {part.span.from, part.span.to});
+  while (rows->Step()) {
+    const std::string_view key = rows->Text(1);
     const bool is_key = key != kOthersKey;
     std::uint64_t* const sums = is_key ? sums_.FindOrAdd(key) : nullptr;
     for (std::size_t i = 0; i < columns_; ++i) {
-      const auto value = static_cast<std::uint64_t>(rows.Integer(static_cast<int>(i) + 3));
+      const auto value = static_cast<std::uint64_t>(rows->Integer(static_cast<int>(i) + 3));
       totals_[i] += value;
       if (is_key) sums[i] += value;
     }
     if (!is_key) continue;
-    const auto cutoff = cutoffs.find(rows.Integer(0));
+    const auto cutoff = cutoffs.find(rows->Integer(0));
     if (cutoff != cutoffs.end()) sums[columns_] += cutoff->second;
-    sums[columns_ + 1] += static_cast<std::uint64_t>(rows.Integer(2));
+    sums[columns_ + 1] += static_cast<std::uint64_t>(rows->Integer(2));
   }
 }
 
@@ -113,14 +143,18 @@ std::vector<std::vector<double>> LinesOf(StoredCounters* counters, const StoredG
                                          std::vector<double>(static_cast<std::size_t>(points)));
   absl::flat_hash_map<std::string_view, std::size_t> places;
   for (std::size_t i = 0; i < keys.size(); ++i) places.emplace(keys[i], i);
-  Statement rows = OverPart(counters, "bucket, key, " + Identifier(column), group, {tier, span});
+  SourceValues values{span.from, span.to};
+  const auto rows = counters->Ask(fmt::format("SELECT bucket, key, {} {}{}", Identifier(column),
+                                              FromPart(counters, group, {tier, span}),
+                                              counters->AddsUp() ? AmongKeys(keys, &values) : ""),
+                                  values);
   bool has_any = false;
-  while (rows.Step()) {
-    const std::string_view key = rows.Text(1);
+  while (rows->Step()) {
+    const std::string_view key = rows->Text(1);
     const auto place = places.find(key);
     if (place == places.end()) continue;
-    const std::int64_t point = (rows.Integer(0) - span.from) * points / span.Seconds();
-    lines[place->second][static_cast<std::size_t>(point)] += rows.Real(2);
+    const std::int64_t point = (rows->Integer(0) - span.from) * points / span.Seconds();
+    lines[place->second][static_cast<std::size_t>(point)] += rows->Real(2);
     has_any = true;
   }
   return has_any ? lines : std::vector<std::vector<double>>();

@@ -45,6 +45,7 @@ class TierSums {
   [[nodiscard]] bool knows_keys() const { return !has_others_ || buckets_ == 1; }
 
  private:
+  void ReadSums(StoredCounters* counters, const StoredGroup& group, const TierPart& part);
   void ReadPart(StoredCounters* counters, const StoredGroup& group, const TierPart& part);
 
   std::size_t columns_;
