@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "host/command/clickhouse_line.h"
 #include "host/command/web_line.h"
 
 namespace flow::host {
@@ -120,6 +121,8 @@ void AddSourceOptions(CLI::App* app, AskOptions* options) {
 
 void AddAskOptions(CLI::App* app, AskOptions* options) {
   AddSourceOptions(app, options);
+  AddClickHouseSource(app, &options->clickhouse,
+                      "A ClickHouse rather than a store, as in http://user@host:8123/flows");
   app->add_flag_callback(
       "--json", [options] { options->form = AnswerForm::kJson; }, "Print JSON");
   app->add_flag_callback(

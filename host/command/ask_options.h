@@ -10,13 +10,15 @@
 #include "host/ask/times.h"
 #include "host/command/capture_store.h"
 #include "host/output/answers.h"
+#include "host/scale/clickhouse_server.h"
 
 namespace flow::host {
 
 // What every question needs. Empty texts are what was not said.
 struct AskOptions {
   std::string store;
-  CaptureOptions read;  // captures rather than a store
+  ClickHouseOptions clickhouse;  // a server rather than a store
+  CaptureOptions read;           // captures rather than a store
   SpanWords span;
   std::string by = "bytes";
   std::size_t top = 10;

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/command/ask_setup.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 
+#include "host/ask/store_source.h"
 #include "host/base/error.h"
+#include "host/scale/clickhouse_source.h"
 
 namespace flow::host {
 namespace {
@@ -31,7 +34,7 @@ AskSetup::AskSetup(const AskOptions& options, std::int64_t usual_seconds)
     : view_(ViewFor(options)),
       now_(std::time(nullptr)),
       names_(NamesFor(options)),
-      counters_(OpenStore(options)),
+      counters_(OpenSource(options)),
       span_(SpanFor(options, usual_seconds)) {}
 
 // Whoever reads captures asks about all of them, where nothing else is said.
@@ -41,14 +44,18 @@ TimeSpan AskSetup::SpanFor(const AskOptions& options, std::int64_t usual_seconds
   return ResolveSpan(options.span, usual_seconds, now_, view_.zone);
 }
 
-std::string AskSetup::OpenStore(const AskOptions& options) {
-  if (options.store.empty() == options.read.captures.empty()) {
-    throw UsageError("a question is asked of --store DIR or of --read CAPTURE...");
+std::unique_ptr<CounterSource> AskSetup::OpenSource(const AskOptions& options) {
+  const bool has[] = {!options.store.empty(), !options.clickhouse.url.empty(),
+                      !options.read.captures.empty()};
+  if (std::ranges::count(has, true) != 1) {
+    throw UsageError(
+        "a question is asked of --store DIR, of --clickhouse URL or of --read CAPTURE...");
   }
   // What is wrong with the words is told before captures are read.
   ResolveSpan(options.span, kDaySeconds, now_, view_.zone);
-  if (!options.store.empty()) return options.store;
-  return captures_.emplace(options.read).directory();
+  if (has[1]) return std::make_unique<ClickHouseSource>(options.clickhouse);
+  return std::make_unique<StoreSource>(has[0] ? options.store
+                                              : captures_.emplace(options.read).directory());
 }
 
 }  // namespace flow::host

@@ -2,6 +2,7 @@
 // What stands around a question: the store, the span, the names, where the answer goes.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <utility>
 
@@ -29,7 +30,7 @@ class AskSetup {
   [[nodiscard]] Answered Give(Answer answer) const { return {std::move(answer), view_}; }
 
  private:
-  std::string OpenStore(const AskOptions& options);
+  std::unique_ptr<CounterSource> OpenSource(const AskOptions& options);
   TimeSpan SpanFor(const AskOptions& options, std::int64_t usual_seconds);
 
   AnswerView view_;

@@ -12,6 +12,7 @@
 #include "host/base/build_text.h"
 #include "host/base/error.h"
 #include "host/base/memory_budget.h"
+#include "host/command/clickhouse_line.h"
 #include "host/command/command_parts.h"
 #include "host/command/describe.h"
 #include "host/command/store_line.h"
@@ -234,6 +235,7 @@ void AddListenOptions(CLI::App* app, ListenOptions* options) {
                   "netflow=9996; repeatable");
   AddOutputOptions(app, &options->output);
   AddStoreOptions(app, &options->store);
+  AddClickHouseOptions(app, &options->clickhouse, true);
   AddListenWeb(app, &options->web);
   app->add_option("--keep-days", options->output.keep_days,
                   "How long time buckets stay in the SQLite database (default: 7; 0 for ever)")
@@ -317,6 +319,7 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   AddOutputOptions(replay_app, &replay.output);
   replay.store.KeepAll();
   AddStoreOptions(replay_app, &replay.store);
+  AddClickHouseOptions(replay_app, &replay.clickhouse, false);
   CLI::Option* const interval =
       replay_app
           ->add_option("--interval", replay.interval,
@@ -372,6 +375,16 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
       "info", "Tell what the plug-in offers: components, protocols, ports, groups, meters");
   AddPluginOption(info_app, &info.plugin);
 
+  ClickHouseSchemaOptions schema;
+  CLI::App* const schema_app = app.add_subcommand(
+      "clickhouse-schema", "Print the statements that make a ClickHouse's tables and views");
+  schema_app->footer(
+      "Examples:\n"
+      "  clickhouse-client --query 'CREATE DATABASE flows'\n"
+      "  flowhost clickhouse-schema | clickhouse-client --database flows --multiquery\n"
+      "  flowhost listen --clickhouse http://user@host:8123/flows --spool /var/spool/flowhost");
+  AddPluginOption(schema_app, &schema.plugin);
+
   const AskCommandLine ask(&app);
   AddDescribe(&app);
 
@@ -388,6 +401,7 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   if (const auto report = ask.Report()) return *report;
   if (store_app->parsed()) return store;
   if (serve_app->parsed()) return serve;
+  if (schema_app->parsed()) return schema;
   return info;
 }
 

@@ -11,8 +11,9 @@
 
 namespace flow::host {
 
-using Command = std::variant<ReplayOptions, ListenOptions, InfoOptions, CheckConfigOptions,
-                             AskCommand, PageReportOptions, StoreCommandOptions, ServeOptions>;
+using Command =
+    std::variant<ReplayOptions, ListenOptions, InfoOptions, CheckConfigOptions, AskCommand,
+                 PageReportOptions, StoreCommandOptions, ServeOptions, ClickHouseSchemaOptions>;
 
 // ParseCommandLine gives the command. Help and errors are printed here; then there is no command
 // and *status is the exit status.

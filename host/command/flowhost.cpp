@@ -9,6 +9,7 @@
 #include "host/base/error.h"
 #include "host/command/ask_store.h"
 #include "host/command/check_config_command.h"
+#include "host/command/clickhouse_schema_command.h"
 #include "host/command/command_line.h"
 #include "host/command/info_command.h"
 #include "host/command/listen_command.h"
@@ -25,6 +26,7 @@ int Run(const ListenOptions& options) { return RunListen(options); }
 int Run(const InfoOptions& options) { return RunInfo(options); }
 int Run(const CheckConfigOptions& options) { return RunCheckConfig(options); }
 int Run(const StoreCommandOptions& options) { return RunStore(options); }
+int Run(const ClickHouseSchemaOptions& options) { return RunClickHouseSchema(options); }
 int Run(const ServeOptions& options) { return RunServe(options); }
 int Run(const PageReportOptions& options) { return RunPageReport(options); }
 

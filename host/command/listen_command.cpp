@@ -120,7 +120,7 @@ class Listen {
   bool ending_ = false;
   Clock::time_point next_watch_;
   Clock::time_point next_policy_check_;
-  Keepers keepers_{options_.store, setup_, console_, KeeperMode::kDrop};
+  Keepers keepers_{options_.store, options_.clickhouse, setup_, console_, nullptr};
   RunReport report_{RunKind::kPeriodic,
                     setup_.catalog().groups(),
                     setup_.site_settings().home,
@@ -161,6 +161,7 @@ std::vector<LaterUse> Listen::LaterUses() const {
   uses.push_back({site.work_directory, true});
   uses.push_back({options_.state_directory, true});
   uses.push_back({options_.store.directory, true});
+  uses.push_back({options_.clickhouse.spool, true});
   for (const Destination& destination : output_.destinations) {
     if (destination.IsStandardOutput()) continue;
     uses.push_back({destination.place, true});

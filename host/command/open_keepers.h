@@ -2,28 +2,36 @@
 // Who keeps what a run meters.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "host/command/meter_setup.h"
 #include "host/period/keeper.h"
+#include "host/scale/clickhouse_server.h"
 #include "host/store/store_options.h"
 
 namespace flow::host {
 
-// What becomes of what a keeper cannot take in time.
 class Store;
 
-enum class KeeperMode {
-  kWait,  // whoever counts waits
-  kDrop,  // it is let go
+// Captures that are kept in a ClickHouse: replayed again they are the same run, which goes on where
+// it ended early, by the same program with the same settings.
+struct ReplayedRun {
+  std::uint64_t id = 0;
+  std::string settings;
+  bool is_repeatable = true;  // block by block
 };
+ReplayedRun RunOf(const MeterOptions& options, const std::vector<std::string>& captures);
 
 class Keepers {
  public:
-  // Opens those that the options ask for, before the lanes. HostError when one cannot be opened.
-  Keepers(StoreOptions store, MeterSetup& setup, Console& console, KeeperMode mode);
+  // Opens those that the options ask for, before the lanes. HostError when one cannot be opened,
+  // UsageError where its options cannot be right. `replayed` is null of a run that is live: what a
+  // keeper cannot take in time is let go; else whoever counts waits.
+  Keepers(StoreOptions store, const ClickHouseOptions& clickhouse, MeterSetup& setup,
+          Console& console, const ReplayedRun* replayed);
 
   [[nodiscard]] bool empty() const { return keepers_.empty(); }
   [[nodiscard]] std::vector<Keeper*> all() const;

@@ -11,6 +11,7 @@
 #include "host/intake/port_map.h"
 #include "host/output/outputs.h"
 #include "host/policy/home_ranges.h"
+#include "host/scale/clickhouse_server.h"
 #include "host/store/store_options.h"
 
 namespace flow::host {
@@ -31,6 +32,7 @@ struct ReplayOptions {
   MeterOptions meter;
   OutputOptions output;
   StoreOptions store;
+  ClickHouseOptions clickhouse;
   std::string trace;
   std::uint32_t interval = 0;             // seconds of capture time; 0 for one report of the whole
   Existing existing = Existing::kRefuse;  // in outputs that a collector may have written
@@ -42,6 +44,7 @@ struct ListenOptions {
   MeterOptions meter;
   OutputOptions output;
   StoreOptions store;
+  ClickHouseOptions clickhouse;
   std::vector<std::string> bind;          // addresses; empty for all of both families
   WebOptions web;                         // where to show it
   std::vector<Network> allow;             // sources; empty for all
@@ -62,6 +65,10 @@ struct CheckConfigOptions {
 };
 
 struct InfoOptions {
+  std::string plugin;
+};
+
+struct ClickHouseSchemaOptions {
   std::string plugin;
 };
 

@@ -114,7 +114,9 @@ class Replay {
   MeterSetup setup_;
   OutputOptions output_;
   Schedule schedule_;
-  Keepers keepers_{options_.store, setup_, console_, KeeperMode::kWait};
+  ReplayedRun replayed_ =
+      options_.clickhouse.url.empty() ? ReplayedRun() : RunOf(options_.meter, options_.captures);
+  Keepers keepers_{options_.store, options_.clickhouse, setup_, console_, &replayed_};
   bool has_periods_ = options_.interval != 0 || !keepers_.empty();
   RunReport report_{options_.interval == 0 ? RunKind::kWhole : RunKind::kPeriodic,
                     setup_.catalog().groups(),

@@ -152,24 +152,13 @@ constexpr std::string_view kKeyKinds[] = {
 };
 static_assert(std::size(kKeyKinds) == static_cast<std::size_t>(KeyKind::kMacPair) + 1);
 
-std::string_view UnitName(Unit unit) {
-  switch (unit) {
-    case Unit::kBytes:
-      return "bytes";
-    case Unit::kPackets:
-      return "packets";
-    default:
-      return "count";
-  }
-}
-
 void DescribeGroup(Database* database, const GroupInfo& group, int place) {
   database->Prepare("INSERT OR REPLACE INTO groups VALUES (?, ?, ?, ?, ?)")
       .Bind(1, group.id)
       .Bind(2, std::int64_t{place})
       .Bind(3, group.title)
       .Bind(4, group.key_title)
-      .Bind(5, kKeyKinds[static_cast<std::size_t>(group.key_kind)])
+      .Bind(5, KeyKindName(group.key_kind))
       .Run();
   Statement meter = database->Prepare("INSERT OR REPLACE INTO meters VALUES (?, ?, ?, ?, ?)");
   for (std::size_t i = 0; i < group.meters.size(); ++i) {
@@ -213,6 +202,19 @@ bool HasColumn(Database* database, std::string_view table, std::string_view colu
       .Bind(1, table)
       .Bind(2, column)
       .Step();
+}
+
+std::string_view KeyKindName(KeyKind kind) { return kKeyKinds[static_cast<std::size_t>(kind)]; }
+
+std::string_view UnitName(Unit unit) {
+  switch (unit) {
+    case Unit::kBytes:
+      return "bytes";
+    case Unit::kPackets:
+      return "packets";
+    default:
+      return "count";
+  }
 }
 
 void PutMeta(Database* database, std::string_view name, std::int64_t value) {

@@ -50,6 +50,10 @@ std::vector<ValueColumn> ValueColumns(const GroupInfo& group);
 // Flows are in files of their own, and no tier has them.
 inline bool HasTiers(const GroupInfo& group) { return group.key_kind != KeyKind::kSession; }
 
+// What the tables of groups and meters call them: "ipv4", "bytes".
+std::string_view KeyKindName(KeyKind kind);
+std::string_view UnitName(Unit unit);
+
 // "hosts_hour".
 std::string TierTable(std::string_view name, const Tier& tier);
 

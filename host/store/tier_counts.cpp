@@ -124,8 +124,12 @@ GroupSums::Ranking GroupSums::Rank(std::size_t most) const {
 
 void GroupSums::Prune() {
   const std::size_t most = std::min(info_.track_high, Shares().stored_keys);
+  PruneTo(most, std::min(info_.track_low, most / 2));
+}
+
+void GroupSums::PruneTo(std::size_t most, std::size_t left) {
   if (table_.size() <= most) return;
-  const Ranking kept = Rank(std::min(info_.track_low, most / 2));
+  const Ranking kept = Rank(left);
   KeyTable table(columns_.size() + 1);
   std::uint64_t most_missing = most_missing_;
   for (const Row& row : kept.rows) {
@@ -220,6 +224,10 @@ void TierCounts::Add(const TierCounts& other) {
 
 void TierCounts::Prune() {
   for (const auto& sums : groups_) sums->Prune();
+}
+
+void TierCounts::PruneTo(std::size_t most) {
+  for (const auto& sums : groups_) sums->PruneTo(most, most / 2);
 }
 
 std::size_t TierCounts::Keys() const {

@@ -29,7 +29,10 @@ class GroupSums {
   void Add(const GroupSums& other);
   // AddOthers adds what is known of keys in sum alone; none of them had more than `most`.
   void AddOthers(const std::uint64_t* values, std::uint64_t keys, std::uint64_t most);
+  // Prune keeps a group's keys within its own marks and the memory's; PruneTo leaves so many where
+  // there are more than `most`.
   void Prune();
+  void PruneTo(std::size_t most, std::size_t left);
 
   struct Row {
     std::string_view key;
@@ -43,6 +46,17 @@ class GroupSums {
     std::uint64_t other_keys = 0;
   };
   [[nodiscard]] Ranking Rank(std::size_t most) const;
+
+  // ForEach shows every key that is known: visit(key, values, bound).
+  template <class Visit>
+  void ForEach(Visit&& visit) const {
+    table_.ForEach([&](std::string_view key, const std::uint64_t* values) {
+      visit(key, values, values[columns_.size()] - 1);
+    });
+  }
+  // What was let go, and how many keys that were.
+  [[nodiscard]] const std::vector<std::uint64_t>& others() const { return others_; }
+  [[nodiscard]] std::uint64_t other_keys() const { return other_keys_; }
 
   [[nodiscard]] const GroupInfo& info() const { return info_; }
   [[nodiscard]] const std::vector<ValueColumn>& columns() const { return columns_; }
@@ -90,6 +104,8 @@ class TierCounts {
   void Add(const StatsStore& store, const ToText& to_text);
   void Add(const TierCounts& other);
   void Prune();
+  // PruneTo halves the groups that have more than so many keys.
+  void PruneTo(std::size_t most);
 
   [[nodiscard]] const std::vector<std::unique_ptr<GroupSums>>& groups() const { return groups_; }
   [[nodiscard]] std::size_t Keys() const;

@@ -23,7 +23,7 @@ ALLOWED = {
 }
 # The rooms inside host/: each may include itself and those in front of it.
 HOST = ["base", "policy", "capture", "export", "border", "engine", "intake", "period", "names",
-        "store", "ask", "output", "web", "command"]
+        "store", "ask", "scale", "output", "web", "command"]
 # Programs around the library: everything but host/, which only its own tests and benchmarks see.
 AROUND = ["tests", "bench", "fuzz"]
 # What the build makes.

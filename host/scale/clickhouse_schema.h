@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the tables in a ClickHouse look like; docs/scale.md tells why.
+//
+// Raw tables take rows as collectors send them. Views have the names and columns of the embedded
+// store's tables, each row once however often it was sent.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "host/engine/group_info.h"
+
+namespace flow::host {
+
+struct RawTable {
+  std::string_view name;
+  std::string_view columns;  // with their types, in the order in which rows have them
+  std::string_view partition;
+  std::string_view key;      // rows with equal ones are one row
+  std::string_view version;  // the column that says which of them stays; empty where they are equal
+};
+std::span<const RawTable> RawTables();
+
+// Null where there is none of the name.
+const RawTable* FindRawTable(std::string_view name);
+
+// InsertInto is "INSERT INTO raw_flows (...) FORMAT RowBinary".
+std::string InsertInto(const RawTable& table);
+
+// What a view has of a span, for who asks often: here the span reaches the raw table. Of a group it
+// has a row for each collector and run, to be added up.
+std::string SpanOfView(std::string_view name, std::int64_t from, std::int64_t to);
+std::string SpanOfCounters(std::string_view group, std::span<const std::string> columns,
+                           std::string_view tier, std::int64_t from, std::int64_t to);
+
+// ClickHouseSchema has a statement for each table and view, those of the groups' too; they change
+// nothing that is there.
+std::string ClickHouseSchema(std::span<const GroupInfo> groups);
+
+}  // namespace flow::host

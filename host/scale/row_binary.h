@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+// Rows in ClickHouse's form RowBinary: values one after the other, numbers in little endian.
+#pragma once
+
+#include <bit>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace flow::host {
+
+class RowBinary {
+ public:
+  explicit RowBinary(std::string* out) : out_(*out) {}
+
+  template <std::integral Number>
+  RowBinary& Put(Number value) {
+    char bytes[sizeof(Number)];
+    for (std::size_t i = 0; i < sizeof(Number); ++i) {
+      bytes[i] = static_cast<char>(static_cast<std::uint64_t>(value) >> (8 * i));
+    }
+    out_.append(bytes, sizeof(bytes));
+    return *this;
+  }
+
+  // A String.
+  RowBinary& Text(std::string_view text) {
+    Length(text.size());
+    out_.append(text);
+    return *this;
+  }
+
+  // A FixedString: as many bytes as it has.
+  RowBinary& Fixed(std::span<const std::uint8_t> bytes) {
+    out_.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    return *this;
+  }
+
+  // An address as FixedString(16): one of IPv4 as ::ffff:a.b.c.d, so that all sort and compare.
+  RowBinary& Address(std::span<const std::uint8_t> bytes) {
+    constexpr std::uint8_t kMapped[12]{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
+    if (bytes.size() == 4) Fixed(kMapped);
+    return Fixed(bytes);
+  }
+
+  // The number of an Array's elements, which follow; LEB128, as the lengths of texts.
+  RowBinary& Length(std::size_t length) {
+    for (; length >= 0x80; length >>= 7) Put(static_cast<std::uint8_t>(length | 0x80));
+    return Put(static_cast<std::uint8_t>(length));
+  }
+
+ private:
+  std::string& out_;
+};
+
+}  // namespace flow::host

@@ -1,0 +1,351 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""clickhouse_test.py FLOWHOST PLUGIN FLOWGEN [AWAY]: what a ClickHouse has afterwards, to the record: beside the embedded store,
+sent twice, by servers and collectors that die, through a spool. The server is away for AWAY seconds under load (default 3)."""
+import json
+import os
+import pathlib
+import re
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).parent))
+from clickhouse import Server, Wire  # noqa: E402
+
+FLOWHOST, PLUGIN, FLOWGEN = sys.argv[1:4]
+AWAY = float(sys.argv[4]) if len(sys.argv) > 4 else 3
+failures = []
+TOTALS = "SELECT sum(bytes), sum(packets), sum(records) FROM buckets WHERE tier = '{}'"
+# Every row as it came, those that came twice as well.
+RAW_FLOWS = "SELECT count(), sum(bytes + bytes_rev), sum(packets + packets_rev), sum(records) FROM raw_flows"
+
+
+def expect(what, seen, wanted):
+    if seen != wanted:
+        failures.append(f"{what}: {str(seen)[:600]}, not {str(wanted)[:600]}")
+
+
+def numbers(row):
+    return tuple(int(value) for value in row)
+
+
+def later(capture, seconds):
+    """the capture as it would be so much later"""
+    data = bytearray(capture.read_bytes())
+    at = 24
+    while at < len(data):
+        time_of, _, length, _ = struct.unpack_from("<IIII", data, at)
+        struct.pack_into("<I", data, at, time_of + seconds)
+        at += 16 + length
+    capture.write_bytes(data)
+    return capture
+
+
+class Place:
+    """a database of its own in the server, with the tables"""
+    made = 0
+
+    def __init__(self, server, schema):
+        Place.made += 1
+        self.name, self.server = f"flows{Place.made}", server
+        server.make(self.name, schema)
+
+    def url(self, wire=None, scheme="http"):
+        return f"{scheme}://default@localhost:{(wire or self.server).port}/{self.name}"
+
+    def ask(self, sql):
+        return self.server.ask(sql, self.name)
+
+    def totals(self, tier="minute"):
+        return numbers(self.ask(TOTALS.format(tier))[0])
+
+    def raw(self):
+        return numbers(self.ask(RAW_FLOWS)[0])
+
+
+class Test:
+    def __init__(self, folder):
+        self.folder, self.server = folder, Server(folder / "server")
+        self.schema = subprocess.run([FLOWHOST, "clickhouse-schema", "--plugin", PLUGIN], check=True, capture_output=True,
+                                     text=True).stdout
+        # Two hours, of few minutes: each part of a table is dozens of files.
+        first, second = (self.make(name, "--format", "mixed", "--exporters", "4", "--records", "8000", "--hosts", "300", "--minutes",
+                                   "4", "--realistic", "--seed", name) for name in "12")
+        self.captures = [first[0], later(second[0], 3600)]
+        self.claimed = tuple(a + b for a, b in zip(first[1], second[1]))
+        # What it is without any trouble.
+        self.whole = self.place()
+        expect("replay", self.replay(self.whole.url(), *self.captures).returncode, 0)
+
+    def place(self):
+        return Place(self.server, self.schema)
+
+    def make(self, name, *options):
+        capture = self.folder / f"{name}.pcap"
+        said = subprocess.run([FLOWGEN, *options, "--write", capture], check=True, capture_output=True, text=True).stdout
+        found = {key: int(value) for key, value in re.findall(r"^(\w+):? (\d+)$", said, re.M)}
+        return capture, (found["bytes"], found["packets"], found["records"])
+
+    def replay(self, url, *captures, options=()):
+        return subprocess.run([FLOWHOST, "replay", "--plugin", PLUGIN, "--config", self.folder / "policies", "--top", "0",
+                               "--clickhouse", url, *options, *captures], stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+
+    def listen(self, url, *options):
+        return Collector([FLOWHOST, "listen", "--plugin", PLUGIN, "--config", self.folder / "policies", "--top", "0", "--bind",
+                          "127.0.0.1", "--clickhouse", url, "--collector", "here", *options])
+
+    # ---
+
+    def test_beside_the_store(self):
+        """the same questions have the same answers, and the tables the same rows"""
+        store = self.folder / "store"
+        subprocess.run([FLOWHOST, "replay", "--plugin", PLUGIN, "--config", self.folder / "policies", "--top", "0", "--store", store,
+                        *(f"--store-keys={tier}=50000" for tier in ("minute", "hour", "day")), *self.captures], check=True,
+                       stdout=subprocess.DEVNULL)
+        for tier in ("minute", "hour", "day"):
+            expect(f"claimed by {tier}", self.whole.totals(tier), self.claimed)
+        expect("flows as claimed", self.whole.raw()[1:], self.claimed)
+        for words in (["top", "hosts"], ["top", "as", "--by", "bytes_source_home"], ["top", "interfaces", "--step", "10m"],
+                      ["top", "protocols", "--by", "packets"], ["top", "totals"], ["losses"], ["exporters"],
+                      ["series", "--step", "5m"], ["series", "--application", "443", "--step", "10m"],
+                      ["compare", "hosts", "--against", "2023-11-14 22:30"]):
+            span = ["--utc", "--json", "--from", "2023-11-14 22:13", "--to", "2023-11-14 23:25"]
+            answers = []
+            for source in (["--store", store], ["--clickhouse", self.whole.url()]):
+                done = subprocess.run([FLOWHOST, *words, *span, *source], capture_output=True, text=True)
+                answers.append(json.loads(done.stdout) if done.returncode == 0 else done.stderr)
+            expect(" ".join(words), answers[1], answers[0])
+
+    def test_replayed_twice(self):
+        before = self.whole.raw()
+        done = self.replay(self.whole.url(), *self.captures)
+        expect("replayed twice", (done.returncode, "already" in done.stderr, self.whole.raw()), (0, True, before))
+
+    def test_replay_that_ended_early(self):
+        """the next one goes on where it was"""
+        place, seen = self.place(), []
+
+        def breaks(statement, send):
+            seen.append(statement)
+            return send() if len(seen) < 40 else None
+        with Wire(self.server, breaks) as wire:
+            process = subprocess.Popen([FLOWHOST, "replay", "--plugin", PLUGIN, "--config", self.folder / "policies", "--top", "0",
+                                        "--clickhouse", place.url(wire), *self.captures], stdout=subprocess.DEVNULL,
+                                       stderr=subprocess.PIPE, text=True)
+            said = process.stderr.readline()
+            process.kill()
+            process.wait()
+        expect("ended early: told", "ClickHouse at" in said, True)
+        expect("ended early: in part", 0 < place.raw()[0] < self.whole.raw()[0], True)
+        other = self.replay(place.url(), *self.captures, options=["--home", "10.1.0.0/16"])
+        expect("ended early: other settings", (other.returncode, "other settings" in other.stderr), (1, True))
+        expect("ended early: again", self.replay(place.url(), *self.captures).returncode, 0)
+        self.check_whole("ended early", place)
+
+    def check_whole(self, what, place, raw=True):
+        if raw:
+            expect(f"{what}: flows", place.raw(), self.whole.raw())
+        for tier in ("minute", "hour", "day"):
+            expect(f"{what}: {tier}", place.totals(tier), self.claimed)
+            for group, columns in (("hosts", "sum(packets), sum(bytes_in)"), ("protocols", "sum(keys)")):
+                sums = f"SELECT count(), sum(bytes), {columns} FROM {group}_{tier}"
+                expect(f"{what}: {group} by {tier}", place.ask(sums), self.whole.ask(sums))
+        expect(f"{what}: as views have them", numbers(place.ask("SELECT count(), sum(bytes_both) FROM flow_list_exact")[0]),
+               self.whole.raw()[:2])
+
+    def test_dies_before_answering(self):
+        """every block arrives, and for each the first answer is lost: none counts twice, in the raw tables either"""
+        place, lost = self.place(), set()
+
+        def mute(statement, send):
+            answer = send()
+            if statement.startswith("INSERT") and send.path not in lost:
+                lost.add(send.path)
+                return None
+            return answer
+        capture, claimed = self.make("short", "--format", "netflow9", "--records", "3000", "--hosts", "50", "--minutes", "3")
+        with Wire(self.server, mute) as wire:
+            expect("mute", self.replay(place.url(wire), capture).returncode, 0)
+        expect("mute", (place.raw()[1:], place.totals(), len(lost) > 10), (claimed, claimed, True))
+        expect("mute: counters", place.ask("SELECT count() FROM raw_counters_minute"),
+               place.ask("SELECT count() FROM (SELECT key FROM raw_counters_minute FINAL)"))
+
+    def test_half_a_block(self):
+        place, cut = self.place(), []
+
+        def halves(statement, send):
+            answer = send()
+            if "raw_flows" in statement and not cut:
+                cut.append(place.raw()[0])
+                self.server.delete("raw_flows", "row % 3 = 1 OR row > 40", place.name)
+                return None
+            return answer
+        with Wire(self.server, halves) as wire:
+            expect("half", self.replay(place.url(wire), *self.captures).returncode, 0)
+        expect("half: was cut", len(cut), 1)
+        self.check_whole("half a block", place)
+
+    def test_each_block_twice(self):
+        """where nobody can know: the views count each row once"""
+        place = self.place()
+
+        def repeats(statement, send):
+            if statement.startswith("INSERT"):
+                send(re.sub("query_id=[^&]*", "query_id=", send.path))
+            return send()
+        with Wire(self.server, repeats) as wire:
+            expect("twice", self.replay(place.url(wire), *self.captures).returncode, 0)
+        expect("twice: it was", place.raw()[0] > self.whole.raw()[0], True)
+        self.check_whole("twice", place, raw=False)
+
+    def test_restart_within_a_minute(self):
+        place = self.place()
+        for records in (70, 30):
+            with self.listen(place.url()) as collector:
+                collector.send("--format", "netflow9", "--records", str(records), "--hosts", "5", "--exporters", "1")
+        expect("restart", (place.totals()[2], place.totals("hour")[2], place.totals("day")[2]), (100, 100, 100))
+        expect("restart: protocols", place.ask("SELECT sum(bytes) FROM protocols_minute"),
+               [(str(place.totals()[0]),)])
+
+    def test_killed(self):
+        """a run that was killed lacks its last hour and day until the next one begins"""
+        place = self.place()
+        with self.listen(place.url()) as collector:
+            collector.send("--format", "netflow9", "--records", "500", "--hosts", "20", "--exporters", "2")
+        place.ask("INSERT INTO raw_runs SELECT collector, run, started, alive, 0, '', program, written + 1 FROM raw_runs FINAL")
+        hosts, hour = place.ask("SELECT key, bytes FROM hosts_hour ORDER BY key"), place.totals("hour")
+        for table in ("raw_counters_hour", "raw_counters_day"):
+            self.server.delete(table, "1", place.name)
+        for table in ("raw_buckets", "raw_health", "raw_losses"):
+            self.server.delete(table, "tier != 'minute'", place.name)
+        expect("killed: nothing", place.totals("hour"), (0, 0, 0))
+        with self.listen(place.url()):
+            pass
+        expect("killed: hosts", place.ask("SELECT key, bytes FROM hosts_hour ORDER BY key"), hosts)
+        expect("killed: hour, day", (place.totals("hour"), place.totals("day")), (hour, hour))
+        expect("killed: told", place.ask("SELECT reason FROM gaps"), [("killed",)])
+
+    def test_away_under_load(self):
+        """the server dies while flows come, and is back: every record is there"""
+        place = self.place()
+        with self.listen(place.url(), "--spool", self.folder / "spool") as collector:
+            sent = collector.send("--format", "netflow9", "--records", "2000", "--hosts", "100", "--exporters", "2")
+            self.server.stop()
+            began = time.monotonic()
+            while time.monotonic() - began < AWAY:
+                more = collector.send("--format", "ipfix", "--records", "2000", "--hosts", "100", "--exporters", "2")
+                sent = tuple(a + b for a, b in zip(sent, more))
+        kept = sorted((self.folder / "spool").glob("*.block"))
+        expect("away: stays", (len(kept) > 3, "until the next run" in collector.said), (True, True))
+        self.server.start()
+        with self.listen(place.url(), "--spool", self.folder / "spool") as collector:
+            collector.wait_for(lambda: not list((self.folder / "spool").glob("*.block")))
+        expect("away: sent", (place.raw()[1:], place.totals(), place.totals("day")), (sent, sent, sent))
+        expect("away: spool is empty", list((self.folder / "spool").iterdir()), [])
+
+    def test_full_spool(self):
+        """what finds no room is told and counted"""
+        place, spool = self.place(), self.folder / "small"
+        self.server.stop()
+        with self.listen(place.url(), "--spool", spool, "--spool-size", "100000") as collector:
+            # The first block fails before there is trouble, and one that waits in memory has to go somewhere.
+            collector.send("--format", "netflow9", "--records", "4000", "--hosts", "2000", "--exporters", "1")
+        told = re.search(r"([\d,]+) flows and ([\d,]+) other rows for ClickHouse are lost", collector.said)
+        expect("full: told", told is not None, True)
+        self.server.start()
+        with self.listen(place.url(), "--spool", spool) as collector:
+            collector.wait_for(lambda: not list(spool.glob("*.block")))
+        flows = int(place.ask("SELECT sum(flows) FROM buckets WHERE tier = 'minute'")[0][0])
+        expect("full: counted", place.raw()[0] + int(told[1].replace(",", "")) if told else 0, flows)
+        expect("full: a gap", place.ask("SELECT DISTINCT reason FROM gaps WHERE reason = 'not written'"), [("not written",)])
+
+    def test_refusals(self):
+        """what is wrong is said, and what came meanwhile is not lost"""
+        for url, text in (("ftp://a/b", "neither http"), ("http://u:p@a/b", "password"), ("http://a/b/c", "database"),
+                          ("http://:1/", "host"), ("http://a:0/b", "port"), ("http://a/b?c=d", "more than a database")):
+            done = self.replay(url, *self.captures)
+            expect(f"{url}", (done.returncode, text in done.stderr), (2, True))
+        url = self.whole.url()
+        for words, environment, text in (
+                ([url.replace("default@", "flows@")], {}, "refuses"), ([url.replace("flows1", "nowhere")], {}, "refuses"),
+                ([url.replace("flows1", "default")], {}, "clickhouse-schema"), ([url, "--clickhouse-password-file", "/nothing"], {},
+                                                                              "cannot be read"),
+                (["http://127.0.0.1:1/flows"], {}, "127.0.0.1")):
+            done = subprocess.run([FLOWHOST, "top", "hosts", "--clickhouse", *words], capture_output=True, text=True,
+                                  env=os.environ | environment)
+            expect(f"{words}", (done.returncode != 0, text in done.stderr), (True, True))
+        done = subprocess.run([FLOWHOST, "top", "totals", "--clickhouse", url.replace("default@", "flows@")], capture_output=True,
+                              text=True, env=os.environ | {"CLICKHOUSE_PASSWORD": "se'cret"})
+        expect("password", (done.returncode, done.stderr), (0, ""))
+
+    def test_tls(self):
+        certificate = self.folder / "certificate", self.folder / "key"
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=localhost", "-addext",
+                        "subjectAltName=DNS:localhost", "-out", certificate[0], "-keyout", certificate[1]], check=True,
+                       stderr=subprocess.DEVNULL)
+        with Wire(self.server, lambda _, send: send(), certificate) as wire:
+            asked = [FLOWHOST, "top", "totals", "--clickhouse", self.whole.url(wire, "https")]
+            untrusted = subprocess.run(asked, capture_output=True, text=True)
+            expect("TLS: a stranger", (untrusted.returncode, "certificate" in untrusted.stderr), (1, True))
+            trusted = subprocess.run([*asked, "--clickhouse-ca", certificate[0]], capture_output=True, text=True)
+            expect("TLS", (trusted.returncode, trusted.stderr), (0, ""))
+
+
+class Collector:
+    """a collector that runs until the end of a with"""
+    def __init__(self, words):
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as free:
+            free.bind(("127.0.0.1", 0))
+            self.port = free.getsockname()[1]
+        self.process = subprocess.Popen([*words, "--port", f"netflow={self.port}"], stdout=subprocess.DEVNULL,
+                                        stderr=subprocess.PIPE, text=True)
+        self.said = ""
+
+    def __enter__(self):
+        while "anybody" not in self.said:
+            line = self.process.stderr.readline()
+            if not line:
+                raise RuntimeError("flowhost: " + self.said)
+            self.said += line
+        return self
+
+    def send(self, *options):
+        """what was sent: bytes, packets, records; slowly enough that a socket holds it"""
+        said = subprocess.run([FLOWGEN, *options, "--send", f"127.0.0.1:{self.port}", "--rate", "4000"], check=True,
+                              capture_output=True, text=True).stdout
+        found = {key: int(value) for key, value in re.findall(r"^(\w+):? (\d+)$", said, re.M)}
+        return found["bytes"], found["packets"], found["records"]
+
+    @staticmethod
+    def wait_for(is_done):
+        deadline = time.monotonic() + 20
+        while not is_done() and time.monotonic() < deadline:
+            time.sleep(0.1)
+
+    def __exit__(self, *_):
+        self.process.terminate()
+        self.said += self.process.communicate()[1]
+
+
+def main():
+    with tempfile.TemporaryDirectory() as folder:
+        test = Test(pathlib.Path(folder))
+        try:
+            for name in sorted(name for name in dir(test) if name.startswith("test_")):
+                began = time.monotonic()
+                try:
+                    getattr(test, name)()
+                except RuntimeError as error:
+                    failures.append(f"{name}: {error}")
+                print(f"{name[5:]}: {time.monotonic() - began:.1f} s", flush=True)
+        finally:
+            test.server.stop()
+    print(*failures, sep="\n", flush=True)
+    return 1 if failures else 0
+
+
+sys.exit(main())
