@@ -15,6 +15,7 @@
 #include "host/command/clickhouse_line.h"
 #include "host/command/command_parts.h"
 #include "host/command/describe.h"
+#include "host/command/message_line.h"
 #include "host/command/store_line.h"
 #include "host/command/web_line.h"
 #include "host/names/group_catalog.h"
@@ -236,6 +237,7 @@ void AddListenOptions(CLI::App* app, ListenOptions* options) {
   AddOutputOptions(app, &options->output);
   AddStoreOptions(app, &options->store);
   AddClickHouseOptions(app, &options->clickhouse, true);
+  AddMessageOptions(app, &options->messages, &options->output);
   AddListenWeb(app, &options->web);
   app->add_option("--keep-days", options->output.keep_days,
                   "How long time buckets stay in the SQLite database (default: 7; 0 for ever)")
@@ -320,6 +322,7 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
   replay.store.KeepAll();
   AddStoreOptions(replay_app, &replay.store);
   AddClickHouseOptions(replay_app, &replay.clickhouse, false);
+  AddMessageOptions(replay_app, &replay.messages, &replay.output);
   CLI::Option* const interval =
       replay_app
           ->add_option("--interval", replay.interval,

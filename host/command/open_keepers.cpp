@@ -2,6 +2,7 @@
 #include "host/command/open_keepers.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 #include <zlib.h>
 
 #include <fstream>
@@ -12,6 +13,9 @@
 #include "host/base/error.h"
 #include "host/command/listen_ports.h"
 #include "host/scale/clickhouse_keeper.h"
+#include "host/scale/kafka_producer.h"
+#include "host/scale/line_file.h"
+#include "host/scale/message_keeper.h"
 #include "host/store/store.h"
 
 namespace flow::host {
@@ -47,6 +51,14 @@ void AddFile(const std::string& path, Digest* digest) {
   }
 }
 
+std::string CollectorName(const std::string& given, bool is_replay) {
+  if (!given.empty()) return given;
+  if (is_replay) return "replay";
+  char name[256] = "";
+  gethostname(name, sizeof(name) - 1);
+  return name;
+}
+
 }  // namespace
 
 ReplayedRun RunOf(const MeterOptions& options, const std::vector<std::string>& captures) {
@@ -68,9 +80,10 @@ ReplayedRun RunOf(const MeterOptions& options, const std::vector<std::string>& c
   return {digest.Value(), fmt::format("{:x}", settings.Value()), options.instances == 1};
 }
 
-Keepers::Keepers(StoreOptions store, const ClickHouseOptions& clickhouse, MeterSetup& setup,
-                 Console& console, const ReplayedRun* replayed) {
-  if (store.directory.empty() && clickhouse.url.empty()) return;
+Keepers::Keepers(StoreOptions store, const ClickHouseOptions& clickhouse,
+                 const MessageOptions& messages, MeterSetup& setup, Console& console,
+                 const ReplayedRun* replayed) {
+  if (store.directory.empty() && clickhouse.url.empty() && !messages.Any()) return;
   setup.HearRecords();
   const auto& groups = setup.catalog().groups();
   const std::string program = fmt::format("flowhost {}", BuildText());
@@ -91,6 +104,24 @@ Keepers::Keepers(StoreOptions store, const ClickHouseOptions& clickhouse, MeterS
     keepers_.push_back(
         std::make_unique<ClickHouseKeeper>(clickhouse, run, groups, setup.stand_ins(), console));
   }
+  const bool waits = replayed != nullptr;
+  const Sending sending{CollectorName(clickhouse.collector, waits),
+                        waits ? replayed->id : static_cast<std::uint64_t>(NowMicros())};
+  if (!messages.flows.empty()) {
+    const std::string name = messages.flows == "-" ? "standard output" : messages.flows;
+    Add(name, sending, std::make_unique<LineFile>(messages.flows), waits, setup, console);
+  }
+  if (!messages.kafka.brokers.empty()) {
+    Add("Kafka", sending, std::make_unique<KafkaProducer>(messages.kafka, console), waits, setup,
+        console);
+  }
+}
+
+void Keepers::Add(std::string name, Sending sending, std::unique_ptr<MessageSink> sink, bool waits,
+                  MeterSetup& setup, Console& console) {
+  keepers_.push_back(std::make_unique<MessageKeeper>(std::move(name), sending, std::move(sink),
+                                                     waits, setup.catalog().groups(),
+                                                     setup.stand_ins(), console));
 }
 
 std::vector<Keeper*> Keepers::all() const {

@@ -7,9 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "host/command/message_line.h"
 #include "host/command/meter_setup.h"
 #include "host/period/keeper.h"
 #include "host/scale/clickhouse_server.h"
+#include "host/scale/flow_blocks.h"
+#include "host/scale/message.h"
 #include "host/store/store_options.h"
 
 namespace flow::host {
@@ -30,8 +33,8 @@ class Keepers {
   // Opens those that the options ask for, before the lanes. HostError when one cannot be opened,
   // UsageError where its options cannot be right. `replayed` is null of a run that is live: what a
   // keeper cannot take in time is let go; else whoever counts waits.
-  Keepers(StoreOptions store, const ClickHouseOptions& clickhouse, MeterSetup& setup,
-          Console& console, const ReplayedRun* replayed);
+  Keepers(StoreOptions store, const ClickHouseOptions& clickhouse, const MessageOptions& messages,
+          MeterSetup& setup, Console& console, const ReplayedRun* replayed);
 
   [[nodiscard]] bool empty() const { return keepers_.empty(); }
   [[nodiscard]] std::vector<Keeper*> all() const;
@@ -42,6 +45,9 @@ class Keepers {
   [[nodiscard]] std::vector<std::string> FinishBy(Writer::Clock::time_point deadline) const;
 
  private:
+  void Add(std::string name, Sending sending, std::unique_ptr<MessageSink> sink, bool waits,
+           MeterSetup& setup, Console& console);
+
   std::vector<std::unique_ptr<Keeper>> keepers_;
   const Store* store_ = nullptr;  // one of them
 };

@@ -8,6 +8,7 @@
 
 #include "flowhandlers/host_interfaces.h"
 #include "host/command/web_options.h"
+#include "host/command/message_line.h"
 #include "host/intake/port_map.h"
 #include "host/output/outputs.h"
 #include "host/policy/home_ranges.h"
@@ -33,6 +34,7 @@ struct ReplayOptions {
   OutputOptions output;
   StoreOptions store;
   ClickHouseOptions clickhouse;
+  MessageOptions messages;
   std::string trace;
   std::uint32_t interval = 0;             // seconds of capture time; 0 for one report of the whole
   Existing existing = Existing::kRefuse;  // in outputs that a collector may have written
@@ -45,6 +47,7 @@ struct ListenOptions {
   OutputOptions output;
   StoreOptions store;
   ClickHouseOptions clickhouse;
+  MessageOptions messages;
   std::vector<std::string> bind;          // addresses; empty for all of both families
   WebOptions web;                         // where to show it
   std::vector<Network> allow;             // sources; empty for all

@@ -60,6 +60,7 @@ struct OutputOptions {
   std::vector<Destination> destinations;
   int keep_days = 7;              // of time buckets; 0 for all
   bool replaces_buckets = false;  // those of the same time
+  bool has_summary = true;        // on standard output
 };
 
 // The writers. One JSON document; SHEET.csv for every sheet in a directory, which is made; and
