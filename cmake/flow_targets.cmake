@@ -90,9 +90,9 @@ function(flow_room name)
 endfunction()
 
 # flow_optimised(TARGET): under the sanitizers, where tests compile in a third of the time without
-# optimisation, code that runs often enough to be worth it.
+# optimisation, code that runs often enough to be worth it. Fuzz targets have all of it anyway.
 function(flow_optimised target)
-  if(FLOW_SANITIZE)
+  if(FLOW_SANITIZE AND NOT FLOW_FUZZ)
     target_compile_options(${target} PRIVATE -O1)
   endif()
 endfunction()

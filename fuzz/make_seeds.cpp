@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "fuzz/netflow_grammar.h"
+#include "fuzz/seed_folder.h"
 #include "plugin/policy_settings.h"
 #include "tests/support/datagram_builders.h"
 #include "tests/support/policy_file.h"
@@ -20,31 +21,8 @@
 namespace {
 
 using flow::fuzz::Datagram;
-using flow::fuzz::Input;
+using flow::fuzz::SeedFolder;
 using flow::test::Bytes;
-
-class SeedFolder {
- public:
-  SeedFolder(const std::filesystem::path& root, std::string_view target,
-             std::string prefix = "seed-")
-      : folder_(root / target), prefix_(std::move(prefix)) {
-    std::filesystem::create_directories(folder_);
-  }
-  void Add(std::string_view content) {
-    flow::test::WriteFile(folder_ / (prefix_ + std::to_string(++count_)), content);
-  }
-  void Add(const Bytes& content) {
-    Add(std::string_view(reinterpret_cast<const char*>(content.data()), content.size()));
-  }
-  void Add(std::uint8_t policy, std::vector<Datagram> datagrams) {
-    Add(flow::fuzz::Serialize({policy, std::move(datagrams)}));
-  }
-
- private:
-  std::filesystem::path folder_;
-  std::string prefix_;
-  int count_ = 0;
-};
 
 void MakeDatagramSeeds(const std::filesystem::path& root) {
   SeedFolder netflow(root, "netflow");

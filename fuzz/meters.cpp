@@ -3,10 +3,8 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <iterator>
-#include <string>
 
-#include "plugin/policy_settings.h"
+#include "fuzz/policies.h"
 #include "tests/support/host_trace.h"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -23,52 +21,6 @@ extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 
 namespace flow::fuzz {
 namespace {
-
-// Every switch on, so that a new one is fuzzed as well, but for those that hide what others do: of
-// two equal settings the first counts.
-std::string EverythingOn() {
-  std::string settings =
-      "<MergeMultipleSources>false</MergeMultipleSources><MeterZeroFlows>false</MeterZeroFlows>"
-      "<IgnoreAllEgress>false</IgnoreAllEgress><IgnoreOutCounts>false</IgnoreOutCounts>"
-      "<HomeASNumbers>1,2</HomeASNumbers>";
-  for (const PolicySetting& setting : kNetflowSettings) {
-    if (setting.kind != SettingKind::kSwitch) continue;
-    const std::string key(setting.key);
-    settings += "<" + key + ">true</" + key + ">";
-  }
-  for (const PolicySetting& setting : kSFlowSettings) {
-    if (setting.kind != SettingKind::kSwitch ||
-        settings.find("<" + std::string(setting.key) + ">") != std::string::npos) {
-      continue;
-    }
-    const std::string key(setting.key);
-    settings += "<" + key + ">true</" + key + ">";
-  }
-  return settings;
-}
-constexpr char kBothPortsOff[] =
-    "<MeterBothPorts>false</MeterBothPorts><MeterZeroFlows>true</MeterZeroFlows>"
-    "<TagFlowsWithUserID>true</TagFlowsWithUserID><IgnoreAllEgress>true</IgnoreAllEgress>"
-    "<UseRouterTimestamps>false</UseRouterTimestamps><MergeHTTP>false</MergeHTTP>"
-    "<MergeHTTPS>false</MergeHTTPS><MergeDNS>false</MergeDNS>"
-    "<MatchBiDirectionalFlows>false</MatchBiDirectionalFlows>"
-    "<AllowVariableLengthStrings>true</AllowVariableLengthStrings>";
-constexpr char kFiltered[] =
-    "<FilterHostsExclude>10.0.0.1,10.0.0.2</FilterHostsExclude>"
-    "<FilterInterfacesExclude>192.0.2.0_1,192.0.2.0_2</FilterInterfacesExclude>";
-constexpr char kStaticTemplates[] =
-    "<StaticTemplates><Template id=\"256\" name=\"s\"><Fields>8,12,4,7,11,1,2,32861</Fields>"
-    "</Template><Template id=\"1\" name=\"one\"><Fields>8,12,1</Fields></Template>"
-    "</StaticTemplates><SamplingRates><Rate router=\"0.0.0.0\" rate=\"100\"/></SamplingRates>";
-
-struct Policy {
-  std::string settings;
-  const char* beside;
-};
-const Policy kPolicies[] = {{"", ""},
-                            {EverythingOn(), ""},
-                            {kBothPortsOff, kStaticTemplates},
-                            {kFiltered, kStaticTemplates}};
 
 // A key needs several bytes of a record; a record of no bytes is handled once a set, of at least
 // four bytes. No record leads to more than about eighty calls.
@@ -98,12 +50,13 @@ std::size_t MemoryInUse() {
 test::RecordingHost& ChoosePolicy(std::uint8_t number) {
   static test::RecordingHost host;
   static int chosen = -1;
-  const int wanted = number % static_cast<int>(std::size(kPolicies));
+  const int wanted = number % kPolicies;
   if (chosen < 0) {
     host.Recording(false).Home("10.0.0.0/8").WorkDirectory(std::nullopt);
   }
   if (wanted != chosen) {
-    host.Policy(kPolicies[wanted].settings, kPolicies[wanted].beside);
+    const Policy& policy = PolicyOf(number);
+    host.Policy(policy.settings, policy.beside);
     host.AnyValue(wanted == 1);
     chosen = wanted;
   }

@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "fuzz/host/same_counts.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "host/engine/flow_totals.h"
+
+namespace flow::fuzz {
+namespace {
+
+using host::ExporterCounts;
+using host::ExporterTable;
+using host::FlowTotals;
+using host::GroupCounters;
+using host::SequenceGaps;
+using host::StatsStore;
+
+// Texts have other numbers in another store.
+FlowTotals WithoutTexts(FlowTotals flow) {
+  flow.tag = flow.text = flow.vrf = flow.app = flow.user = 0;
+  return flow;
+}
+
+constexpr std::pair<const char*, std::uint32_t FlowTotals::*> kTexts[] = {
+    {"tag", &FlowTotals::tag},
+    {"text", &FlowTotals::text},
+    {"vrf", &FlowTotals::vrf},
+    {"app", &FlowTotals::app},
+    {"user", &FlowTotals::user}};
+
+std::string FlowDifference(const StatsStore& one, const StatsStore& other, const FlowTotals& a,
+                           const FlowTotals& b) {
+  for (const auto& [name, text] : kTexts) {
+    if (one.TextOf(a.*text) != other.TextOf(b.*text)) {
+      return fmt::format("{} '{}' and '{}'", name, one.TextOf(a.*text), other.TextOf(b.*text));
+    }
+  }
+  const FlowTotals bare_a = WithoutTexts(a);
+  const FlowTotals bare_b = WithoutTexts(b);
+  if (std::memcmp(&bare_a, &bare_b, sizeof(FlowTotals)) == 0) return {};
+  const auto* const bytes_a = reinterpret_cast<const std::uint8_t*>(&bare_a);
+  const auto* const at = std::mismatch(bytes_a, bytes_a + sizeof(FlowTotals),
+                                       reinterpret_cast<const std::uint8_t*>(&bare_b))
+                             .first;
+  return fmt::format("byte {} of its totals", at - bytes_a);
+}
+
+std::string KeyDifference(const StatsStore& one, const StatsStore& other,
+                          const GroupCounters& group, std::string_view key, const std::uint64_t* a,
+                          const std::uint64_t* b) {
+  if (b == nullptr) return "is missing in the other";
+  if (group.info.guid == host::kFlowGroup) {
+    if (key.empty()) return {};  // all exporters' flow, which has its texts from whoever came last
+    return FlowDifference(one, other, StatsStore::Flow(a), StatsStore::Flow(b));
+  }
+  for (std::size_t i = 0; i < group.columns; ++i) {
+    if (a[i] != b[i]) return fmt::format("column {}: {} and {}", i, a[i], b[i]);
+  }
+  return {};
+}
+
+std::string NotesDifference(const GroupCounters& a, const GroupCounters& b) {
+  for (const auto& [key, notes] : a.notes) {
+    const auto found = b.notes.find(key);
+    if (found == b.notes.end()) return fmt::format("notes of {} are missing in the other", key);
+    const host::KeyNotes& others = found->second;
+    if (notes.label != others.label || notes.description != others.description) {
+      return fmt::format("label of {}: {} and {}", key, notes.label, others.label);
+    }
+    if (notes.properties != others.properties) return fmt::format("properties of {}", key);
+  }
+  return {};
+}
+
+// In both directions the same, as long as there are as many.
+std::string StoreDifference(const StatsStore& one, const StatsStore& other) {
+  if (one.records != other.records) {
+    return fmt::format("records: {} and {}", one.records, other.records);
+  }
+  for (const auto& group : one.groups()) {
+    const auto same = std::ranges::find_if(
+        other.groups(), [&](const auto& each) { return each->info.guid == group->info.guid; });
+    if (same == other.groups().end())
+      return fmt::format("no group {} in the other", group->info.id);
+    std::string found;
+    group->table.ForEach([&](std::string_view key, const std::uint64_t* values) {
+      if (!found.empty()) return;
+      found = KeyDifference(one, other, *group, key, values, (*same)->table.Find(key));
+      if (!found.empty()) found = fmt::format("{} {}: {}", group->info.id, key, found);
+    });
+    if (!found.empty()) return found;
+    if (group->table.size() != (*same)->table.size()) {
+      return fmt::format("keys of {}: {} and {}", group->info.id, group->table.size(),
+                         (*same)->table.size());
+    }
+    // The plug-in gives a name that comes without its application to the application named last,
+    // whoever named it.
+    if (group->info.id != "application_tags") found = NotesDifference(*group, **same);
+    if (!found.empty()) return fmt::format("{}: {}", group->info.id, found);
+  }
+  return {};
+}
+
+constexpr std::pair<const char*, std::uint64_t SequenceGaps::*> kGaps[] = {
+    {"missing", &SequenceGaps::missing},   {"came", &SequenceGaps::came},
+    {"gaps", &SequenceGaps::gaps},         {"late", &SequenceGaps::late},
+    {"restarts", &SequenceGaps::restarts}, {"jumps", &SequenceGaps::jumps}};
+constexpr std::pair<const char*, std::uint64_t ExporterCounts::*> kCounts[] = {
+    {"datagrams", &ExporterCounts::datagrams},
+    {"bytes", &ExporterCounts::bytes},
+    {"templates", &ExporterCounts::templates},
+    {"unknown sets", &ExporterCounts::unknown_sets}};
+
+std::string CountsDifference(const ExporterCounts& a, const ExporterCounts& b) {
+  for (const auto& [name, count] : kCounts) {
+    if (a.*count != b.*count) return fmt::format("{}: {} and {}", name, a.*count, b.*count);
+  }
+  for (const auto& [name, count] : kGaps) {
+    if (a.gaps.*count != b.gaps.*count || a.sample_gaps.*count != b.sample_gaps.*count) {
+      return fmt::format("gaps, {}: {} and {}", name, a.gaps.*count, b.gaps.*count);
+    }
+  }
+  if (a.refused != b.refused) return "what was refused";
+  if (a.books.described != b.books.described || a.books.reverse != b.books.reverse) {
+    return fmt::format("described: {} and {}", a.books.described, b.books.described);
+  }
+  if (a.books.metered != b.books.metered) {
+    return fmt::format("metered: {} and {}", a.books.metered, b.books.metered);
+  }
+  if (a.books.left_out != b.books.left_out) return "what was left out";
+  if (a.last_seen != b.last_seen) return "last seen";
+  return {};
+}
+
+std::string ExporterDifference(const ExporterTable& one, const ExporterTable& other) {
+  const auto rows = one.Rows();
+  const auto others = other.Rows();
+  if (rows.size() != others.size()) {
+    return fmt::format("exporters: {} and {}", rows.size(), others.size());
+  }
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const std::string name = rows[i].key.endpoint.Text() + " " + rows[i].key.version.Text();
+    if (rows[i].key != others[i].key) return "no exporter " + name + " in the other";
+    const std::string found = CountsDifference(rows[i].counts, others[i].counts);
+    if (!found.empty()) return name + " " + found;
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string Difference(const host::Period& one, const host::Period& other) {
+  const std::string found = ExporterDifference(one.exporters(), other.exporters());
+  return found.empty() ? StoreDifference(one.store(), other.store()) : found;
+}
+
+}  // namespace flow::fuzz
