@@ -73,7 +73,8 @@ bool StandIns::ReadLine(const std::string& line, std::int64_t now) {
   }
   last_ = std::max(last_, stand_in->AsIpv4());
   if (seen < now - kLongestSeconds) return true;
-  by_real_[*real] = {*stand_in, std::min(seen, now), seen};
+  seen = std::min(seen, now);  // of a clock that was ahead
+  by_real_[*real] = {*stand_in, seen, seen};
   reals_[*stand_in] = *real;
   return true;
 }
