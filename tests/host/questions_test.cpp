@@ -365,8 +365,8 @@ TEST_F(Questions, AreShownAsText) {
 
 TEST_F(Questions, ThatCannotBeAreTold) {
   const std::pair<std::vector<std::string>, const char*> cases[] = {
-      {{"top", "hosts"}, "of --store DIR or of --read CAPTURE"},
-      {{"top", "hosts", "--store", directory_, "--read", "x"}, "of --store DIR or of --read"},
+      {{"top", "hosts"}, "of --clickhouse URL or of --read CAPTURE"},
+      {{"top", "hosts", "--store", directory_, "--read", "x"}, "asked of --store DIR, "},
       {{"top", "hosts", "--read", "/nowhere.pcap", "--plugin", FakePlugin()},
        "nowhere.pcap: No such file"},
       {{"top", "hosts", "--store", "/nowhere"}, "there is no store in /nowhere"},
