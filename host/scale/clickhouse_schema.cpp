@@ -43,7 +43,8 @@ constexpr RawTable kTables[] = {
      kByTier, "tier, bucket, collector, run, part", ""},
     {"raw_health",
      "tier String, bucket UInt32, collector String, run UInt64, part UInt32, exporter String, "
-     "port UInt16, version String, lost_unit String, datagrams UInt64, bytes UInt64, "
+     "port UInt16, version String, lost_unit String, clock_offset_ms Nullable(Int64), "
+     "datagrams UInt64, bytes UInt64, "
      "described UInt64, reverse UInt64, records UInt64, left_out UInt64, refused UInt64, "
      "templates UInt64, sets_without_template UInt64, broken_sets UInt64, lost UInt64, "
      "lost_samples UInt64, lost_here UInt64, dropped UInt64, gaps UInt64, late UInt64, "
@@ -123,8 +124,11 @@ std::string AllTiers(std::string_view name) {
 }
 
 std::string HealthSelect(std::string_view tier, std::string_view condition) {
-  std::string inner = "bucket, exporter, port, version, lost_unit AS r_unit";
-  std::string outer = "bucket, exporter, port, version, max(r_unit) AS lost_unit";
+  std::string inner =
+      "bucket, exporter, port, version, lost_unit AS r_unit, clock_offset_ms AS r_clock";
+  std::string outer =
+      "bucket, exporter, port, version, max(r_unit) AS lost_unit, toInt64(round(avg(r_clock))) AS "
+      "clock_offset_ms";
   for (const HealthColumn& column : HealthColumns()) {
     inner += fmt::format(", {0} AS r_{0}", column.name);
     outer += fmt::format(", {}(r_{}) AS {}", column.sum == HealthSum::kAdds ? "sum" : "max",
@@ -162,8 +166,9 @@ std::string BucketsSelect(std::string_view condition) {
 constexpr std::string_view kExporters =
     "SELECT exporter, port, version, min(bucket) AS first_seen, max(r_seen) AS last_seen, "
     "argMax(r_templates, r_seen) AS templates, nullIf(argMax(r_rate, r_seen), 0) AS "
-    "sampling_rate\nFROM (SELECT bucket, exporter, port, version, last_seen AS r_seen, templates "
-    "AS r_templates, sampling_rate AS r_rate\n      FROM raw_health FINAL WHERE tier = 'minute')\n"
+    "sampling_rate, argMax(r_clock, r_seen) AS clock_offset_ms\nFROM (SELECT bucket, exporter, "
+    "port, version, last_seen AS r_seen, templates AS r_templates, sampling_rate AS r_rate, "
+    "clock_offset_ms AS r_clock\n      FROM raw_health FINAL WHERE tier = 'minute')\n"
     "GROUP BY exporter, port, version";
 
 std::string AddressSql(std::string_view column) {

@@ -156,7 +156,7 @@ void MinuteBlocks::WriteHealth(std::size_t tier, const TierSpan& span, std::uint
   Rows health(*this, "raw_health", span.bucket);
   for (const auto& [source, sent] : span.health) {
     RowBinary row = begin(&health, source);
-    row.Text(sent.lost_unit);
+    row.Text(sent.lost_unit).Nullable(sent.clock_offset_ms);
     for (const std::uint64_t value : sent.values) row.Put(value);
   }
   Rows losses(*this, "raw_losses", span.bucket);

@@ -6,6 +6,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -44,6 +45,12 @@ class RowBinary {
     constexpr std::uint8_t kMapped[12]{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
     if (bytes.size() == 4) Fixed(kMapped);
     return Fixed(bytes);
+  }
+
+  template <std::integral Number>
+  RowBinary& Nullable(const std::optional<Number>& value) {
+    Put(static_cast<std::uint8_t>(!value));
+    return value ? Put(*value) : *this;
   }
 
   // The number of an Array's elements, which follow; LEB128, as the lengths of texts.

@@ -15,8 +15,16 @@ TierSpan::Source SourceOf(const SourceNames& names) {
   return {names.exporter, names.port, names.version};
 }
 
+// Nothing of those that are too many for rows of their own.
+std::optional<std::int64_t> ClockOf(const ExporterTable::Row& row) {
+  const auto& offset = row.counts.clock_offset;
+  if (!offset || row.key == ExportSource{}) return std::nullopt;
+  return *offset / 1000;
+}
+
 void AddHealth(const TierSpan::Health& part, TierSpan::Health* into) {
   into->lost_unit = std::max(into->lost_unit, part.lost_unit);
+  if (part.clock_offset_ms) into->clock_offset_ms = part.clock_offset_ms;
   into->values.resize(part.values.size());
   for (std::size_t i = 0; i < part.values.size(); ++i) {
     std::uint64_t& value = into->values[i];
@@ -42,7 +50,7 @@ TierSpan TierSpan::OfMinute(StoredMinute minute) {
   span.bucket = minute.bucket;
   span.counts = std::move(minute.counts);
   for (const ExporterHealth& exporter : minute.exporters) {
-    Health health{std::string(UnitOf(exporter.row.key.version)), {}};
+    Health health{std::string(UnitOf(exporter.row.key.version)), ClockOf(exporter.row), {}};
     for (const HealthColumn& column : HealthColumns()) {
       health.values.push_back(column.value(exporter));
     }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -30,6 +31,7 @@ struct TierSpan {
   using Source = std::tuple<std::string, std::uint16_t, std::string>;
   struct Health {
     std::string lost_unit;
+    std::optional<std::int64_t> clock_offset_ms;  // the last one
     std::vector<std::uint64_t> values;  // in the order of HealthColumns
   };
   struct LossKey {

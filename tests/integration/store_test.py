@@ -199,6 +199,12 @@ def test_kills(folder):
     print(f"{KILLS} kills, {ends.count('killed')} of them in the middle of a run")
 
 
+def stop(process):
+    """all of its threads, or it has ended; on a busy machine some go on for a while"""
+    process.send_signal(signal.SIGSTOP)
+    os.waitid(os.P_PID, process.pid, os.WSTOPPED | os.WEXITED | os.WNOWAIT)
+
+
 def test_copies(folder):
     """what the disk has at any moment of a run is a store: it opens, and no bucket is half"""
     capture, _ = make(folder, "copied", 300, "--records", "30000")
@@ -207,7 +213,7 @@ def test_copies(folder):
     process = subprocess.Popen(replay(folder, store, capture), stdout=subprocess.DEVNULL)
     while process.poll() is None and len(copies) < KILLS:
         time.sleep(random.uniform(0.05, 0.4))
-        process.send_signal(signal.SIGSTOP)
+        stop(process)
         if (store / "counters.sqlite").exists():
             copies.append(folder / f"copy-{len(copies)}")
             shutil.copytree(store, copies[-1])
@@ -249,7 +255,7 @@ def test_removed(folder):
             time.sleep(0.05)
             with contextlib.suppress(sqlite3.Error):
                 written, = counters(store, "SELECT count(*) FROM buckets WHERE tier = 'minute'")[0]
-        process.send_signal(signal.SIGSTOP)
+        stop(process)
         remove(store)
         process.send_signal(signal.SIGCONT)
         said = process.communicate()[1]
