@@ -120,7 +120,8 @@ class Listen {
   bool ending_ = false;
   Clock::time_point next_watch_;
   Clock::time_point next_policy_check_;
-  Keepers keepers_{options_.store, options_.clickhouse, options_.messages, setup_, console_, nullptr};
+  Keepers keepers_{options_.store, options_.clickhouse, options_.messages, setup_, console_,
+                   nullptr};
   RunReport report_{RunKind::kPeriodic,
                     setup_.catalog().groups(),
                     setup_.site_settings().home,

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "flowhandlers/host_interfaces.h"
-#include "host/command/web_options.h"
 #include "host/command/message_line.h"
+#include "host/command/web_options.h"
 #include "host/intake/port_map.h"
 #include "host/output/outputs.h"
 #include "host/policy/home_ranges.h"

@@ -114,11 +114,11 @@ class Replay {
   MeterSetup setup_;
   OutputOptions output_;
   Schedule schedule_;
-  ReplayedRun replayed_ =
-      options_.clickhouse.url.empty() && options_.messages.kafka.brokers.empty()
-          ? ReplayedRun()
-          : RunOf(options_.meter, options_.captures);
-  Keepers keepers_{options_.store, options_.clickhouse, options_.messages, setup_, console_, &replayed_};
+  ReplayedRun replayed_ = options_.clickhouse.url.empty() && options_.messages.kafka.brokers.empty()
+                              ? ReplayedRun()
+                              : RunOf(options_.meter, options_.captures);
+  Keepers keepers_{options_.store, options_.clickhouse, options_.messages, setup_,
+                   console_,       &replayed_};
   bool has_periods_ = options_.interval != 0 || !keepers_.empty();
   RunReport report_{options_.interval == 0 ? RunKind::kWhole : RunKind::kPeriodic,
                     setup_.catalog().groups(),

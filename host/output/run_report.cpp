@@ -283,7 +283,9 @@ void RunReport::ShowSummary(const Report& report) {
     console_.Notice("no export datagram was found; exporters that use another port need --port");
   }
   const bool is_taken = std::ranges::any_of(options_.destinations, &Destination::IsStandardOutput);
-  if (is_taken || !options_.has_summary || (report.intake.Packets() == 0 && kind_ == RunKind::kWhole)) return;
+  if (is_taken || !options_.has_summary ||
+      (report.intake.Packets() == 0 && kind_ == RunKind::kWhole))
+    return;
   std::string text = SummaryOf(report, options_.report);
   constexpr std::chrono::seconds kPatience(5);
   if (console_.Stuck() >= kPatience) {

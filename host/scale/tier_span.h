@@ -32,7 +32,7 @@ struct TierSpan {
   struct Health {
     std::string lost_unit;
     std::optional<std::int64_t> clock_offset_ms;  // the last one
-    std::vector<std::uint64_t> values;  // in the order of HealthColumns
+    std::vector<std::uint64_t> values;            // in the order of HealthColumns
   };
   struct LossKey {
     Source source;
