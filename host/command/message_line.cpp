@@ -16,7 +16,7 @@ void AddMessageOptions(CLI::App* app, MessageOptions* options, OutputOptions* ou
                   "Write every flow as a line of JSON, a direction each; - for standard output, "
                   "which has no summaries then")
       ->type_name("FILE");
-  app->final_callback([app, options, output] {
+  app->final_callback([options, output] {
     if (options->flows != "-") return;
     output->has_summary = false;
     const bool is_taken = std::ranges::any_of(output->destinations, &Destination::IsStandardOutput);
