@@ -1,8 +1,9 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
 # install_test.sh PACKAGES: the packages of a folder, as tools/package leaves them, from their installation
-# to their end in a clean Debian 12 root, and the tests that they have of their own. Root runs it, for two
-# minutes or three; Debian's archive is asked for the root and for what the packages depend on.
+# to their end in a clean Debian 12 root: the page as the manual gets at it, and the tests that they have of
+# their own. Root runs it, for three minutes or four; Debian's archive is asked for the root and for what the
+# packages depend on.
 #
 #   apt-get install debootstrap softflowd
 #   tools/package && tests/packages/install_test.sh build/packages
@@ -49,7 +50,8 @@ collect() {
   start=$(sed -n 's/^ExecStart=//p' "$root/lib/systemd/system/flowhost.service")
   unshare --net bash -euo pipefail -c '
     ip link set lo up
-    "${@:3}" >"$1/listen" 2>&1 &
+    : >"$1/listen"
+    "${@:3}" >>"$1/listen" 2>&1 &
     until grep -q "listening on ::" "$1/listen"; do kill -0 $!; sleep 0.1; done
     softflowd -r "$1/traffic.pcap" -n 127.0.0.1:2055 -v 9 -d >"$1/softflowd" 2>&1
     kill $!
@@ -60,6 +62,36 @@ collect() {
   sent=$((sent + $(awk 'on { sum += $(NF - 3) } /^Per-protocol/ { on = 1 } END { print sum }' "$work/softflowd")))
 }
 sent=0
+
+# page: what "From package to page" of the manual says, where eth0 has some traffic.
+page() {
+  local manual start
+  manual=$(sed -n '/^### From package to page/,/^## /p' "$source/docs/operator.md")
+  start=$(sed -n 's/^ExecStart=//p' "$root/lib/systemd/system/flowhost.service")
+  quietly inside apt-get install -y --no-install-recommends softflowd
+  mkdir -p "$root/run/softflowd/chroot"  # as systemd makes it
+  unshare --net bash -euo pipefail -c '
+    ip link set lo up
+    ip link add eth0 type veth peer name far
+    ip link set far up
+    ip link set eth0 up
+    ip address add 192.0.2.1/24 dev eth0
+    ip neighbour add 192.0.2.2 lladdr 02:00:00:00:00:02 dev eth0
+    : >"$1/listen"
+    "${@:6}" --userspec=nobody:nogroup "$5" $4 >>"$1/listen" 2>&1 &
+    until grep -q "listening on ::" "$1/listen"; do kill -0 $!; sleep 0.1; done
+    "${@:6}" "$5" ${2%%#*}
+    python3 "$3" 192.0.2.2 http://127.0.0.1:8055 "$5/run/softflowd.ctl"
+    kill "$(<"$5/run/softflowd.pid")"
+    kill $!
+    wait $!' bash "$work" "$(grep '^softflowd' <<<"$manual")" "$source/tests/packages/ask_page.py" "$start" "$root" \
+    "${clean[@]}" chroot >"$work/page" 2>&1 || {
+    cat "$work/listen" "$work/page" >&2
+    fail "the page does not show what softflowd exports"
+  }
+  grep -q '^curl http://127.0.0.1:8055/api/exporters' <<<"$manual" || fail "the manual asks something else"
+  step "$(tail -n 1 "$work/page")"
+}
 
 # expect WHEN: the store has what was sent.
 expect() {
@@ -92,6 +124,10 @@ expect "after the upgrade"
 grep -q "mine" "$root/etc/flowhost/NetflowCounterPolicy.xml" || fail "an edited policy was written over"
 collect
 expect "on with the old store"
+page
+image=$(sed -n '/^CMD/,/]$/p' "$source/packaging/Containerfile" | tr -d '[],"\\' | xargs)
+[[ ${image#CMD } == "$(sed -n 's/^ExecStart=[^ ]* //p' "$root/lib/systemd/system/flowhost.service")" ]] ||
+  fail "the image does not start what the service starts"
 
 quietly inside apt-get install -y --no-install-recommends gcc libc6-dev pkg-config
 mkdir "$root/source"
