@@ -80,9 +80,8 @@ ReplayedRun RunOf(const MeterOptions& options, const std::vector<std::string>& c
   return {digest.Value(), fmt::format("{:x}", settings.Value()), options.instances == 1};
 }
 
-Keepers::Keepers(StoreOptions store, const ClickHouseOptions& clickhouse,
-                 const MessageOptions& messages, MeterSetup& setup, Console& console,
-                 const ReplayedRun* replayed) {
+Keepers::Keepers(StoreOptions store, ClickHouseOptions clickhouse, const MessageOptions& messages,
+                 MeterSetup& setup, Console& console, const ReplayedRun* replayed) {
   if (store.directory.empty() && clickhouse.url.empty() && !messages.Any()) return;
   setup.HearRecords();
   const auto& groups = setup.catalog().groups();
@@ -95,6 +94,8 @@ Keepers::Keepers(StoreOptions store, const ClickHouseOptions& clickhouse,
     store_ = made.get();
     keepers_.push_back(std::move(made));
   }
+  const bool waits = replayed != nullptr;
+  clickhouse.collector = CollectorName(clickhouse.collector, waits);
   if (!clickhouse.url.empty()) {
     KeeperRun run{program, static_cast<std::uint64_t>(NowMicros()), false, true};
     if (replayed != nullptr) {
@@ -104,8 +105,7 @@ Keepers::Keepers(StoreOptions store, const ClickHouseOptions& clickhouse,
     keepers_.push_back(
         std::make_unique<ClickHouseKeeper>(clickhouse, run, groups, setup.stand_ins(), console));
   }
-  const bool waits = replayed != nullptr;
-  const Sending sending{CollectorName(clickhouse.collector, waits),
+  const Sending sending{clickhouse.collector,
                         waits ? replayed->id : static_cast<std::uint64_t>(NowMicros())};
   if (!messages.flows.empty()) {
     const std::string name = messages.flows == "-" ? "standard output" : messages.flows;

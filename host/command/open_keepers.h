@@ -33,7 +33,7 @@ class Keepers {
   // Opens those that the options ask for, before the lanes. HostError when one cannot be opened,
   // UsageError where its options cannot be right. `replayed` is null of a run that is live: what a
   // keeper cannot take in time is let go; else whoever counts waits.
-  Keepers(StoreOptions store, const ClickHouseOptions& clickhouse, const MessageOptions& messages,
+  Keepers(StoreOptions store, ClickHouseOptions clickhouse, const MessageOptions& messages,
           MeterSetup& setup, Console& console, const ReplayedRun* replayed);
 
   [[nodiscard]] bool empty() const { return keepers_.empty(); }

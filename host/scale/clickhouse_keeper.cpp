@@ -2,7 +2,6 @@
 #include "host/scale/clickhouse_keeper.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -17,15 +16,6 @@ namespace flow::host {
 namespace {
 
 constexpr std::size_t kMostJobs = 256;
-constexpr const char* kReplayCollector = "replay";
-
-std::string CollectorOf(const ClickHouseOptions& options, const KeeperRun& run) {
-  if (!options.collector.empty()) return options.collector;
-  if (run.waits) return kReplayCollector;
-  char name[256] = "";
-  gethostname(name, sizeof(name) - 1);
-  return name;
-}
 
 // As much as the flows that may wait take as rows.
 std::size_t QueueBytes() {
@@ -40,7 +30,7 @@ std::size_t QueueBytes() {
 ClickHouseKeeper::ClickHouseKeeper(const ClickHouseOptions& options, const KeeperRun& run,
                                    std::span<const GroupInfo> groups, const StandIns& stand_ins,
                                    Console& console)
-    : sending_{CollectorOf(options, run), run.run},
+    : sending_{options.collector, run.run},
       run_(run),
       console_(console),
       minutes_(groups, stand_ins),

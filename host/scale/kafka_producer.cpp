@@ -67,7 +67,6 @@ struct KafkaProducer::Calls {
   static void OnReport(rd_kafka_t* /*producer*/, const rd_kafka_message_t* message, void* self) {
     auto& producer = *static_cast<KafkaProducer*>(self);
     if (message->err == RD_KAFKA_RESP_ERR_NO_ERROR) {
-      ++producer.delivered_;
       if (std::exchange(producer.is_away_, false))
         producer.console_.Notice("Kafka takes messages again");
     } else {

@@ -36,9 +36,6 @@ class KafkaProducer final : public MessageSink {
   [[nodiscard]] std::uint64_t Lost() const override { return lost_; }
   void GiveUp() override { gives_up_ = true; }
 
-  // How many have arrived.
-  [[nodiscard]] std::uint64_t Delivered() const { return delivered_; }
-
  private:
   struct Calls;  // what librdkafka calls
   struct Close {
@@ -51,7 +48,6 @@ class KafkaProducer final : public MessageSink {
   Console& console_;
   std::unique_ptr<rd_kafka_s, Close> producer_;
   std::array<std::unique_ptr<rd_kafka_topic_s, Close>, std::size(kTopicNames)> topics_;
-  std::uint64_t delivered_ = 0;
   std::uint64_t lost_ = 0;
   bool is_away_ = false;  // no broker can be reached
   std::atomic<bool> gives_up_ = false;
