@@ -156,45 +156,33 @@ Answer AskNewPeers(StoredCounters* counters, const IpAddress& host, std::size_t 
   const Cover before = counters->CoverOf(against, kMinuteSeconds);
   const auto fields = ParseFields("host");
   const Expression filter = FilterOf(host);
-  FlowGroups now = GroupFlows(counters->directory(), filter, cover.span, fields);
-  const FlowGroups then = GroupFlows(counters->directory(), filter, before.span, fields);
+  // The host stands beside its peers; of all that are new it has the most.
+  const RankedGroups peers = counters->flows().Rank({filter, cover.span, fields}, FlowOrder::kBytes,
+                                                    std::max<std::size_t>(top, 1) + 1, before.span);
   Answer answer;
-  FlowCoverage(counters, cover, now.scan, &answer);
+  FlowCoverage(counters, cover, peers.scan, &answer);
   answer.what = fmt::format("new peers of {}", host.Text());
   AddGaps(before, zone, &answer);
   answer.columns = {
       {"key", "Host", ValueKind::kKey},      {"name", "Name", ValueKind::kText},
       {"bytes", "Bytes", ValueKind::kBytes}, {"packets", "Packets", ValueKind::kPackets},
       {"flows", "Flows", ValueKind::kCount}, {"first_ms", "First seen", ValueKind::kTime}};
-  std::vector<std::pair<std::string_view, const FlowAmounts*>> peers;
-  now.table.ForEach([&](std::string_view key, const FlowAmounts& sums) {
-    if (then.table.Find(key) == nullptr) peers.emplace_back(key, &sums);
-  });
-  std::ranges::sort(peers, [](const auto& a, const auto& b) {
-    return std::pair(b.second->bytes, a.first) < std::pair(a.second->bytes, b.first);
-  });
-  std::int64_t others = 0;
-  for (std::size_t i = 0; i < peers.size(); ++i) {
-    const auto& [key, sums] = peers[i];
+  std::size_t others = peers.count;
+  for (const auto& [key, sums] : peers.first) {
     const std::string peer = FieldTexts(fields, key).front();
-    if (peer == host.Text()) continue;
-    if (answer.rows.size() == top) {
-      ++others;
-      continue;
-    }
+    if (peer == host.Text()) --others;
+    if (peer == host.Text() || answer.rows.size() == top) continue;
+    --others;
     AnswerRow row;
     row.values = {peer,
                   FieldName(*fields.front(), peer, names),
-                  static_cast<std::int64_t>(sums->bytes),
-                  static_cast<std::int64_t>(sums->packets),
-                  static_cast<std::int64_t>(sums->flows),
-                  static_cast<std::int64_t>(sums->first)};
+                  static_cast<std::int64_t>(sums.bytes),
+                  static_cast<std::int64_t>(sums.packets),
+                  static_cast<std::int64_t>(sums.flows),
+                  static_cast<std::int64_t>(sums.first)};
     answer.rows.push_back(std::move(row));
   }
-  if (others > 0) {
-    answer.notes.push_back(
-        fmt::format("and {} more", Thousands(static_cast<std::uint64_t>(others))));
-  }
+  if (others > 0) answer.notes.push_back(fmt::format("and {} more", Thousands(others)));
   if (answer.rows.empty()) answer.notes.emplace_back("no new ones");
   return answer;
 }

@@ -6,14 +6,14 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <variant>
-#include <vector>
 
+#include "host/ask/sql_values.h"
 #include "host/ask/times.h"
 #include "host/store/schema.h"
 
 namespace flow::host {
 
+class FlowSource;
 struct StoredGroup;
 
 // The rows of an answer, as a prepared statement has them: columns are counted from 0.
@@ -32,8 +32,7 @@ class SourceRows {
   [[nodiscard]] virtual bool IsNull(int column) const = 0;
 };
 
-// What stands in place of a "?".
-using SourceValues = std::vector<std::variant<std::int64_t, std::string>>;
+using SourceValues = SqlValues;
 
 class CounterSource {
  public:
@@ -57,8 +56,7 @@ class CounterSource {
   // Whether it adds up by itself what would be much to fetch row by row.
   [[nodiscard]] virtual bool AddsUp() const { return false; }
 
-  // The directory of files of flows.
-  virtual const std::string& FlowDirectory() = 0;
+  virtual FlowSource& Flows() = 0;
 };
 
 }  // namespace flow::host

@@ -3,13 +3,13 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
 namespace flow::host {
 namespace {
 
-// The columns or expressions of a field: its source's, and where it has two ends its destination's.
 struct FieldSql {
   FilterField field;
   std::string_view source;
@@ -38,19 +38,45 @@ constexpr FieldSql kFields[] = {
     {FilterField::kPacketRate, "({packets} * 1000.0 / max(last - first, 1))", ""},
 };
 
-constexpr const FieldSql& RowOf(FilterField field) {
-  for (const FieldSql& row : kFields) {
-    if (row.field == field) return row;
-  }
-  return kFields[0];
+SqlBlob BlobOf(const IpAddress& address) {
+  return {address.bytes().begin(), address.bytes().end()};
 }
+
+class StoreFiles final : public FlowDialect {
+ public:
+  [[nodiscard]] Field Of(FilterField field) const override {
+    const auto* const row = std::ranges::find(kFields, field, &FieldSql::field);
+    return {row->source, row->destination};
+  }
+
+  void PutAddresses(FilterField field, std::string_view column, const AddressRange& range,
+                    FilterSql* sql) const override {
+    const bool is_exporter = field == FilterField::kExporter;
+    if (is_exporter) {
+      sql->text += fmt::format("{} IN (SELECT id FROM exporters WHERE ", column);
+      column = "address";
+    }
+    if (range.first == range.last) {
+      sql->Put(fmt::format("{} = ?", column), BlobOf(range.first));
+    } else {  // blobs of IPv4 and IPv6 lie among each other
+      sql->Put(fmt::format("({} BETWEEN ?", column), BlobOf(range.first));
+      sql->Put(fmt::format(" AND ? AND length({}) = {})", column, range.first.bytes().size()),
+               BlobOf(range.last));
+    }
+    if (is_exporter) sql->text += ')';
+  }
+
+  void PutText(std::string_view column, const std::string& text, FilterSql* sql) const override {
+    sql->Put(fmt::format("{} IN (SELECT id FROM texts WHERE text = ?)", column), text);
+  }
+};
 
 // In the order of Comparison, its first two left out.
 constexpr std::string_view kOrders[] = {"<", "<=", ">", ">="};
 
 class Writer {
  public:
-  explicit Writer(FilterSql* sql) : sql_(*sql) {}
+  Writer(const FlowDialect& dialect, FilterSql* sql) : dialect_(dialect), sql_(*sql) {}
 
   void Write(const Expression& expression) {
     switch (expression.kind) {
@@ -78,7 +104,7 @@ class Writer {
 
   // Of a flow with two ends, "is not" means that neither end is.
   void WriteCondition(const Condition& condition) {
-    const FieldSql& row = RowOf(condition.field);
+    const FlowDialect::Field row = dialect_.Of(condition.field);
     const bool denies = condition.comparison == Comparison::kIsNot;
     const bool has_both = !row.destination.empty() &&
                           (condition.side == Side::kEither || condition.side == Side::kBoth);
@@ -103,59 +129,42 @@ class Writer {
     if (const auto* const numbers = std::get_if<NumberRange>(&value)) {
       if (condition.comparison > Comparison::kIsNot) {
         const auto order = static_cast<std::size_t>(condition.comparison) - 2;
-        Put(fmt::format("{} {} ?", column, kOrders[order]), numbers->first);
+        sql_.Put(fmt::format("{} {} ?", column, kOrders[order]), numbers->first);
       } else if (numbers->first == numbers->last) {
-        Put(fmt::format("{} = ?", column), numbers->first);
+        sql_.Put(fmt::format("{} = ?", column), numbers->first);
       } else {
-        Put(fmt::format("{} BETWEEN ? AND ?", column), numbers->first);
-        sql_.values.emplace_back(numbers->last);
+        sql_.Put(fmt::format("{} BETWEEN ?", column), numbers->first);
+        sql_.Put(" AND ?", numbers->last);
       }
     } else if (const auto* const addresses = std::get_if<AddressRange>(&value)) {
-      WriteAddresses(condition, column, *addresses);
+      dialect_.PutAddresses(condition.field, column, *addresses, &sql_);
     } else if (const auto& text = std::get<std::string>(value);
                condition.field == FilterField::kMac) {
-      Put(fmt::format("{} = ?", column), FilterSql::Blob(text.begin(), text.end()));
+      sql_.Put(fmt::format("{} = ?", column), SqlBlob(text.begin(), text.end()));
     } else {
-      Put(fmt::format("{} IN (SELECT id FROM texts WHERE text = ?)", column), text);
+      dialect_.PutText(column, text, &sql_);
     }
   }
 
-  void WriteAddresses(const Condition& condition, std::string_view column,
-                      const AddressRange& range) {
-    const bool is_exporter = condition.field == FilterField::kExporter;
-    if (is_exporter) {
-      sql_.text += fmt::format("{} IN (SELECT id FROM exporters WHERE ", column);
-      column = "address";
-    }
-    if (range.first == range.last) {
-      Put(fmt::format("{} = ?", column), BlobOf(range.first));
-    } else {  // blobs of IPv4 and IPv6 lie among each other
-      Put(fmt::format("({0} BETWEEN ? AND ? AND length({0}) = {1})", column,
-                      range.first.bytes().size()),
-          BlobOf(range.first));
-      sql_.values.emplace_back(BlobOf(range.last));
-    }
-    if (is_exporter) sql_.text += ')';
-  }
-
-  static FilterSql::Blob BlobOf(const IpAddress& address) {
-    return {address.bytes().begin(), address.bytes().end()};
-  }
-
-  template <class Value>
-  void Put(const std::string& text, const Value& value) {
-    sql_.text += text;
-    sql_.values.emplace_back(value);
-  }
-
+  const FlowDialect& dialect_;
   FilterSql& sql_;
 };
 
 }  // namespace
 
-FilterSql ToSql(const Expression& expression) {
+void FilterSql::Put(std::string_view more, SqlValue value) {
+  text += more;
+  values.push_back(std::move(value));
+}
+
+const FlowDialect& StoreDialect() {
+  static const auto& dialect = *new StoreFiles;
+  return dialect;
+}
+
+FilterSql ToSql(const Expression& expression, const FlowDialect& dialect) {
   FilterSql sql;
-  Writer(&sql).Write(expression);
+  Writer(dialect, &sql).Write(expression);
   return sql;
 }
 

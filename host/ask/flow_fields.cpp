@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
 #include <span>
 
 #include "host/base/error.h"
@@ -41,33 +40,6 @@ constexpr FlowField kFields[] = {
     {"dst_mac", "To MAC", FieldForm::kMac, FieldEnd::kDestination, "src_mac", "dst_mac"},
     {"mac", "MAC", FieldForm::kMac, FieldEnd::kEither, "src_mac", "dst_mac"},
 };
-
-// Lengths of texts in a key take two bytes; of all fields together they fit a key.
-constexpr std::size_t kLongestText = 500;
-
-void PutBytes(std::string_view bytes, std::string* key) {
-  bytes = bytes.substr(0, kLongestText);
-  key->push_back(static_cast<char>(bytes.size() >> 8));
-  key->push_back(static_cast<char>(bytes.size() & 0xFF));
-  key->append(bytes);
-}
-
-std::string_view TakeBytes(std::string_view* key) {
-  const auto high = static_cast<unsigned char>((*key)[0]);
-  const auto low = static_cast<unsigned char>((*key)[1]);
-  const std::string_view bytes = key->substr(2, std::size_t{high} << 8 | low);
-  key->remove_prefix(2 + bytes.size());
-  return bytes;
-}
-
-// Numbers stand in five bytes, the first for "not known".
-void PutNumber(const FlowRow& row, std::size_t column, std::string* key) {
-  const auto number = static_cast<std::uint32_t>(row.Integer(column));
-  char bytes[5];
-  bytes[0] = static_cast<char>(row.IsNull(column) ? 0 : 1);
-  std::memcpy(bytes + 1, &number, sizeof(number));
-  key->append(bytes, sizeof(bytes));
-}
 
 std::string_view AsText(std::span<const std::uint8_t> bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
@@ -142,14 +114,48 @@ void PutField(const FlowField& field, const FlowRow& row, std::size_t column, st
   switch (field.form) {
     case FieldForm::kAddress:
     case FieldForm::kMac:
-      return PutBytes(AsText(row.Bytes(column)), key);
+      return PutKeyBytes(AsText(row.Bytes(column)), key);
     case FieldForm::kExporter:
-      return PutBytes(row.file().Exporter(row.Integer(column)), key);
+      return PutKeyBytes(row.file().Exporter(row.Integer(column)), key);
     case FieldForm::kText:
-      return PutBytes(row.file().TextOf(row.Integer(column)), key);
+      return PutKeyBytes(row.file().TextOf(row.Integer(column)), key);
     default:
-      return PutNumber(row, column, key);
+      if (row.IsNull(column)) return PutKeyNumber(std::nullopt, key);
+      return PutKeyNumber(static_cast<std::uint32_t>(row.Integer(column)), key);
   }
+}
+
+// Lengths take two bytes; of all fields together they fit a key.
+void PutKeyBytes(std::string_view bytes, std::string* key) {
+  bytes = bytes.substr(0, kLongestKeyText);
+  key->push_back(static_cast<char>(bytes.size() >> 8));
+  key->push_back(static_cast<char>(bytes.size() & 0xFF));
+  key->append(bytes);
+}
+
+std::string_view TakeKeyBytes(std::string_view* key) {
+  const auto high = static_cast<unsigned char>((*key)[0]);
+  const auto low = static_cast<unsigned char>((*key)[1]);
+  const std::string_view bytes = key->substr(2, std::size_t{high} << 8 | low);
+  key->remove_prefix(2 + bytes.size());
+  return bytes;
+}
+
+// Five bytes, the first for "not known", in the order of numbers.
+void PutKeyNumber(std::optional<std::uint32_t> number, std::string* key) {
+  const std::uint32_t value = number.value_or(0);
+  const char bytes[]{static_cast<char>(number.has_value()), static_cast<char>(value >> 24),
+                     static_cast<char>(value >> 16), static_cast<char>(value >> 8),
+                     static_cast<char>(value)};
+  key->append(bytes, sizeof(bytes));
+}
+
+std::optional<std::uint32_t> TakeKeyNumber(std::string_view* key) {
+  std::uint32_t value = 0;
+  for (const char byte : key->substr(1, 4)) value = value << 8 | static_cast<std::uint8_t>(byte);
+  const bool is_known = key->front() != 0;
+  key->remove_prefix(5);
+  return is_known ? std::optional(value) : std::nullopt;
 }
 
 bool HasDirections(const std::vector<const FlowField*>& fields) {
@@ -178,21 +184,25 @@ std::string TakeField(const FlowField& field, std::string_view* key) {
   switch (field.form) {
     case FieldForm::kAddress:
     case FieldForm::kExporter:
-      return AddressText(TakeBytes(key));
+      return AddressText(TakeKeyBytes(key));
     case FieldForm::kMac:
-      return MacText(TakeBytes(key));
+      return MacText(TakeKeyBytes(key));
     case FieldForm::kText: {
-      const std::string_view text = TakeBytes(key);
+      const std::string_view text = TakeKeyBytes(key);
       return text.empty() ? "-" : std::string(text);
     }
     default: {
-      std::uint32_t number = 0;
-      std::memcpy(&number, key->data() + 1, sizeof(number));
-      const bool is_known = key->front() != 0;
-      key->remove_prefix(5);
-      return is_known ? NumberText(field.form, number) : "-";
+      const auto number = TakeKeyNumber(key);
+      return number ? NumberText(field.form, *number) : "-";
     }
   }
+}
+
+std::vector<std::string> FieldTexts(const std::vector<const FlowField*>& fields,
+                                    std::string_view key) {
+  std::vector<std::string> texts;
+  for (const FlowField* const field : fields) texts.push_back(TakeField(*field, &key));
+  return texts;
 }
 
 std::string FieldName(const FlowField& field, const std::string& value, const KeyNames& names) {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -46,6 +47,15 @@ void AddColumns(const FlowField& field, std::vector<std::string>* columns);
 // be taken apart again.
 void PutField(const FlowField& field, const FlowRow& row, std::size_t column, std::string* key);
 
+// The same of values that are at hand; an empty text and no number are what is not known.
+void PutKeyBytes(std::string_view bytes, std::string* key);
+void PutKeyNumber(std::optional<std::uint32_t> number, std::string* key);
+std::string_view TakeKeyBytes(std::string_view* key);
+std::optional<std::uint32_t> TakeKeyNumber(std::string_view* key);
+
+// Longer texts are cut off in keys.
+inline constexpr std::size_t kLongestKeyText = 500;
+
 // HasDirections: whether the fields tell source from destination.
 bool HasDirections(const std::vector<const FlowField*>& fields);
 
@@ -76,6 +86,10 @@ class FlowKeys {
 
 // TakeField takes a field off the front of a key, as it is read.
 std::string TakeField(const FlowField& field, std::string_view* key);
+
+// FieldTexts takes a key apart.
+std::vector<std::string> FieldTexts(const std::vector<const FlowField*>& fields,
+                                    std::string_view key);
 
 // FieldName is what the value of a field is called; empty where it has no name.
 std::string FieldName(const FlowField& field, const std::string& value, const KeyNames& names);

@@ -137,15 +137,6 @@ std::size_t FlowTables::size() const {
   return size;
 }
 
-void AddFlows(const FlowAmounts& part, FlowAmounts* into) {
-  const bool is_new = into->first == 0;
-  into->bytes += part.bytes;
-  into->packets += part.packets;
-  into->flows += part.flows;
-  into->first = is_new ? part.first : std::min(into->first, part.first);
-  into->last = std::max(into->last, part.last);
-}
-
 FlowGroups GroupFlows(const std::string& directory, const Expression& filter, const TimeSpan& span,
                       const std::vector<const FlowField*>& fields, std::int64_t step) {
   ScanQuestion question{filter, span, HasDirections(filter) || HasDirections(fields), Columns()};
@@ -171,13 +162,6 @@ std::int64_t StepOf(std::string_view key) {
   std::int64_t step = 0;
   std::memcpy(&step, key.data(), sizeof(step));
   return step;
-}
-
-std::vector<std::string> FieldTexts(const std::vector<const FlowField*>& fields,
-                                    std::string_view key) {
-  std::vector<std::string> texts;
-  for (const FlowField* const field : fields) texts.push_back(TakeField(*field, &key));
-  return texts;
 }
 
 }  // namespace flow::host

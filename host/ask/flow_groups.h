@@ -10,21 +10,13 @@
 
 #include "host/ask/flow_fields.h"
 #include "host/ask/flow_scan.h"
+#include "host/ask/flow_source.h"
 #include "host/engine/key_table.h"
 
 namespace flow::host {
 
-// The sums of a group, as they stand in its table.
-struct FlowAmounts {
-  std::uint64_t bytes;
-  std::uint64_t packets;
-  std::uint64_t flows;  // records of exporters
-  std::uint64_t first;  // milliseconds since 1970
-  std::uint64_t last;
-};
+// Sums stand in the table as they are.
 inline constexpr std::size_t kFlowAmountWords = sizeof(FlowAmounts) / sizeof(std::uint64_t);
-
-void AddFlows(const FlowAmounts& part, FlowAmounts* into);
 
 // Groups in several tables, by hash: small ones grow faster, and threads can share the work.
 class FlowTables {
@@ -73,9 +65,5 @@ FlowGroups GroupFlows(const std::string& directory, const Expression& filter, co
 
 // StepOf gives the step of a key that has nothing but it.
 std::int64_t StepOf(std::string_view key);
-
-// FieldTexts takes a key apart.
-std::vector<std::string> FieldTexts(const std::vector<const FlowField*>& fields,
-                                    std::string_view key);
 
 }  // namespace flow::host

@@ -9,6 +9,7 @@
 #include <numeric>
 #include <utility>
 
+#include "host/ask/flow_groups.h"
 #include "host/ask/stored_flows.h"
 #include "host/ask/whole_flows.h"
 #include "host/store/schema.h"
@@ -101,12 +102,6 @@ ListedFlow ReadFlow(StoredFlows* file, const Listed& listed, bool has_directions
 }
 
 }  // namespace
-
-const std::vector<const FlowField*>& ListedFields() {
-  static const auto& fields =
-      *new std::vector<const FlowField*>(ParseFields("proto,src,sport,dst,dport,exporter,in,out"));
-  return fields;
-}
 
 FlowList ListFlows(const std::string& directory, const Expression& filter, const TimeSpan& span,
                    FlowOrder order, std::size_t top) {

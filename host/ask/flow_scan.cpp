@@ -134,7 +134,7 @@ class Query {
 
   std::string select_;
   std::vector<std::string> columns_;  // in it
-  FilterSql::Values given_;           // in it as well
+  SqlValues given_;                   // in it as well
   FilterSql where_;
   std::vector<View> views_;
 };
@@ -150,7 +150,7 @@ class Scan {
       if (known.contains(hour)) {
         hours_.push_back(hour);
       } else {
-        AddMissing(hour);
+        AddMissing(hour, question.span, &result_);
       }
     }
   }
@@ -170,21 +170,10 @@ class Scan {
   }
 
  private:
-  void AddMissing(std::int64_t hour) {
-    const TimeSpan span{std::max(hour, question_.span.from),
-                        std::min(hour + kHourSeconds, question_.span.to)};
-    auto& missing = result_.missing;
-    if (!missing.empty() && missing.back().to == span.from) {
-      missing.back().to = span.to;
-    } else {
-      missing.push_back(span);
-    }
-  }
-
   void ReadFile(std::int64_t hour, FlowTaker* taker) {
     StoredFlows file(directory_, hour);
     query_.Read(&file, question_.span, taker);
-    const StoredFlows::NotKept not_kept = file.NotKeptIn(question_.span);
+    const FlowsNotKept not_kept = file.NotKeptIn(question_.span);
     const std::lock_guard lock(mutex_);
     result_.not_kept.flows += not_kept.flows;
     result_.not_kept.bytes += not_kept.bytes;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/ask/expression.h"
+#include "host/ask/flow_source.h"
 #include "host/ask/stored_flows.h"
 #include "host/ask/times.h"
 
@@ -66,12 +67,6 @@ class FlowTaker {
   virtual void Take(const FlowRow& row) = 0;
   // Whether it needs no more.
   [[nodiscard]] virtual bool IsDone() const { return false; }
-};
-
-struct ScanResult {
-  std::vector<TimeSpan> missing;  // hours without a file
-  StoredFlows::NotKept not_kept;
-  bool rows_alone = false;  // too many to bring the parts of flows together
 };
 
 // ScanRows hands every row that passes to one of the takers, each in its own thread. HostError

@@ -8,8 +8,6 @@
 #include <utility>
 
 #include "host/ask/flow_groups.h"
-#include "host/ask/flow_lines.h"
-#include "host/ask/flow_list.h"
 #include "host/ask/steps.h"
 #include "host/ask/top.h"
 #include "host/base/error.h"
@@ -23,13 +21,6 @@ constexpr std::pair<std::string_view, FlowOrder> kOrders[] = {
     {"bytes", FlowOrder::kBytes}, {"packets", FlowOrder::kPackets},
     {"flows", FlowOrder::kFlows}, {"duration", FlowOrder::kDuration},
     {"first", FlowOrder::kFirst}, {"last", FlowOrder::kLast},
-};
-
-// A row of a group: what it is ranked by stands ready.
-struct Ranked {
-  std::string_view key;
-  const FlowAmounts* sums;
-  std::int64_t rank;
 };
 
 // The columns of sums: what the answer is ordered by stands first, with its share of all.
@@ -103,32 +94,6 @@ void Sum(const FlowAmounts& part, FlowAmounts* into) {
   into->flows += part.flows;
 }
 
-struct Ranking {
-  std::vector<Ranked> largest;
-  FlowAmounts all{};
-};
-
-Ranking RankingOf(const FlowGroups& groups, const FlowsQuestion& question) {
-  const auto is_before = [&](const Ranked& a, const Ranked& b) {
-    return std::pair(b.rank, a.key) < std::pair(a.rank, b.key);
-  };
-  Ranking ranking;
-  std::vector<Ranked>& largest = ranking.largest;  // a heap, the last of the order in front
-  groups.table.ForEach([&](std::string_view key, const FlowAmounts& sums) {
-    Sum(sums, &ranking.all);
-    const Ranked ranked{key, &sums, RankOf(sums, question.order)};
-    if (largest.size() == question.top) {
-      if (question.top == 0 || !is_before(ranked, largest.front())) return;
-      std::ranges::pop_heap(largest, is_before);
-      largest.pop_back();
-    }
-    largest.push_back(ranked);
-    std::ranges::push_heap(largest, is_before);
-  });
-  std::ranges::sort_heap(largest, is_before);
-  return ranking;
-}
-
 void AddKeyColumns(const std::vector<const FlowField*>& fields, Answer* answer) {
   for (const FlowField* const field : fields) {
     answer->columns.push_back(
@@ -181,8 +146,8 @@ void AddLines(StoredCounters* counters, const FlowsQuestion& question, const Tim
               const std::vector<std::string>& keys, Answer* answer) {
   const Steps steps = StepsOf(counters, span, question.step, &answer->notes);
   DescribeSteps(counters, steps, answer);
-  auto lines = FlowLines(counters->directory(), question.filter, question.fields, steps,
-                         question.order, keys);
+  const FlowSelection selection{question.filter, steps.cover.span, question.fields};
+  auto lines = counters->flows().Lines(selection, steps, question.order, keys);
   Line& groups = lines[keys.size()];
   for (std::size_t i = 0; i < keys.size(); ++i) {
     std::ranges::transform(groups, lines[i], groups.begin(), std::minus());
@@ -195,29 +160,27 @@ void AddLines(StoredCounters* counters, const FlowsQuestion& question, const Tim
 Answer Grouped(StoredCounters* counters, const FlowsQuestion& question, const TimeSpan& span,
                const KeyNames& names) {
   const Cover cover = counters->CoverOf(span, kMinuteSeconds);
-  FlowGroups groups =
-      GroupFlows(counters->directory(), question.filter, cover.span, question.fields);
+  const RankedGroups groups = counters->flows().Rank({question.filter, cover.span, question.fields},
+                                                     question.order, question.top, std::nullopt);
   Answer answer;
   FlowCoverage(counters, cover, groups.scan, &answer);
   AddKeyColumns(question.fields, &answer);
   const SumColumns columns(question.order, cover, groups.total);
   columns.AddColumns(&answer.columns);
-  const Ranking ranking = RankingOf(groups, question);
   FlowAmounts shown{};
   std::vector<std::string> keys;
-  for (const Ranked& ranked : ranking.largest) {
+  for (const RankedGroups::Group& group : groups.first) {
     AnswerRow row;
-    row.values = KeyValues(question.fields, FieldTexts(question.fields, ranked.key), names);
-    columns.AddValues(*ranked.sums, &row.values);
-    Sum(*ranked.sums, &shown);
-    keys.emplace_back(ranked.key);
+    row.values = KeyValues(question.fields, FieldTexts(question.fields, group.key), names);
+    columns.AddValues(group.sums, &row.values);
+    Sum(group.sums, &shown);
+    keys.push_back(group.key);
     answer.rows.push_back(std::move(row));
   }
-  if (groups.table.size() > answer.rows.size()) {
+  if (groups.count > answer.rows.size()) {
     answer.others = SumRow(question.fields.size(), std::string(kOthersKey));
-    answer.others_text =
-        fmt::format("{} more", Thousands(groups.table.size() - answer.rows.size()));
-    columns.AddValues(Without(ranking.all, shown), &answer.others->values);
+    answer.others_text = fmt::format("{} more", Thousands(groups.count - answer.rows.size()));
+    columns.AddValues(Without(groups.all, shown), &answer.others->values);
   }
   answer.total = SumRow(question.fields.size(), "all that match");
   columns.AddValues(groups.total, &answer.total->values);
@@ -229,7 +192,7 @@ Answer Listed(StoredCounters* counters, const FlowsQuestion& question, const Tim
               const KeyNames& names) {
   const Cover cover = counters->CoverOf(span, kMinuteSeconds);
   const FlowList list =
-      ListFlows(counters->directory(), question.filter, cover.span, question.order, question.top);
+      counters->flows().List(question.filter, cover.span, question.order, question.top);
   Answer answer;
   FlowCoverage(counters, cover, list.scan, &answer);
   answer.columns = {{"first_ms", "Began", ValueKind::kTime},
@@ -272,24 +235,6 @@ Answer Listed(StoredCounters* counters, const FlowsQuestion& question, const Tim
 
 }  // namespace
 
-std::int64_t RankOf(const FlowAmounts& sums, FlowOrder order) {
-  switch (order) {
-    case FlowOrder::kBytes:
-      return static_cast<std::int64_t>(sums.bytes);
-    case FlowOrder::kPackets:
-      return static_cast<std::int64_t>(sums.packets);
-    case FlowOrder::kFlows:
-      return static_cast<std::int64_t>(sums.flows);
-    case FlowOrder::kDuration:
-      return static_cast<std::int64_t>(sums.last - sums.first);
-    case FlowOrder::kFirst:
-      return -static_cast<std::int64_t>(sums.first);
-    case FlowOrder::kLast:
-      return -static_cast<std::int64_t>(sums.last);
-  }
-  return 0;
-}
-
 FlowOrder ParseFlowOrder(const std::string& text) {
   for (const auto& [name, order] : kOrders) {
     if (SameWord(name, text)) return order;
@@ -314,9 +259,10 @@ void FlowCoverage(StoredCounters* counters, const Cover& cover, const ScanResult
   }
   answer->is_exact = scan.not_kept.flows == 0;
   if (!answer->is_exact) {
-    answer->notes.push_back(fmt::format("{} flows with {} could not be kept and are not in it",
+    const auto bytes = static_cast<std::uint64_t>(scan.not_kept.bytes);
+    answer->notes.push_back(fmt::format("{} flows{} could not be kept and are not in it",
                                         Thousands(static_cast<std::uint64_t>(scan.not_kept.flows)),
-                                        SiBytes(static_cast<std::uint64_t>(scan.not_kept.bytes))));
+                                        bytes == 0 ? "" : " with " + SiBytes(bytes)));
   }
 }
 

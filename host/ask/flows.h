@@ -10,20 +10,14 @@
 #include "host/ask/answer.h"
 #include "host/ask/expression.h"
 #include "host/ask/flow_fields.h"
-#include "host/ask/flow_groups.h"
-#include "host/ask/flow_scan.h"
+#include "host/ask/flow_source.h"
 #include "host/ask/key_names.h"
 #include "host/ask/stored_counters.h"
 
 namespace flow::host {
 
-enum class FlowOrder : std::uint8_t { kBytes, kPackets, kFlows, kDuration, kFirst, kLast };
-
 // ParseFlowOrder takes "bytes", "packets", "flows", "duration", "first" and "last". UsageError.
 FlowOrder ParseFlowOrder(const std::string& text);
-
-// RankOf is what an order goes by: larger is earlier.
-std::int64_t RankOf(const FlowAmounts& sums, FlowOrder order);
 
 struct FlowsQuestion {
   std::string filter_text;

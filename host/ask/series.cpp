@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/ask/flow_groups.h"
+#include "host/ask/flow_source.h"
 #include "host/ask/flows.h"
 #include "host/ask/steps.h"
 #include "host/ask/top.h"
@@ -122,17 +122,15 @@ class Series {
   }
 
   void ReadFlows() {
-    const FlowGroups groups =
-        GroupFlows(counters_->directory(), *question_.filter, plan_.cover.span, {}, plan_.seconds);
+    const FlowSteps sums = counters_->flows().AddUpSteps(*question_.filter, plan_);
     Answer covered;
-    FlowCoverage(counters_, plan_.cover, groups.scan, &covered);
+    FlowCoverage(counters_, plan_.cover, sums.scan, &covered);
     covered.what = std::move(answer_.what);
     answer_ = std::move(covered);
-    groups.table.ForEach([this](std::string_view key, const FlowAmounts& sums) {
-      Step& step = StepAt(plan_.cover.span.from + StepOf(key) * plan_.seconds);
-      step.bytes += static_cast<std::int64_t>(sums.bytes);
-      step.packets += static_cast<std::int64_t>(sums.packets);
-    });
+    for (std::size_t i = 0; i < steps_.size(); ++i) {
+      steps_[i].bytes = static_cast<std::int64_t>(sums.steps[i].bytes);
+      steps_[i].packets = static_cast<std::int64_t>(sums.steps[i].packets);
+    }
     counts_packets_ = true;
   }
 

@@ -41,7 +41,7 @@ Database OpenToRead(const std::string& directory) {
 }  // namespace
 
 StoreSource::StoreSource(const std::string& directory)
-    : directory_(directory), database_(OpenToRead(directory)) {
+    : flows_(directory), database_(OpenToRead(directory)) {
   const std::int64_t version = database_.Ask("PRAGMA user_version").value_or(0);
   if (database_.Ask("PRAGMA application_id").value_or(0) != kStoreId) {
     throw HostError(fmt::format("{} is no store of flowhost", database_.path()));

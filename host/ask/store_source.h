@@ -5,6 +5,7 @@
 #include <string>
 
 #include "host/ask/counter_source.h"
+#include "host/ask/store_flow_source.h"
 #include "host/store/database.h"
 
 namespace flow::host {
@@ -18,10 +19,10 @@ class StoreSource final : public CounterSource {
   std::string Table(const std::string& name, const TimeSpan& /*span*/) override { return name; }
   std::string GroupTable(const StoredGroup& group, const Tier& tier, const TimeSpan& span) override;
   bool HasColumn(const std::string& table, const std::string& column) override;
-  const std::string& FlowDirectory() override { return directory_; }
+  FlowSource& Flows() override { return flows_; }
 
  private:
-  std::string directory_;
+  StoreFlowSource flows_;
   Database database_;
 };
 

@@ -90,7 +90,7 @@ class StoredCounters {
     return source_->HasColumn(table, column);
   }
   [[nodiscard]] bool AddsUp() const { return source_->AddsUp(); }
-  [[nodiscard]] const std::string& directory() const { return source_->FlowDirectory(); }
+  FlowSource& flows() { return source_->Flows(); }
 
  private:
   struct Bucket {

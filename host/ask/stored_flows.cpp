@@ -13,14 +13,14 @@ namespace flow::host {
 namespace {
 
 // Binds from a place on; gives the next one.
-int BindAll(const FilterSql::Values& values, int place, Statement* statement) {
+int BindAll(const SqlValues& values, int place, Statement* statement) {
   for (const auto& value : values) {
     if (const auto* const number = std::get_if<std::int64_t>(&value)) {
       statement->Bind(place++, *number);
     } else if (const auto* const text = std::get_if<std::string>(&value)) {
       statement->Bind(place++, *text);
     } else {
-      statement->Bind(place++, std::span<const std::uint8_t>(std::get<FilterSql::Blob>(value)));
+      statement->Bind(place++, std::span<const std::uint8_t>(std::get<SqlBlob>(value)));
     }
   }
   return place;
@@ -63,7 +63,7 @@ std::string_view StoredFlows::TextOf(std::int64_t number) const {
   return found == texts_.end() ? std::string_view() : std::string_view(found->second);
 }
 
-Statement StoredFlows::Rows(const std::string& select, const FilterSql::Values& given,
+Statement StoredFlows::Rows(const std::string& select, const SqlValues& given,
                             const FilterSql& where, const TimeSpan& span) {
   const auto [from, to] = MinutesOf(hour_, span);
   const bool is_part = from > 0 || to < kHourSeconds / kMinuteSeconds;
@@ -82,7 +82,7 @@ Statement StoredFlows::Rows(const std::string& select, const FilterSql::Values& 
   return rows;
 }
 
-StoredFlows::NotKept StoredFlows::NotKeptIn(const TimeSpan& span) {
+FlowsNotKept StoredFlows::NotKeptIn(const TimeSpan& span) {
   const auto [from, to] = MinutesOf(hour_, span);
   Statement sums = database_.Prepare(
       "SELECT sum(not_kept), sum(not_kept_bytes), sum(not_kept_packets) FROM minutes "

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "host/ask/filter_sql.h"
+#include "host/ask/flow_source.h"
 #include "host/ask/times.h"
 #include "host/store/database.h"
 
@@ -27,16 +28,11 @@ class StoredFlows {
 
   // Rows gives the rows of a part of the hour that a filter lets pass; `select` is a list of
   // columns, in which `given` values have places.
-  Statement Rows(const std::string& select, const FilterSql::Values& given, const FilterSql& where,
+  Statement Rows(const std::string& select, const SqlValues& given, const FilterSql& where,
                  const TimeSpan& span);
 
   // What there was no room to keep in a part of the hour.
-  struct NotKept {
-    std::int64_t flows = 0;
-    std::int64_t bytes = 0;
-    std::int64_t packets = 0;
-  };
-  NotKept NotKeptIn(const TimeSpan& span);
+  FlowsNotKept NotKeptIn(const TimeSpan& span);
 
   Database& database() { return database_; }
 

@@ -21,7 +21,6 @@ namespace {
 
 // How often files are read where there are more parts than may be held at a time.
 constexpr int kMostPasses = 4;
-constexpr std::int64_t kLongestSilenceMs = 300'000;
 // Parts are sorted in pieces that the caches hold.
 constexpr std::size_t kPieces = 256;
 

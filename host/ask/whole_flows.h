@@ -20,6 +20,9 @@
 
 namespace flow::host {
 
+// Between parts of a flow.
+inline constexpr std::int64_t kLongestSilenceMs = 300'000;
+
 // A filter taken apart. Where amounts are alternatives to something else, they are asked of rows.
 struct SplitFilter {
   Expression rows;   // what can be asked of a row

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "host/base/printable.h"
+#include "host/store/read_limit.h"
 
 namespace flow::host {
 namespace {
@@ -16,6 +17,8 @@ namespace {
 // Connections are made in so many seconds; a server may be at a block for as many without a byte.
 constexpr long kConnectSeconds = 5;
 constexpr long kSilentSeconds = 60;
+constexpr long kSilentAtLength = 900;
+constexpr long kAliveSeconds = 20;  // then a connection is looked at
 // Of an error's text.
 constexpr std::size_t kLongestTold = 300;
 
@@ -25,7 +28,8 @@ std::size_t TakeAnswer(const char* bytes, std::size_t, std::size_t size, void* a
 }
 
 int LookWhetherAborted(void* is_aborted, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-  return *static_cast<const std::atomic<bool>*>(is_aborted) ? 1 : 0;
+  const bool is_over = ReadLimit::Current().IsOver();
+  return is_over || *static_cast<const std::atomic<bool>*>(is_aborted) ? 1 : 0;
 }
 
 std::string Escaped(CURL* curl, const std::string& text) {
@@ -81,7 +85,7 @@ bool ClickHouseClient::IsBuiltIn() { return true; }
 
 // On a connection that was in use before, libcurl sends again by itself where it finds it closed.
 std::string ClickHouseClient::Post(const std::string& arguments, std::string_view body,
-                                   bool is_fresh) {
+                                   const Manner& manner) {
   CURL* const curl = handle_->curl();
   const std::string url =
       fmt::format("{}?database={}{}", server_.base, server_.database, arguments);
@@ -93,13 +97,16 @@ std::string ClickHouseClient::Post(const std::string& arguments, std::string_vie
   curl_easy_setopt(curl, CURLOPT_PROXY, "");
   curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(curl, CURLOPT_HTTPHEADER, handle_->headers());
-  curl_easy_setopt(curl, CURLOPT_FRESH_CONNECT, is_fresh ? 1L : 0L);
+  curl_easy_setopt(curl, CURLOPT_FRESH_CONNECT, manner.is_fresh ? 1L : 0L);
   curl_easy_setopt(curl, CURLOPT_POST, 1L);
   curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.data());
   curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
   curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, kConnectSeconds);
   curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
-  curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, kSilentSeconds);
+  curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, manner.silent_seconds);
+  curl_easy_setopt(curl, CURLOPT_TCP_KEEPALIVE, 1L);
+  curl_easy_setopt(curl, CURLOPT_TCP_KEEPIDLE, kAliveSeconds);
+  curl_easy_setopt(curl, CURLOPT_TCP_KEEPINTVL, kAliveSeconds);
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, TakeAnswer);
   curl_easy_setopt(curl, CURLOPT_WRITEDATA, &answer);
   curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
@@ -125,13 +132,24 @@ void ClickHouseClient::Insert(const std::string& statement, const std::string& q
                               std::string_view rows) {
   CURL* const curl = handle_->curl();
   Post(fmt::format("&query_id={}&query={}", Escaped(curl, query_id), Escaped(curl, statement)),
-       rows, true);
+       rows, {true, kSilentSeconds});
 }
 
 // Without the setting a server that fails in the middle of an answer has said already that all is
 // well.
 std::string ClickHouseClient::Ask(const std::string& query) {
-  return Post("&wait_end_of_query=1", query, false);
+  return Post("&wait_end_of_query=1", query, {false, kSilentSeconds});
+}
+
+// A server does not notice that nobody waits any more.
+std::string ClickHouseClient::AskAtLength(const std::string& query) {
+  std::string arguments =
+      "&wait_end_of_query=1&max_bytes_before_external_group_by=2000000000"
+      "&distributed_aggregation_memory_efficient=1&max_query_size=16777216";
+  if (const auto left = ReadLimit::Current().SecondsLeft()) {
+    arguments += fmt::format("&max_execution_time={}", std::max<std::int64_t>(*left, 1));
+  }
+  return Post(arguments, query, {false, kSilentAtLength});
 }
 
 }  // namespace flow::host

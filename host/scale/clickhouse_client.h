@@ -40,6 +40,10 @@ class ClickHouseClient {
 
   // Ask gives what a query answers, in the form that it names; Execute runs one without an answer.
   std::string Ask(const std::string& query);
+
+  // AskAtLength is for what may take its time and much memory, of which the server then puts some
+  // on its disk. The thread's ReadLimit ends it.
+  std::string AskAtLength(const std::string& query);
   void Execute(const std::string& statement) { Ask(statement); }
 
   // Abort has what is under way fail, and all that comes later. Any thread.
@@ -53,7 +57,11 @@ class ClickHouseClient {
  private:
   class Handle;
 
-  std::string Post(const std::string& arguments, std::string_view body, bool is_fresh);
+  struct Manner {
+    bool is_fresh;        // a connection of its own
+    long silent_seconds;  // may pass
+  };
+  std::string Post(const std::string& arguments, std::string_view body, const Manner& manner);
 
   ClickHouseServer server_;
   std::atomic<bool> is_aborted_ = false;

@@ -53,25 +53,6 @@ class TabRows final : public SourceRows {
   std::vector<std::string> texts_;
 };
 
-// What stands for a value, so that nothing that anybody typed becomes SQL.
-std::string Literal(const std::variant<std::int64_t, std::string>& value) {
-  if (const auto* const number = std::get_if<std::int64_t>(&value)) return std::to_string(*number);
-  return SqlText(std::get<std::string>(value));
-}
-
-std::string WithValues(const std::string& sql, const SourceValues& values) {
-  std::string text;
-  std::size_t next = 0;
-  for (const char c : sql) {
-    if (c == '?' && next < values.size()) {
-      text += Literal(values[next++]);
-    } else {
-      text += c;
-    }
-  }
-  return text;
-}
-
 }  // namespace
 
 ClickHouseSource::ClickHouseSource(const ClickHouseOptions& options) : client_(ServerOf(options)) {
@@ -92,11 +73,6 @@ std::string ClickHouseSource::GroupTable(const StoredGroup& group, const Tier& t
   std::vector<std::string> columns;
   for (const StoredGroup::Column& column : group.columns) columns.push_back(column.name);
   return fmt::format("({})", SpanOfCounters(group.id, columns, tier.name, span.from, span.to));
-}
-
-const std::string& ClickHouseSource::FlowDirectory() {
-  throw UsageError(
-      "flows are asked of --store DIR; a ClickHouse has them in its view flow_list, for SQL");
 }
 
 }  // namespace flow::host

@@ -7,6 +7,7 @@
 
 #include "host/ask/counter_source.h"
 #include "host/scale/clickhouse_client.h"
+#include "host/scale/clickhouse_flows.h"
 
 namespace flow::host {
 
@@ -23,10 +24,12 @@ class ClickHouseSource final : public CounterSource {
     return true;
   }
   [[nodiscard]] bool AddsUp() const override { return true; }
-  const std::string& FlowDirectory() override;
+  FlowSource& Flows() override { return flows_; }
 
  private:
   ClickHouseClient client_;
+  FlowSql::Table flow_table_{"raw_flows"};
+  ClickHouseFlows flows_{&client_, flow_table_};
 };
 
 }  // namespace flow::host

@@ -21,4 +21,6 @@ void ClickHouseClient::Insert(const std::string& /*statement*/, const std::strin
 
 std::string ClickHouseClient::Ask(const std::string& /*query*/) { return ""; }
 
+std::string ClickHouseClient::AskAtLength(const std::string& /*query*/) { return ""; }
+
 }  // namespace flow::host

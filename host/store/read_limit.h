@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <optional>
 
 namespace flow::host {
 
@@ -19,6 +21,10 @@ class ReadLimit {
   [[nodiscard]] static const ReadLimit& Current();
 
   [[nodiscard]] bool IsSet() const { return ended_ != nullptr; }
+  [[nodiscard]] std::optional<std::int64_t> SecondsLeft() const {
+    if (ended_ == nullptr) return std::nullopt;
+    return std::chrono::ceil<std::chrono::seconds>(end_ - Clock::now()).count();
+  }
   [[nodiscard]] bool IsOver() const {
     return ended_ != nullptr && (*ended_ || Clock::now() >= end_);
   }

@@ -50,7 +50,7 @@ void Bind(sqlite3_stmt* statement, const FilterSql& sql) {
     } else if (const auto* const text = std::get_if<std::string>(&value)) {
       sqlite3_bind_text64(statement, place, text->data(), text->size(), SQLITE_STATIC, SQLITE_UTF8);
     } else {
-      const auto& blob = std::get<FilterSql::Blob>(value);
+      const auto& blob = std::get<SqlBlob>(value);
       sqlite3_bind_blob64(statement, place, blob.data(), blob.size(), SQLITE_STATIC);
     }
   }

@@ -73,7 +73,10 @@ class Server:
                 self.ask(statement, database)
 
     def delete(self, table, condition, database):
-        self.ask(f"ALTER TABLE {table} DELETE WHERE {condition}", database)
+        self.change(table, f"DELETE WHERE {condition}", database)
+
+    def change(self, table, how, database):
+        self.ask(f"ALTER TABLE {table} {how}", database)
         while self.number(f"SELECT count() FROM system.mutations WHERE database = '{database}' AND NOT is_done"):
             time.sleep(0.02)
 

@@ -2,11 +2,13 @@
 # SPDX-License-Identifier: Apache-2.0
 """clickhouse_test.py FLOWHOST PLUGIN FLOWGEN [AWAY]: what a ClickHouse has afterwards, to the record: beside the embedded store,
 sent twice, by servers and collectors that die, through a spool. The server is away for AWAY seconds under load (default 3)."""
-import json
+import concurrent.futures
 import os
 import pathlib
 import re
+import shlex
 import socket
+import sqlite3
 import struct
 import subprocess
 import sys
@@ -20,6 +22,58 @@ FLOWHOST, PLUGIN, FLOWGEN = sys.argv[1:4]
 AWAY = float(sys.argv[4]) if len(sys.argv) > 4 else 3
 failures = []
 TOTALS = "SELECT sum(bytes), sum(packets), sum(records) FROM buckets WHERE tier = '{}'"
+SPAN = ["--utc", "--json", "--from", "2023-11-14 22:13", "--to", "2023-11-14 23:25"]
+# What the manual asks, and more of each kind.
+QUESTIONS = """
+top hosts
+flows 'src 10.0.0.5' --group-by dst,dport
+series --interface 127.0.0.1:3 --step 5m
+top as
+series --application 443 --step 10m
+losses
+exporters
+flows 'bytes > 50k' --sort duration
+compare hosts --of 10.0.0.5 --new-peers --against '2023-11-14 21:00'
+compare hosts --of 10.0.0.5 --new-peers --against '2023-11-14 22:00' --top 3
+compare totals --against '2023-11-14 22:30'
+compare hosts --against '2023-11-14 22:30'
+top as --by bytes_source_home
+top interfaces --step 10m
+top protocols
+series --step 5m
+"""
+FILTERS = """
+tcp
+net 10.0.0.0/8 and not port 443
+src or dst port 53,443
+exporter 127.0.0.1
+exporter ::/0
+in interface 1
+interface 1-3
+as 64500-65000
+not as 1-70000
+as 0
+ipv6
+src net ::/0
+src and dst net 10.0.0.0/8
+duration > 10
+bps > 10k
+packets < 5 or port 80
+(bytes > 2k or packets > 3) and src port > 1023
+not (bytes > 2k)
+dst port < 1024 and pps > 0.5
+vrf red,blue
+user "o'brien\\?"
+app "x') OR 1 = 1 --"
+mac 00:00:00:00:00:01
+not mac 02:00:5e:3f:27:5c
+mac 00:00:00:00:00:00
+nexthop 0.0.0.0/0
+proto 6-17
+"""
+GROUPS = ("src,dport", "host --step 5m", "service", "port,proto", "exporter,interface", "as", "src_as,dst_as", "next_hop,bgp_next_hop",
+          "vrf,app,user,tag --step 10m", "mac", "src_mac,dst_mac", "in,out", "sport --step 5m", "host,port,exporter", "proto,dst")
+ORDERS = ("bytes", "packets", "flows", "duration", "first", "last")
 # Every row as it came, those that came twice as well.
 RAW_FLOWS = "SELECT count(), sum(bytes + bytes_rev), sum(packets + packets_rev), sum(records) FROM raw_flows"
 
@@ -109,16 +163,35 @@ class Test:
         for tier in ("minute", "hour", "day"):
             expect(f"claimed by {tier}", self.whole.totals(tier), self.claimed)
         expect("flows as claimed", self.whole.raw()[1:], self.claimed)
-        for words in (["top", "hosts"], ["top", "as", "--by", "bytes_source_home"], ["top", "interfaces", "--step", "10m"],
-                      ["top", "protocols", "--by", "packets"], ["top", "totals"], ["losses"], ["exporters"],
-                      ["series", "--step", "5m"], ["series", "--application", "443", "--step", "10m"],
-                      ["compare", "hosts", "--against", "2023-11-14 22:30"]):
-            span = ["--utc", "--json", "--from", "2023-11-14 22:13", "--to", "2023-11-14 23:25"]
-            answers = []
-            for source in (["--store", store], ["--clickhouse", self.whole.url()]):
-                done = subprocess.run([FLOWHOST, *words, *span, *source], capture_output=True, text=True)
-                answers.append(json.loads(done.stdout) if done.returncode == 0 else done.stderr)
-            expect(" ".join(words), answers[1], answers[0])
+        self.name_some(store)
+        asked = [shlex.split(line) for line in QUESTIONS.split("\n") if line]
+        for at, filter_text in enumerate(line for line in FILTERS.split("\n") if line):
+            asked += [["flows", filter_text, "--sort", ORDERS[at % 6], "--top", "20"], ["series", filter_text, "--step", "10m"],
+                      ["flows", filter_text, "--group-by", *GROUPS[at % len(GROUPS)].split(), "--top", "5"]]
+        for at, group in enumerate(GROUPS):
+            asked += [["flows", "--group-by", *group.split(), "--sort", ORDERS[at % 6], "--top", str(at)]]
+        with concurrent.futures.ThreadPoolExecutor(2) as two:
+            list(two.map(lambda words: self.check_answer(words, store), asked))
+
+    def check_answer(self, words, store):
+        of_store, of_server = (subprocess.run([FLOWHOST, words[0], *SPAN, *source, *words[1:]], capture_output=True, text=True)
+                               for source in (["--store", store], ["--clickhouse", self.whole.url()]))
+        expect(" ".join(words), (of_server.stderr, of_server.stdout), ("", of_store.stdout))
+
+    def name_some(self, store):
+        """texts and MAC addresses, which the captures have not"""
+        set_to = {"vrf": ("red", "dport = 443"), "app": ("a b", "dport = 443"), "user": ("o'brien\\?", "sport = 53"),
+                  "tag": ("t", "proto = 17")}
+        for hour in (store / "flows").glob("*.sqlite"):
+            with sqlite3.connect(hour) as database:
+                for number, (column, (text, condition)) in enumerate(set_to.items(), 1000):
+                    database.execute("INSERT INTO texts VALUES (?, ?)", (number, text))
+                    database.execute(f"UPDATE flows SET {column} = ? WHERE {condition}", (number,))
+                database.execute("UPDATE flows SET src_mac = x'000000000001' WHERE in_if = 1")
+        for column, (text, condition) in set_to.items():
+            quoted = text.replace("\\", "\\\\").replace("'", "\\'")
+            self.server.change("raw_flows", f"UPDATE {column} = '{quoted}' WHERE {condition}", self.whole.name)
+        self.server.change("raw_flows", "UPDATE src_mac = unhex('000000000001') WHERE in_if = 1", self.whole.name)
 
     def test_replayed_twice(self):
         before = self.whole.raw()
