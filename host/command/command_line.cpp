@@ -12,6 +12,7 @@
 #include "host/base/build_text.h"
 #include "host/base/error.h"
 #include "host/base/memory_budget.h"
+#include "host/base/printable.h"
 #include "host/command/clickhouse_line.h"
 #include "host/command/command_parts.h"
 #include "host/command/describe.h"
@@ -387,6 +388,15 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
       "  flowhost clickhouse-schema | clickhouse-client --database flows --multiquery\n"
       "  flowhost listen --clickhouse http://user@host:8123/flows --spool /var/spool/flowhost");
   AddPluginOption(schema_app, &schema.plugin);
+  schema_app
+      ->add_option("--cluster", schema.cluster,
+                   "For each of several servers, which their settings (remote_servers) call so "
+                   "together: the views have what all of them have")
+      ->type_name("NAME")
+      ->check([](const std::string& name) {
+        return IsSqlName(name) ? ""
+                               : "'" + Printable(name) + "' is no name of letters, digits and _";
+      });
 
   const AskCommandLine ask(&app);
   AddDescribe(&app);

@@ -73,6 +73,7 @@ struct InfoOptions {
 
 struct ClickHouseSchemaOptions {
   std::string plugin;
+  std::string cluster;  // empty for one server
 };
 
 struct StoreCommandOptions {

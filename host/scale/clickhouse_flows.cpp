@@ -160,9 +160,9 @@ ScanResult ClickHouseFlows::ScanOf(const TimeSpan& span) {
        hour += kHourSeconds) {
     if (!known.contains(hour)) AddMissing(hour, span, &scan);
   }
-  const Table not_kept(&client_,
-                       fmt::format("SELECT sum(flows_not_kept) FROM ({}) WHERE tier = 'minute'",
-                                   SpanOfView("buckets", span.from, span.to)));
+  const Table not_kept(
+      &client_, fmt::format("SELECT sum(flows_not_kept) FROM ({}) WHERE tier = 'minute'",
+                            Reads(SpanOfView("buckets", span.from, span.to), table_.is_spread)));
   if (!not_kept.rows().empty()) {
     scan.not_kept.flows = static_cast<std::int64_t>(NumberIn(not_kept.rows()[0], 0));
   }

@@ -72,6 +72,12 @@ constexpr RawTable kTables[] = {
      "tuple()", "group_id, place", "told"},
 };
 
+constexpr std::string_view kRaw = "raw_";
+
+std::string SpreadName(std::string_view raw) {
+  return fmt::format("all_{}", raw.substr(kRaw.size()));
+}
+
 std::string CreateTable(const RawTable& table) {
   return fmt::format(
       "CREATE TABLE IF NOT EXISTS {} (\n  {})\nENGINE = ReplacingMergeTree{}\nPARTITION BY {}\n"
@@ -85,6 +91,14 @@ bool IsOwnColumn(std::string_view name) { return name == "bytes" || name == "pac
 
 std::string CreateView(std::string_view name, std::string_view select) {
   return fmt::format("CREATE VIEW IF NOT EXISTS {} AS\n{};\n\n", name, select);
+}
+
+// Over the servers' tables. Nobody writes into it: a collector sends to one server, which then
+// knows what it has of it.
+std::string CreateSpread(std::string_view raw, const std::string& cluster) {
+  return fmt::format(
+      "CREATE TABLE IF NOT EXISTS {} AS {}\nENGINE = Distributed({}, currentDatabase(), {});\n\n",
+      SpreadName(raw), raw, cluster, raw);
 }
 
 // What several collectors and runs have of a key, added up. The names inside differ from those
@@ -218,17 +232,24 @@ constexpr View kViews[] = {
     {"runs",
      "SELECT run, started, alive, nullIf(ended, 0) AS ended_at, how, program, collector "
      "FROM raw_runs FINAL"},
-    {"groups", "SELECT group_id, place, title, key_title, key_kind FROM raw_groups FINAL"},
-    {"meters", "SELECT group_id, place, name, title, unit FROM raw_meters FINAL"},
+    // Each server may have what collectors call things: the last one holds.
+    {"groups",
+     "SELECT group_id, argMax(place, told) AS place, argMax(title, told) AS title, "
+     "argMax(key_title, told) AS key_title, argMax(key_kind, told) AS key_kind FROM raw_groups "
+     "GROUP BY group_id"},
+    {"meters",
+     "SELECT group_id, place, argMax(name, told) AS name, argMax(title, told) AS title, "
+     "argMax(unit, told) AS unit FROM raw_meters GROUP BY group_id, place"},
     {"labels",
-     "SELECT group_id, key, value AS label, description FROM raw_notes FINAL WHERE kind "
-     "= 'label'"},
+     "SELECT group_id, key, argMax(value, told) AS label, argMax(description, told) AS description "
+     "FROM raw_notes WHERE kind = 'label' GROUP BY group_id, key"},
     {"properties",
-     "SELECT group_id, key, name, value FROM raw_notes FINAL WHERE kind = "
-     "'property'"},
+     "SELECT group_id, key, name, argMax(value, told) AS value FROM raw_notes WHERE kind = "
+     "'property' GROUP BY group_id, key, name"},
     {"names",
-     "SELECT group_id, key, value AS name FROM (SELECT group_id, key, value FROM "
-     "raw_notes FINAL WHERE kind = 'name')"},
+     "SELECT group_id, key, argMax(value, told) AS name FROM raw_notes WHERE kind = 'name' GROUP "
+     "BY "
+     "group_id, key"},
     {"traffic",
      "SELECT tier, bucket, toDateTime(bucket, 'UTC') AS time, ran, bytes, packets, "
      "records, flows, if(ran = 0, NULL, bytes * 8 / ran) AS bits_per_second FROM "
@@ -237,6 +258,27 @@ constexpr View kViews[] = {
      "SELECT tier, bucket, toDateTime(bucket, 'UTC') AS time, seconds - ran AS "
      "seconds_missing FROM buckets WHERE ran < seconds"},
 };
+
+std::string Views(std::span<const GroupInfo> groups) {
+  std::string views = CreateView("buckets", BucketsSelect(""));
+  for (const View& view : kViews) views += CreateView(view.name, view.select);
+  for (const Tier& tier : kTiers) {
+    views += CreateView(TierTable("health", tier), HealthSelect(tier.name, ""));
+    views += CreateView(TierTable("losses", tier), LossesSelect(tier.name, ""));
+  }
+  views += CreateView("health", AllTiers("health"));
+  views += CreateView("losses", AllTiers("losses"));
+  views += CreateView("flow_list", FlowView(""));
+  views += CreateView("flow_list_exact", FlowView(" FINAL"));
+  for (const GroupInfo& group : groups) {
+    if (!HasTiers(group)) continue;
+    for (const Tier& tier : kTiers) {
+      views += CreateView(Identifier(TierTable(group.id, tier)), CounterView(group, tier.name));
+    }
+    views += CreateView(Identifier(group.id), AllTiers(group.id));
+  }
+  return views;
+}
 
 }  // namespace
 
@@ -257,6 +299,15 @@ std::string InsertInto(const RawTable& table) {
     names += fmt::format("{}{}", names.empty() ? "" : ", ", column.substr(0, column.find(' ')));
   }
   return fmt::format("INSERT INTO {} ({}) FORMAT RowBinary", table.name, names);
+}
+
+std::string Reads(std::string sql, bool is_spread) {
+  constexpr std::string_view kFrom = "FROM raw_";
+  constexpr std::string_view kFromSpread = "FROM all_";
+  for (std::size_t at = sql.find(kFrom); is_spread && at != sql.npos; at = sql.find(kFrom, at)) {
+    sql.replace(at, kFrom.size(), kFromSpread);
+  }
+  return sql;
 }
 
 std::string SpanOfView(std::string_view name, std::int64_t from, std::int64_t to) {
@@ -283,27 +334,13 @@ std::string SpanOfCounters(std::string_view group, std::span<const std::string> 
       list, tier, group, from, to);
 }
 
-std::string ClickHouseSchema(std::span<const GroupInfo> groups) {
+std::string ClickHouseSchema(std::span<const GroupInfo> groups, const std::string& cluster) {
   std::string schema;
   for (const RawTable& table : kTables) schema += CreateTable(table);
-  schema += CreateView("buckets", BucketsSelect(""));
-  for (const View& view : kViews) schema += CreateView(view.name, view.select);
-  for (const Tier& tier : kTiers) {
-    schema += CreateView(TierTable("health", tier), HealthSelect(tier.name, ""));
-    schema += CreateView(TierTable("losses", tier), LossesSelect(tier.name, ""));
+  for (const RawTable& table : kTables) {
+    if (!cluster.empty()) schema += CreateSpread(table.name, cluster);
   }
-  schema += CreateView("health", AllTiers("health"));
-  schema += CreateView("losses", AllTiers("losses"));
-  schema += CreateView("flow_list", FlowView(""));
-  schema += CreateView("flow_list_exact", FlowView(" FINAL"));
-  for (const GroupInfo& group : groups) {
-    if (!HasTiers(group)) continue;
-    for (const Tier& tier : kTiers) {
-      schema += CreateView(Identifier(TierTable(group.id, tier)), CounterView(group, tier.name));
-    }
-    schema += CreateView(Identifier(group.id), AllTiers(group.id));
-  }
-  return schema;
+  return schema + Reads(Views(groups), !cluster.empty());
 }
 
 }  // namespace flow::host

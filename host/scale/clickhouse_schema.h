@@ -29,6 +29,11 @@ const RawTable* FindRawTable(std::string_view name);
 // InsertInto is "INSERT INTO raw_flows (...) FORMAT RowBinary".
 std::string InsertInto(const RawTable& table);
 
+// A schema of several servers has a table over all of theirs for each raw one, and the views read
+// these: "raw_flows" here is "all_flows" there. Reads puts the right ones behind FROM.
+inline constexpr std::string_view kSpreadTable = "all_flows";
+std::string Reads(std::string sql, bool is_spread);
+
 // What a view has of a span, for who asks often: here the span reaches the raw table. Of a group it
 // has a row for each collector and run, to be added up.
 std::string SpanOfView(std::string_view name, std::int64_t from, std::int64_t to);
@@ -36,7 +41,8 @@ std::string SpanOfCounters(std::string_view group, std::span<const std::string> 
                            std::string_view tier, std::int64_t from, std::int64_t to);
 
 // ClickHouseSchema has a statement for each table and view, those of the groups' too; they change
-// nothing that is there.
-std::string ClickHouseSchema(std::span<const GroupInfo> groups);
+// nothing that is there. `cluster`: what the servers' settings call them together, each of which
+// has all statements; empty for one server.
+std::string ClickHouseSchema(std::span<const GroupInfo> groups, const std::string& cluster);
 
 }  // namespace flow::host

@@ -16,13 +16,6 @@ namespace {
 
 constexpr std::string_view kSchemes[] = {"http://", "https://"};
 
-bool IsName(std::string_view text) {
-  const bool is_plain =
-      text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_") ==
-      std::string_view::npos;
-  return !text.empty() && is_plain;
-}
-
 // What is wrong with HOST:PORT, whose port may be missing.
 std::string CheckHost(std::string_view host) {
   const std::size_t colon = host.rfind(':');
@@ -60,7 +53,7 @@ std::string Read(std::string_view url, ClickHouseServer* server) {
   }
   if (path.ends_with('/')) path.remove_suffix(1);
   if (!path.empty()) {
-    if (!IsName(path)) return "its database is no name of letters, digits and _";
+    if (!IsSqlName(path)) return "its database is no name of letters, digits and _";
     server->database = path;
   }
   server->base = fmt::format("{}{}/", scheme, rest);
@@ -78,6 +71,13 @@ std::string PasswordFrom(const std::string& path) {
 }
 
 }  // namespace
+
+bool IsSqlName(std::string_view text) {
+  const bool is_plain =
+      text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_") ==
+      std::string_view::npos;
+  return !text.empty() && is_plain;
+}
 
 std::string CheckClickHouseUrl(const std::string& url) {
   ClickHouseServer ignored;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace flow::host {
 
@@ -30,6 +31,9 @@ struct ClickHouseServer {
 
 // ServerOf reads "http://user@host:8123/flows", and the password. UsageError says what is wrong.
 ClickHouseServer ServerOf(const ClickHouseOptions& options);
+
+// Whether it is a name that needs no quotes in SQL.
+bool IsSqlName(std::string_view text);
 
 // CheckClickHouseUrl gives what is wrong with such a text; nothing where it is fine.
 std::string CheckClickHouseUrl(const std::string& url);

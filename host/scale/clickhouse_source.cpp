@@ -57,6 +57,8 @@ class TabRows final : public SourceRows {
 
 ClickHouseSource::ClickHouseSource(const ClickHouseOptions& options) : client_(ServerOf(options)) {
   CheckTables(&client_);
+  flow_table_.is_spread = HasTable(&client_, kSpreadTable);
+  flow_table_.name = flow_table_.is_spread ? kSpreadTable : "raw_flows";
 }
 
 std::unique_ptr<SourceRows> ClickHouseSource::Ask(const std::string& sql,
@@ -65,14 +67,15 @@ std::unique_ptr<SourceRows> ClickHouseSource::Ask(const std::string& sql,
 }
 
 std::string ClickHouseSource::Table(const std::string& name, const TimeSpan& span) {
-  return fmt::format("({})", SpanOfView(name, span.from, span.to));
+  return fmt::format("({})", Reads(SpanOfView(name, span.from, span.to), flow_table_.is_spread));
 }
 
 std::string ClickHouseSource::GroupTable(const StoredGroup& group, const Tier& tier,
                                          const TimeSpan& span) {
   std::vector<std::string> columns;
   for (const StoredGroup::Column& column : group.columns) columns.push_back(column.name);
-  return fmt::format("({})", SpanOfCounters(group.id, columns, tier.name, span.from, span.to));
+  return fmt::format("({})", Reads(SpanOfCounters(group.id, columns, tier.name, span.from, span.to),
+                                   flow_table_.is_spread));
 }
 
 }  // namespace flow::host

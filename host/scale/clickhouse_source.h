@@ -28,7 +28,7 @@ class ClickHouseSource final : public CounterSource {
 
  private:
   ClickHouseClient client_;
-  FlowSql::Table flow_table_{"raw_flows"};
+  FlowSql::Table flow_table_;
   ClickHouseFlows flows_{&client_, flow_table_};
 };
 

@@ -129,10 +129,13 @@ void EndRun(ClickHouseClient* client, const Sending& sending, const EarlierRun& 
 
 }  // namespace
 
+bool HasTable(ClickHouseClient* client, std::string_view name) {
+  return NumberFrom(client->Ask(fmt::format("EXISTS TABLE {} FORMAT TabSeparated", name))) == 1;
+}
+
 void CheckTables(ClickHouseClient* client) {
   for (const RawTable& table : RawTables()) {
-    if (NumberFrom(client->Ask(fmt::format("EXISTS TABLE {} FORMAT TabSeparated", table.name))) !=
-        1) {
+    if (!HasTable(client, table.name)) {
       throw HostError(fmt::format(
           "ClickHouse at {} has no table {}; flowhost clickhouse-schema prints what makes them",
           client->server().Text(), table.name));

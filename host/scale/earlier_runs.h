@@ -5,11 +5,14 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "host/scale/clickhouse_client.h"
 #include "host/scale/flow_blocks.h"
 
 namespace flow::host {
+
+bool HasTable(ClickHouseClient* client, std::string_view name);
 
 // CheckTables throws a HostError where the server cannot be reached or lacks the tables.
 void CheckTables(ClickHouseClient* client);

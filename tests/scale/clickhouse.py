@@ -15,7 +15,9 @@ CONFIG = """<yandex>
 <http_port>{http}</http_port><tcp_port>{tcp}</tcp_port><listen_host>127.0.0.1</listen_host>
 <path>{folder}/data/</path><tmp_path>{folder}/tmp/</tmp_path><mark_cache_size>67108864</mark_cache_size>
 <users_config>users.xml</users_config><default_profile>default</default_profile><default_database>default</default_database>
+<remote_servers><all>{shards}</all></remote_servers>
 </yandex>"""
+SHARD = "<shard><replica><host>127.0.0.1</host><port>{}</port></replica></shard>"
 USERS = """<yandex><profiles><default></default></profiles><quotas><default></default></quotas><users>
 <default><password></password><networks><ip>127.0.0.1</ip></networks><profile>default</profile><quota>default</quota></default>
 <flows><password>se'cret</password><networks><ip>127.0.0.1</ip></networks><profile>default</profile><quota>default</quota></flows>
@@ -29,10 +31,12 @@ def free_port():
 
 
 class Server:
-    def __init__(self, folder):
+    def __init__(self, folder, tcp=None, cluster=()):
+        """cluster: the TCP ports of all servers of the cluster "all"; this one's is `tcp`"""
         self.folder, self.port, self.process = pathlib.Path(folder), free_port(), None
         self.folder.mkdir()
-        (self.folder / "config.xml").write_text(CONFIG.format(http=self.port, tcp=free_port(), folder=folder))
+        shards = "".join(SHARD.format(port) for port in cluster)
+        (self.folder / "config.xml").write_text(CONFIG.format(http=self.port, tcp=tcp or free_port(), folder=folder, shards=shards))
         (self.folder / "users.xml").write_text(USERS)
         self.start()
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""clickhouse_test.py FLOWHOST PLUGIN FLOWGEN [AWAY]: what a ClickHouse has afterwards, to the record: beside the embedded store,
+"""clickhouse_test.py FLOWHOST PLUGIN FLOWGEN [AWAY [TEST]]: what a ClickHouse has afterwards, to the record: beside the embedded store,
 sent twice, by servers and collectors that die, through a spool. The server is away for AWAY seconds under load (default 3)."""
 import concurrent.futures
 import os
@@ -16,10 +16,11 @@ import tempfile
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
-from clickhouse import Server, Wire  # noqa: E402
+from clickhouse import Server, Wire, free_port  # noqa: E402
 
 FLOWHOST, PLUGIN, FLOWGEN = sys.argv[1:4]
 AWAY = float(sys.argv[4]) if len(sys.argv) > 4 else 3
+ONLY = sys.argv[5] if len(sys.argv) > 5 else ""
 failures = []
 TOTALS = "SELECT sum(bytes), sum(packets), sum(records) FROM buckets WHERE tier = '{}'"
 SPAN = ["--utc", "--json", "--from", "2023-11-14 22:13", "--to", "2023-11-14 23:25"]
@@ -192,6 +193,32 @@ class Test:
             quoted = text.replace("\\", "\\\\").replace("'", "\\'")
             self.server.change("raw_flows", f"UPDATE {column} = '{quoted}' WHERE {condition}", self.whole.name)
         self.server.change("raw_flows", "UPDATE src_mac = unhex('000000000001') WHERE in_if = 1", self.whole.name)
+
+    def test_cluster(self):
+        """two servers with a collector each answer as one that has both"""
+        ports = [free_port(), free_port()]
+        schema = subprocess.run([FLOWHOST, "clickhouse-schema", "--plugin", PLUGIN, "--cluster", "all"], check=True, capture_output=True,
+                                text=True).stdout
+        servers, alone = [], self.place()
+        try:
+            for number, (port, capture) in enumerate(zip(ports, self.captures)):
+                servers.append(Server(self.folder / f"shard{number}", port, ports))
+                servers[-1].make("flows", schema)
+                for url in (f"http://127.0.0.1:{servers[-1].port}/flows", alone.url()):
+                    expect("cluster: replay", self.replay(url, capture, options=["--collector", f"c{number}"]).returncode, 0)
+            asked = [shlex.split(line) for line in QUESTIONS.split("\n") if line]
+            for at, group in enumerate(GROUPS):
+                asked.append(["flows", FILTERS.split("\n")[at + 1], "--group-by", *group.split(), "--sort", ORDERS[at % 6]])
+            for at, words in enumerate(asked):
+                one, seen = (subprocess.run([FLOWHOST, words[0], *SPAN, "--clickhouse", url, *words[1:]], capture_output=True, text=True)
+                             for url in (alone.url(), f"http://127.0.0.1:{servers[at % 2].port}/flows"))
+                expect("cluster: " + " ".join(words), (seen.stderr, seen.stdout), (one.stderr, one.stdout))
+            for view in ("flow_list_exact", "hosts_hour", "totals", "exporters", "names", "meters", "buckets", "losses"):
+                counts = [server.ask(f"SELECT count() FROM {view}", "flows") for server in servers]
+                expect(f"cluster: {view}", counts, [alone.ask(f"SELECT count() FROM {view}")] * 2)
+        finally:
+            for server in servers:
+                server.stop()
 
     def test_replayed_twice(self):
         before = self.whole.raw()
@@ -408,7 +435,7 @@ def main():
     with tempfile.TemporaryDirectory() as folder:
         test = Test(pathlib.Path(folder))
         try:
-            for name in sorted(name for name in dir(test) if name.startswith("test_")):
+            for name in sorted(name for name in dir(test) if name.startswith("test_" + ONLY)):
                 began = time.monotonic()
                 try:
                     getattr(test, name)()
