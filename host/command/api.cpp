@@ -15,6 +15,7 @@
 #include "host/ask/stored_counters.h"
 #include "host/base/build_text.h"
 #include "host/base/error.h"
+#include "host/command/ask_source.h"
 #include "host/command/ask_store.h"
 #include "host/store/read_limit.h"
 
@@ -95,6 +96,7 @@ AskCommand CommandOf(const std::vector<std::string>& words, const WebOptions& op
   std::visit(
       [&](auto& asked) {
         asked.ask.store = options.store;
+        asked.ask.clickhouse = options.clickhouse;
         asked.ask.names = options.names;
         asked.ask.geo = options.geo;
         if (asked.ask.top <= kMostRows) return;
@@ -151,7 +153,7 @@ HttpAnswer Api::Status(const HttpRequest& request) const {
     if (name != "utc") throw UsageError(fmt::format("/api/status has no parameter {}", name));
     is_utc = true;
   }
-  StoredCounters counters(options_.store);
+  StoredCounters counters(OpenSource(options_.store, options_.clickhouse));
   const std::int64_t now = std::time(nullptr);
   const TimeSpan whole = counters.Whole();
   const bool is_empty = whole.from == 0;

@@ -117,12 +117,12 @@ void AddSourceOptions(CLI::App* app, AskOptions* options) {
       ->type_name("FILE")
       ->allow_extra_args(false);
   app->add_flag("--dns", options->dns, "Ask the DNS for names of addresses without another one");
+  AddClickHouseSource(app, &options->clickhouse,
+                      "A ClickHouse rather than a store, as in http://user@host:8123/flows");
 }
 
 void AddAskOptions(CLI::App* app, AskOptions* options) {
   AddSourceOptions(app, options);
-  AddClickHouseSource(app, &options->clickhouse,
-                      "A ClickHouse rather than a store, as in http://user@host:8123/flows");
   app->add_flag_callback(
       "--json", [options] { options->form = AnswerForm::kJson; }, "Print JSON");
   app->add_flag_callback(

@@ -5,9 +5,8 @@
 #include <cstdio>
 #include <ctime>
 
-#include "host/ask/store_source.h"
 #include "host/base/error.h"
-#include "host/scale/clickhouse_source.h"
+#include "host/command/ask_source.h"
 
 namespace flow::host {
 namespace {
@@ -53,9 +52,9 @@ std::unique_ptr<CounterSource> AskSetup::OpenSource(const AskOptions& options) {
   }
   // What is wrong with the words is told before captures are read.
   ResolveSpan(options.span, kDaySeconds, now_, view_.zone);
-  if (has[1]) return std::make_unique<ClickHouseSource>(options.clickhouse);
-  return std::make_unique<StoreSource>(has[0] ? options.store
-                                              : captures_.emplace(options.read).directory());
+  const bool reads = has[2];
+  return host::OpenSource(reads ? captures_.emplace(options.read).directory() : options.store,
+                          options.clickhouse);
 }
 
 }  // namespace flow::host

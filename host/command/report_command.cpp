@@ -12,6 +12,7 @@
 #include "host/ask/stored_counters.h"
 #include "host/base/build_text.h"
 #include "host/base/error.h"
+#include "host/command/ask_source.h"
 #include "host/command/ask_store.h"
 #include "host/command/capture_store.h"
 #include "host/output/output_file.h"
@@ -59,11 +60,14 @@ class Report {
     ask_.geo = options.ask.geo;
     ask_.dns = options.ask.dns;
     ask_.form = AnswerForm::kJson;
-    if (options.ask.store.empty() == options.ask.read.captures.empty()) {
-      throw UsageError("a report is made of --store DIR or of --read CAPTURE...");
+    const bool has[] = {!options.ask.store.empty(), !options.ask.clickhouse.url.empty(),
+                        !options.ask.read.captures.empty()};
+    if (std::ranges::count(has, true) != 1) {
+      throw UsageError(
+          "a report is made of --store DIR, of --clickhouse URL or of --read CAPTURE...");
     }
-    ask_.store = options.ask.store;
-    if (ask_.store.empty()) ask_.store = captures_.emplace(options.ask.read).directory();
+    ask_.store = has[2] ? captures_.emplace(options.ask.read).directory() : options.ask.store;
+    ask_.clickhouse = options.ask.clickhouse;
     span_ = Span();
     ask_.span = {fmt::format("@{}", span_.from), fmt::format("@{}", span_.to)};
     step_ = fmt::format("{}m", StepMinutes(span_.Seconds()));
@@ -91,11 +95,10 @@ class Report {
  private:
   TimeSpan Span() {
     const SpanWords& words = options_.ask.span;
-    if (captures_ && words.from.empty() && words.to.empty()) {
-      return StoredCounters(ask_.store).Whole();
-    }
+    StoredCounters counters(OpenSource(ask_.store, ask_.clickhouse));
+    if (captures_ && words.from.empty() && words.to.empty()) return counters.Whole();
     const TimeSpan span = ResolveSpan(words, kHourSeconds, now_, Zone(options_.ask.utc));
-    return StoredCounters(ask_.store).CoverOf(span, kMinuteSeconds).span;
+    return counters.CoverOf(span, kMinuteSeconds).span;
   }
 
   static std::int64_t StepMinutes(std::int64_t seconds) {

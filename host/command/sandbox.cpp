@@ -88,7 +88,11 @@ int DenySystemCalls() {
 }  // namespace
 
 std::vector<LaterUse> UsesOf(const WebOptions& options) {
-  std::vector<LaterUse> uses{{options.store}, {options.names}, {options.http.users}};
+  std::vector<LaterUse> uses{{options.store},
+                             {options.names},
+                             {options.http.users},
+                             {options.clickhouse.password_file},
+                             {options.clickhouse.ca_file}};
   for (const std::string& file : options.geo) uses.push_back({file});
   return uses;
 }

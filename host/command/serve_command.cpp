@@ -7,10 +7,10 @@
 #include <csignal>
 
 #include "flowhandlers/host_interfaces.h"
-#include "host/ask/stored_counters.h"
 #include "host/base/console.h"
 #include "host/base/error.h"
 #include "host/base/memory_budget.h"
+#include "host/command/ask_source.h"
 #include "host/command/sandbox.h"
 #include "host/command/signals.h"
 #include "host/command/web_site.h"
@@ -36,12 +36,17 @@ bool HasWeb() { return true; }
 int RunServe(const ServeOptions& options) {
   Signals signals;  // before any thread
   Console console(kLogWarning);
-  StoredCounters(options.web.store);  // or HostError
+  const std::string& url = options.web.clickhouse.url;
+  if (options.web.store.empty() == url.empty()) {
+    throw UsageError("what is shown is --store DIR or --clickhouse URL");
+  }
+  OpenSource(options.web.store, options.web.clickhouse);  // or HostError
   ShareMemory(DefaultMemory(), 1);
   WebSite site(options.web, false);
   const HttpServer server(options.web.http,
                           [&site](const HttpRequest& request) { return site.Answer(request); });
-  console.Notice(fmt::format("http://{}/ shows {}", server.endpoint().Text(), options.web.store));
+  console.Notice(fmt::format("http://{}/ shows {}", server.endpoint().Text(),
+                             url.empty() ? options.web.store : url));
   if (options.is_restricted) EnterSandbox(UsesOf(options.web), console);
   AwaitEnd(&signals);
   site.End();

@@ -5,6 +5,8 @@
 
 #include <vector>
 
+#include "host/command/clickhouse_line.h"
+
 namespace flow::host {
 namespace {
 
@@ -14,6 +16,7 @@ constexpr char kServeExamples[] =
     "\n"
     "Examples:\n"
     "  flowhost serve --store /var/lib/flowhost/store       http://127.0.0.1:8055/ in a browser\n"
+    "  flowhost serve --clickhouse http://user@host:8123/flows\n"
     "  flowhost serve --store DIR --http 192.0.2.1:8055 --http-user /etc/flowhost/users\n"
     "                                                       for others too, with a password";
 
@@ -74,13 +77,13 @@ void AddNoSandbox(CLI::App* app, bool* is_restricted) {
 }
 
 CLI::App* AddServe(CLI::App* app, ServeOptions* options) {
-  CLI::App* const serve =
-      app->add_subcommand("serve", "Show a store in a browser, and answer questions over HTTP");
+  CLI::App* const serve = app->add_subcommand(
+      "serve", "Show a store or a ClickHouse in a browser, and answer questions over HTTP");
   serve->footer(kServeExamples);
   if (!HasWeb()) serve->group("");
-  serve->add_option("--store", options->web.store, "The directory of the store")
-      ->required()
-      ->type_name("DIR");
+  serve->add_option("--store", options->web.store, "The directory of the store")->type_name("DIR");
+  AddClickHouseSource(serve, &options->web.clickhouse,
+                      "A ClickHouse rather than a store, as in http://user@host:8123/flows");
   options->web.http.listen = Endpoint{IpAddress::Ipv4(0x7F000001), 8055};
   AddHttpOptions(serve, &options->web.http, "Where to listen (default: 127.0.0.1:8055)");
   AddNames(serve, &options->web);

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/scale/clickhouse_server.h"
 #include "host/web/http_options.h"
 
 namespace flow::host {
@@ -14,6 +15,7 @@ struct WebOptions {
   HttpOptions http;
   std::size_t metrics_exporters = 100;  // that have series of their own
   std::string store;                    // empty for none
+  ClickHouseOptions clickhouse;         // a server rather than a store
   std::string names;                    // as AskOptions have it
   std::vector<std::string> geo;         // likewise
 };

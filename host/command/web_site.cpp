@@ -6,7 +6,8 @@
 namespace flow::host {
 
 WebSite::WebSite(const WebOptions& options, bool is_live)
-    : has_store_(!options.store.empty()), api_(options, is_live) {
+    : has_store_(!options.store.empty() || !options.clickhouse.url.empty()),
+      api_(options, is_live) {
   // Each question reads them anew; what is wrong with them is told before the first.
   KeyNames names;
   if (!options.names.empty()) names.ReadFile(options.names);

@@ -115,6 +115,7 @@ std::string ClickHouseClient::Post(const std::string& arguments, std::string_vie
   curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, trouble);
   if (!server_.ca_file.empty()) curl_easy_setopt(curl, CURLOPT_CAINFO, server_.ca_file.c_str());
   const CURLcode code = curl_easy_perform(curl);
+  if (code != CURLE_OK && ReadLimit::Current().IsOver()) throw HostError(kTooLong);
   if (code != CURLE_OK) {
     const char* const why = trouble[0] != '\0' ? trouble : curl_easy_strerror(code);
     throw HostError(fmt::format("ClickHouse at {}: {}", server_.Text(), why));

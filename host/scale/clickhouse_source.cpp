@@ -56,8 +56,7 @@ class TabRows final : public SourceRows {
 }  // namespace
 
 ClickHouseSource::ClickHouseSource(const ClickHouseOptions& options) : client_(ServerOf(options)) {
-  CheckTables(&client_);
-  flow_table_.is_spread = HasTable(&client_, kSpreadTable);
+  flow_table_.is_spread = CheckTables(&client_).contains(std::string(kSpreadTable));
   flow_table_.name = flow_table_.is_spread ? kSpreadTable : "raw_flows";
 }
 

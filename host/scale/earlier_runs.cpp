@@ -129,18 +129,20 @@ void EndRun(ClickHouseClient* client, const Sending& sending, const EarlierRun& 
 
 }  // namespace
 
-bool HasTable(ClickHouseClient* client, std::string_view name) {
-  return NumberFrom(client->Ask(fmt::format("EXISTS TABLE {} FORMAT TabSeparated", name))) == 1;
-}
-
-void CheckTables(ClickHouseClient* client) {
+std::set<std::string> CheckTables(ClickHouseClient* client) {
+  const std::string answer = client->Ask(
+      "SELECT name FROM system.tables WHERE database = currentDatabase() FORMAT TabSeparated");
+  std::set<std::string> names;
+  TabRow row;
+  for (std::string_view rest = answer; TakeTabRow(&rest, &row);) names.insert(TabText(row[0]));
   for (const RawTable& table : RawTables()) {
-    if (!HasTable(client, table.name)) {
+    if (!names.contains(std::string(table.name))) {
       throw HostError(fmt::format(
           "ClickHouse at {} has no table {}; flowhost clickhouse-schema prints what makes them",
           client->server().Text(), table.name));
     }
   }
+  return names;
 }
 
 RunState StateOfRun(ClickHouseClient* client, const Sending& sending, const std::string& program) {

@@ -4,18 +4,17 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
-#include <string_view>
 
 #include "host/scale/clickhouse_client.h"
 #include "host/scale/flow_blocks.h"
 
 namespace flow::host {
 
-bool HasTable(ClickHouseClient* client, std::string_view name);
-
-// CheckTables throws a HostError where the server cannot be reached or lacks the tables.
-void CheckTables(ClickHouseClient* client);
+// CheckTables throws a HostError where the server cannot be reached or lacks the tables; it gives
+// the names of all that are there.
+std::set<std::string> CheckTables(ClickHouseClient* client);
 
 enum class RunState : std::uint8_t { kNone, kPartly, kOther, kEnded };
 // kOther: in part, by another program.

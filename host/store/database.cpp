@@ -12,9 +12,6 @@
 namespace flow::host {
 namespace {
 
-constexpr char kTooLong[] =
-    "the answer takes too long; a shorter span, or one of the totals rather than flows, takes less";
-
 [[noreturn]] void Fail(std::string_view path, sqlite3* database, int result) {
   if (result == SQLITE_INTERRUPT) throw HostError(kTooLong);
   const char* const reason =

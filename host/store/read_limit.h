@@ -9,6 +9,10 @@
 
 namespace flow::host {
 
+// What is said where it was too long.
+inline constexpr char kTooLong[] =
+    "the answer takes too long; a shorter span, or one of the totals rather than flows, takes less";
+
 class ReadLimit {
  public:
   using Clock = std::chrono::steady_clock;

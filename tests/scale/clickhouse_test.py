@@ -3,6 +3,8 @@
 """clickhouse_test.py FLOWHOST PLUGIN FLOWGEN [AWAY [TEST]]: what a ClickHouse has afterwards, to the record: beside the embedded store,
 sent twice, by servers and collectors that die, through a spool. The server is away for AWAY seconds under load (default 3)."""
 import concurrent.futures
+import http.client
+import json
 import os
 import pathlib
 import re
@@ -14,6 +16,7 @@ import subprocess
 import sys
 import tempfile
 import time
+import urllib.parse
 
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
 from clickhouse import Server, Wire, free_port  # noqa: E402
@@ -193,6 +196,37 @@ class Test:
             quoted = text.replace("\\", "\\\\").replace("'", "\\'")
             self.server.change("raw_flows", f"UPDATE {column} = '{quoted}' WHERE {condition}", self.whole.name)
         self.server.change("raw_flows", "UPDATE src_mac = unhex('000000000001') WHERE in_if = 1", self.whole.name)
+
+    def test_page(self):
+        """the API and the report answer as they do of a store; without the server they say so"""
+        store, place, answers = self.folder / "page-store", self.place(), []
+        subprocess.run([FLOWHOST, "replay", "--plugin", PLUGIN, "--config", self.folder / "policies", "--top", "0", "--store", store,
+                        *(f"--store-keys={tier}=50000" for tier in ("minute", "hour", "day")), self.captures[0]], check=True,
+                       stdout=subprocess.DEVNULL)
+        expect("page: replay", self.replay(place.url(), self.captures[0]).returncode, 0)
+        span = "utc=1&from=2023-11-14+22:13&to=2023-11-14+22:17"
+        for source in (["--store", store], ["--clickhouse", place.url()]):
+            report = self.folder / f"{source[0]}.html"
+            subprocess.run([FLOWHOST, "report", *source, "--utc", "--from", "2023-11-14 22:13", "--to", "2023-11-14 22:17", "-o", report],
+                           check=True)
+            answers.append([re.sub(r'"now":\d+', "", report.read_text())])
+            with Page(source) as page:
+                status = json.loads(page.get("status?utc=1")[1])
+                answers[-1] += [status["groups"], status["from"], status["to"]]
+                answers[-1] += [page.get(f"{question}&{span}") for question in (
+                    "top?group=hosts&step=1m", "flows?filter=tcp&group-by=src,dport&step=1m", "flows?filter=bytes+>+2k&sort=last",
+                    "series?filter=host+10.0.0.5", "losses?", "exporters?", "flows?filter=nonsense", "flows?filter=app+'x\\'+or+1'")]
+                if source[0] == "--clickhouse":
+                    self.server.stop()
+                    try:
+                        expect("page: away", (page.get("status")[0], "ClickHouse at" in page.get("status")[1]), (500, True))
+                    finally:
+                        self.server.start()
+                    expect("page: back", page.get("status")[0], 200)
+        for of_store, of_server in zip(*answers):
+            expect("page", of_server, of_store)
+        for words in (["serve"], ["serve", "--store", store, "--clickhouse", place.url()], ["report", "-o", "-"]):
+            expect(f"{words[0]}: which", subprocess.run([FLOWHOST, *words], capture_output=True).returncode, 2)
 
     def test_cluster(self):
         """two servers with a collector each answer as one that has both"""
@@ -393,6 +427,27 @@ class Test:
             expect("TLS: a stranger", (untrusted.returncode, "certificate" in untrusted.stderr), (1, True))
             trusted = subprocess.run([*asked, "--clickhouse-ca", certificate[0]], capture_output=True, text=True)
             expect("TLS", (trusted.returncode, trusted.stderr), (0, ""))
+
+
+class Page:
+    """what is shown until the end of a with"""
+    def __init__(self, source):
+        self.port = free_port()
+        self.process = subprocess.Popen([FLOWHOST, "serve", *source, "--http", f"127.0.0.1:{self.port}"], stderr=subprocess.PIPE, text=True)
+
+    def __enter__(self):
+        self.process.stderr.readline()
+        return self
+
+    def get(self, path):
+        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=60)
+        connection.request("GET", "/api/" + urllib.parse.quote(path, safe="?&=+"))
+        answer = connection.getresponse()
+        return answer.status, answer.read().decode()
+
+    def __exit__(self, *_):
+        self.process.terminate()
+        self.process.communicate()
 
 
 class Collector:
