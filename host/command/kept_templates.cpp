@@ -52,9 +52,10 @@ void KeptTemplates::Restore() {
     console_.Notice(fmt::format("{} templates restored from {}", Thousands(archive_->templates()),
                                 archive_->path()));
   }
-  setup_.channels().Observe([this](const GUID& channel, const std::vector<std::uint8_t>& message) {
-    if (IsTemplateChannel(channel)) archive_->Note({message, HasDomain(channel)}, NowSeconds());
-  });
+  setup_.channels().Observe(
+      [this](int /*lane*/, const GUID& channel, const std::vector<std::uint8_t>& message) {
+        if (IsTemplateChannel(channel)) archive_->Note({message, HasDomain(channel)}, NowSeconds());
+      });
 }
 
 void KeptTemplates::Save() {

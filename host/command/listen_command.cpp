@@ -29,6 +29,7 @@
 #include "host/command/policy_reload.h"
 #include "host/command/sandbox.h"
 #include "host/command/service_notice.h"
+#include "host/command/shared_templates.h"
 #include "host/command/signals.h"
 #include "host/engine/large_memory.h"
 #include "host/output/run_report.h"
@@ -66,6 +67,7 @@ class Listen {
     signals_.OnLate([this] { EndLate(); });
     const ExitWatch watch([this] { PluginEndedProcess(); }, [this] { setup_.lanes().RestHere(); });
     templates_.NoteUse();
+    shared_.Hear();
     setup_.Start(LaneMode::kDrop);
     if (!keepers_.empty()) reporter_.TakeFlowsEarly(setup_.lanes());
     web_.emplace(options_.web, keepers_.store(), setup_.lanes(), setup_.stand_ins(), console_);
@@ -74,6 +76,10 @@ class Listen {
     });
     OpenPorts();
     templates_.Restore();
+    shared_.Start([this] {
+      TakeSignals();
+      return ending_;
+    });
     setup_.lanes().ForEach([](Lane& lane) { lane.WatchPolicies(Now()); });
     schedule_.IsDue(Now());
     if (options_.is_restricted) EnterSandbox(LaterUses(), console_);
@@ -122,6 +128,7 @@ class Listen {
   Clock::time_point next_policy_check_;
   Keepers keepers_{options_.store, options_.clickhouse, options_.messages, setup_, console_,
                    nullptr};
+  SharedTemplates shared_{options_.messages.kafka, keepers_, setup_, console_};
   RunReport report_{RunKind::kPeriodic,
                     setup_.catalog().groups(),
                     setup_.site_settings().home,
@@ -270,6 +277,7 @@ int Listen::End() {
   const auto deadline = start + 8s;
   std::vector<Outlet*> left = report_.FinishBy(deadline);
   if (!templates_.outlet().FinishBy(deadline)) left.push_back(&templates_.outlet());
+  shared_.End();
   const std::vector<std::string> late = keepers_.FinishBy(deadline);
   for (const std::string& name : late) {
     console_.Error(fmt::format("{} takes too long: its last minutes are not written", name));

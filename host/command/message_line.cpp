@@ -25,13 +25,14 @@ void AddMessageOptions(CLI::App* app, MessageOptions* options, OutputOptions* ou
   CLI::Option* const kafka =
       app->add_option("--kafka", options->kafka.brokers,
                       KafkaProducer::IsBuiltIn()
-                          ? "Send flows, counters and exporters' health to a Kafka as JSON"
+                          ? "Send flows, counters and exporters' health to a Kafka as JSON; listen "
+                            "tells other collectors of templates there, too"
                           : "Send flows, counters and exporters' health to a Kafka (this build "
                             "cannot)")
           ->type_name("HOST:PORT,...");
   app->add_option("--kafka-topics", options->kafka.topics,
-                  "What the topics' names begin with, in front of .flows, .counters and .health "
-                  "(default: flowhost)")
+                  "What the topics' names begin with, in front of .flows, .counters, .health "
+                  "and .templates (default: flowhost)")
       ->type_name("NAME")
       ->needs(kafka);
   app->add_option("--kafka-format", options->kafka.as_protobuf,

@@ -70,9 +70,15 @@ void MeterSetup::TeachTraceNames() {
 }
 
 void MeterSetup::Start(LaneMode mode) {
-  const LaneParts parts{
-      library_.package(), components_, catalog_.groups(),           site_settings_,
-      channels_,          console_,    trace_ ? &*trace_ : nullptr, on_used_};
+  LaneParts parts{library_.package(), components_, catalog_.groups(),
+                  site_settings_,     channels_,   console_};
+  parts.trace = trace_ ? &*trace_ : nullptr;
+  parts.on_rate = on_rate_;
+  if (!on_used_.empty()) {
+    parts.on_used = [this](const Endpoint& exporter) {
+      for (const auto& hear : on_used_) hear(exporter);
+    };
+  }
   lanes_.emplace(parts, options_.instances, trace_ ? LaneMode::kInline : mode);
   intake_.emplace(ports_, *lanes_, stand_ins_);
 }

@@ -38,8 +38,11 @@ class MeterSetup {
   // Start makes the lanes; the meters read their policies here. Lanes work side by side where there
   // are several, and no trace wants the calls in order.
   void Start(LaneMode mode);
-  // OnUsed is to be set before; see LaneParts.
-  void OnUsed(std::function<void(const Endpoint&)> on_used) { on_used_ = std::move(on_used); }
+  // OnUsed and OnRate are to be set before; see LaneParts. Several may hear of use.
+  void OnUsed(std::function<void(const Endpoint&)> on_used) {
+    on_used_.push_back(std::move(on_used));
+  }
+  void OnRate(Handover::OnRate on_rate) { on_rate_ = std::move(on_rate); }
 
   // GroupIds turns names of groups as the user gave them into their ids.
   [[nodiscard]] std::vector<std::string> GroupIds(const std::vector<std::string>& names) const;
@@ -66,7 +69,8 @@ class MeterSetup {
   GroupCatalog catalog_;
   PortMap ports_;
   SiteSettings site_settings_;
-  std::function<void(const Endpoint&)> on_used_;
+  std::vector<std::function<void(const Endpoint&)>> on_used_;
+  Handover::OnRate on_rate_;
   ChannelHub channels_;
   StandIns stand_ins_;
   std::optional<Lanes> lanes_;

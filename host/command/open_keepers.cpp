@@ -105,21 +105,21 @@ Keepers::Keepers(StoreOptions store, ClickHouseOptions clickhouse, const Message
     keepers_.push_back(
         std::make_unique<ClickHouseKeeper>(clickhouse, run, groups, setup.stand_ins(), console));
   }
-  const Sending sending{clickhouse.collector,
-                        waits ? replayed->id : static_cast<std::uint64_t>(NowMicros())};
+  sending_ = {clickhouse.collector, waits ? replayed->id : static_cast<std::uint64_t>(NowMicros())};
   if (!messages.flows.empty()) {
     const std::string name = messages.flows == "-" ? "standard output" : messages.flows;
-    Add(name, sending, std::make_unique<LineFile>(messages.flows), waits, setup, console);
+    Add(name, std::make_unique<LineFile>(messages.flows), waits, setup, console);
   }
   if (!messages.kafka.brokers.empty()) {
-    Add("Kafka", sending, std::make_unique<KafkaProducer>(messages.kafka, console), waits, setup,
-        console);
+    auto producer = std::make_unique<KafkaProducer>(messages.kafka, console);
+    kafka_ = producer.get();
+    Add("Kafka", std::move(producer), waits, setup, console);
   }
 }
 
-void Keepers::Add(std::string name, Sending sending, std::unique_ptr<MessageSink> sink, bool waits,
+void Keepers::Add(std::string name, std::unique_ptr<MessageSink> sink, bool waits,
                   MeterSetup& setup, Console& console) {
-  keepers_.push_back(std::make_unique<MessageKeeper>(std::move(name), sending, std::move(sink),
+  keepers_.push_back(std::make_unique<MessageKeeper>(std::move(name), sending_, std::move(sink),
                                                      waits, setup.catalog().groups(),
                                                      setup.stand_ins(), console));
 }

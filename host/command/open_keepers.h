@@ -17,6 +17,7 @@
 
 namespace flow::host {
 
+class KafkaProducer;
 class Store;
 
 // Captures that are kept in a ClickHouse: replayed again they are the same run, which goes on where
@@ -38,18 +39,23 @@ class Keepers {
 
   [[nodiscard]] bool empty() const { return keepers_.empty(); }
   [[nodiscard]] std::vector<Keeper*> all() const;
-  // Null where nothing is kept in one.
+  // Null where nothing is kept in one, or sent to one.
   [[nodiscard]] const Store* store() const { return store_; }
+  [[nodiscard]] KafkaProducer* kafka() const { return kafka_; }
+  // What this run is called.
+  [[nodiscard]] const Sending& sending() const { return sending_; }
 
   // FinishBy gives the names of those that are not done by the deadline.
   [[nodiscard]] std::vector<std::string> FinishBy(Writer::Clock::time_point deadline) const;
 
  private:
-  void Add(std::string name, Sending sending, std::unique_ptr<MessageSink> sink, bool waits,
-           MeterSetup& setup, Console& console);
+  void Add(std::string name, std::unique_ptr<MessageSink> sink, bool waits, MeterSetup& setup,
+           Console& console);
 
   std::vector<std::unique_ptr<Keeper>> keepers_;
-  const Store* store_ = nullptr;  // one of them
+  const Store* store_ = nullptr;    // one of them
+  KafkaProducer* kafka_ = nullptr;  // of one of them
+  Sending sending_;
 };
 
 }  // namespace flow::host

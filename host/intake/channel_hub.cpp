@@ -5,13 +5,20 @@ namespace flow::host {
 
 void ChannelHub::Deliver(int sender_lane, const GUID& channel,
                          std::span<const std::uint8_t> message) {
-  if (boxes_.size() < 2 && sender_lane != 0 && !observer_) return;
+  if (boxes_.size() < 2 && sender_lane != 0 && observers_.empty()) return;
   const ChannelMessage copy{
-      channel, std::make_shared<std::vector<std::uint8_t>>(message.begin(), message.end())};
-  if (observer_) observer_(channel, *copy.bytes);
+      channel, std::make_shared<std::vector<std::uint8_t>>(message.begin(), message.end()), {}};
+  for (const Observer& observer : observers_) observer(sender_lane, channel, *copy.bytes);
   for (const Entry& entry : boxes_) {
     if (entry.lane != sender_lane) entry.mailbox->Post(copy);
   }
+}
+
+void ChannelHub::Teach(const Endpoint& exporter, std::span<const std::uint8_t> datagram) {
+  const ChannelMessage copy{
+      kDatagrams, std::make_shared<std::vector<std::uint8_t>>(datagram.begin(), datagram.end()),
+      exporter};
+  for (const Entry& entry : boxes_) entry.mailbox->Post(copy);
 }
 
 }  // namespace flow::host

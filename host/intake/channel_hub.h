@@ -16,14 +16,17 @@ class ChannelHub {
   // A mailbox belongs to a lane. All lanes are there before the first message.
   void Add(int lane, Mailbox& mailbox) { boxes_.push_back({lane, &mailbox}); }
 
-  // An observer is told of every message, in the sender's thread; several may be at once.
-  using Observer =
-      std::function<void(const GUID& channel, const std::vector<std::uint8_t>& message)>;
-  void Observe(Observer observer) { observer_ = std::move(observer); }
+  // Observers are told of every message, in the sender's thread; several may be at once.
+  using Observer = std::function<void(int sender_lane, const GUID& channel,
+                                      const std::vector<std::uint8_t>& message)>;
+  void Observe(Observer observer) { observers_.push_back(std::move(observer)); }
 
   // Deliver puts a copy of the message into the mailboxes of all lanes but the sender's; 0 is the
   // host itself.
   void Deliver(int sender_lane, const GUID& channel, std::span<const std::uint8_t> message);
+
+  // Teach has all lanes learn from a datagram that another collector met.
+  void Teach(const Endpoint& exporter, std::span<const std::uint8_t> datagram);
 
  private:
   struct Entry {
@@ -32,7 +35,7 @@ class ChannelHub {
   };
 
   std::vector<Entry> boxes_;
-  Observer observer_;
+  std::vector<Observer> observers_;
 };
 
 }  // namespace flow::host

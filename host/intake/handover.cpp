@@ -50,12 +50,12 @@ std::vector<std::uint8_t> LastRecord(std::span<const std::uint8_t> set, std::siz
 
 }  // namespace
 
-void Handover::Take(const Endpoint& exporter, Bytes datagram) {
+void Handover::Take(const Endpoint& exporter, Bytes datagram, const OnRate& on_rate) {
   if (!VersionOf(datagram).HasTemplates()) return;
   ForEachSet(datagram, [&](const ExportSet& set) {
     if (set.is_beyond || set.is_broken) return;
     if (set.holds_templates) TakeTemplates(exporter, datagram, set.bytes);
-    if (set.holds_data) TakeRate(exporter, datagram, set.bytes);
+    if (set.holds_data) TakeRate(exporter, datagram, set.bytes, on_rate);
   });
 }
 
@@ -107,7 +107,8 @@ const Handover::Template* Handover::Find(const Endpoint& exporter, Bytes datagra
 }
 
 // A rate is kept with the template that it was told by, which may be another one later.
-void Handover::TakeRate(const Endpoint& exporter, Bytes datagram, Bytes set) {
+void Handover::TakeRate(const Endpoint& exporter, Bytes datagram, Bytes set,
+                        const OnRate& on_rate) {
   const std::uint16_t id = Be16(set.data());
   const Template* const known = Find(exporter, datagram, id);
   if (known == nullptr || !known->tells_rate) return;
@@ -123,13 +124,16 @@ void Handover::TakeRate(const Endpoint& exporter, Bytes datagram, Bytes set) {
     const std::size_t carrier = kCarrier + (HasDomain(known->message->channel) ? 4 : 0);
     definition = Bytes(*known->message->bytes).subspan(carrier);
   }
-  Rate& rate = rates_[{{exporter, DomainOf(datagram)}, id}];
+  const Key key{{exporter, DomainOf(datagram)}, id};
+  const bool is_told = known->is_option && on_rate;
+  Rate& rate = rates_[key];
   rate.order = ++arrivals_;
   rate.datagram =
       std::make_shared<const std::vector<std::uint8_t>>(WithSets(datagram, {definition, last}));
   cost_ -= rate.cost;
   rate.cost = rate.datagram->size() + kTemplateCost;
   cost_ += rate.cost;
+  if (is_told) on_rate(key.owner, id, *rate.datagram);
   if (cost_ > Shares().handover) MakeRoom();
 }
 

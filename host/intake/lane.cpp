@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <utility>
 
 #include "host/base/console.h"
@@ -116,7 +117,7 @@ void Lane::HoldBack(const UdpPacket& packet) {
 // What exporters define and tell, for meters to come.
 void Lane::KeepLessons(const Endpoint& exporter, std::span<const std::uint8_t> datagram) {
   if (meters_->Reloads() != std::exchange(reloads_, meters_->Reloads())) handover_.ForgetRates();
-  handover_.Take(exporter, datagram);
+  handover_.Take(exporter, datagram, parts_.on_rate);
 }
 
 // Whoever makes the meters keep much and sends no record by it has its datagrams held back a while.
@@ -182,6 +183,10 @@ void Lane::NoteDropped(const DroppedNumbers& dropped) {
 
 void Lane::TakeMessages() {
   for (const ChannelMessage& message : mailbox_.TakeAll()) {
+    if (message.channel == kDatagrams) {
+      LearnFrom(message);
+      continue;
+    }
     std::vector<std::uint8_t>& bytes = *message.bytes;
     if (IsTemplateChannel(message.channel)) {
       exporters_.NoteForeignTemplates(bytes, HasDomain(message.channel));
@@ -200,6 +205,13 @@ void Lane::TakeMessages() {
       if (trace_ != nullptr) trace_->Leave(status);
     }
   }
+}
+
+void Lane::LearnFrom(const ChannelMessage& message) {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  meters_->LearnFrom({message.exporter, *message.bytes, nullptr},
+                     std::chrono::duration_cast<std::chrono::microseconds>(now).count());
+  if (keeps_lessons_) handover_.Take(message.exporter, *message.bytes, {});
 }
 
 void Lane::WatchPolicies(Timestamp now) {

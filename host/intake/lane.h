@@ -43,6 +43,7 @@ struct LaneParts {
   CallTrace* trace = nullptr;  // may be null
   // Told of each exporter by whose templates records are decoded, in a lane's thread; may be empty.
   std::function<void(const Endpoint& exporter)> on_used = {};
+  Handover::OnRate on_rate = {};  // likewise, of what tells the rates of exporters
 };
 
 // What a lane has counted over some time.
@@ -132,6 +133,7 @@ class Lane final : private ChannelSink {
   void LookAtMeters(Timestamp now);
   void TeachFreshMeters(Timestamp now);
   void KeepLessons(const Endpoint& exporter, std::span<const std::uint8_t> datagram);
+  void LearnFrom(const ChannelMessage& message);
   bool IsHeldBack(const UdpPacket& packet);
   void NoteGrowth(const UdpPacket& packet);
   void Post(const GUID& channel, const CLSID& sender, std::span<std::uint8_t> message) override;

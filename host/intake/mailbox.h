@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Channel messages that wait for a lane. Any thread may post; the lane takes them between
-// datagrams.
+// Channel messages that wait for a lane, and what others tell of exporters. Any thread may post;
+// the lane takes them between datagrams.
 #pragma once
 
 #include <atomic>
@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "flowhandlers/guid.h"
+#include "host/base/endpoint.h"
 
 namespace flow::host {
 
@@ -19,7 +20,10 @@ namespace flow::host {
 struct ChannelMessage {
   GUID channel{};
   std::shared_ptr<std::vector<std::uint8_t>> bytes;
+  // Where the channel is kDatagrams: who sends such a datagram, which is to be learnt from alone.
+  Endpoint exporter{};
 };
+inline constexpr GUID kDatagrams{};
 
 class Mailbox {
  public:

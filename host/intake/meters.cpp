@@ -12,7 +12,6 @@
 #include "host/border/deaf_engine.h"
 #include "host/border/packet_context.h"
 #include "host/capture/made_headers.h"
-#include "host/intake/handover.h"
 #include "host/intake/lane.h"
 
 namespace flow::host {
@@ -95,26 +94,34 @@ std::uint64_t Meters::Reloads() const {
   return reloads;
 }
 
+void Meters::Learn(const Handover& handover, Timestamp now) {
+  handover.Teach([&](const Handover::Lesson& lesson) { Take(lesson, now); });
+  for (Component& component : components_) component.site->SpeakOfErrorsAlone(false);
+}
+
+void Meters::LearnFrom(const Handover::Lesson& lesson, Timestamp now) {
+  for (Component& component : components_) component.site->SpeakOfErrorsAlone(true);
+  Take(lesson, now);
+  for (Component& component : components_) component.site->SpeakOfErrorsAlone(false);
+}
+
 // Datagrams are counted by an engine that does not count. What the meters say meanwhile has been
 // said before.
-void Meters::Learn(const Handover& handover, Timestamp now) {
+void Meters::Take(const Handover::Lesson& lesson, Timestamp now) {
   DeafEngine engine(now);
   PacketContext context(nullptr);
   std::vector<std::uint8_t> space;
-  handover.Teach([&](const Handover::Lesson& lesson) {
-    if (lesson.message == nullptr) context.Set(MadePacket(lesson, now, &space));
-    const HeapScope scope(&account_);
-    for (Component& component : components_) {
-      if (lesson.message != nullptr && component.listener) {
-        std::vector<std::uint8_t>& bytes = *lesson.message->bytes;
-        component.listener->OnChannelMessage(lesson.message->channel,
-                                             static_cast<unsigned>(bytes.size()), bytes.data());
-      }
-      const bool counts = component.meter && component.protocol == kNetflowProtocol;
-      if (lesson.message == nullptr && counts) component.meter->Count(&engine, context.Payload());
+  if (lesson.message == nullptr) context.Set(MadePacket(lesson, now, &space));
+  const HeapScope scope(&account_);
+  for (Component& component : components_) {
+    if (lesson.message != nullptr && component.listener) {
+      std::vector<std::uint8_t>& bytes = *lesson.message->bytes;
+      component.listener->OnChannelMessage(lesson.message->channel,
+                                           static_cast<unsigned>(bytes.size()), bytes.data());
     }
-  });
-  for (Component& component : components_) component.site->SpeakOfErrorsAlone(false);
+    const bool counts = component.meter && component.protocol == kNetflowProtocol;
+    if (lesson.message == nullptr && counts) component.meter->Count(&engine, context.Payload());
+  }
 }
 
 }  // namespace flow::host

@@ -17,10 +17,10 @@
 #include "host/base/timestamp.h"
 #include "host/border/component_catalog.h"
 #include "host/border/site.h"
+#include "host/intake/handover.h"
 
 namespace flow::host {
 
-class Handover;
 struct LaneParts;
 
 class Meters {
@@ -57,12 +57,14 @@ class Meters {
   [[nodiscard]] bool HavePoliciesInForce() const;
   [[nodiscard]] std::uint64_t Reloads() const;
 
-  // Learn is for fresh ones.
+  // Learn is for fresh ones, LearnFrom for any.
   void Learn(const Handover& handover, Timestamp now);
+  void LearnFrom(const Handover::Lesson& lesson, Timestamp now);
 
  private:
   void Attach(const LaneParts& parts, const ComponentDescription& description, int number,
               bool is_fresh);
+  void Take(const Handover::Lesson& lesson, Timestamp now);
 
   HeapAccount account_;
   std::vector<Component> components_;

@@ -8,7 +8,7 @@ namespace flow::host {
 
 struct KafkaOptions {
   std::string brokers;              // HOST:PORT,HOST:PORT; empty for none
-  std::string topics = "flowhost";  // in front of ".flows", ".counters" and ".health"
+  std::string topics = "flowhost";  // in front of kTopicNames
   std::string settings_file;        // lines NAME=VALUE of librdkafka
   bool as_protobuf = false;         // in place of JSON
 };

@@ -31,6 +31,8 @@ class KafkaProducer final : public MessageSink {
 
   [[nodiscard]] bool Wants(Topic /*topic*/) const override { return true; }
   bool Put(Topic topic, std::string_view key, std::string_view message) override;
+  // Post is Put that does not wait; any thread.
+  bool Post(Topic topic, std::string_view key, std::string_view message);
   void Flush() override;
   void End() override;
   [[nodiscard]] std::uint64_t Lost() const override { return lost_; }

@@ -11,8 +11,8 @@
 
 namespace flow::host {
 
-enum class Topic : std::uint8_t { kFlows, kCounters, kHealth };
-inline constexpr std::string_view kTopicNames[] = {"flows", "counters", "health"};
+enum class Topic : std::uint8_t { kFlows, kCounters, kHealth, kTemplates };
+inline constexpr std::string_view kTopicNames[] = {"flows", "counters", "health", "templates"};
 
 // Used by one thread at a time, but for the last.
 class MessageSink {

@@ -11,6 +11,8 @@ import subprocess
 import sys
 import tempfile
 
+from kafka import Kafka
+
 failures = []
 
 
@@ -81,50 +83,24 @@ def members(text):
     return found
 
 
-class Kafka:
-    def __init__(self):
-        topics = [f"flowhost.{name}" for name in ("flows", "counters", "health")]
-        self.process = subprocess.Popen([MOCK_KAFKA, *topics], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
-        self.brokers = self.process.stdout.readline().strip()
-
-    def tell(self, words):
-        print(words, file=self.process.stdin, flush=True)
-        self.process.stdout.readline()
-
-    def read(self, topic):
-        """the messages of each partition"""
-        done = subprocess.run(["kcat", "-b", self.brokers, "-C", "-t", f"flowhost.{topic}", "-o", "beginning", "-e", "-q",
-                               "-f", r"%p %k %s\n"], capture_output=True, text=True, check=True)
-        rows = collections.defaultdict(list)
-        for line in done.stdout.splitlines():
-            partition, key, message = line.split(" ", 2)
-            rows[partition].append((key, json.loads(message)))
-        return rows
-
-    def decode(self, topic, kind):
-        """protobuf messages, one behind the other with their lengths in front"""
-        done = subprocess.run(["kcat", "-b", self.brokers, "-C", "-t", f"flowhost.{topic}", "-o", "beginning", "-e", "-q",
-                               "-D", "", "-f", "%R%s"], capture_output=True, check=True)
-        wrapped, at = b"", 0
-        while at < len(done.stdout):
-            size = int.from_bytes(done.stdout[at:at + 4], "big")
-            wrapped += b"\x0a" + varint(size) + done.stdout[at + 4:at + 4 + size]
-            at += 4 + size
-        outer = f'syntax = "proto3"; import "{PROTO.name}"; message All {{ repeated flowhost.{kind} all = 1; }}'
-        with tempfile.TemporaryDirectory() as folder:
-            (pathlib.Path(folder) / "all.proto").write_text(outer)
-            text = subprocess.run(["protoc", "-I", PROTO.parent, "-I", folder, "--decode", "All", "all.proto"],
-                                  input=wrapped, capture_output=True, check=True).stdout.decode()
-        return [members(part) for part in text.split("all {")[1:]]
-
-    def end(self):
-        self.process.stdin.close()
-        self.process.wait(10)
+def decode(cluster, topic, kind):
+    """protobuf messages, one behind the other with their lengths in front"""
+    wrapped, at, read = b"", 0, cluster.kcat(topic, "-D", "", "-f", "%R%s")
+    while at < len(read):
+        size = int.from_bytes(read[at:at + 4], "big")
+        wrapped += b"\x0a" + varint(size) + read[at + 4:at + 4 + size]
+        at += 4 + size
+    outer = f'syntax = "proto3"; import "{PROTO.name}"; message All {{ repeated flowhost.{kind} all = 1; }}'
+    with tempfile.TemporaryDirectory() as folder:
+        (pathlib.Path(folder) / "all.proto").write_text(outer)
+        text = subprocess.run(["protoc", "-I", PROTO.parent, "-I", folder, "--decode", "All", "all.proto"],
+                              input=wrapped, capture_output=True, check=True).stdout.decode()
+    return [members(part) for part in text.split("all {")[1:]]
 
 
 def kafka(folder):
     capture, said = made(folder, "v9", "--format", "netflow9", "--exporters", "4", "--records", "5000", "--minutes", "3")
-    cluster = Kafka()
+    cluster = Kafka(MOCK_KAFKA)
     done = replay(folder, "--kafka", cluster.brokers, capture, capture_output=True)
     expect("exit status", (done.returncode, done.stderr), (0, ""))
     partitions = cluster.read("flows").values()
@@ -133,8 +109,8 @@ def kafka(folder):
     expect("keys", all(key == flow["sampler_address"] for key, flow in flows), True)
     expect("each once", sorted(flow["number"] for _, flow in flows), list(range(1, len(flows) + 1)))
     expect("order", all(rows == sorted(rows, key=lambda row: row[1]["number"]) for rows in partitions), True)
-    counters = [row for rows in cluster.read("counters").values() for _, row in rows]
-    health = [row for rows in cluster.read("health").values() for _, row in rows]
+    counters = cluster.all("counters")
+    health = cluster.all("health")
     for tier in ("minute", "hour", "day"):
         total = sum(row["bytes"] for row in counters if (row["tier"], row["group"]) == (tier, "flowgens"))
         expect(f"bytes of exporters by {tier}", total, said["bytes"])
@@ -146,7 +122,7 @@ def kafka(folder):
 def no_answer(folder):
     """What requests without an answer brought is there, and is sent again: readers tell it by its number."""
     capture, said = made(folder, "v9", "--format", "netflow9", "--exporters", "4", "--records", "5000")
-    cluster = Kafka()
+    cluster = Kafka(MOCK_KAFKA)
     cluster.tell("fail 3")
     done = replay(folder, "--kafka", cluster.brokers, capture, capture_output=True)
     expect("exit status", (done.returncode, "never arrived" in done.stderr), (0, False))
@@ -158,7 +134,7 @@ def no_answer(folder):
 
 def broker_away(folder):
     capture, said = made(folder, "v5", "--format", "netflow5", "--exporters", "2", "--records", "3000")
-    cluster = Kafka()
+    cluster = Kafka(MOCK_KAFKA)
     cluster.tell("down")
     process = subprocess.Popen([FLOWHOST, "replay", "--plugin", PLUGIN, "--config", folder.parent / "policies", "--top", "0",
                                 "--kafka", cluster.brokers, capture], stdout=subprocess.DEVNULL,
@@ -175,15 +151,15 @@ def broker_away(folder):
 def protobuf(folder):
     """as protoc decodes it"""
     capture, said = made(folder, "v5", "--format", "netflow5", "--exporters", "2", "--records", "3000")
-    cluster = Kafka()
+    cluster = Kafka(MOCK_KAFKA)
     done = replay(folder, "--kafka", cluster.brokers, "--kafka-format", "protobuf", capture, capture_output=True)
     expect("exit status", (done.returncode, done.stderr), (0, ""))
-    flows = cluster.decode("flows", "Flow")
+    flows = decode(cluster, "flows", "Flow")
     expect("bytes and packets", sums(flows), (said["bytes"], said["packets"]))
     expect("an address", flows[0]["src_addr"].count("."), 3)
-    expect("records", sum(row["columns.records"] for row in cluster.decode("health", "Health")
+    expect("records", sum(row["columns.records"] for row in decode(cluster, "health", "Health")
                           if (row["tier"], row["kind"]) == ("day", "exporter")), said["records"])
-    expect("bytes of exporters", sum(row["columns.bytes"] for row in cluster.decode("counters", "Counter")
+    expect("bytes of exporters", sum(row["columns.bytes"] for row in decode(cluster, "counters", "Counter")
                                      if (row["tier"], row["group"]) == ("day", "flowgens")), said["bytes"])
     cluster.end()
 

@@ -2,6 +2,7 @@
 // A build without librdkafka.
 #include "host/base/error.h"
 #include "host/scale/kafka_producer.h"
+#include "host/scale/kafka_reader.h"
 
 namespace flow::host {
 
@@ -19,7 +20,23 @@ KafkaProducer::~KafkaProducer() = default;
 bool KafkaProducer::Put(Topic /*topic*/, std::string_view /*key*/, std::string_view /*message*/) {
   return false;
 }
+bool KafkaProducer::Post(Topic /*topic*/, std::string_view /*key*/, std::string_view /*message*/) {
+  return false;
+}
 void KafkaProducer::Flush() {}
 void KafkaProducer::End() {}
+
+void KafkaReader::Close::operator()(rd_kafka_s* /*consumer*/) const {}
+void KafkaReader::Close::operator()(rd_kafka_topic_s* /*topic*/) const {}
+void KafkaReader::Close::operator()(rd_kafka_queue_s* /*queue*/) const {}
+
+KafkaReader::KafkaReader(const KafkaOptions& /*options*/, std::string topic)
+    : topic_(std::move(topic)) {
+  throw HostError("this build of flowhost has no Kafka: it was made without librdkafka");
+}
+
+KafkaReader::~KafkaReader() = default;
+
+void KafkaReader::Poll(std::chrono::milliseconds /*most*/, const Visit& /*visit*/) {}
 
 }  // namespace flow::host
