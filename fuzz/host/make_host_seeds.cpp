@@ -215,6 +215,21 @@ void MakeFilterSeeds(const std::filesystem::path& root) {
   for (const std::string_view question : kQuestions) folder.Add(question);
 }
 
+constexpr std::string_view kLessons[] = {
+    R"({"kind":"templates","collector":"b","run":7,"sampler_address":"192.0.2.1","port":2055,)"
+    R"("told":5,"domain":9,"bytes":"0000000c0100000100010004"})",
+    R"({"kind":"templates","collector":"b","run":7,"sampler_address":"2001:db8::1","port":1,)"
+    R"("told":5,"bytes":"00010016012c00040008000100040022000400230001"})",
+    R"({"kind":"rate","collector":"b","run":7,"sampler_address":"192.0.2.1","port":2055,"told":5,)"
+    R"("bytes":"0009000200001388693000000000000100000007)"
+    R"(00010016012c00040008000100040022000400230001012c0010000000000000006401000000"})",
+};
+
+void MakeLessonSeeds(const std::filesystem::path& root) {
+  SeedFolder folder(root, "lesson");
+  for (const std::string_view lesson : kLessons) folder.Add(lesson);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -227,5 +242,6 @@ int main(int argc, char** argv) {
   MakeTemplateStateSeeds(argv[1]);
   MakeSequenceSeeds(argv[1]);
   MakeFilterSeeds(argv[1]);
+  MakeLessonSeeds(argv[1]);
   return 0;
 }
