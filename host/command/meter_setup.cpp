@@ -74,6 +74,7 @@ void MeterSetup::Start(LaneMode mode) {
                   site_settings_,     channels_,   console_};
   parts.trace = trace_ ? &*trace_ : nullptr;
   parts.on_rate = on_rate_;
+  parts.notes_numbers = notes_numbers_;
   if (!on_used_.empty()) {
     parts.on_used = [this](const Endpoint& exporter) {
       for (const auto& hear : on_used_) hear(exporter);

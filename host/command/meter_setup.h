@@ -35,6 +35,9 @@ class MeterSetup {
   // HearRecords has flows keep what else is counted for their records.
   void HearRecords() { catalog_.HearRecords(); }
 
+  // NoteNumbers has lanes say which sequence numbers came; before Start.
+  void NoteNumbers() { notes_numbers_ = true; }
+
   // Start makes the lanes; the meters read their policies here. Lanes work side by side where there
   // are several, and no trace wants the calls in order.
   void Start(LaneMode mode);
@@ -71,6 +74,7 @@ class MeterSetup {
   SiteSettings site_settings_;
   std::vector<std::function<void(const Endpoint&)>> on_used_;
   Handover::OnRate on_rate_;
+  bool notes_numbers_ = false;
   ChannelHub channels_;
   StandIns stand_ins_;
   std::optional<Lanes> lanes_;

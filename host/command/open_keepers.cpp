@@ -84,6 +84,7 @@ Keepers::Keepers(StoreOptions store, ClickHouseOptions clickhouse, const Message
                  MeterSetup& setup, Console& console, const ReplayedRun* replayed) {
   if (store.directory.empty() && clickhouse.url.empty() && !messages.Any()) return;
   setup.HearRecords();
+  if (!clickhouse.url.empty() || !messages.kafka.brokers.empty()) setup.NoteNumbers();
   const auto& groups = setup.catalog().groups();
   const std::string program = fmt::format("flowhost {}", BuildText());
   if (!store.directory.empty()) {

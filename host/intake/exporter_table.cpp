@@ -328,6 +328,7 @@ ExporterTable ExporterTable::Reap() {
   NoteRegulars();
   ExporterTable reaped;
   reaped.exporters_ = std::exchange(exporters_, {});
+  reaped.numbers_ = sequences_.TakeNumbers();
   const std::uint64_t evicted = sequences_.Evicted();
   reaped.streams_evicted_ = evicted - std::exchange(evicted_before_, evicted);
   return reaped;
@@ -339,6 +340,22 @@ void ExporterTable::Merge(const ExporterTable& other) {
     (known != exporters_.end() ? known->second : AddRow(key, counts.is_regular)).Add(counts);
   }
   streams_evicted_ += other.streams_evicted_;
+  MergeNumbers(other.numbers_);
+}
+
+void ExporterTable::MergeNumbers(const std::vector<StreamNumbers>& later) {
+  for (const StreamNumbers& numbers : later) {
+    const StreamKey key{numbers.exporter,   numbers.version.sflow, numbers.version.number,
+                        numbers.of_samples, numbers.stream,        numbers.run};
+    if (numbers_.size() >= SequenceTracker::kMostNoted && !number_places_.contains(key)) continue;
+    const auto [place, is_new] = number_places_.emplace(key, numbers_.size());
+    if (is_new) {
+      numbers_.push_back(numbers);
+      continue;
+    }
+    numbers_[place->second].next = numbers.next;
+    numbers_[place->second].came += numbers.came;
+  }
 }
 
 void ExporterTable::ForEach(

@@ -10,6 +10,7 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "host/base/endpoint.h"
@@ -114,7 +115,11 @@ class ExporterTable {
   // Reap hands out what was counted since it was last called; templates and sequence numbers stay.
   ExporterTable Reap();
 
-  // Merge adds what another table counted.
+  // NoteNumbers has it keep what sequence numbers came of each stream, by run.
+  void NoteNumbers() { sequences_.NoteNumbers(); }
+  [[nodiscard]] const std::vector<StreamNumbers>& numbers() const { return numbers_; }
+
+  // Merge adds what another table counted, later where both are of one lane.
   void Merge(const ExporterTable& other);
 
   // By address, port and version. Beyond the share of memory those that sent no record are one row
@@ -150,6 +155,8 @@ class ExporterTable {
   ExporterCounts& CountsOf(const ExportSource& key);
   ExporterCounts& AddRow(const ExportSource& key, bool is_regular);
   bool MakeRoom();
+  using StreamKey = std::tuple<Endpoint, bool, std::uint32_t, bool, std::uint64_t, std::uint32_t>;
+  void MergeNumbers(const std::vector<StreamNumbers>& later);
   void NoteRegulars();
   bool MakeRoomForTemplates();
   Described Describe(const MeteredDatagram& datagram, const ExportVersion& version,
@@ -182,6 +189,8 @@ class ExporterTable {
   bool has_new_user_ = false;
   bool has_lessons_ = false;
   SequenceTracker sequences_;
+  std::vector<StreamNumbers> numbers_;  // that were reaped, or merged
+  absl::flat_hash_map<StreamKey, std::size_t> number_places_;
   std::uint64_t streams_evicted_ = 0;  // in what was reaped
   std::uint64_t evicted_before_ = 0;
   std::uint64_t datagrams_ = 1;  // the number of the next

@@ -43,6 +43,7 @@ Lane::Lane(const LaneParts& parts, int number)
       engine_(*store_, *this),
       packet_(parts.trace) {
   if (trace_ != nullptr) trace_engine_.emplace(engine_, *trace_);
+  if (parts.notes_numbers) exporters_.NoteNumbers();
   meters_ = std::make_unique<Meters>(parts_, number_, false);
   channels_.Add(number_, mailbox_);
 }

@@ -44,6 +44,7 @@ struct LaneParts {
   // Told of each exporter by whose templates records are decoded, in a lane's thread; may be empty.
   std::function<void(const Endpoint& exporter)> on_used = {};
   Handover::OnRate on_rate = {};  // likewise, of what tells the rates of exporters
+  bool notes_numbers = false;     // which sequence numbers came of each stream
 };
 
 // What a lane has counted over some time.

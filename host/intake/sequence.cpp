@@ -4,6 +4,7 @@
 #include <absl/hash/hash.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "host/base/big_endian.h"
 
@@ -38,6 +39,13 @@ void ForEachSample(Bytes samples, Visit&& visit) {
   }
 }
 
+// A name that is the same in every process (FNV-1a), unlike a hash.
+constexpr std::uint64_t kNoName = 0xCBF2'9CE4'8422'2325;
+std::uint64_t NameOf(std::uint64_t name, std::string_view text) {
+  for (const char c : text) name = (name ^ static_cast<std::uint8_t>(c)) * 0x100'0000'01B3;
+  return name;
+}
+
 void Append(Bytes bytes, std::vector<std::uint8_t>* out) {
   out->insert(out->end(), bytes.begin(), bytes.end());
 }
@@ -65,7 +73,56 @@ void SequenceTracker::Take(const NumberedDatagram& datagram, SequenceGaps* gaps,
 // Engines and domains of an exporter number apart.
 void SequenceTracker::TakeDomain(Kind kind, std::uint32_t domain, const NumberedDatagram& datagram,
                                  const Numbered& numbered, SequenceGaps* gaps) {
-  tables_[kind].Of(absl::HashOf(datagram.exporter, domain)).Take(numbered, gaps);
+  TakeStream(&tables_[kind].Of(absl::HashOf(datagram.exporter, domain)), datagram, numbered, gaps,
+             [domain](StreamNumbers* named) { named->stream = domain; });
+}
+
+StreamNumbers* SequenceTracker::NumbersOf(SequenceStream* stream) {
+  const bool is_noted = stream->mark().turn == turn_;
+  if (is_noted && noted_[stream->mark().index].run == stream->moves()) {
+    return &noted_[stream->mark().index];
+  }
+  return nullptr;
+}
+
+// What a number brought is what the stream went on by, less what it left out, and what came late. A
+// run that has proved to be one brings all of it; one that the stream comes back to this number.
+template <class Name>
+void SequenceTracker::TakeStream(SequenceStream* stream, const NumberedDatagram& datagram,
+                                 const Numbered& numbered, SequenceGaps* gaps, Name&& name) {
+  if (!notes_numbers_) return stream->Take(numbered, gaps);
+  const bool was_started = stream->is_started();
+  const std::uint32_t moves = stream->moves();
+  const std::uint32_t next = stream->next();
+  const SequenceGaps before = *gaps;
+  stream->Take(numbered, gaps);
+  const bool is_anew = !was_started || stream->moves() != moves;
+  const bool is_back =
+      was_started && is_anew && gaps->restarts + gaps->jumps == before.restarts + before.jumps;
+  const auto missing = static_cast<std::uint32_t>(gaps->missing - before.missing);
+  std::uint32_t advance = stream->next() - (is_anew ? stream->start() : next);
+  if (is_back) advance = std::min(advance, missing + numbered.units.value_or(0));
+  const std::uint32_t in_time = advance - std::min(advance, missing);
+  const std::uint64_t came = in_time + (gaps->came - before.came);
+  if (came == 0 && !is_anew) return;
+  StreamNumbers* numbers = NumbersOf(stream);
+  if (numbers == nullptr) {
+    if (noted_.size() >= kMostNoted) return;
+    stream->mark() = {turn_, static_cast<std::uint32_t>(noted_.size())};
+    numbers = &noted_.emplace_back();
+    numbers->exporter = datagram.exporter;
+    numbers->version = datagram.version;
+    numbers->run = stream->moves();
+    numbers->first = stream->next() - (is_anew ? advance : in_time);
+    name(numbers);
+  }
+  numbers->next = stream->next();
+  numbers->came += came;
+}
+
+std::vector<StreamNumbers> SequenceTracker::TakeNumbers() {
+  ++turn_;
+  return std::exchange(noted_, {});
 }
 
 // Earlier versions number datagrams alike, but their samples do not tell their lengths.
@@ -76,12 +133,21 @@ void SequenceTracker::TakeSFlow(const NumberedDatagram& datagram, SequenceGaps* 
   if (number_at == bytes.size()) return;
   const std::string_view sender(reinterpret_cast<const char*>(bytes.data()), number_at);
   const std::uint64_t agent = absl::HashOf(datagram.exporter, sender);
-  tables_[kSFlow].Of(agent).Take({Be32(bytes.data() + number_at), 1, datagram.time}, gaps);
+  TakeStream(&tables_[kSFlow].Of(agent), datagram,
+             {Be32(bytes.data() + number_at), 1, datagram.time}, gaps,
+             [sender](StreamNumbers* named) { named->stream = NameOf(kNoName, sender); });
   if (datagram.version.number != 5) return;
   ForEachSample(bytes.subspan(number_at + 12), [&](std::uint32_t type, Bytes sample) {
     const std::uint32_t index = type >= 3 ? Be32(sample.data() + 16) : 0;
     const std::uint64_t stream = absl::HashOf(agent, type, Be32(sample.data() + 12), index);
-    tables_[kSamples].Of(stream).Take({Be32(sample.data() + 8), 1, datagram.time}, samples);
+    TakeStream(&tables_[kSamples].Of(stream), datagram, {Be32(sample.data() + 8), 1, datagram.time},
+               samples, [&](StreamNumbers* named) {
+                 const std::uint8_t* const source = sample.data() + 12;
+                 const std::string_view place(reinterpret_cast<const char*>(source),
+                                              type >= 3 ? 8 : 4);
+                 named->of_samples = true;
+                 named->stream = NameOf(NameOf(kNoName + type, sender), place);
+               });
   });
 }
 
@@ -112,5 +178,7 @@ std::string_view UnitOf(const ExportVersion& version) {
   if (version.number == 5) return "flows";
   return version.number == 10 ? "records" : "";
 }
+
+std::string_view StreamNumbers::Unit() const { return of_samples ? "samples" : UnitOf(version); }
 
 }  // namespace flow::host

@@ -118,6 +118,7 @@ void SequenceStream::ChangeCounting(Counting counting, const Numbered& numbered,
   counting_ = counting;
   aside_ = Aside::kNothing;
   other_hits_ = 0;
+  ++moves_;
   Run().Start(SpanOf(numbered));
 }
 
@@ -222,6 +223,7 @@ void SequenceStream::ChangeRun(Timestamp time, SequenceGaps* gaps) {
       aside == Aside::kNothing && other.next() - Run().next() <= Datagrams(kLongestDelay);
   other_hits_ = is_overtaken ? 0 : kHitsOfARun - 1;
   current_ ^= 1U;
+  ++moves_;
   other_taken_ = taken_;
 }
 

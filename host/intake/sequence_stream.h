@@ -45,6 +45,20 @@ class SequenceStream {
  public:
   void Take(const Numbered& numbered, SequenceGaps* gaps);
 
+  [[nodiscard]] bool is_started() const { return is_started_; }
+  // The numbers of the run that the stream is in, and how often it has changed to another one, or
+  // to another way of counting.
+  [[nodiscard]] std::uint32_t start() const { return runs_[current_].start(); }
+  [[nodiscard]] std::uint32_t next() const { return runs_[current_].next(); }
+  [[nodiscard]] std::uint32_t moves() const { return moves_; }
+
+  // Where it is noted: the user's own.
+  struct Mark {
+    std::uint32_t turn = 0;
+    std::uint32_t index = 0;
+  };
+  Mark& mark() { return mark_; }
+
  private:
   enum class Counting : std::uint8_t { kBefore, kIncluded, kMessages };
   // What has come since the last number of the run at hand.
@@ -88,6 +102,8 @@ class SequenceStream {
   std::optional<std::uint32_t> last_units_;
   std::uint32_t step_ = 1;   // units that go with a number, about the most
   std::uint32_t taken_ = 0;  // numbers, modulo 2^32
+  std::uint32_t moves_ = 0;
+  Mark mark_;
   std::uint64_t units_ = 0;  // that came
   Timestamp first_time_ = 0;
   Timestamp last_time_ = 0;

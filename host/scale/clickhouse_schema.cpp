@@ -7,6 +7,7 @@
 #include <iterator>
 #include <vector>
 
+#include "host/scale/stream_sql.h"
 #include "host/store/exporter_rows.h"
 #include "host/store/schema.h"
 
@@ -54,6 +55,11 @@ constexpr RawTable kTables[] = {
      "tier String, bucket UInt32, collector String, run UInt64, part UInt32, exporter String, "
      "port UInt16, version String, place String, reason String, count UInt64, unit String",
      kByTier, "tier, bucket, collector, run, part, exporter, port, version, place, reason", ""},
+    {"raw_streams",
+     "bucket UInt32, collector String, run UInt64, part UInt32, exporter String, port UInt16, "
+     "version String, unit String, stream UInt64, segment UInt32, first UInt32, next UInt32, "
+     "came UInt64",
+     kByDay, "bucket, collector, run, part, exporter, port, version, unit, stream, segment", ""},
     {"raw_runs",
      "collector String, run UInt64, started UInt32, alive UInt32, ended UInt32, how String, "
      "program String, written UInt64",
@@ -228,6 +234,8 @@ struct View {
 };
 constexpr View kViews[] = {
     {"exporters", kExporters},
+    {"stream_numbers", kStreamNumbers},
+    {"stream_losses", kStreamLosses},
     {"gaps", "SELECT started, ended, reason, collector FROM raw_gaps FINAL"},
     {"runs",
      "SELECT run, started, alive, nullIf(ended, 0) AS ended_at, how, program, collector "

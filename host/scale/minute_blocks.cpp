@@ -90,7 +90,7 @@ void MinuteBlocks::WriteBetween(std::int64_t bucket) {
   Rows rows(*this, "raw_buckets", at);
   for (; at < bucket; at += kMinuteSeconds) {
     const BucketSums empty{.ran = kMinuteSeconds};
-    WriteBucket(kMinute, at, empty, BeginPart(kMinute, at), &rows);
+    WriteBucket(kMinute, at, empty, parts_.Begin(kMinute, at), &rows);
     if (hour_.bucket == StartOf(kHour, at)) hour_.sums.Add(empty);
   }
 }
@@ -109,20 +109,12 @@ void MinuteBlocks::EndDay() {
 }
 
 void MinuteBlocks::WriteSpan(std::size_t tier, const TierSpan& span) {
-  const std::uint32_t part = BeginPart(tier, span.bucket);
+  const std::uint32_t part = parts_.Begin(tier, span.bucket);
   WriteCounters(tier, span, part);
   WriteHealth(tier, span, part);
+  WriteNumbers(span, part);
   Rows rows(*this, "raw_buckets", span.bucket);
   WriteBucket(tier, span.bucket, span.sums, part, &rows);
-}
-
-// From 1; what is long past is not told apart any more.
-std::uint32_t MinuteBlocks::BeginPart(std::size_t tier, std::int64_t bucket) {
-  constexpr std::size_t kMostKnown = 10'000;
-  auto& parts = parts_[tier];
-  const std::uint32_t part = ++parts[bucket];
-  if (parts.size() > kMostKnown) parts.erase(parts.begin());
-  return part;
 }
 
 void MinuteBlocks::WriteCounters(std::size_t tier, const TierSpan& span, std::uint32_t part) {
@@ -162,6 +154,26 @@ void MinuteBlocks::WriteHealth(std::size_t tier, const TierSpan& span, std::uint
   Rows losses(*this, "raw_losses", span.bucket);
   for (const auto& [key, count] : span.losses) {
     begin(&losses, key.source).Text(key.place).Text(key.reason).Put(count).Text(key.unit);
+  }
+}
+
+void MinuteBlocks::WriteNumbers(const TierSpan& minute, std::uint32_t part) {
+  Rows rows(*this, "raw_streams", minute.bucket);
+  for (const StreamNumbers& numbers : minute.numbers) {
+    rows.Row()
+        .Put(Seconds(minute.bucket))
+        .Text(sending_.collector)
+        .Put(sending_.run)
+        .Put(part)
+        .Text(numbers.exporter.address.Text())
+        .Put(numbers.exporter.port)
+        .Text(numbers.version.Text())
+        .Text(numbers.Unit())
+        .Put(numbers.stream)
+        .Put(numbers.run)
+        .Put(numbers.first)
+        .Put(numbers.next)
+        .Put(numbers.came);
   }
 }
 

@@ -2,9 +2,7 @@
 // Minutes as blocks, and the hours and days that they add up to.
 #pragma once
 
-#include <array>
 #include <cstdint>
-#include <map>
 #include <span>
 #include <string>
 #include <string_view>
@@ -12,6 +10,7 @@
 #include "host/engine/group_info.h"
 #include "host/scale/flow_blocks.h"
 #include "host/scale/row_binary.h"
+#include "host/scale/span_parts.h"
 #include "host/scale/tier_span.h"
 #include "host/store/schema.h"
 
@@ -40,9 +39,9 @@ class MinuteBlocks {
   void WriteSpan(std::size_t tier, const TierSpan& span);
   void WriteCounters(std::size_t tier, const TierSpan& span, std::uint32_t part);
   void WriteHealth(std::size_t tier, const TierSpan& span, std::uint32_t part);
+  void WriteNumbers(const TierSpan& minute, std::uint32_t part);
   void WriteBucket(std::size_t tier, std::int64_t bucket, const BucketSums& sums,
                    std::uint32_t part, Rows* rows);
-  std::uint32_t BeginPart(std::size_t tier, std::int64_t bucket);
   void WriteBetween(std::int64_t bucket);
   void WriteNotes(const StoredMinute& minute);
   void WriteGroups(std::int64_t now);
@@ -55,8 +54,7 @@ class MinuteBlocks {
   std::string program_;
   FlowBlocks::NextNumber next_;
   FlowBlocks::Take take_;
-  // How often a span has been written: captures may be out of order, and clocks set back.
-  std::array<std::map<std::int64_t, std::uint32_t>, std::size(kTiers)> parts_;
+  SpanParts parts_;
   TierSpan hour_;
   TierSpan day_;
   std::int64_t started_ = 0;

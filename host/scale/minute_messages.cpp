@@ -33,6 +33,12 @@ constexpr MessageField kPlace{"place", 12};
 constexpr MessageField kReason{"reason", 13};
 constexpr MessageField kCount{"count", 14};
 constexpr MessageField kUnit{"unit", 15};
+constexpr MessageField kStream{"stream", 16};
+constexpr MessageField kSegment{"segment", 17};
+constexpr MessageField kFirst{"first", 18};
+constexpr MessageField kNext{"next", 19};
+constexpr MessageField kCame{"came", 20};
+constexpr MessageField kPart{"part", 21};
 
 }  // namespace field
 }  // namespace
@@ -62,6 +68,7 @@ void MinuteMessages::EndSpan(std::size_t tier) {
 }
 
 void MinuteMessages::PutSpan(std::size_t tier, const TierSpan& span) {
+  part_ = parts_.Begin(tier, span.bucket);
   if (sink_.Wants(Topic::kCounters)) PutCounters(tier, span);
   if (sink_.Wants(Topic::kHealth)) PutHealth(tier, span);
   sink_.Flush();
@@ -76,6 +83,7 @@ MessageRow& MinuteMessages::Begin(std::string_view kind, std::size_t tier, const
   row.Add(field::kNumber, ++number_);
   row.Add(field::kTier, kTiers[tier].name);
   row.Add(field::kBucket, static_cast<std::uint64_t>(span.bucket));
+  row.Add(field::kPart, part_);
   return row;
 }
 
@@ -142,6 +150,18 @@ void MinuteMessages::PutHealth(std::size_t tier, const TierSpan& span) {
     row.Add(field::kCount, count);
     row.Add(field::kUnit, key.unit);
     sink_.Put(Topic::kHealth, std::get<0>(key.source), row.End());
+  }
+  for (const StreamNumbers& numbers : span.numbers) {
+    const std::string exporter = numbers.exporter.address.Text();
+    MessageRow& row =
+        BeginOf("stream", tier, span, {exporter, numbers.exporter.port, numbers.version.Text()});
+    row.Add(field::kUnit, numbers.Unit());
+    row.Add(field::kStream, numbers.stream);
+    row.Add(field::kSegment, numbers.run);
+    row.Add(field::kFirst, numbers.first);
+    row.Add(field::kNext, numbers.next);
+    row.Add(field::kCame, numbers.came);
+    sink_.Put(Topic::kHealth, exporter, row.End());
   }
 }
 

@@ -11,6 +11,7 @@
 #include "host/base/printable.h"
 #include "host/scale/flow_blocks.h"
 #include "host/scale/message.h"
+#include "host/scale/span_parts.h"
 #include "host/scale/tier_span.h"
 #include "host/store/schema.h"
 
@@ -42,6 +43,8 @@ class MinuteMessages {
   std::uint64_t run_;
   std::string collector_;
   MessageSink& sink_;
+  SpanParts parts_;
+  std::uint32_t part_ = 0;                           // of the span that is being put
   std::uint64_t number_ = 0;                         // of a message of the run, from 1
   std::array<TierSpan, std::size(kTiers)> running_;  // the minute's is not used
 };

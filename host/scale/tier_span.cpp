@@ -49,6 +49,7 @@ TierSpan TierSpan::OfMinute(StoredMinute minute) {
   TierSpan span;
   span.bucket = minute.bucket;
   span.counts = std::move(minute.counts);
+  span.numbers = std::move(minute.numbers);
   for (const ExporterHealth& exporter : minute.exporters) {
     Health health{std::string(UnitOf(exporter.row.key.version)), ClockOf(exporter.row), {}};
     for (const HealthColumn& column : HealthColumns()) {

@@ -47,6 +47,7 @@ struct TierSpan {
   TierCounts counts;
   std::map<Source, Health> health;
   std::map<LossKey, std::uint64_t> losses;
+  std::vector<StreamNumbers> numbers;  // of a minute alone
   BucketSums sums;
 
   // Of a minute, whose counts are taken over.

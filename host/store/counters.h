@@ -42,6 +42,7 @@ struct StoredMinute {
   std::int64_t to = 0;
   TierCounts counts;
   std::vector<ExporterHealth> exporters;
+  std::vector<StreamNumbers> numbers;  // of these exporters, where somebody wants them
   Losses losses;
   std::vector<KeyNote> notes;
   std::uint64_t flows = 0;

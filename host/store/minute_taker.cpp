@@ -4,7 +4,9 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <charconv>
+#include <tuple>
 #include <utility>
 
 #include "host/base/memory_budget.h"
@@ -82,11 +84,38 @@ void MinuteTaker::TakeExporters(StoredMinute* minute) {
   for (const auto& group : counted_->groups()) {
     if (group->info.guid == kExporterGroup) notes = &group->notes;
   }
-  for (const ExporterTable::Row& row : std::exchange(exporters_, {}).Rows()) {
+  const ExporterTable table = std::exchange(exporters_, {});
+  TakeNumbers(table, minute);
+  for (const ExporterTable::Row& row : table.Rows()) {
     ExporterHealth& health = minute->exporters.emplace_back(ExporterHealth{row});
     IpAddress& address = health.row.key.endpoint.address;
     health.sampling_rate = SamplingRateOf(notes, address);
     address = stand_ins_.RealOf(address);
+  }
+}
+
+// A stream's runs have numbers of their own within the minute, from 0. Who is not worth a row has
+// none here either.
+void MinuteTaker::TakeNumbers(const ExporterTable& table, StoredMinute* minute) const {
+  std::vector<StreamNumbers>& numbers = minute->numbers;
+  absl::flat_hash_set<ExportSource> sources;
+  if (!table.numbers().empty()) {
+    for (const ExporterTable::Row& row : table.Rows()) sources.insert(row.key);
+  }
+  for (const StreamNumbers& one : table.numbers()) {
+    if (!sources.contains({one.exporter, one.version})) continue;
+    numbers.push_back(one);
+    numbers.back().exporter.address = stand_ins_.RealOf(one.exporter.address);
+  }
+  const auto stream = [](const StreamNumbers& one) {
+    return std::tie(one.exporter, one.version, one.of_samples, one.stream);
+  };
+  std::ranges::sort(numbers, [&](const StreamNumbers& a, const StreamNumbers& b) {
+    return std::tuple_cat(stream(a), std::tie(a.run)) < std::tuple_cat(stream(b), std::tie(b.run));
+  });
+  for (std::size_t i = 0; i < numbers.size(); ++i) {
+    const bool goes_on = i > 0 && stream(numbers[i]) == stream(numbers[i - 1]);
+    numbers[i].run = goes_on ? numbers[i - 1].run + 1 : 0;
   }
 }
 

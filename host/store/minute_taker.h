@@ -43,6 +43,7 @@ class MinuteTaker {
  private:
   std::shared_ptr<CountedMinute> EndMinute(const Tick& tick);
   void TakeExporters(StoredMinute* minute);
+  void TakeNumbers(const ExporterTable& table, StoredMinute* minute) const;
   void TakeNotes(StoredMinute* minute);
 
   std::span<const GroupInfo> groups_;

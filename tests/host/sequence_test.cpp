@@ -105,6 +105,37 @@ TEST_P(SequenceStreams, Count) {
   EXPECT_EQ(gaps.jumps, GetParam().jumps);
 }
 
+// What lies between the numbers that are noted, less what came, is what was lost: in whatever spans
+// of time it is told.
+TEST_P(SequenceStreams, AreNoted) {
+  for (const int takes : {1000, 1}) {
+    SequenceTracker tracker;
+    tracker.NoteNumbers();
+    SequenceGaps gaps;
+    std::vector<StreamNumbers> noted;
+    int taken = 0;
+    for (const Number& number : GetParam().numbers) {
+      std::uint8_t header[16] = {0, 10, 0, 16, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7};
+      for (int i = 0; i < 4; ++i) {
+        header[8 + i] = static_cast<std::uint8_t>(number.number >> (24 - 8 * i));
+      }
+      std::optional<std::uint32_t> units;
+      if (number.units >= 0) units = static_cast<std::uint32_t>(number.units);
+      tracker.Take({{}, {false, 10}, 0, header, units}, &gaps, &gaps);
+      if (++taken % takes != 0) continue;
+      for (const StreamNumbers& one : tracker.TakeNumbers()) noted.push_back(one);
+    }
+    for (const StreamNumbers& one : tracker.TakeNumbers()) noted.push_back(one);
+    std::int64_t lost = 0;
+    for (std::size_t i = 0; i < noted.size(); ++i) {
+      const bool goes_on = i > 0 && noted[i].run == noted[i - 1].run;
+      const std::uint32_t from = goes_on ? noted[i - 1].next : noted[i].first;
+      lost += std::int64_t{noted[i].next - from} - static_cast<std::int64_t>(noted[i].came);
+    }
+    EXPECT_EQ(lost, static_cast<std::int64_t>(GetParam().lost)) << takes << " at a time";
+  }
+}
+
 void PrintTo(const Case& row, std::ostream* out) { *out << row.name; }
 
 INSTANTIATE_TEST_SUITE_P(, SequenceStreams, testing::ValuesIn(kCases),
