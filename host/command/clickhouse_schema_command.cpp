@@ -17,7 +17,11 @@ int RunClickHouseSchema(const ClickHouseSchemaOptions& options) {
   for (const ComponentDescription& component : DescribeComponents(library.package())) {
     if (component.group) described.push_back(*component.group);
   }
-  const std::string schema = ClickHouseSchema(GroupCatalog(described).groups(), options.cluster);
+  const GroupCatalog catalog(described);
+  std::string schema = ClickHouseSchema(catalog.groups(), options.cluster);
+  if (!options.kafka.brokers.empty()) {
+    schema += KafkaSchema(catalog.groups(), options.kafka.brokers, options.kafka.topics);
+  }
   const bool is_written = std::fwrite(schema.data(), 1, schema.size(), stdout) == schema.size();
   return is_written && std::fflush(stdout) == 0 ? kExitOk : kExitTrouble;
 }

@@ -397,6 +397,17 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
         return IsSqlName(name) ? ""
                                : "'" + Printable(name) + "' is no name of letters, digits and _";
       });
+  CLI::Option* const schema_kafka =
+      schema_app
+          ->add_option("--kafka", schema.kafka.brokers,
+                       "Tables that read what collectors send to this Kafka, too, and views "
+                       "that bring it into the others")
+          ->type_name("HOST:PORT,...");
+  schema_app
+      ->add_option("--kafka-topics", schema.kafka.topics,
+                   "What the topics' names begin with (default: flowhost)")
+      ->type_name("NAME")
+      ->needs(schema_kafka);
 
   const AskCommandLine ask(&app);
   AddDescribe(&app);

@@ -74,6 +74,7 @@ struct InfoOptions {
 struct ClickHouseSchemaOptions {
   std::string plugin;
   std::string cluster;  // empty for one server
+  KafkaOptions kafka;
 };
 
 struct StoreCommandOptions {

@@ -44,5 +44,9 @@ std::string SpanOfCounters(std::string_view group, std::span<const std::string> 
 // nothing that is there. `cluster`: what the servers' settings call them together, each of which
 // has all statements; empty for one server.
 std::string ClickHouseSchema(std::span<const GroupInfo> groups, const std::string& cluster);
+// The same of tables that read a Kafka's topics, and of views that bring what they read into the
+// raw tables.
+std::string KafkaSchema(std::span<const GroupInfo> groups, std::string_view brokers,
+                        std::string_view topics);
 
 }  // namespace flow::host

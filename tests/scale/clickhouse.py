@@ -12,14 +12,14 @@ import urllib.parse
 
 CONFIG = """<yandex>
 <logger><level>error</level><console>1</console></logger>
-<http_port>{http}</http_port><tcp_port>{tcp}</tcp_port><listen_host>127.0.0.1</listen_host>
+<http_port>{http}</http_port><tcp_port>{tcp}</tcp_port><listen_host>{listen}</listen_host>
 <path>{folder}/data/</path><tmp_path>{folder}/tmp/</tmp_path><mark_cache_size>67108864</mark_cache_size>
 <users_config>users.xml</users_config><default_profile>default</default_profile><default_database>default</default_database>
 <remote_servers><all>{shards}</all></remote_servers>
-</yandex>"""
+{extra}</yandex>"""
 SHARD = "<shard><replica><host>127.0.0.1</host><port>{}</port></replica></shard>"
-USERS = """<yandex><profiles><default></default></profiles><quotas><default></default></quotas><users>
-<default><password></password><networks><ip>127.0.0.1</ip></networks><profile>default</profile><quota>default</quota></default>
+USERS = """<yandex><profiles><default>{profile}</default></profiles><quotas><default></default></quotas><users>
+<default><password></password><networks>{networks}</networks><profile>default</profile><quota>default</quota></default>
 <flows><password>se'cret</password><networks><ip>127.0.0.1</ip></networks><profile>default</profile><quota>default</quota></flows>
 </users></yandex>"""
 
@@ -31,13 +31,15 @@ def free_port():
 
 
 class Server:
-    def __init__(self, folder, tcp=None, cluster=()):
+    def __init__(self, folder, tcp=None, cluster=(), profile="", listen="127.0.0.1", extra=""):
         """cluster: the TCP ports of all servers of the cluster "all"; this one's is `tcp`"""
         self.folder, self.port, self.process = pathlib.Path(folder), free_port(), None
         self.folder.mkdir()
         shards = "".join(SHARD.format(port) for port in cluster)
-        (self.folder / "config.xml").write_text(CONFIG.format(http=self.port, tcp=tcp or free_port(), folder=folder, shards=shards))
-        (self.folder / "users.xml").write_text(USERS)
+        (self.folder / "config.xml").write_text(CONFIG.format(
+            http=self.port, tcp=tcp or free_port(), folder=folder, shards=shards, listen=listen, extra=extra))
+        (self.folder / "users.xml").write_text(USERS.format(
+            profile=profile, networks="<ip>127.0.0.1</ip>" if listen == "127.0.0.1" else "<ip>10.0.0.0/8</ip><ip>127.0.0.1</ip>"))
         self.start()
 
     def start(self):
