@@ -160,13 +160,24 @@ std::string HealthSelect(std::string_view tier, std::string_view condition) {
       outer, inner, tier, condition);
 }
 
+// What went between collectors, in the minutes behind it.
+std::string LostBetween(std::string_view tier, std::string_view condition) {
+  const Tier& span = *std::ranges::find(kTiers, tier, &Tier::name);
+  return fmt::format(
+      "SELECT toUInt32(intDiv(r_bucket, {0}) * {0}) AS bucket, exporter, port, version, 'way' AS "
+      "place, 'collectors' AS reason, sum(r_between) AS count, unit\n"
+      "FROM (SELECT bucket AS r_bucket, exporter, port, version, unit, between AS r_between\n"
+      "      FROM ({1}))\nWHERE r_between > 0 GROUP BY bucket, exporter, port, version, unit",
+      span.seconds, StreamLossesSql(condition));
+}
+
 std::string LossesSelect(std::string_view tier, std::string_view condition) {
   return fmt::format(
       "SELECT bucket, exporter, port, version, place, reason, sum(r_count) AS count, any(r_unit) "
       "AS unit\nFROM (SELECT bucket, exporter, port, version, place, reason, count AS r_count, "
       "unit AS r_unit\n      FROM raw_losses FINAL WHERE tier = '{}'{})\n"
-      "GROUP BY bucket, exporter, port, version, place, reason",
-      tier, condition);
+      "GROUP BY bucket, exporter, port, version, place, reason\nUNION ALL {}",
+      tier, condition, LostBetween(tier, condition));
 }
 
 // A bucket ran as long as the one collector did that ran shortest.
@@ -234,8 +245,6 @@ struct View {
 };
 constexpr View kViews[] = {
     {"exporters", kExporters},
-    {"stream_numbers", kStreamNumbers},
-    {"stream_losses", kStreamLosses},
     {"gaps", "SELECT started, ended, reason, collector FROM raw_gaps FINAL"},
     {"runs",
      "SELECT run, started, alive, nullIf(ended, 0) AS ended_at, how, program, collector "
@@ -270,6 +279,8 @@ constexpr View kViews[] = {
 std::string Views(std::span<const GroupInfo> groups) {
   std::string views = CreateView("buckets", BucketsSelect(""));
   for (const View& view : kViews) views += CreateView(view.name, view.select);
+  views += CreateView("stream_numbers", StreamNumbersSql(""));
+  views += CreateView("stream_losses", StreamLossesSql(""));
   for (const Tier& tier : kTiers) {
     views += CreateView(TierTable("health", tier), HealthSelect(tier.name, ""));
     views += CreateView(TierTable("losses", tier), LossesSelect(tier.name, ""));
