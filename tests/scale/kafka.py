@@ -21,12 +21,18 @@ class Kafka:
         return subprocess.run(["kcat", "-b", self.brokers, "-C", "-t", f"flowhost.{topic}", "-o", "beginning", "-e", "-q",
                                *options], capture_output=True, check=True, **how).stdout
 
+    def put(self, topic, *messages):
+        """without keys"""
+        subprocess.run(["kcat", "-b", self.brokers, "-P", "-t", f"flowhost.{topic}"], input="\n".join(messages), text=True,
+                       check=True, capture_output=True)
+
     def read(self, topic):
         """the messages of each partition, with their keys"""
         rows = collections.defaultdict(list)
         for line in self.kcat(topic, "-f", r"%p\t%k\t%s\n", text=True).splitlines():
             partition, key, message = line.split("\t", 2)
-            rows[partition].append((key, json.loads(message)))
+            if message.startswith("{"):
+                rows[partition].append((key, json.loads(message)))
         return rows
 
     def all(self, topic):

@@ -126,6 +126,12 @@ def moves(folder):
     exporters[0].count(first)
     third = Collector("third", folder, kafka)
     wait_for("told what was read", lambda: "7 templates and 3 sampling rates learnt from Kafka topic" in third.log(), 5)
+    # What is older than what is known, and what is nothing, changes nothing.
+    stale = next(row for row in kafka.all("templates") if (row["collector"], row["kind"], row["sampler_address"]) ==
+                 ("first", "templates", exporters[0].address))
+    kafka.put("templates", json.dumps({**stale, "collector": "late", "told": 1}), "no JSON",
+              json.dumps({**stale, "collector": "odd", "bytes": stale["bytes"][:-3]}), '{"kind":"rate"}')
+    time.sleep(0.5)
     for exporter in exporters:
         exporter.count(third)
     wait_for("all metered", lambda: sum(row["records"] for row in third.rows()) == len(exporters) * RECORDS, 10)
@@ -137,11 +143,11 @@ def moves(folder):
     wanted = {(one, exporter.address): whole for one in ("first", "second", "third") for exporter in exporters}
     wanted["first", exporters[0].address] *= 2
     expect("bytes, each at its rate", dict(counted(kafka)), wanted)
-    keys = [key for rows in kafka.read("templates").values() for key, _ in rows]
+    keys = [key for rows in kafka.read("templates").values() for key, _ in rows if key]
     expect("said once by each who was told", sorted(collections.Counter(keys).values()), 6 * [1] + 3 * [2])
     places = collections.defaultdict(set)
     for partition, rows in kafka.read("templates").items():
-        for key, _ in rows:
+        for key, _ in filter(lambda row: row[0], rows):
             places[key.split(" ")[0]].add(partition)
     expect("an exporter's in one partition", {len(one) for one in places.values()}, {1})
     kafka.end()
