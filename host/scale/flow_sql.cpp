@@ -104,6 +104,38 @@ bool IsEmpty(const Expression& filter) {
   return filter.kind != Expression::Kind::kCondition && filter.parts.empty();
 }
 
+bool IsAtLeast(const Condition& condition) {
+  const bool is_sum = condition.field == FilterField::kBytes ||
+                      condition.field == FilterField::kPackets ||
+                      condition.field == FilterField::kDuration;
+  return is_sum && (condition.comparison == Comparison::kMore ||
+                    condition.comparison == Comparison::kAtLeast);
+}
+
+// What all parts between two ends have together where one of their flows passes: no flow has more
+// than all of them. Empty where that says nothing.
+Expression OfAllParts(const Expression& whole) {
+  if (whole.kind == Expression::Kind::kCondition) {
+    return IsAtLeast(whole.condition) ? whole : Expression();
+  }
+  Expression all;
+  all.kind = whole.kind;
+  for (const Expression& part : whole.parts) {
+    Expression of_part = OfAllParts(part);
+    if (!IsEmpty(of_part)) all.parts.push_back(std::move(of_part));
+  }
+  const bool lacks_some = all.parts.size() < whole.parts.size();
+  const bool says_nothing =
+      whole.kind == Expression::Kind::kNot || (whole.kind == Expression::Kind::kOr && lacks_some);
+  return says_nothing ? Expression() : all;
+}
+
+std::string WholeSql(const Expression& expression) {
+  if (IsEmpty(expression)) return "";
+  const FilterSql sql = ToSql(expression, ServerDialect(kWholeFields));
+  return WithValues(sql.text, sql.values);
+}
+
 // Records are told for both directions together, as the files of a store have them.
 std::string ColumnOf(std::string_view name, FlowView view) {
   if (name != "{records}" || view == FlowView::kBoth) return ColumnsFor(name, view);
@@ -174,9 +206,8 @@ FlowSql::FlowSql(const Table& table, const FlowSelection& selection)
     forward_ = FilterFor(split.rows, has_directions_ ? FlowView::kForward : FlowView::kBoth);
     reverse_ = FilterFor(split.rows, FlowView::kReverse);
   }
-  if (IsEmpty(split.whole)) return;
-  const FilterSql whole = ToSql(split.whole, ServerDialect(kWholeFields));
-  whole_ = WithValues(whole.text, whole.values);
+  whole_ = WholeSql(split.whole);
+  all_parts_ = WholeSql(OfAllParts(split.whole));
 }
 
 std::string FlowSql::Seen(std::string_view name) const {
@@ -302,24 +333,38 @@ std::string FlowSql::Rows() const {
       JoinedParts(), whole_);
 }
 
-// Parts are of one flow where the ends, protocol and exporter are the same, and no silence is too
-// long. Which end is a row's source may differ from part to part, where nobody asks for it. In the
-// order of their beginnings, part i begins a flow when all in front of it have long ended, which
-// is when the (i - 1)th of all ends is long past.
-std::string FlowSql::JoinedParts() const {
+// Which end is a row's source may differ from part to part, where nobody asks for it.
+std::string FlowSql::Ends() const {
   const std::string source =
       fmt::format("cityHash64({}, {}, {})", Seen("{src}"), Seen("{sport}"), Seen("{in_if}"));
   const std::string destination =
       fmt::format("cityHash64({}, {}, {})", Seen("{dst}"), Seen("{dport}"), Seen("{out_if}"));
-  const std::string ends =
-      has_directions_ ? fmt::format("{}, {}", source, destination)
-                      : fmt::format("least({0}, {1}), greatest({0}, {1})", source, destination);
+  const char* const ends = has_directions_
+                               ? "cityHash64({0}, {1}, proto, exporter)"
+                               : "cityHash64(least({0}, {1}), greatest({0}, {1}), proto, exporter)";
+  return fmt::format(fmt::runtime(ends), source, destination);
+}
+
+// Where much is asked for, few ends have that; their sums take less room than parts do.
+std::string FlowSql::MuchAlone() const {
+  if (all_parts_.empty()) return "";
+  return fmt::format(
+      " AND {0} {1}IN (SELECT ends FROM (SELECT {0} AS ends, sum({2}) AS w_bytes, sum({3}) AS "
+      "w_packets, min(first_ms) AS w_first, max(greatest(last_ms, first_ms)) AS w_last{4} GROUP BY "
+      "ends) WHERE {5})",
+      Ends(), table_.is_spread ? "GLOBAL " : "", Seen("{bytes}"), Seen("{packets}"), AllRows(false),
+      all_parts_);
+}
+
+// Parts are of one flow where the ends, protocol and exporter are the same, and no silence is too
+// long. In the order of their beginnings, part i begins a flow when all in front of it have long
+// ended, which is when the (i - 1)th of all ends is long past.
+std::string FlowSql::JoinedParts() const {
   const std::string parts = fmt::format(
       "SELECT arraySort(groupArray((first_ms, bucket, cityHash64(collector, run), block, row, {}, "
-      "greatest(last_ms, first_ms), {}, {}, {}))) AS parts{} GROUP BY cityHash64({}, proto, "
-      "exporter)",
+      "greatest(last_ms, first_ms), {}, {}, {}))) AS parts{}{} GROUP BY {}",
       has_directions_ ? "rev" : "0", Seen("{bytes}"), Seen("{packets}"), Seen("{records}"),
-      AllRows(false), ends);
+      AllRows(false), MuchAlone(), Ends());
   const std::string arrays = fmt::format(
       "SELECT parts, arrayMap(p -> p.1, parts) AS firsts, arraySort(arrayMap(p -> p.7, parts)) AS "
       "lasts, arrayCumSum(arrayMap(p -> p.8, parts)) AS bytes_to, arrayCumSum(arrayMap(p -> p.9, "

@@ -55,6 +55,8 @@ class FlowSql {
  private:
   [[nodiscard]] std::string Seen(std::string_view name) const;
   [[nodiscard]] std::string Group(const FlowField& field) const;
+  [[nodiscard]] std::string Ends() const;
+  [[nodiscard]] std::string MuchAlone() const;
   [[nodiscard]] std::string JoinedParts() const;
   [[nodiscard]] std::string AllRows(bool with_ends) const;
   [[nodiscard]] std::string FarRows() const;
@@ -66,7 +68,8 @@ class FlowSql {
   bool has_either_;
   std::string forward_;  // the filter, as it is seen
   std::string reverse_;
-  std::string whole_;  // what is asked of whole flows
+  std::string whole_;      // what is asked of whole flows
+  std::string all_parts_;  // what that means for all parts between two ends
 };
 
 }  // namespace flow::host
