@@ -43,6 +43,12 @@ void FlowBlocks::Begin(std::int64_t bucket) {
   block_.run = sending_.run;
   block_.bucket = bucket;
   block_.number = next_();
+  begin_.clear();
+  RowBinary(&begin_)
+      .Put(static_cast<std::uint32_t>(bucket))
+      .Text(block_.collector)
+      .Put(block_.run)
+      .Put(block_.number);
   sums_ = {};
 }
 
@@ -92,8 +98,7 @@ void FlowBlocks::Put(std::string_view key, const FlowTotals& flow) {
     constexpr std::uint8_t kNone[kNoAddress]{};
     address == 0 ? row.Fixed(kNone) : row.Address(IpAddress::Ipv4(address).bytes());
   };
-  row.Put(static_cast<std::uint32_t>(block_.bucket)).Text(block_.collector).Put(block_.run);
-  row.Put(block_.number).Put(block_.rows);
+  row.Raw(begin_).Put(block_.rows);
   row.Put(FirstOf(flow)).Put(flow.last_ms);
   row.Address(session.AddressOf(source.end)).Address(session.AddressOf(destination.end));
   row.Put(source.end.port).Put(destination.end.port).Put(session.protocol);
@@ -108,7 +113,7 @@ void FlowBlocks::Put(std::string_view key, const FlowTotals& flow) {
   hop(flow.next_hops[1]);
   row.Text(TextOf(flow.vrf)).Text(TextOf(flow.app));
   row.Text(TextOf(flow.user != 0 ? flow.user : flow.text)).Text(TextOf(flow.tag));
-  row.Fixed(flow.macs[source.way]).Fixed(flow.macs[destination.way]);
+  row.Fixed(flow.macs[source.way]).Fixed(flow.macs[destination.way]).Flush();
   ++block_.rows;
   block_.ends.push_back(static_cast<std::uint32_t>(block_.body.size()));
 }

@@ -46,6 +46,7 @@ class FlowBlocks {
   NextNumber next_;
   Take take_;
   Block block_;
+  std::string begin_;  // what its rows have in front
   NotKept sums_;
   TextMap<std::string> exporters_;  // 16 bytes each, by key
   std::vector<std::string> texts_;  // of the batch at hand, fit to be read

@@ -138,22 +138,21 @@ void MinuteBlocks::WriteCounters(std::size_t tier, const TierSpan& span, std::ui
 }
 
 void MinuteBlocks::WriteHealth(std::size_t tier, const TierSpan& span, std::uint32_t part) {
-  const auto begin = [&](Rows* rows, const TierSpan::Source& source) {
-    RowBinary row = rows->Row();
+  const auto begin = [&](RowBinary* row, const TierSpan::Source& source) -> RowBinary& {
     const auto& [exporter, port, version] = source;
-    row.Text(kTiers[tier].name).Put(Seconds(span.bucket)).Text(sending_.collector);
-    row.Put(sending_.run).Put(part).Text(exporter).Put(port).Text(version);
-    return row;
+    row->Text(kTiers[tier].name).Put(Seconds(span.bucket)).Text(sending_.collector);
+    return row->Put(sending_.run).Put(part).Text(exporter).Put(port).Text(version);
   };
   Rows health(*this, "raw_health", span.bucket);
   for (const auto& [source, sent] : span.health) {
-    RowBinary row = begin(&health, source);
-    row.Text(sent.lost_unit).Nullable(sent.clock_offset_ms);
+    RowBinary row = health.Row();
+    begin(&row, source).Text(sent.lost_unit).Nullable(sent.clock_offset_ms);
     for (const std::uint64_t value : sent.values) row.Put(value);
   }
   Rows losses(*this, "raw_losses", span.bucket);
   for (const auto& [key, count] : span.losses) {
-    begin(&losses, key.source).Text(key.place).Text(key.reason).Put(count).Text(key.unit);
+    RowBinary row = losses.Row();
+    begin(&row, key.source).Text(key.place).Text(key.reason).Put(count).Text(key.unit);
   }
 }
 

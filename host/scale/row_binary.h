@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Rows in ClickHouse's form RowBinary: values one after the other, numbers in little endian.
+// They come together here before they are appended: a row has dozens.
 #pragma once
 
 #include <bit>
@@ -16,27 +17,44 @@ namespace flow::host {
 class RowBinary {
  public:
   explicit RowBinary(std::string* out) : out_(*out) {}
+  RowBinary(const RowBinary&) = delete;
+  RowBinary& operator=(const RowBinary&) = delete;
+  ~RowBinary() { Flush(); }
+
+  // Appends what is here.
+  void Flush() {
+    out_.append(bytes_, size_);
+    size_ = 0;
+  }
 
   template <std::integral Number>
   RowBinary& Put(Number value) {
-    char bytes[sizeof(Number)];
+    char* const at = Room(sizeof(Number));
     for (std::size_t i = 0; i < sizeof(Number); ++i) {
-      bytes[i] = static_cast<char>(static_cast<std::uint64_t>(value) >> (8 * i));
+      at[i] = static_cast<char>(static_cast<std::uint64_t>(value) >> (8 * i));
     }
-    out_.append(bytes, sizeof(bytes));
     return *this;
   }
 
   // A String.
   RowBinary& Text(std::string_view text) {
     Length(text.size());
-    out_.append(text);
-    return *this;
+    return Raw(text);
   }
 
   // A FixedString: as many bytes as it has.
   RowBinary& Fixed(std::span<const std::uint8_t> bytes) {
-    out_.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    return Raw({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  }
+
+  // Bytes as they are.
+  RowBinary& Raw(std::string_view bytes) {
+    if (bytes.size() <= sizeof(bytes_)) {
+      bytes.copy(Room(bytes.size()), bytes.size());
+    } else {
+      Flush();
+      out_.append(bytes);
+    }
     return *this;
   }
 
@@ -60,7 +78,16 @@ class RowBinary {
   }
 
  private:
+  char* Room(std::size_t size) {
+    if (size > sizeof(bytes_) - size_) Flush();
+    char* const at = bytes_ + size_;
+    size_ += size;
+    return at;
+  }
+
   std::string& out_;
+  std::size_t size_ = 0;
+  char bytes_[256];
 };
 
 }  // namespace flow::host
