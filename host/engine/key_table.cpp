@@ -2,6 +2,7 @@
 #include "host/engine/key_table.h"
 
 #include <algorithm>
+#include <bit>
 #include <iterator>
 #include <new>
 #include <span>
@@ -27,7 +28,18 @@ KeyTable::KeyTable(std::size_t values)
     : values_(values),
       slot_count_(kFirstSlots),
       index_(AllocateLarge(slot_count_ * sizeof(Slot))),
-      slots_(reinterpret_cast<Slot*>(index_.get())) {}
+      slots_(reinterpret_cast<Slot*>(index_.get())) {
+  ForgetRecent();
+}
+
+// As many as rows, but no more than a cache holds beside all else.
+void KeyTable::ForgetRecent() {
+  constexpr std::size_t kMost = 1024;
+  const std::size_t count = std::min(slot_count_, kMost);
+  recent_rows_ = AllocateLarge(count * sizeof(std::byte*));
+  recent_ = reinterpret_cast<std::byte**>(recent_rows_.get());
+  recent_shift_ = 64 - std::countr_zero(count);
+}
 
 const std::uint64_t* KeyTable::Find(std::string_view key) const {
   key = key.substr(0, kLongestKey);
@@ -59,7 +71,6 @@ std::uint32_t KeyTable::PrefetchRow(std::uint32_t hash) const {
 }
 
 std::uint64_t* KeyTable::FindOrAdd(std::string_view key) {
-  if (std::uint64_t* const values = IfLast(key)) return values;
   key = key.substr(0, kLongestKey);
   return FindOrAdd(key, HashKey(key));
 }
@@ -75,10 +86,9 @@ std::uint64_t* KeyTable::SearchOrAdd(std::string_view key, std::uint32_t hash) {
     slots_[at] = {hash, AddRow(key)};
     ++size_;
   }
-  const std::byte* const row = RowAt(slots_[at].row);
-  last_key_ = KeyOf(row);
-  last_values_ = const_cast<std::uint64_t*>(ValuesOf(row, key.size()));
-  return last_values_;
+  std::byte* const row = RowAt(slots_[at].row);
+  recent_[RecentPlace(key)] = row;
+  return MutableValues(row);
 }
 
 std::uint32_t KeyTable::AddRow(std::string_view key) {
@@ -115,7 +125,6 @@ std::uint32_t KeyTable::AdoptBlocks(KeyTable* other) {
   other->blocks_.clear();
   live_bytes_ += other->live_bytes_;
   block_bytes_ += other->block_bytes_;
-  last_key_ = {};
   return static_cast<std::uint32_t>(before << kBlockBits);
 }
 
@@ -143,6 +152,7 @@ void KeyTable::Resize(std::size_t count) {
   slot_count_ = count;
   index_ = std::move(memory);
   slots_ = grown;
+  ForgetRecent();
   time_of_growth += std::chrono::steady_clock::now() - start;
 }
 

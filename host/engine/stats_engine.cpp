@@ -88,7 +88,7 @@ inline void StatsEngine::UpdateKnown(GroupCounters& counters, std::string_view k
   // A table that fits the caches needs no queue.
   constexpr std::size_t kSmallTable = 1024;
   KeyTable& table = counters.table;
-  std::uint64_t* row = table.IfLast(key);
+  std::uint64_t* row = table.IfRecent(key);
   if (row == nullptr) {
     if (key.size() > UpdateQueue::kLongestKey) {
       row = table.FindOrAdd(key);
