@@ -49,14 +49,9 @@ std::string FlowDifference(const StatsStore& one, const StatsStore& other, const
   return fmt::format("byte {} of its totals", at - bytes_a);
 }
 
-std::string KeyDifference(const StatsStore& one, const StatsStore& other,
-                          const GroupCounters& group, std::string_view key, const std::uint64_t* a,
+std::string KeyDifference(const GroupCounters& group, const std::uint64_t* a,
                           const std::uint64_t* b) {
   if (b == nullptr) return "is missing in the other";
-  if (group.info.guid == host::kFlowGroup) {
-    if (key.empty()) return {};  // all exporters' flow, which has its texts from whoever came last
-    return FlowDifference(one, other, StatsStore::Flow(a), StatsStore::Flow(b));
-  }
   for (std::size_t i = 0; i < group.columns; ++i) {
     if (a[i] != b[i]) return fmt::format("column {}: {} and {}", i, a[i], b[i]);
   }
@@ -76,6 +71,21 @@ std::string NotesDifference(const GroupCounters& a, const GroupCounters& b) {
   return {};
 }
 
+std::string FlowsDifference(const StatsStore& one, const StatsStore& other) {
+  std::string found;
+  one.flows().ForEach([&](std::string_view key, const FlowTotals& flow) {
+    if (!found.empty()) return;
+    const auto same = other.flows().Find(key);
+    if (!same) {
+      found = "is missing in the other";
+    } else if (!key.empty()) {  // all exporters' flow has its texts from whoever came last
+      found = FlowDifference(one, other, flow, *same);
+    }
+    if (!found.empty()) found = fmt::format("flow {}: {}", key, found);
+  });
+  return found;
+}
+
 // In both directions the same, as long as there are as many.
 std::string StoreDifference(const StatsStore& one, const StatsStore& other) {
   if (one.records != other.records) {
@@ -86,16 +96,15 @@ std::string StoreDifference(const StatsStore& one, const StatsStore& other) {
         other.groups(), [&](const auto& each) { return each->info.guid == group->info.guid; });
     if (same == other.groups().end())
       return fmt::format("no group {} in the other", group->info.id);
-    std::string found;
+    std::string found = group->flows ? FlowsDifference(one, other) : "";
     group->table.ForEach([&](std::string_view key, const std::uint64_t* values) {
       if (!found.empty()) return;
-      found = KeyDifference(one, other, *group, key, values, (*same)->table.Find(key));
+      found = KeyDifference(*group, values, (*same)->table.Find(key));
       if (!found.empty()) found = fmt::format("{} {}: {}", group->info.id, key, found);
     });
     if (!found.empty()) return found;
-    if (group->table.size() != (*same)->table.size()) {
-      return fmt::format("keys of {}: {} and {}", group->info.id, group->table.size(),
-                         (*same)->table.size());
+    if (group->size() != (*same)->size()) {
+      return fmt::format("keys of {}: {} and {}", group->info.id, group->size(), (*same)->size());
     }
     // The plug-in gives a name that comes without its application to the application named last,
     // whoever named it.

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "host/engine/flow_table.h"
 #include "host/engine/flow_totals.h"
-#include "host/engine/key_table.h"
 
 namespace flow::host {
 
@@ -15,16 +15,14 @@ namespace flow::host {
 inline constexpr std::string_view kTextNotKept = "(one of too many texts)";
 
 struct FlowBatch {
-  KeyTable table{kFlowWords};
+  FlowTable table = {};
   std::vector<std::string> texts;  // by number, from 1
   FlowSums let_go = {};            // of their time, for want of memory
 
   // LetGo keeps no more than what the flows carried together.
   void LetGo() {
-    table.ForEach([this](std::string_view, const std::uint64_t* values) {
-      let_go.Add(*reinterpret_cast<const FlowTotals*>(values));
-    });
-    table = KeyTable(kFlowWords);
+    table.ForEachPacked([this](std::string_view, const FlowTotals& flow) { let_go.Add(flow); });
+    table = {};
   }
 
   [[nodiscard]] std::string_view TextOf(std::uint32_t number) const {

@@ -7,19 +7,6 @@
 namespace flow::host {
 namespace {
 
-void MergeTimes(const FlowTotals& part, FlowTotals* into) {
-  const bool replaces = into->updates == 0 || part.has_times > into->has_times;
-  const bool counts = part.updates != 0 && part.has_times == into->has_times;
-  if (replaces) {
-    into->first_ms = part.first_ms;
-    into->last_ms = part.last_ms;
-    into->has_times = part.has_times;
-  } else if (counts) {
-    into->first_ms = std::min(into->first_ms, part.first_ms);
-    into->last_ms = std::max(into->last_ms, part.last_ms);
-  }
-}
-
 // What is not known is zero.
 void Take(std::uint32_t part, std::uint32_t* into) {
   if (part != 0) *into = part;

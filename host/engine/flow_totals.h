@@ -2,6 +2,7 @@
 // What the engine keeps of one flow.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <type_traits>
 
@@ -9,8 +10,8 @@
 
 namespace flow::host {
 
-// A flow's row in its group's table: the meters stand first, where counter updates look for them.
-// All zero is a new flow. Tags and texts are numbers of interned texts, 0 for none.
+// A flow as it is counted and reported; tables keep it in fewer bytes. All zero is a new flow. Tags
+// and texts are numbers of interned texts, 0 for none.
 struct FlowTotals {
   std::uint64_t meters[4];  // as the flow group describes them
   std::uint64_t bytes[2];   // UpdateFlowVolume: one way, the other way
@@ -33,8 +34,6 @@ struct FlowTotals {
   std::uint8_t macs[2][6];
   std::uint32_t unused;
 };
-inline constexpr std::size_t kFlowWords = sizeof(FlowTotals) / sizeof(std::uint64_t);
-static_assert(sizeof(FlowTotals) % sizeof(std::uint64_t) == 0);
 static_assert(std::is_trivially_copyable_v<FlowTotals>);
 
 // What flows carried together.
@@ -46,6 +45,19 @@ struct FlowSums {
   void Add(const FlowTotals& flow);
   void Add(const FlowSums& other);
 };
+
+// MergeTimes adds what another part of a flow tells of its times.
+inline void MergeTimes(const FlowTotals& part, FlowTotals* into) {
+  if (part.updates == 0 && part.has_times == 0) return;
+  if (into->updates == 0 || part.has_times > into->has_times) {
+    into->first_ms = part.first_ms;
+    into->last_ms = part.last_ms;
+    into->has_times = part.has_times;
+  } else if (part.updates != 0 && part.has_times == into->has_times) {
+    into->first_ms = std::min(into->first_ms, part.first_ms);
+    into->last_ms = std::max(into->last_ms, part.last_ms);
+  }
+}
 
 // MergeFlow adds another part of the same flow; its tag and text count as told later.
 void MergeFlow(const FlowTotals& part, FlowTotals* into);

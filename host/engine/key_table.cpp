@@ -63,7 +63,7 @@ std::uint32_t KeyTable::PrefetchRow(std::uint32_t hash) const {
     if (slots_[at].hash != hash) continue;
     const std::byte* const row = RowAt(slots_[at].row);
     constexpr std::size_t kLine = 64;
-    constexpr std::size_t kLines = 3;  // a flow with its key
+    constexpr std::size_t kLines = 2;  // a flow or a host with its key
     for (std::size_t line = 0; line < kLines; ++line) __builtin_prefetch(row + line * kLine, 1);
     return slots_[at].row;
   }
@@ -98,14 +98,15 @@ std::uint32_t KeyTable::AddRow(std::string_view key) {
     const std::size_t size = std::max(std::min(doubled, kLargestBlock), bytes);
     const HeapScope scope(nullptr);
     if (blocks_.size() == kMostBlocks) throw std::bad_alloc();  // 32 GiB; rows have no more numbers
-    blocks_.push_back({AllocateLarge(size), 0, size});
+    blocks_.push_back({AllocateLarge(size, Cleared::kNo), 0, size});
     block_bytes_ += size;
   }
   Block& block = blocks_.back();
   std::byte* const row = block.bytes.get() + block.used;
-  const auto length = static_cast<std::uint32_t>(key.size());
+  const auto length = static_cast<KeyLength>(key.size());
   std::memcpy(row, &length, sizeof(length));
-  std::memcpy(row + sizeof(length), key.data(), key.size());
+  CopyKey(key, reinterpret_cast<char*>(row) + sizeof(length));
+  std::fill_n(MutableValues(row), values_, 0);
   const std::size_t place = (blocks_.size() - 1) << kBlockBits | block.used / 8;
   block.used += bytes;
   live_bytes_ += bytes;

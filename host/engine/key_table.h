@@ -97,15 +97,26 @@ class KeyTable {
   // ForEach calls visit(key, values) for every row, in the order in which they were added.
   template <class Visit>
   void ForEach(Visit&& visit) const {
+    ForEachRow([&](Row row) { visit(KeyOf(row), ValuesOf(row)); });
+  }
+
+  // A row stays where it is as long as the table, until the next Absorb.
+  using Row = const std::byte*;
+  template <class Visit>
+  void ForEachRow(Visit&& visit) const {
     for (const Block& block : blocks_) {
       for (std::size_t at = 0; at < block.used;) {
-        const std::byte* const row = block.bytes.get() + at;
-        const std::string_view key = KeyOf(row);
-        if (!IsForgotten(row)) visit(key, ValuesOf(row, key.size()));
-        at += RowBytes(key.size());
+        const Row row = block.bytes.get() + at;
+        if (!IsForgotten(row)) visit(row);
+        at += RowBytes(KeyOf(row).size());
       }
     }
   }
+  static std::string_view KeyOf(Row row) {
+    return {reinterpret_cast<const char*>(row) + sizeof(KeyLength),
+            static_cast<std::size_t>(LengthOf(row) & ~kForgotten)};
+  }
+  static const std::uint64_t* ValuesOf(Row row) { return ValuesOf(row, KeyOf(row).size()); }
 
   static constexpr std::size_t kLongestKey = 4096;
 
@@ -120,30 +131,30 @@ class KeyTable {
     std::size_t size = 0;
   };
 
-  // A row: 32-bit key length, key, padding to 8 bytes, values. A row's number is the number of its
-  // block and its place there in units of 8 bytes, plus one.
+  // A row: key length, key, padding to 8 bytes, values. A row's number is the number of its block
+  // and its place there in units of 8 bytes, plus one.
+  using KeyLength = std::uint16_t;
   static constexpr std::size_t kBlockBits = 18;
   static constexpr std::size_t kLargestBlock = std::size_t{8} << kBlockBits;
 
-  static std::size_t KeyBytes(std::size_t key_length) { return (key_length + 4 + 7) / 8 * 8; }
+  static std::size_t KeyBytes(std::size_t key_length) {
+    return (key_length + sizeof(KeyLength) + 7) / 8 * 8;
+  }
   [[nodiscard]] std::size_t RowBytes(std::size_t key_length) const {
     return KeyBytes(key_length) + values_ * 8;
   }
-  static std::uint32_t LengthWord(const std::byte* row) {
-    std::uint32_t word = 0;
-    std::memcpy(&word, row, sizeof(word));
-    return word;
-  }
-  static std::string_view KeyOf(const std::byte* row) {
-    return {reinterpret_cast<const char*>(row) + sizeof(std::uint32_t),
-            LengthWord(row) & ~kForgotten};
+  static KeyLength LengthOf(Row row) {
+    KeyLength length = 0;
+    std::memcpy(&length, row, sizeof(length));
+    return length;
   }
   // A forgotten row is in no index.
-  static constexpr std::uint32_t kForgotten = std::uint32_t{1} << 31;
-  static bool IsForgotten(const std::byte* row) { return (LengthWord(row) & kForgotten) != 0; }
+  static constexpr KeyLength kForgotten = 1 << 15;
+  static_assert(kLongestKey < kForgotten);
+  static bool IsForgotten(Row row) { return (LengthOf(row) & kForgotten) != 0; }
   static void Forget(std::byte* row) {
-    const std::uint32_t word = LengthWord(row) | kForgotten;
-    std::memcpy(row, &word, sizeof(word));
+    const auto length = static_cast<KeyLength>(LengthOf(row) | kForgotten);
+    std::memcpy(row, &length, sizeof(length));
   }
   static std::uint64_t* MutableValues(std::byte* row) {
     return const_cast<std::uint64_t*>(ValuesOf(row, KeyOf(row).size()));

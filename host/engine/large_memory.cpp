@@ -37,10 +37,12 @@ bool IsHuge(std::size_t bytes) { return bytes >= kHugePage && bytes % kHugePage 
 
 class Spare {
  public:
-  // Null where there is none of that size.
-  std::byte* Take(std::size_t bytes) {
+  // Null where there is none of that kind.
+  std::byte* Take(std::size_t bytes, Cleared cleared) {
     const std::lock_guard lock(mutex_);
-    const auto found = std::ranges::find(kept_, bytes, &Piece::bytes);
+    const auto found = std::ranges::find_if(kept_, [&](const Piece& piece) {
+      return piece.bytes == bytes && piece.cleared == cleared;
+    });
     if (found == kept_.end()) return nullptr;
     std::byte* const memory = found->memory;
     *found = kept_.back();
@@ -49,11 +51,11 @@ class Spare {
     return memory;
   }
 
-  void Put(std::byte* memory, std::size_t bytes) {
+  void Put(std::byte* memory, std::size_t bytes, Cleared cleared) {
     if (!HasRoom(bytes)) return static_cast<void>(munmap(memory, bytes));
-    std::memset(memory, 0, bytes);
+    if (cleared == Cleared::kYes) std::memset(memory, 0, bytes);
     const std::lock_guard lock(mutex_);
-    kept_.push_back({memory, bytes});
+    kept_.push_back({memory, bytes, cleared});
     held_ += bytes;
     Shrink();
   }
@@ -68,6 +70,7 @@ class Spare {
   struct Piece {
     std::byte* memory;
     std::size_t bytes;
+    Cleared cleared;
   };
 
   bool HasRoom(std::size_t bytes) {
@@ -97,17 +100,22 @@ Spare& TheSpare() {
 
 void FreeLargeMemory::operator()(std::byte* memory) const {
   if (IsHuge(bytes)) {
-    TheSpare().Put(memory, bytes);
+    TheSpare().Put(memory, bytes, cleared);
   } else {
     std::free(memory);
   }
 }
 
-LargeMemory AllocateLarge(std::size_t bytes) {
-  void* memory = IsHuge(bytes) ? TheSpare().Take(bytes) : std::calloc(1, bytes);
-  if (memory == nullptr && IsHuge(bytes)) memory = MapHuge(bytes);
+LargeMemory AllocateLarge(std::size_t bytes, Cleared cleared) {
+  void* memory = nullptr;
+  if (IsHuge(bytes)) {
+    memory = TheSpare().Take(bytes, cleared);
+    if (memory == nullptr) memory = MapHuge(bytes);
+  } else {
+    memory = cleared == Cleared::kYes ? std::calloc(1, bytes) : std::malloc(bytes);
+  }
   if (memory == nullptr) throw std::bad_alloc();
-  return LargeMemory(static_cast<std::byte*>(memory), FreeLargeMemory{bytes});
+  return LargeMemory(static_cast<std::byte*>(memory), FreeLargeMemory{bytes, cleared});
 }
 
 void KeepSpareMemory(std::size_t most_bytes) { TheSpare().KeepAtMost(most_bytes); }

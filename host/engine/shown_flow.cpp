@@ -32,17 +32,6 @@ bool IsService(std::string_view port) {
   return std::ranges::find(kServices, port) != std::end(kServices);
 }
 
-// Side A becomes side B.
-void TurnRound(const Places& places, char* key, FlowTotals* flow) {
-  std::swap_ranges(key + kHead, key + kHead + places.side, key + kHead + places.side);
-  std::swap(flow->meters[0], flow->meters[1]);
-  std::swap(flow->meters[2], flow->meters[3]);
-  std::swap(flow->bytes[0], flow->bytes[1]);
-  std::swap(flow->packets[0], flow->packets[1]);
-  std::swap(flow->as_numbers[0], flow->as_numbers[1]);
-  std::swap(flow->macs[0], flow->macs[1]);
-}
-
 // The client comes first where keys are ordered by their ports, as those of NetFlow are.
 void MergePorts(const Places& places, char* key, FlowTotals* flow) {
   char* const a = key + places.PortOf(0);
@@ -54,11 +43,22 @@ void MergePorts(const Places& places, char* key, FlowTotals* flow) {
   } else if (IsService(a_port)) {
     const bool by_port = a_port >= b_port;
     std::ranges::copy(kAnyPort, b);
-    if (by_port) TurnRound(places, key, flow);
+    if (!by_port) return;
+    std::swap_ranges(key + kHead, key + kHead + places.side, key + kHead + places.side);
+    TurnRound(flow);
   }
 }
 
 }  // namespace
+
+void TurnRound(FlowTotals* flow) {
+  std::swap(flow->meters[0], flow->meters[1]);
+  std::swap(flow->meters[2], flow->meters[3]);
+  std::swap(flow->bytes[0], flow->bytes[1]);
+  std::swap(flow->packets[0], flow->packets[1]);
+  std::swap(flow->as_numbers[0], flow->as_numbers[1]);
+  std::swap(flow->macs[0], flow->macs[1]);
+}
 
 std::string_view ShownFlow::Of(std::string_view key, FlowTotals* flow) {
   constexpr std::size_t kShortest = 63;

@@ -9,6 +9,9 @@
 
 namespace flow::host {
 
+// TurnRound makes side A of a flow its side B.
+void TurnRound(FlowTotals* flow);
+
 class ShownFlow {
  public:
   // Of gives the key under which a flow is shown, valid until the next call, and makes the flow fit

@@ -67,7 +67,7 @@ inline void StatsEngine::Update(const GUID& group, std::string_view key,
   GroupCounters& counters = store_->Group(group);
   if (counters.info.word != RecordWord::kNone) HearRecordWord(counters, key, increments);
   bool all_known = true;
-  for (const Increment& each : increments) all_known &= each.column < counters.columns;
+  for (const Increment& each : increments) all_known &= each.column < counters.table_columns;
   if (!all_known) return UpdatePartly(counters, key, increments);
   UpdateKnown(counters, key, increments);
 }
@@ -79,7 +79,11 @@ void StatsEngine::UpdatePartly(GroupCounters& counters, std::string_view key,
   const auto end = std::ranges::copy_if(increments, known.begin(), is_known).out;
   const auto count = static_cast<std::size_t>(end - known.begin());
   store_->stray_updates += increments.size() - count;
-  if (count > 0) UpdateKnown(counters, key, std::span<const Increment>(known.data(), count));
+  if (count == 0) return;
+  const std::span<const Increment> rest(known.data(), count);
+  if (!counters.flows) return UpdateKnown(counters, key, rest);
+  FlowTotals& flow = FlowOf(key);
+  for (const Increment& each : rest) flow.meters[each.column] += each.value;
 }
 
 template <std::size_t kExtent>
@@ -260,8 +264,16 @@ Status StatsEngine::SetKeyProperty(const GUID& group, const char* key, const cha
 // FlowOf gives what is being said about a flow; about another one than before, what was said so far
 // goes to the store.
 FlowTotals& StatsEngine::FlowOf(const char* key) {
+  if (has_flow_ && std::strcmp(key, flow_key_.c_str()) == 0) {
+    record_has_flow_ = true;
+    return flow_;
+  }
+  return FlowOf(std::string_view(key));
+}
+
+FlowTotals& StatsEngine::FlowOf(std::string_view key) {
   record_has_flow_ = true;
-  if (has_flow_ && std::strcmp(key, flow_key_.c_str()) == 0) return flow_;
+  if (has_flow_ && key == flow_key_) return flow_;
   SendFlow();
   flow_key_ = key;
   flow_ = {};
@@ -272,12 +284,12 @@ FlowTotals& StatsEngine::FlowOf(const char* key) {
 void StatsEngine::SendFlow() {
   if (!has_flow_) return;
   has_flow_ = false;
-  KeyTable& table = store_->flow_group().table;
-  if (flow_key_.size() <= UpdateQueue::kLongestKey) {
-    queue_.AddFlow(table, flow_key_, flow_);
-  } else {
-    MergeFlow(flow_, &StatsStore::Flow(table.FindOrAdd(flow_key_)));
-  }
+  FlowTable& flows = store_->flows();
+  if (flow_key_.size() >= UpdateQueue::kLongestKey) return flows.Merge(flow_key_, flow_);
+  char packed[UpdateQueue::kLongestKey];
+  std::size_t size = PackSession(flow_key_, packed);
+  if (IsText({packed, size})) size += flow_key_.copy(packed + size, flow_key_.size());
+  queue_.AddFlow(flows, {packed, size}, flow_);
 }
 
 // TouchFlow is FlowOf for an update of a flow's volume or meters: it makes the flow a flow, with

@@ -126,6 +126,7 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
                       std::span<const Increment> increments);
   void EndRecord();
   FlowTotals& FlowOf(const char* key);
+  FlowTotals& FlowOf(std::string_view key);
   FlowTotals& TouchFlow(const char* key);
   void SendFlow();
   void RestIfAsked() {

@@ -15,7 +15,7 @@ namespace {
 // The memory that each table may have at most, so that all together have no more than this.
 std::size_t LevelOf(const std::vector<std::unique_ptr<GroupCounters>>& groups, std::size_t bytes) {
   std::vector<std::size_t> sizes;
-  for (const auto& group : groups) sizes.push_back(group->table.Memory());
+  for (const auto& group : groups) sizes.push_back(group->Memory());
   std::ranges::sort(sizes);
   std::size_t left = sizes.size();
   for (const std::size_t size : sizes) {
@@ -26,9 +26,24 @@ std::size_t LevelOf(const std::vector<std::unique_ptr<GroupCounters>>& groups, s
   return MemoryShares::kAll;
 }
 
-void DropStrayNotes(GroupCounters* group) {
-  std::erase_if(group->notes,
-                [&](const auto& note) { return group->table.Find(note.first) == nullptr; });
+std::uint64_t RankOf(const GroupInfo& info, const std::uint64_t* values) {
+  std::uint64_t rank = 0;
+  for (const int meter : info.ranking) rank += values[meter];
+  return rank;
+}
+
+// Calls visit(key, values, flow) for every key, packed ones of flows; flow is null for others.
+template <class Visit>
+void ForEachKey(const GroupCounters& group, Visit&& visit) {
+  constexpr const FlowTotals* kNoFlow = nullptr;
+  if (group.flows) {
+    group.flows->ForEachPacked([&](std::string_view key, const FlowTotals& flow) {
+      visit(key, static_cast<const std::uint64_t*>(flow.meters), &flow);
+    });
+  } else {
+    group.table.ForEach(
+        [&](std::string_view key, const std::uint64_t* values) { visit(key, values, kNoFlow); });
+  }
 }
 
 }  // namespace
@@ -36,8 +51,11 @@ void DropStrayNotes(GroupCounters* group) {
 GroupCounters::GroupCounters(GroupInfo description)
     : info(std::move(description)),
       columns(info.Columns()),
-      table(info.key_kind == KeyKind::kSession ? kFlowWords : columns),
-      pruned_sums(columns) {}
+      table_columns(info.guid == kFlowGroup ? 0 : columns),
+      table(columns),
+      pruned_sums(columns) {
+  if (info.guid == kFlowGroup) flows.emplace();
+}
 
 StatsStore::StatsStore(std::span<const GroupInfo> groups) : index_(kIndexSlots) {
   for (const GroupInfo& info : groups) AddGroup(info);
@@ -130,10 +148,10 @@ void StatsStore::MergeCounters(const StatsStore& other) {
 
 void StatsStore::Merge(const StatsStore& other) {
   MergeCounters(other);
-  other.flow_group_->table.ForEach([&](std::string_view key, const std::uint64_t* values) {
-    FlowTotals part = Flow(values);
+  other.flows().ForEachPacked([&](std::string_view key, const FlowTotals& flow) {
+    FlowTotals part = flow;
     RenumberTexts(other, &part);
-    MergeFlow(part, &Flow(flow_group_->table.FindOrAdd(key)));
+    flows().MergePacked(key, part);
   });
 }
 
@@ -151,13 +169,9 @@ void StatsStore::Merge(StatsStore&& other) {
 
 void StatsStore::MoveFlows(FlowBatch&& flows) {
   if (!flows.texts.empty()) {
-    flows.table.ForEach([&](std::string_view, const std::uint64_t* values) {
-      RenumberTexts(flows, &Flow(const_cast<std::uint64_t*>(values)));
-    });
+    flows.table.Change([&](FlowTotals* flow) { RenumberTexts(flows, flow); });
   }
-  flow_group_->table.Absorb(std::move(flows.table), [](std::uint64_t* into, std::uint64_t* part) {
-    MergeFlow(Flow(part), &Flow(into));
-  });
+  this->flows().Absorb(std::move(flows.table));
 }
 
 void StatsStore::MergeBesideKeys(const StatsStore& other) {
@@ -201,25 +215,29 @@ void StatsStore::RenumberTexts(const Texts& texts, FlowTotals* flow) {
 }
 
 FlowBatch StatsStore::TakeFlows() {
-  return {std::exchange(flow_group_->table, KeyTable(kFlowWords)), texts_,
+  return {std::exchange(flows(), FlowTable()), texts_,
           std::exchange(flow_group_->pruned_flows, {})};
 }
 
 void StatsStore::AddFlows(const FlowBatch& flows) {
-  flows.table.ForEach([&](std::string_view key, const std::uint64_t* values) {
-    FlowTotals part = Flow(values);
+  flows.table.ForEachPacked([&](std::string_view key, const FlowTotals& flow) {
+    FlowTotals part = flow;
     RenumberTexts(flows, &part);
-    MergeFlow(part, &Flow(flow_group_->table.FindOrAdd(key)));
+    this->flows().MergePacked(key, part);
   });
 }
 
 void StatsStore::AddShownFlows(const FlowBatch& flows, bool have_ends) {
+  FlowTable& into = this->flows();
   ShownFlow shown;
-  flows.table.ForEach([&](std::string_view key, const std::uint64_t* values) {
-    FlowTotals part = Flow(values);
+  flows.table.ForEachPacked([&](std::string_view key, const FlowTotals& flow) {
+    FlowTotals part = flow;
     RenumberTexts(flows, &part);
     if (!have_ends) part.closes = 0;
-    MergeFlow(part, &Flow(flow_group_->table.FindOrAdd(shown.Of(key, &part))));
+    if (IsText(key)) return into.Merge(shown.Of(key.substr(1), &part), part);
+    char packed[kPackedMost];
+    const std::size_t size = PackedShown(key, packed, &part);
+    into.MergePacked({packed, size}, part);
   });
 }
 
@@ -234,6 +252,7 @@ void StatsStore::Clear(const GUID& group) {
   ForgetTold();
   GroupCounters& cleared = Group(group);
   cleared.table = KeyTable(cleared.table.values());
+  if (cleared.flows) cleared.flows.emplace();
   cleared.notes.clear();
   cleared.pruned_keys = 0;
   cleared.pruned_sums.assign(cleared.columns, 0);
@@ -244,7 +263,7 @@ void StatsStore::Clear(const GUID& group) {
 void StatsStore::Prune() {
   ForgetTold();
   for (const auto& group : groups_) {
-    if (group->table.size() <= group->info.track_high) continue;
+    if (group->size() <= group->info.track_high) continue;
     Prune(group.get(), group->info.track_low);
     DropStrayNotes(group.get());
   }
@@ -256,29 +275,31 @@ std::uint64_t StatsStore::PruneTo(std::size_t bytes) {
   const std::size_t level = LevelOf(groups_, bytes / 2);
   std::uint64_t pruned = 0;
   for (const auto& group : groups_) {
-    const std::size_t memory = group->table.Memory();
+    const std::size_t memory = group->Memory();
     if (memory <= level) continue;
     // Tables grow in steps: what is kept may hold more than its part.
     constexpr double kFill = 0.7;
     const double part = kFill * static_cast<double>(level) / static_cast<double>(memory);
-    const std::size_t before = group->table.size();
+    const std::size_t before = group->size();
     Prune(group.get(), static_cast<std::size_t>(static_cast<double>(before) * part));
     DropStrayNotes(group.get());
-    pruned += before - group->table.size();
+    pruned += before - group->size();
   }
   return pruned;
 }
 
+void StatsStore::DropStrayNotes(GroupCounters* group) {
+  std::erase_if(group->notes, [&](const auto& note) {
+    return group->flows ? !group->flows->Find(note.first) : !group->table.Find(note.first);
+  });
+}
+
 void StatsStore::Prune(GroupCounters* group, std::size_t kept) {
-  const auto rank_of = [group](const std::uint64_t* values) {
-    std::uint64_t rank = 0;
-    for (const int meter : group->info.ranking) rank += values[meter];
-    return rank;
-  };
   std::vector<std::uint64_t> ranks;
-  ranks.reserve(group->table.size());
-  group->table.ForEach(
-      [&](std::string_view, const std::uint64_t* values) { ranks.push_back(rank_of(values)); });
+  ranks.reserve(group->size());
+  ForEachKey(*group, [&](std::string_view, const std::uint64_t* values, const FlowTotals*) {
+    ranks.push_back(RankOf(group->info, values));
+  });
   kept = std::min(kept, ranks.size());
   const auto end = ranks.begin() + static_cast<std::ptrdiff_t>(kept);
   std::nth_element(ranks.begin(), end, ranks.end(), std::greater<>());
@@ -286,24 +307,28 @@ void StatsStore::Prune(GroupCounters* group, std::size_t kept) {
   std::size_t ties = kept - static_cast<std::size_t>(std::count_if(
                                 ranks.begin(), end, [&](auto rank) { return rank > least; }));
   KeyTable table(group->table.values());
-  group->table.ForEach([&](std::string_view key, const std::uint64_t* values) {
-    const std::uint64_t rank = rank_of(values);
-    if (rank > least || (rank == least && ties > 0)) {
-      if (rank == least) --ties;
-      std::copy_n(values, table.values(), table.FindOrAdd(key));
-      return;
-    }
-    ++group->pruned_keys;
-    for (std::size_t i = 0; i < group->columns; ++i) group->pruned_sums[i] += values[i];
-    if (group->info.key_kind == KeyKind::kSession) group->pruned_flows.Add(Flow(values));
-  });
+  FlowTable flows;
+  ForEachKey(*group,
+             [&](std::string_view key, const std::uint64_t* values, const FlowTotals* flow) {
+               const std::uint64_t rank = RankOf(group->info, values);
+               if (rank > least || (rank == least && ties > 0)) {
+                 if (rank == least) --ties;
+                 if (flow != nullptr) return flows.MergePacked(key, *flow);
+                 std::copy_n(values, table.values(), table.FindOrAdd(key));
+                 return;
+               }
+               ++group->pruned_keys;
+               for (std::size_t i = 0; i < group->columns; ++i) group->pruned_sums[i] += values[i];
+               if (flow != nullptr) group->pruned_flows.Add(*flow);
+             });
   group->pruned_most += least;
   group->table = std::move(table);
+  if (group->flows) group->flows = std::move(flows);
 }
 
 std::size_t StatsStore::Memory() const {
   std::size_t bytes = 0;
-  for (const auto& group : groups_) bytes += group->table.Memory();
+  for (const auto& group : groups_) bytes += group->Memory();
   return bytes;
 }
 

@@ -6,6 +6,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -34,7 +35,9 @@ struct GroupCounters {
 
   GroupInfo info;
   std::size_t columns;
+  std::size_t table_columns;  // that updates of counters find in the table: none of flows
   KeyTable table;
+  std::optional<FlowTable> flows;  // of the flow group, in place of the table
   std::map<std::string, KeyNotes, std::less<>> notes;
 
   // What was let go: how many keys, the sums of their columns, and the most that one of them can
@@ -43,6 +46,9 @@ struct GroupCounters {
   std::vector<std::uint64_t> pruned_sums;
   std::uint64_t pruned_most = 0;
   FlowSums pruned_flows;
+
+  [[nodiscard]] std::size_t size() const { return flows ? flows->size() : table.size(); }
+  [[nodiscard]] std::size_t Memory() const { return flows ? flows->Memory() : table.Memory(); }
 };
 
 class StatsStore {
@@ -68,12 +74,8 @@ class StatsStore {
 
   GroupCounters& flow_group() { return *flow_group_; }
   [[nodiscard]] const GroupCounters& flow_group() const { return *flow_group_; }
-
-  // The flow record in a row of the flow group.
-  static FlowTotals& Flow(std::uint64_t* values) { return *reinterpret_cast<FlowTotals*>(values); }
-  static const FlowTotals& Flow(const std::uint64_t* values) {
-    return *reinterpret_cast<const FlowTotals*>(values);
-  }
+  FlowTable& flows() { return *flow_group_->flows; }
+  [[nodiscard]] const FlowTable& flows() const { return *flow_group_->flows; }
 
   // Intern gives the number of a tag or text of flows, from 1; TextOf the other way, "" for 0.
   std::uint32_t Intern(std::string_view text);
@@ -139,6 +141,7 @@ class StatsStore {
   template <class Texts>  // that know what a number stands for
   void RenumberTexts(const Texts& texts, FlowTotals* flow);
   static void Prune(GroupCounters* group, std::size_t kept);
+  static void DropStrayNotes(GroupCounters* group);
 
   std::vector<std::unique_ptr<GroupCounters>> groups_;
   std::vector<IndexSlot> index_;

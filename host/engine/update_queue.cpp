@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/engine/update_queue.h"
 
-#include "host/engine/stats_store.h"
-
 namespace flow::host {
 
 void UpdateQueue::Flush() {
@@ -14,8 +12,8 @@ void UpdateQueue::Apply(Entry& entry) {
   if (entry.table == nullptr) return;
   std::uint64_t* values = entry.table->UpdateLikely(entry.likely_row, entry.Key());
   if (values == nullptr) values = entry.table->FindOrAdd(entry.Key(), entry.hash);
-  if (entry.count == 0) {
-    MergeFlow(entry.part, &StatsStore::Flow(values));
+  if (entry.flows != nullptr) {
+    entry.flows->AddPart(values, entry.part);
   } else {
     for (std::size_t i = 0; i < entry.count; ++i) {
       values[entry.increments[i].column] += entry.increments[i].value;

@@ -13,7 +13,7 @@
 #include <span>
 #include <string_view>
 
-#include "host/engine/flow_totals.h"
+#include "host/engine/flow_table.h"
 #include "host/engine/key_table.h"
 
 namespace flow::host {
@@ -29,19 +29,20 @@ class UpdateQueue {
   static constexpr std::size_t kLongestKey = 120;
   static constexpr std::size_t kMostIncrements = 6;
 
-  // AddIncrements and AddFlow take an update. The key is at most kLongestKey long, there are at
-  // most kMostIncrements, and the table outlives the queue.
+  // AddIncrements and AddFlow take an update. The key, of a flow a packed one, is at most
+  // kLongestKey long, there are at most kMostIncrements, and the table outlives the queue.
   template <std::size_t kExtent>
   void AddIncrements(KeyTable& table, std::string_view key, std::uint32_t hash,
                      std::span<const Increment, kExtent> increments) {
     Entry& entry = Enter(table, key, hash);
+    entry.flows = nullptr;
     entry.count = static_cast<std::uint16_t>(increments.size());
     std::copy(increments.begin(), increments.end(), entry.increments);
     Advance();
   }
-  void AddFlow(KeyTable& table, std::string_view key, const FlowTotals& part) {
-    Entry& entry = Enter(table, key, HashKey(key));
-    entry.count = 0;
+  void AddFlow(FlowTable& flows, std::string_view key, const FlowTotals& part) {
+    Entry& entry = Enter(flows.rows(), key, HashKey(key));
+    entry.flows = &flows;
     entry.part = part;
     Advance();
   }
@@ -56,11 +57,12 @@ class UpdateQueue {
   static constexpr std::size_t kApplyAfter = 24;  // updates between index and update
 
   struct Entry {
-    KeyTable* table;  // null when it was made
+    KeyTable* table;   // null when it was made
+    FlowTable* flows;  // null for increments
     std::uint32_t hash;
     std::uint32_t likely_row;  // once it was asked for
     std::uint16_t key_length;
-    std::uint16_t count;  // of increments; 0 for a part of a flow
+    std::uint16_t count;  // of increments
     char key[kLongestKey];
     union {
       Increment increments[kMostIncrements];

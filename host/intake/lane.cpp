@@ -73,7 +73,7 @@ void Lane::Enter(const IID& protocol, const UdpPacket& packet) {
   records_.store(records_.load(std::memory_order_relaxed) + records, std::memory_order_relaxed);
   Note(packet, records, refusal_);
   has_netflow_ = has_netflow_ || protocol == kNetflowProtocol;
-  if (store_->flow_group().table.size() > most_flows_) HandOutFlowsNow(packet.time);
+  if (store_->flows().size() > most_flows_) HandOutFlowsNow(packet.time);
   if (keeps_lessons_ && meters_->Learnt() > learnt_before_) NoteGrowth(packet);
   if (mailbox_.HasMail()) TakeMessages();
   constexpr std::size_t kLookAfter = std::size_t{64} << 10;

@@ -119,12 +119,12 @@ void WriteGroup(const Report& report, const GroupCounters& group, OutputFile* ou
   text.pop_back();  // the closing brace
   out->Write(text + ",\"keys\":[");
   const char* separator = "\n";
-  for (const KeyRow& row : RankKeys(group, group.table.size()).rows) {
+  Ranking(group, group.size()).ForEach([&](const KeyRow& row) {
     Json entry = EntryOf(report, group, row.key);
     for (const MeterInfo& meter : group.info.meters) entry[meter.id] = row.values[meter.index];
-    if (is_flows) AddColumns(FlowColumns(), report, StatsStore::Flow(row.values), &entry);
+    if (is_flows) AddColumns(FlowColumns(), report, *row.flow, &entry);
     out->Write(std::exchange(separator, ",\n") + Dump(entry));
-  }
+  });
   out->Write("]}");
 }
 
@@ -147,7 +147,7 @@ void WriteJson(const Report& report, const ReportOptions& options, const std::st
   out.Write(",\n\"groups\":[");
   const char* separator = "\n";
   for (const auto& group : report.store.groups()) {
-    if (group->table.size() == 0 || !options.Wants(group->info)) continue;
+    if (group->size() == 0 || !options.Wants(group->info)) continue;
     out.Write(std::exchange(separator, ",\n"));
     WriteGroup(report, *group, &out);
   }

@@ -5,7 +5,6 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <tuple>
 
 #include "host/names/key_text.h"
 
@@ -15,27 +14,46 @@ bool ReportOptions::Wants(const GroupInfo& group) const {
   return group_ids.empty() || std::ranges::find(group_ids, group.id) != group_ids.end();
 }
 
-Ranking RankKeys(const GroupCounters& group, std::size_t top) {
-  Ranking ranking;
-  ranking.column_sums = group.pruned_sums;
+Ranking::Ranking(const GroupCounters& group, std::size_t top)
+    : column_sums(group.pruned_sums), group_(group) {
   for (const int meter : group.info.ranking) {
-    ranking.rank_sum += group.pruned_sums[static_cast<std::size_t>(meter)];
+    rank_sum += group.pruned_sums[static_cast<std::size_t>(meter)];
   }
-  std::vector<KeyRow>& rows = ranking.rows;
-  rows.reserve(group.table.size());
-  group.table.ForEach([&](std::string_view key, const std::uint64_t* values) {
-    KeyRow& row = rows.emplace_back(KeyRow{key, values, 0});
-    for (const int meter : group.info.ranking) row.rank += values[meter];
-    for (std::size_t i = 0; i < group.columns; ++i) ranking.column_sums[i] += values[i];
-    ranking.rank_sum += row.rank;
-  });
-  const auto larger = [](const KeyRow& a, const KeyRow& b) {
-    return std::tie(b.rank, a.key) < std::tie(a.rank, b.key);
+  const auto take = [&](KeyTable::Row row, const std::uint64_t* values) {
+    std::uint64_t rank = 0;
+    for (const int meter : group.info.ranking) rank += values[meter];
+    for (std::size_t i = 0; i < group.columns; ++i) column_sums[i] += values[i];
+    rank_sum += rank;
+    Take({rank, row}, top);
   };
-  const auto end = rows.begin() + static_cast<std::ptrdiff_t>(std::min(top, rows.size()));
-  std::partial_sort(rows.begin(), end, rows.end(), larger);
-  rows.erase(end, rows.end());
-  return ranking;
+  rows_.reserve(std::min(top, group.size()));
+  if (group.flows) {
+    group.flows->rows().ForEachRow(
+        [&](KeyTable::Row row) { take(row, group.flows->Whole(KeyTable::ValuesOf(row)).meters); });
+  } else {
+    group.table.ForEachRow([&](KeyTable::Row row) { take(row, KeyTable::ValuesOf(row)); });
+  }
+  std::ranges::sort(rows_, [this](const auto& a, const auto& b) { return IsLarger(a, b); });
+}
+
+// The rows are a heap once they are as many as are wanted: its top is the smallest.
+void Ranking::Take(const Ranked& each, std::size_t top) {
+  const auto larger = [this](const Ranked& a, const Ranked& b) { return IsLarger(a, b); };
+  if (rows_.size() < top) {
+    rows_.push_back(each);
+    if (rows_.size() == top) std::ranges::make_heap(rows_, larger);
+  } else if (top > 0 && larger(each, rows_.front())) {
+    std::ranges::pop_heap(rows_, larger);
+    rows_.back() = each;
+    std::ranges::push_heap(rows_, larger);
+  }
+}
+
+bool Ranking::IsLarger(const Ranked& a, const Ranked& b) const {
+  if (a.rank != b.rank) return a.rank > b.rank;
+  const std::string_view key_a = KeyTable::KeyOf(a.row);
+  const std::string_view key_b = KeyTable::KeyOf(b.row);
+  return group_.flows ? ComesBefore(key_a, key_b) : key_a < key_b;
 }
 
 std::vector<ExporterTable::Row> RealExporters(const Period& period, const StandIns& stand_ins) {

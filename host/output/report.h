@@ -42,20 +42,52 @@ struct ReportOptions {
   [[nodiscard]] bool Wants(const GroupInfo& group) const;
 };
 
-// A key of a group with its values; both belong to the group.
+// A key of a group with its values.
 struct KeyRow {
   std::string_view key;
   const std::uint64_t* values = nullptr;
-  std::uint64_t rank = 0;  // what it is ranked by
+  const FlowTotals* flow = nullptr;  // of flows alone
+  std::uint64_t rank = 0;            // what it is ranked by
 };
 
-// The largest keys of a group, and what all keys together have.
-struct Ranking {
-  std::vector<KeyRow> rows;                // largest first, equal ones by key
+// The largest keys of a group, which has to stay as it is, and what all keys together have.
+class Ranking {
+ public:
+  Ranking(const GroupCounters& group, std::size_t top);
+
+  // ForEach calls visit(KeyRow), the largest first, equal ones by key. What a row points to is
+  // there during the call.
+  template <class Visit>
+  void ForEach(Visit&& visit) const {
+    SessionText text;
+    for (const Ranked& each : rows_) {
+      const std::string_view key = KeyTable::KeyOf(each.row);
+      const std::uint64_t* const values = KeyTable::ValuesOf(each.row);
+      if (group_.flows) {
+        const FlowTotals flow = group_.flows->Whole(values);
+        visit(KeyRow{text.Of(key), flow.meters, &flow, each.rank});
+      } else {
+        visit(KeyRow{key, values, nullptr, each.rank});
+      }
+    }
+  }
+
+  [[nodiscard]] std::size_t size() const { return rows_.size(); }
+
   std::vector<std::uint64_t> column_sums;  // over all keys
   std::uint64_t rank_sum = 0;
+
+ private:
+  struct Ranked {
+    std::uint64_t rank;
+    KeyTable::Row row;
+  };
+  [[nodiscard]] bool IsLarger(const Ranked& a, const Ranked& b) const;
+  void Take(const Ranked& each, std::size_t top);
+
+  const GroupCounters& group_;
+  std::vector<Ranked> rows_;
 };
-Ranking RankKeys(const GroupCounters& group, std::size_t top);
 
 // RealExporters gives a period's exporters by their real addresses.
 std::vector<ExporterTable::Row> RealExporters(const Period& period, const StandIns& stand_ins);

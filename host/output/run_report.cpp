@@ -118,7 +118,7 @@ void RunReport::Add(const Tick& tick, std::vector<Harvest> harvests, double seco
   if (observer_) observer_(tick, harvests);
   const bool has_ends = !HasNetflow(harvests);
   for (const Harvest& harvest : harvests) {
-    directions_.Add(harvest.store->flow_group().table);
+    directions_.Add(harvest.store->flows());
     directions_.AddTo(harvest.store.get());
     if (!keepers_.empty() || !options_.report.split_flows) {
       TakeFlows(tick.to - 1, harvest.store->TakeFlows(), has_ends);

@@ -54,19 +54,19 @@ void WriteBooks(const Report& report, SheetSink* sink) {
 void WriteGroup(const Report& report, const GroupCounters& group, bool only_top_n,
                 SheetSink* sink) {
   const bool is_flows = &group == &report.store.flow_group();
-  const std::size_t top = only_top_n ? group.info.top_n : group.table.size();
+  const std::size_t top = only_top_n ? group.info.top_n : group.size();
   std::vector<SheetColumn> columns{{"key"}, {"text"}};
   for (const MeterInfo& meter : group.info.meters) columns.push_back({meter.id, kNumber});
   if (is_flows) AddColumns(FlowColumns(), &columns);
   sink->Begin(group.info.id, columns);
   std::vector<Cell> cells;
-  for (const KeyRow& row : RankKeys(group, top).rows) {
+  Ranking(group, top).ForEach([&](const KeyRow& row) {
     const std::string key = KeyOf(report, group, row.key);
     cells.assign({key, ReadableKey(group.info.key_kind, key)});
     for (const MeterInfo& meter : group.info.meters) cells.emplace_back(row.values[meter.index]);
-    if (is_flows) AddCells(FlowColumns(), report, StatsStore::Flow(row.values), &cells);
+    if (is_flows) AddCells(FlowColumns(), report, *row.flow, &cells);
     sink->Row(cells);
-  }
+  });
   sink->End();
 }
 

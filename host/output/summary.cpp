@@ -37,7 +37,7 @@ class SummaryPrinter {
     PrintExporters();
     if (options_.top == 0) return;
     for (const auto& group : report_.store.groups()) {
-      if (group->table.size() > 0 && options_.Wants(group->info)) PrintGroup(*group);
+      if (group->size() > 0 && options_.Wants(group->info)) PrintGroup(*group);
     }
   }
 
@@ -366,16 +366,14 @@ void SummaryPrinter::PrintGroup(const GroupCounters& group) {
   // The directions are few, and parts of the total beside them: all are shown, without shares.
   const bool totals = group.info.key_kind == KeyKind::kTotals;
   const bool is_flows = &group == &report_.store.flow_group();
-  const Ranking ranking = RankKeys(group, totals ? group.table.size() : options_.top);
+  const Ranking ranking(group, totals ? group.size() : options_.top);
   std::vector<const MeterInfo*> meters;
   for (const MeterInfo& meter : group.info.meters) {
     const auto column = static_cast<std::size_t>(meter.index);
     if (is_flows || ranking.column_sums[column] != 0) meters.push_back(&meter);
   }
   std::vector<FlowTotals> flows;
-  for (const KeyRow& row : ranking.rows) {
-    if (is_flows) flows.push_back(StatsStore::Flow(row.values));
-  }
+  if (is_flows) ranking.ForEach([&](const KeyRow& row) { flows.push_back(*row.flow); });
   const auto columns = Telling<FlowTotals>(FlowColumns(), flows);
   // A share is one of all traffic, whatever the group leaves out or counts for two keys.
   const std::uint64_t whole =
@@ -385,17 +383,16 @@ void SummaryPrinter::PrintGroup(const GroupCounters& group) {
   if (!totals) table.AddColumn("Share", Align::kRight);
   for (const MeterInfo* meter : meters) table.AddColumn(Printable(meter->title), Align::kRight);
   AddHeadings(columns, &table);
-  for (std::size_t i = 0; i < ranking.rows.size(); ++i) {
-    const KeyRow& row = ranking.rows[i];
+  ranking.ForEach([&](const KeyRow& row) {
     std::vector<std::string> cells{KeyText(group, row.key)};
     if (!totals) cells.push_back(Percent(row.rank, whole));
     for (const MeterInfo* meter : meters) {
       cells.push_back(Value(meter->unit, row.values[meter->index]));
     }
-    if (is_flows) AddCells(columns, flows[i], &cells);
+    if (is_flows) AddCells(columns, *row.flow, &cells);
     table.AddRow(std::move(cells));
-  }
-  Heading(group.info.title, ranking.rows.size(), group.table.size(), group.pruned_keys);
+  });
+  Heading(group.info.title, ranking.size(), group.size(), group.pruned_keys);
   table.Print(out_);
 }
 

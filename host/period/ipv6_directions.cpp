@@ -56,9 +56,10 @@ void Ipv6Directions::AddFlow(std::string_view key, const FlowTotals& flow) {
   reverse.packets += flow.meters[3];
 }
 
-void Ipv6Directions::Add(const KeyTable& flows) {
-  flows.ForEach([this](std::string_view key, const std::uint64_t* values) {
-    AddFlow(key, StatsStore::Flow(values));
+void Ipv6Directions::Add(const FlowTable& flows) {
+  SessionText text;
+  flows.ForEachPacked([&](std::string_view key, const FlowTotals& flow) {
+    if (!IsIpv4(key)) AddFlow(text.Of(key), flow);
   });
 }
 

@@ -20,7 +20,7 @@ class Ipv6Directions {
 
   // Add takes note of what IPv6 flows carried, of whole flows, before any were let go; AddTo adds
   // it to a store's totals by direction, once.
-  void Add(const KeyTable& flows);
+  void Add(const FlowTable& flows);
   void AddTo(StatsStore* store);
 
   static constexpr std::size_t kWays = 4;

@@ -56,14 +56,13 @@ void FlowBlocks::Add(std::int64_t bucket, const FlowBatch& batch) {
   texts_.clear();
   for (const std::string& text : batch.texts) texts_.push_back(Utf8(text));
   std::size_t left = batch.table.size();
-  batch.table.ForEach([&](std::string_view key, const std::uint64_t* values) {
+  batch.table.ForEach([&](std::string_view key, const FlowTotals& flow) {
     if (block_.rows > 0 && (block_.bucket != bucket || block_.rows == kFullRows)) Flush();
     if (block_.rows == 0) {
       Begin(bucket);
       block_.body.reserve(std::min<std::size_t>(left, kFullRows) * kRowBytes);
     }
     --left;
-    const FlowTotals& flow = *reinterpret_cast<const FlowTotals*>(values);
     Put(key, flow);
     sums_.Add(flow);
   });

@@ -85,8 +85,7 @@ FlowSums FlowMessages::Add(std::int64_t bucket, const FlowBatch& batch) {
   texts_.clear();
   for (const std::string& text : batch.texts) texts_.push_back(Utf8(text));
   FlowSums lost;
-  batch.table.ForEach([&](std::string_view key, const std::uint64_t* values) {
-    const FlowTotals& flow = *reinterpret_cast<const FlowTotals*>(values);
+  batch.table.ForEach([&](std::string_view key, const FlowTotals& flow) {
     if (!Put(bucket, key, flow)) lost.Add(flow);
   });
   return lost;

@@ -42,9 +42,7 @@ void NotKept::Add(const FlowTotals& flow) {
 }
 
 void NotKept::Add(const FlowBatch& batch) {
-  batch.table.ForEach([this](std::string_view, const std::uint64_t* values) {
-    Add(*reinterpret_cast<const FlowTotals*>(values));
-  });
+  batch.table.ForEachPacked([this](std::string_view, const FlowTotals& flow) { Add(flow); });
 }
 
 void NotKept::Add(const FlowSums& sums) {
@@ -107,8 +105,8 @@ NotKept FlowFile::Write(std::int64_t minute, const FlowBatch& batch) {
   minute_ = minute;
   NotKept sums;
   Session session{};
-  batch.table.ForEach([&](std::string_view key, const std::uint64_t* values) {
-    FlowTotals flow = *reinterpret_cast<const FlowTotals*>(values);
+  batch.table.ForEach([&](std::string_view key, const FlowTotals& counted) {
+    FlowTotals flow = counted;
     sums.Add(flow);
     if (!ReadSession(key, &session)) session = {};
     flow.tag = static_cast<std::uint32_t>(TextId(batch, flow.tag));

@@ -38,9 +38,9 @@ struct Host {
     const std::uint64_t* const values = store.Group(group).table.Find(key);
     return values == nullptr ? 0 : values[meter];
   }
-  const FlowTotals& Flow(const std::string& key) {
+  FlowTotals Flow(const std::string& key) {
     engine.Flush();
-    return StatsStore::Flow(store.flow_group().table.Find(key));
+    return store.flows().Find(key).value();
   }
 };
 
@@ -301,7 +301,7 @@ TEST(Flows, AddUpOverManyRecords) {
   host.engine.UpdateFlowCounterWithText(kFlowGroup, "a", 1, 7, "some text");
   host.engine.CloseFlow(kFlowGroup, "a");
 
-  const FlowTotals& flow = host.Flow("a");
+  const FlowTotals flow = host.Flow("a");
   EXPECT_EQ(flow.meters[0], 30U);
   EXPECT_EQ(flow.meters[1], 7U);
   EXPECT_EQ(flow.meters[2], 3U);
@@ -345,7 +345,7 @@ TEST(Flows, MergeWithTheirTimesTagsAndTexts) {
   StatsStore merged(a.catalog.groups());
   merged.Merge(a.store);
   merged.Merge(b.store);
-  const FlowTotals& flow = StatsStore::Flow(merged.flow_group().table.Find("a"));
+  const FlowTotals flow = merged.flows().Find("a").value();
   EXPECT_EQ(flow.bytes[0], 3U);
   EXPECT_EQ(flow.first_ms, 100'000);
   EXPECT_EQ(flow.last_ms, 200'000);
@@ -392,7 +392,7 @@ TEST(Ipv6Directions, AddUpEveryFlow) {
   ASSERT_TRUE(ParseNetwork("2001:db8::/32", &network));
   const HomeRanges ranges({network});
   Ipv6Directions directions(ranges);
-  directions.Add(host.store.flow_group().table);
+  directions.Add(host.store.flows());
   directions.AddTo(&host.store);
   const auto volume = [&](const std::string& key) {
     return std::pair(host.Value(kTotals, key, 0), host.Value(kTotals, key, 1));

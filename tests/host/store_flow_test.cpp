@@ -89,7 +89,9 @@ TEST(FlowFile, KeepsSoManyTexts) {
     for (std::uint32_t i = 1; i <= count; ++i) {
       const std::string text = std::to_string(first + i);
       batch.texts.push_back(text);
-      reinterpret_cast<FlowTotals*>(batch.table.FindOrAdd(text))->app = i;
+      FlowTotals flow{};
+      flow.app = i;
+      batch.table.Merge(text, flow);
     }
     FlowFile file(path, Sync::kNever, 0, stand_ins);
     file.Write(first, batch);
@@ -134,12 +136,12 @@ TEST(RecordWords, GoToTheFlowOfTheirRecord) {
   engine.UpdateCounter(COUNTERID_LINKAS, "-1\\C0.00.02.01_00000003", link_as::kSourceOnInput, 1);
   engine.UpdateFlowCounter(COUNTERID_FLOWS, kOther, 0, 100);
   engine.Flush();
-  const FlowTotals& flow = StatsStore::Flow(store.flow_group().table.Find(kKey));
+  const FlowTotals flow = store.flows().Find(kKey).value();
   EXPECT_EQ(flow.as_numbers[0], 64500);
   EXPECT_EQ(flow.as_numbers[1], 64502);
   EXPECT_EQ(flow.next_hops[0], 0);
   EXPECT_EQ(flow.records, 2);
-  const FlowTotals& other = StatsStore::Flow(store.flow_group().table.Find(kOther));
+  const FlowTotals other = store.flows().Find(kOther).value();
   EXPECT_EQ(other.as_numbers[0], 4294967295);
   EXPECT_EQ(other.as_numbers[1], 64501);
   EXPECT_EQ(flow.macs[0][1], 0x1B);
