@@ -7,7 +7,6 @@
 #include <emmintrin.h>
 #endif
 
-#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -82,27 +81,6 @@ inline std::uint32_t HashKey(std::string_view key) {
   }
   hash = internal::Mix(hash ^ first, factor ^ last);
   return static_cast<std::uint32_t>(hash ^ hash >> 32);
-}
-
-// GuessKey mixes some of a key's bytes, its last ones in front: keys that differ are likely to give
-// different numbers, most of all in the upper bits. Whoever chooses keys can have them agree.
-inline std::uint64_t GuessKey(std::string_view key) {
-  using internal::Load32;
-  using internal::Load64;
-  const char* p = key.data();
-  const std::size_t size = key.size();
-  constexpr std::uint64_t kFactor = 0x9E3779B97F4A7C15;
-  if (size >= 8) {
-    const char* const end = p + size;
-    const std::uint64_t last = Load64(end - 8);
-    return (last + std::rotl(Load64(size >= 16 ? end - 16 : p), 29)) * kFactor;
-  }
-  if (size >= 4) return (Load32(p) << 32 ^ Load32(p + size - 4) ^ size) * kFactor;
-  if (size == 0) return 0;
-  const auto byte = [p](std::size_t at) {
-    return std::uint64_t{static_cast<unsigned char>(p[at])};
-  };
-  return (byte(0) << 16 | byte(size / 2) << 8 | byte(size - 1)) * kFactor;
 }
 
 // CopyKey copies a key, which may not overlap the place it goes to.

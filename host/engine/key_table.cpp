@@ -2,7 +2,6 @@
 #include "host/engine/key_table.h"
 
 #include <algorithm>
-#include <bit>
 #include <iterator>
 #include <new>
 #include <span>
@@ -28,18 +27,7 @@ KeyTable::KeyTable(std::size_t values)
     : values_(values),
       slot_count_(kFirstSlots),
       index_(AllocateLarge(slot_count_ * sizeof(Slot))),
-      slots_(reinterpret_cast<Slot*>(index_.get())) {
-  ForgetRecent();
-}
-
-// As many as rows, but no more than a cache holds beside all else.
-void KeyTable::ForgetRecent() {
-  constexpr std::size_t kMost = 1024;
-  const std::size_t count = std::min(slot_count_, kMost);
-  recent_rows_ = AllocateLarge(count * sizeof(std::byte*));
-  recent_ = reinterpret_cast<std::byte**>(recent_rows_.get());
-  recent_shift_ = 64 - std::countr_zero(count);
-}
+      slots_(reinterpret_cast<Slot*>(index_.get())) {}
 
 const std::uint64_t* KeyTable::Find(std::string_view key) const {
   key = key.substr(0, kLongestKey);
@@ -86,9 +74,7 @@ std::uint64_t* KeyTable::SearchOrAdd(std::string_view key, std::uint32_t hash) {
     slots_[at] = {hash, AddRow(key)};
     ++size_;
   }
-  std::byte* const row = RowAt(slots_[at].row);
-  recent_[RecentPlace(key)] = row;
-  return MutableValues(row);
+  return MutableValues(RowAt(slots_[at].row));
 }
 
 std::uint32_t KeyTable::AddRow(std::string_view key) {
@@ -153,7 +139,6 @@ void KeyTable::Resize(std::size_t count) {
   slot_count_ = count;
   index_ = std::move(memory);
   slots_ = grown;
-  ForgetRecent();
   time_of_growth += std::chrono::steady_clock::now() - start;
 }
 

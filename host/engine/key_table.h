@@ -35,13 +35,6 @@ class KeyTable {
     return SearchOrAdd(key, hash);
   }
 
-  // IfRecent gives the values of a key that was updated a short while ago, else null: most traffic
-  // is of few keys. Its guess where the key stands costs less than a hash.
-  [[nodiscard]] std::uint64_t* IfRecent(std::string_view key) const {
-    std::byte* const row = recent_[RecentPlace(key)];
-    return row != nullptr && SameKey(KeyOf(row), key) ? MutableValues(row) : nullptr;
-  }
-
   // Absorb takes over another table's rows, which stay where they are; only the index grows. For a
   // key that both have it calls combine(values here, values there).
   template <class Combine>
@@ -77,12 +70,10 @@ class KeyTable {
   // The second gives the number of the row that most likely is the key's, 0 for none, which
   // UpdateLikely checks: the values if it is, else null.
   std::uint32_t PrefetchRow(std::uint32_t hash) const;
-  std::uint64_t* UpdateLikely(std::uint32_t number, std::string_view key) {
+  std::uint64_t* UpdateLikely(std::uint32_t number, std::string_view key) const {
     if (number == 0) return nullptr;
     std::byte* const row = RowAt(number);
-    if (!SameKey(KeyOf(row), key)) return nullptr;
-    recent_[RecentPlace(key)] = row;
-    return MutableValues(row);
+    return SameKey(KeyOf(row), key) ? MutableValues(row) : nullptr;
   }
 
   // Find gives the values of a key that is there, else null.
@@ -159,9 +150,6 @@ class KeyTable {
   static std::uint64_t* MutableValues(std::byte* row) {
     return const_cast<std::uint64_t*>(ValuesOf(row, KeyOf(row).size()));
   }
-  [[nodiscard]] std::size_t RecentPlace(std::string_view key) const {
-    return static_cast<std::size_t>(GuessKey(key) >> recent_shift_);
-  }
   static const std::uint64_t* ValuesOf(const std::byte* row, std::size_t key_length) {
     return reinterpret_cast<const std::uint64_t*>(row + KeyBytes(key_length));
   }
@@ -178,7 +166,6 @@ class KeyTable {
   // Copies the rows together where most of the memory holds none: forgotten rows, ends of blocks.
   void CompactIfSparse();
   void Resize(std::size_t slot_count);
-  void ForgetRecent();
   void Reserve(std::size_t rows);
   // Takes over the blocks; the result is what to add to the numbers of their rows.
   std::uint32_t AdoptBlocks(KeyTable* other);
@@ -191,10 +178,6 @@ class KeyTable {
   std::vector<Block> blocks_;
   std::size_t block_bytes_ = 0;
   std::size_t live_bytes_ = 0;  // of the rows in the index
-  // Rows that were updated last, one for every part of the guesses that keys make.
-  LargeMemory recent_rows_;
-  std::byte** recent_;  // in there
-  int recent_shift_;
 };
 
 }  // namespace flow::host

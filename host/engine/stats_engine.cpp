@@ -61,9 +61,23 @@ std::int64_t Milliseconds(const TimePair& time) { return time.seconds * 1000 + t
 StatsEngine::StatsEngine(StatsStore& store, ChannelSink& channels)
     : store_(&store), channels_(channels) {}
 
-template <std::size_t kExtent>
+// What is said straight from a call's arguments costs a third less than by a list.
+template <class... Increments>
 inline void StatsEngine::Update(const GUID& group, std::string_view key,
-                                std::span<const Increment, kExtent> increments) {
+                                const Increments&... increments) {
+  if (const RecentRows::Row* const recent = store_->recent().Find(group, key)) {
+    if (((increments.column < recent->columns) && ...)) {
+      ((recent->values[increments.column] += increments.value), ...);
+      return;
+    }
+  }
+  const Increment list[] = {increments...};
+  UpdateAny(group, key, std::span<const Increment, sizeof...(increments)>(list));
+}
+
+template <std::size_t kExtent>
+void StatsEngine::UpdateAny(const GUID& group, std::string_view key,
+                            std::span<const Increment, kExtent> increments) {
   GroupCounters& counters = store_->Group(group);
   if (counters.info.word != RecordWord::kNone) HearRecordWord(counters, key, increments);
   bool all_known = true;
@@ -92,16 +106,15 @@ inline void StatsEngine::UpdateKnown(GroupCounters& counters, std::string_view k
   // A table that fits the caches needs no queue.
   constexpr std::size_t kSmallTable = 1024;
   KeyTable& table = counters.table;
-  std::uint64_t* row = table.IfRecent(key);
-  if (row == nullptr) {
-    if (key.size() > UpdateQueue::kLongestKey) {
-      row = table.FindOrAdd(key);
-    } else if (const std::uint32_t hash = HashKey(key); table.size() > kSmallTable) {
-      queue_.AddIncrements(table, key, hash, increments);
-      return;
-    } else {
-      row = table.FindOrAdd(key, hash);
-    }
+  std::uint64_t* row = nullptr;
+  if (key.size() > UpdateQueue::kLongestKey) {
+    row = table.FindOrAdd(key);
+  } else if (const std::uint32_t hash = HashKey(key); table.size() > kSmallTable) {
+    queue_.AddIncrements(*store_, counters, key, hash, increments);
+    return;
+  } else {
+    row = table.FindOrAdd(key, hash);
+    store_->NoteRecent(counters, key, row);
   }
   for (const Increment& increment : increments) row[increment.column] += increment.value;
 }
@@ -176,8 +189,7 @@ void StatsEngine::UseStore(StatsStore& store) {
 
 Status StatsEngine::UpdateCounter(const GUID& group, const char* key, int meter,
                                   std::uint64_t value) {
-  const Increment increments[] = {{Column(meter), value}};
-  Update(group, key, increments);
+  Update(group, key, Increment{Column(meter), value});
   return kStatusOk;
 }
 
@@ -187,8 +199,7 @@ Status StatsEngine::UpdateCounterKeyLen(const GUID& group, int keyLength, const 
     HearWord(meter, value);
     return kStatusOk;
   }
-  const Increment increments[] = {{Column(meter), value}};
-  Update(group, KeyText(keyLength, key), increments);
+  Update(group, KeyText(keyLength, key), Increment{Column(meter), value});
   return kStatusOk;
 }
 
@@ -200,28 +211,25 @@ void StatsEngine::HearWord(int meter, std::uint64_t value) {
 
 Status StatsEngine::UpdateCounter2(const GUID& group, int keyLength, const char* key, int meter1,
                                    std::uint64_t value1, int meter2, std::uint64_t value2) {
-  const Increment increments[] = {{Column(meter1), value1}, {Column(meter2), value2}};
-  Update(group, KeyText(keyLength, key), increments);
+  Update(group, KeyText(keyLength, key), Increment{Column(meter1), value1},
+         Increment{Column(meter2), value2});
   return kStatusOk;
 }
 
 Status StatsEngine::UpdateCounter3(const GUID& group, int keyLength, const char* key, int meter1,
                                    std::uint64_t value1, int meter2, std::uint64_t value2,
                                    int meter3, std::uint64_t value3) {
-  const Increment increments[] = {
-      {Column(meter1), value1}, {Column(meter2), value2}, {Column(meter3), value3}};
-  Update(group, KeyText(keyLength, key), increments);
+  Update(group, KeyText(keyLength, key), Increment{Column(meter1), value1},
+         Increment{Column(meter2), value2}, Increment{Column(meter3), value3});
   return kStatusOk;
 }
 
 Status StatsEngine::UpdateCounterMulti(const GUID& group, int keyLength, const char* key, int count,
                                        const int* meters, const std::uint64_t* values) {
   if (count == 4) {  // as the plug-in says it of every host
-    const Increment increments[] = {{Column(meters[0]), values[0]},
-                                    {Column(meters[1]), values[1]},
-                                    {Column(meters[2]), values[2]},
-                                    {Column(meters[3]), values[3]}};
-    Update(group, KeyText(keyLength, key), increments);
+    Update(group, KeyText(keyLength, key), Increment{Column(meters[0]), values[0]},
+           Increment{Column(meters[1]), values[1]}, Increment{Column(meters[2]), values[2]},
+           Increment{Column(meters[3]), values[3]});
     return kStatusOk;
   }
   constexpr int kMost = UpdateQueue::kMostIncrements;
@@ -229,8 +237,8 @@ Status StatsEngine::UpdateCounterMulti(const GUID& group, int keyLength, const c
     const int part = std::min(count - first, kMost);
     Increment pairs[kMost];
     for (int i = 0; i < part; ++i) pairs[i] = {Column(meters[first + i]), values[first + i]};
-    Update(group, KeyText(keyLength, key),
-           std::span<const Increment>(pairs, static_cast<std::size_t>(part)));
+    UpdateAny(group, KeyText(keyLength, key),
+              std::span<const Increment>(pairs, static_cast<std::size_t>(part)));
   }
   return kStatusOk;
 }
@@ -239,8 +247,7 @@ Status StatsEngine::UpdateCounterMulti(const GUID& group, int keyLength, const c
 Status StatsEngine::UpdateCounterHashed2(const GUID& group, std::uint32_t /*keyHash*/,
                                          const char* key, int meter1, std::uint64_t value1,
                                          int meter2, std::uint64_t value2) {
-  const Increment increments[] = {{Column(meter1), value1}, {Column(meter2), value2}};
-  Update(group, key, increments);
+  Update(group, key, Increment{Column(meter1), value1}, Increment{Column(meter2), value2});
   return kStatusOk;
 }
 
@@ -297,8 +304,8 @@ void StatsEngine::SendFlow() {
 FlowTotals& StatsEngine::TouchFlow(const char* key) {
   FlowTotals& flow = FlowOf(key);
   if (flow.has_times == 0) {
-    if (flow.updates == 0) flow.first_ms = now_ / 1000;
-    flow.last_ms = now_ / 1000;
+    if (flow.updates == 0) flow.first_ms = now_ms_;
+    flow.last_ms = now_ms_;
   }
   ++flow.updates;
   return flow;

@@ -33,7 +33,10 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   void Flush();
 
   // SetTime is the clock: the time of the datagram that is about to be counted.
-  void SetTime(Timestamp now) { now_ = now; }
+  void SetTime(Timestamp now) {
+    now_ = now;
+    now_ms_ = now / 1000;
+  }
 
   // TakeWords hands out what the meter has told of records that it did not meter, since last asked.
   MeterWords TakeWords() {
@@ -106,14 +109,13 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
     std::uint32_t number_ = 0;
   };
 
-  // Update adds at most UpdateQueue::kMostIncrements values to a key; a column is a meter's index.
+  // Update adds some values to a key, by way of recent rows; a column is a meter's index. UpdateAny
+  // adds at most UpdateQueue::kMostIncrements.
+  template <class... Increments>
+  void Update(const GUID& group, std::string_view key, const Increments&... increments);
   template <std::size_t kExtent>
-  void Update(const GUID& group, std::string_view key,
-              std::span<const Increment, kExtent> increments);
-  template <std::size_t kCount>
-  void Update(const GUID& group, std::string_view key, const Increment (&increments)[kCount]) {
-    Update(group, key, std::span<const Increment, kCount>(increments));
-  }
+  [[gnu::noinline]] void UpdateAny(const GUID& group, std::string_view key,
+                                   std::span<const Increment, kExtent> increments);
   void HearWord(int meter, std::uint64_t value);
   // Those of meters that the group has.
   template <std::size_t kExtent>
@@ -136,6 +138,7 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   StatsStore* store_;
   ChannelSink& channels_;
   Timestamp now_ = 0;
+  std::int64_t now_ms_ = 0;
   MeterWords words_{};
   bool has_words_ = false;
   std::uint64_t ahead_ = 0;

@@ -156,6 +156,8 @@ void StatsStore::Merge(const StatsStore& other) {
 }
 
 void StatsStore::Merge(StatsStore&& other) {
+  recent_.Forget();
+  other.recent_.Forget();
   MergeBesideKeys(other);
   for (const auto& from : other.groups_) {
     if (from.get() == other.flow_group_) continue;
@@ -250,6 +252,7 @@ void StatsStore::CopyNotes(const StatsStore& other) {
 
 void StatsStore::Clear(const GUID& group) {
   ForgetTold();
+  recent_.Forget();
   GroupCounters& cleared = Group(group);
   cleared.table = KeyTable(cleared.table.values());
   if (cleared.flows) cleared.flows.emplace();
@@ -295,6 +298,7 @@ void StatsStore::DropStrayNotes(GroupCounters* group) {
 }
 
 void StatsStore::Prune(GroupCounters* group, std::size_t kept) {
+  recent_.Forget();
   std::vector<std::uint64_t> ranks;
   ranks.reserve(group->size());
   ForEachKey(*group, [&](std::string_view, const std::uint64_t* values, const FlowTotals*) {

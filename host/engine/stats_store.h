@@ -17,6 +17,7 @@
 #include "host/engine/flow_totals.h"
 #include "host/engine/group_info.h"
 #include "host/engine/key_table.h"
+#include "host/engine/recent_rows.h"
 #include "host/engine/text_map.h"
 
 namespace flow::host {
@@ -65,6 +66,13 @@ class StatsStore {
       at = (at + 1) % kIndexSlots;
     }
     return AddUnknownGroup(guid);
+  }
+
+  // Rows of groups whose keys say nothing of records.
+  [[nodiscard]] const RecentRows& recent() const { return recent_; }
+  void NoteRecent(const GroupCounters& group, std::string_view key, std::uint64_t* values) {
+    if (group.info.word != RecordWord::kNone) return;
+    recent_.Put(group.info.guid, key, {values, static_cast<std::uint32_t>(group.columns)});
   }
 
   // In the order in which they were given, unknown ones behind.
@@ -140,12 +148,13 @@ class StatsStore {
   void MergeNotes(const GroupCounters& from, GroupCounters* into);
   template <class Texts>  // that know what a number stands for
   void RenumberTexts(const Texts& texts, FlowTotals* flow);
-  static void Prune(GroupCounters* group, std::size_t kept);
+  void Prune(GroupCounters* group, std::size_t kept);
   static void DropStrayNotes(GroupCounters* group);
 
   std::vector<std::unique_ptr<GroupCounters>> groups_;
   std::vector<IndexSlot> index_;
   GroupCounters* flow_group_ = nullptr;
+  RecentRows recent_;
   TextMap<std::uint32_t> text_numbers_;
   std::vector<std::string> texts_;
   KeyNotes spilled_notes_;  // of keys beyond those that have some

@@ -15,6 +15,8 @@ void UpdateQueue::Apply(Entry& entry) {
   if (entry.flows != nullptr) {
     entry.flows->AddPart(values, entry.part);
   } else {
+    // One in four is enough to meet those that come again, and lets them stay.
+    if ((++applied_ & 3) == 0) entry.store->NoteRecent(*entry.group, entry.Key(), values);
     for (std::size_t i = 0; i < entry.count; ++i) {
       values[entry.increments[i].column] += entry.increments[i].value;
     }

@@ -13,8 +13,7 @@
 #include <span>
 #include <string_view>
 
-#include "host/engine/flow_table.h"
-#include "host/engine/key_table.h"
+#include "host/engine/stats_store.h"
 
 namespace flow::host {
 
@@ -32,10 +31,12 @@ class UpdateQueue {
   // AddIncrements and AddFlow take an update. The key, of a flow a packed one, is at most
   // kLongestKey long, there are at most kMostIncrements, and the table outlives the queue.
   template <std::size_t kExtent>
-  void AddIncrements(KeyTable& table, std::string_view key, std::uint32_t hash,
-                     std::span<const Increment, kExtent> increments) {
-    Entry& entry = Enter(table, key, hash);
+  void AddIncrements(StatsStore& store, GroupCounters& group, std::string_view key,
+                     std::uint32_t hash, std::span<const Increment, kExtent> increments) {
+    Entry& entry = Enter(group.table, key, hash);
     entry.flows = nullptr;
+    entry.store = &store;
+    entry.group = &group;
     entry.count = static_cast<std::uint16_t>(increments.size());
     std::copy(increments.begin(), increments.end(), entry.increments);
     Advance();
@@ -59,6 +60,8 @@ class UpdateQueue {
   struct Entry {
     KeyTable* table;   // null when it was made
     FlowTable* flows;  // null for increments
+    StatsStore* store;
+    const GroupCounters* group;
     std::uint32_t hash;
     std::uint32_t likely_row;  // once it was asked for
     std::uint16_t key_length;
@@ -90,10 +93,11 @@ class UpdateQueue {
     Apply(entries_[(next_ - kApplyAfter) % kEntries]);
     ++next_;
   }
-  static void Apply(Entry& entry);
+  void Apply(Entry& entry);
 
   std::array<Entry, kEntries> entries_{};
   std::size_t next_ = kEntries;
+  std::uint32_t applied_ = 0;
 };
 
 }  // namespace flow::host
