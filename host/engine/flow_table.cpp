@@ -122,10 +122,22 @@ void FlowTable::AddPart(std::uint64_t* values, const FlowTotals& part) {
   if (!AddNarrow(row, part)) AddWide(row, part);
 }
 
+// What most parts of flows have and no more.
+struct FlowTable::Plain {
+  std::uint64_t meters[4];
+  std::int64_t first_ms;
+  std::int64_t last_ms;
+  std::uint64_t updates;
+  std::uint64_t closes;
+  std::uint64_t records;
+  std::uint32_t tag;
+  std::uint8_t forms;
+  std::uint8_t has_times;
+};
+
 // False where the sum does not fit, and nothing was done.
-bool FlowTable::AddNarrow(Narrow* row, const FlowTotals& part) {
-  const bool is_new = row->forms == 0;
-  const std::uint8_t forms = FormsOf(part) & (is_new ? 0xFF : row->forms);
+inline bool FlowTable::AddPlain(Narrow* row, const Plain& part) {
+  const std::uint8_t forms = part.forms & (row->forms == 0 ? 0xFF : row->forms);
   if (forms == 0 || row->forms == Narrow::kWide) return false;
   std::uint64_t meters[4];
   std::uint64_t high = 0;
@@ -133,31 +145,64 @@ bool FlowTable::AddNarrow(Narrow* row, const FlowTotals& part) {
     meters[i] = row->meters[i] + part.meters[i];
     high |= meters[i] | part.meters[i];
   }
-  FlowTotals times;  // no more of it than MergeTimes looks at
-  times.first_ms = row->First();
-  times.last_ms = times.first_ms + row->span_ms;
-  times.updates = row->updates;
-  times.has_times = row->has_times;
-  MergeTimes(part, &times);
-  const std::uint64_t span = static_cast<std::uint64_t>(times.last_ms - times.first_ms);
+  FlowTimes times{row->First(), row->First() + row->span_ms, row->updates != 0,
+                  row->has_times != 0};
+  times.Add({part.first_ms, part.last_ms, part.updates != 0, part.has_times != 0});
+  const auto span = static_cast<std::uint64_t>(times.last_ms - times.first_ms);
   const auto first = static_cast<std::uint64_t>(times.first_ms);
-  const std::uint64_t updates = std::uint64_t{row->updates} + part.updates;
-  const std::uint64_t closes = std::uint64_t{row->closes} + part.closes;
-  const std::uint64_t records = std::uint64_t{row->records} + part.records;
+  const std::uint64_t updates = row->updates + part.updates;
+  const std::uint64_t closes = row->closes + part.closes;
+  const std::uint64_t records = row->records + part.records;
   high |= span | first >> 16 | (updates | closes | records | part.tag) << 16;
   if (high >> 32 != 0) return false;
   for (std::size_t i = 0; i < 4; ++i) row->meters[i] = static_cast<std::uint32_t>(meters[i]);
   row->first_low = static_cast<std::uint32_t>(first);
   row->first_high = static_cast<std::uint16_t>(first >> 32);
   row->span_ms = static_cast<std::uint32_t>(span);
-  row->has_times = static_cast<std::uint8_t>(times.has_times);
+  row->has_times = times.are_told ? 1 : 0;
   row->updates = static_cast<std::uint16_t>(updates);
   row->closes = static_cast<std::uint16_t>(closes);
   row->records = static_cast<std::uint16_t>(records);
   row->forms = forms;
   if (part.tag != 0) row->tag = static_cast<std::uint16_t>(part.tag);
+  return true;
+}
+
+bool FlowTable::AddNarrow(Narrow* row, const FlowTotals& part) {
+  const Plain plain{{part.meters[0], part.meters[1], part.meters[2], part.meters[3]},
+                    part.first_ms,
+                    part.last_ms,
+                    part.updates,
+                    part.closes,
+                    part.records,
+                    part.tag,
+                    FormsOf(part),
+                    static_cast<std::uint8_t>(part.has_times)};
+  if (!AddPlain(row, plain)) return false;
   if (HasBeside(part)) AddBeside(row, part);
   return true;
+}
+
+bool FlowTable::MergeShown(std::string_view key, const std::uint64_t* values, bool have_ends) {
+  const Narrow& row = *reinterpret_cast<const Narrow*>(values);
+  if (IsText(key) || row.beside != 0 || row.tag != 0) return false;
+  char packed[kPackedMost];
+  const ShownKey shown = PackedShown(key, packed);
+  // Volumes of one way turn round with the flow.
+  const std::uint8_t forms = shown.turns ? row.forms & ~kOneWay : row.forms;
+  if (forms == 0) return false;
+  const int turn = shown.turns ? 1 : 0;
+  const Plain plain{
+      {row.meters[turn], row.meters[1 - turn], row.meters[2 + turn], row.meters[3 - turn]},
+      row.First(),
+      row.First() + row.span_ms,
+      row.updates,
+      have_ends ? row.closes : std::uint64_t{0},
+      row.records,
+      0,
+      forms,
+      row.has_times};
+  return AddPlain(reinterpret_cast<Narrow*>(rows_.FindOrAdd({packed, shown.size})), plain);
 }
 
 void FlowTable::AddBeside(Narrow* row, const FlowTotals& part) {

@@ -33,6 +33,10 @@ class FlowTable {
   }
   void AddPart(std::uint64_t* values, const FlowTotals& part);
 
+  // MergeShown adds a row of another table as reports show it. False where that asks for all that
+  // the flow has, or more than a narrow row: then nothing was added but perhaps an empty flow.
+  bool MergeShown(std::string_view key, const std::uint64_t* values, bool have_ends);
+
   [[nodiscard]] std::optional<FlowTotals> Find(std::string_view key) const;
 
   // ForEach calls visit(key, const FlowTotals&) for every flow, in the order in which they were
@@ -86,6 +90,8 @@ class FlowTable {
   };
   static constexpr std::size_t kRowWords = 5;
 
+  struct Plain;
+  static bool AddPlain(Narrow* row, const Plain& part);
   bool AddNarrow(Narrow* row, const FlowTotals& part);
   [[gnu::noinline]] void AddWide(Narrow* row, const FlowTotals& part);
   void AddBeside(Narrow* row, const FlowTotals& part);

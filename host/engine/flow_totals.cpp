@@ -31,7 +31,11 @@ void FlowSums::Add(const FlowSums& other) {
 }
 
 void MergeFlow(const FlowTotals& part, FlowTotals* into) {
-  MergeTimes(part, into);
+  FlowTimes times{into->first_ms, into->last_ms, into->updates != 0, into->has_times != 0};
+  times.Add({part.first_ms, part.last_ms, part.updates != 0, part.has_times != 0});
+  into->first_ms = times.first_ms;
+  into->last_ms = times.last_ms;
+  into->has_times = times.are_told ? 1 : 0;
   for (int i = 0; i < 4; ++i) into->meters[i] += part.meters[i];
   for (int i = 0; i < 2; ++i) {
     into->bytes[i] += part.bytes[i];

@@ -46,18 +46,25 @@ struct FlowSums {
   void Add(const FlowSums& other);
 };
 
-// MergeTimes adds what another part of a flow tells of its times.
-inline void MergeTimes(const FlowTotals& part, FlowTotals* into) {
-  if (part.updates == 0 && part.has_times == 0) return;
-  if (into->updates == 0 || part.has_times > into->has_times) {
-    into->first_ms = part.first_ms;
-    into->last_ms = part.last_ms;
-    into->has_times = part.has_times;
-  } else if (part.updates != 0 && part.has_times == into->has_times) {
-    into->first_ms = std::min(into->first_ms, part.first_ms);
-    into->last_ms = std::max(into->last_ms, part.last_ms);
+// The times of a flow; Add takes those of another part of it.
+struct FlowTimes {
+  std::int64_t first_ms;
+  std::int64_t last_ms;
+  bool has_updates;
+  bool are_told;  // by the exporter
+
+  void Add(const FlowTimes& part) {
+    if (!part.has_updates && !part.are_told) return;
+    if (!has_updates || part.are_told > are_told) {
+      first_ms = part.first_ms;
+      last_ms = part.last_ms;
+      are_told = part.are_told;
+    } else if (part.has_updates && part.are_told == are_told) {
+      first_ms = std::min(first_ms, part.first_ms);
+      last_ms = std::max(last_ms, part.last_ms);
+    }
   }
-}
+};
 
 // MergeFlow adds another part of the same flow; its tag and text count as told later.
 void MergeFlow(const FlowTotals& part, FlowTotals* into);

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "flowhandlers/session_keys.h"
-#include "host/engine/shown_flow.h"
 
 namespace flow::host {
 namespace {
@@ -142,21 +141,19 @@ bool MergeClientPorts(char* a_port, char* b_port) {
 }
 
 template <class F>
-std::size_t Shown(SessionKind merged, std::string_view packed, char* out, FlowTotals* flow) {
+ShownKey Shown(SessionKind merged, std::string_view packed, char* out) {
   constexpr std::size_t kSide = F::kSideBytes;
   std::memcpy(out, packed.data(), packed.size());
   char* const a = out + 2;
   char* const b = a + kSide;
-  if (MergeClientPorts(a + kSide - 2, b + kSide - 2)) {
-    std::swap_ranges(a, a + kSide, b);
-    TurnRound(flow);
-  }
+  const bool turns = MergeClientPorts(a + kSide - 2, b + kSide - 2);
+  if (turns) std::swap_ranges(a, a + kSide, b);
   constexpr char kNoExporter[4] = {};
   if (packed.size() == F::kMerged || std::memcmp(b + kSide, kNoExporter, 4) == 0) {
-    return packed.size();
+    return {packed.size(), turns};
   }
   *out = static_cast<char>(merged);
-  return F::kMerged;
+  return {F::kMerged, turns};
 }
 
 }  // namespace
@@ -185,9 +182,9 @@ std::string_view SessionText::Of(std::string_view packed) {
   return {out, IsIpv4(packed) ? Unpack(kForm4, packed, out) : Unpack(kForm6, packed, out)};
 }
 
-std::size_t PackedShown(std::string_view packed, char* out, FlowTotals* flow) {
-  return IsIpv4(packed) ? Shown<decltype(kForm4)>(SessionKind::kIpv4Merged, packed, out, flow)
-                        : Shown<decltype(kForm6)>(SessionKind::kIpv6Merged, packed, out, flow);
+ShownKey PackedShown(std::string_view packed, char* out) {
+  return IsIpv4(packed) ? Shown<decltype(kForm4)>(SessionKind::kIpv4Merged, packed, out)
+                        : Shown<decltype(kForm6)>(SessionKind::kIpv6Merged, packed, out);
 }
 
 }  // namespace flow::host

@@ -7,8 +7,6 @@
 #include <cstdint>
 #include <string_view>
 
-#include "host/engine/flow_totals.h"
-
 namespace flow::host {
 
 // What the first byte of a packed key says of those behind it. In every other kind these are the
@@ -51,8 +49,12 @@ class SessionText {
   std::array<char, 128> text_;
 };
 
-// PackedShown makes a packed key, not one of kText, that of the flow as which it is shown, and the
-// flow fit it, as ShownFlow does with texts. The result is the key's length.
-std::size_t PackedShown(std::string_view packed, char* out, FlowTotals* flow);
+// PackedShown makes a packed key, not one of kText, that of the flow as which it is shown, as
+// ShownFlow does with texts: how long it is, and whether the flow turns round.
+struct ShownKey {
+  std::size_t size;
+  bool turns;
+};
+ShownKey PackedShown(std::string_view packed, char* out);
 
 }  // namespace flow::host

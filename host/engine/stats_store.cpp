@@ -232,13 +232,15 @@ void StatsStore::AddFlows(const FlowBatch& flows) {
 void StatsStore::AddShownFlows(const FlowBatch& flows, bool have_ends) {
   FlowTable& into = this->flows();
   ShownFlow shown;
-  flows.table.ForEachPacked([&](std::string_view key, const FlowTotals& flow) {
-    FlowTotals part = flow;
+  flows.table.rows().ForEach([&](std::string_view key, const std::uint64_t* values) {
+    if (into.MergeShown(key, values, have_ends)) return;
+    FlowTotals part = flows.table.Whole(values);
     RenumberTexts(flows, &part);
     if (!have_ends) part.closes = 0;
     if (IsText(key)) return into.Merge(shown.Of(key.substr(1), &part), part);
     char packed[kPackedMost];
-    const std::size_t size = PackedShown(key, packed, &part);
+    const auto [size, turns] = PackedShown(key, packed);
+    if (turns) TurnRound(&part);
     into.MergePacked({packed, size}, part);
   });
 }

@@ -58,8 +58,8 @@ void Ipv6Directions::AddFlow(std::string_view key, const FlowTotals& flow) {
 
 void Ipv6Directions::Add(const FlowTable& flows) {
   SessionText text;
-  flows.ForEachPacked([&](std::string_view key, const FlowTotals& flow) {
-    if (!IsIpv4(key)) AddFlow(text.Of(key), flow);
+  flows.rows().ForEach([&](std::string_view key, const std::uint64_t* values) {
+    if (!IsIpv4(key)) AddFlow(text.Of(key), flows.Whole(values));
   });
 }
 

@@ -9,6 +9,8 @@
 #include <string>
 
 #include "host/engine/shown_flow.h"
+#include "host/engine/stats_store.h"
+#include "host/names/group_catalog.h"
 
 namespace flow::host {
 namespace {
@@ -61,7 +63,8 @@ TEST(PackedSession, IsShownAndOrderedAsItsText) {
     ShownFlow shown;
     const std::string expected(shown.Of(key, &of_text));
     char bytes[kPackedMost];
-    const std::size_t size = PackedShown(Packed(key), bytes, &flow);
+    const auto [size, turns] = PackedShown(Packed(key), bytes);
+    if (turns) TurnRound(&flow);
     SessionText text;
     EXPECT_EQ(text.Of({bytes, size}), expected);
     EXPECT_EQ(std::memcmp(&flow, &of_text, sizeof(flow)), 0) << key;
@@ -70,37 +73,43 @@ TEST(PackedSession, IsShownAndOrderedAsItsText) {
   }
 }
 
-// Parts of every size: what does not fit a narrow row makes a wide one, and nothing is lost.
-TEST(FlowTable, KeepsWhatMergeFlowAdds) {
-  std::mt19937_64 random(2);
-  std::map<std::string, FlowTotals> sums;
-  FlowTable tables[2];
+// Parts of every size, most of them as meters tell them.
+FlowTotals RandomPart(std::mt19937_64& random) {
   const auto number = [&]() -> std::uint64_t {
     return random() % 3 == 0 ? random() >> random() % 64 : random() % 100;
   };
   const auto narrow = [&] { return static_cast<std::uint32_t>(random() % 4 == 0 ? number() : 0); };
+  FlowTotals part{};
+  for (std::uint64_t& meter : part.meters) meter = number();
+  if (random() % 4 != 0) {
+    part.bytes[0] = part.meters[0] + (random() % 50 == 0 ? 1 : 0);
+    part.bytes[1] = part.meters[1];
+    std::memcpy(part.packets, part.meters + 2, sizeof(part.packets));
+  } else if (random() % 2 == 0) {
+    part.bytes[0] = part.meters[0] + part.meters[1];
+    part.packets[0] = part.meters[2] + part.meters[3];
+  }
+  part.has_times = random() % 2;
+  part.updates = static_cast<std::uint32_t>(random() % 3 == 0 ? number() : 3);
+  if (part.updates + part.has_times != 0) {
+    part.first_ms = static_cast<std::int64_t>(1'700'000'000'000 + number());
+    part.last_ms = static_cast<std::int64_t>(1'700'000'000'000 + number());
+  }
+  for (std::uint32_t* const word : {&part.tag, &part.text, &part.closes, &part.vrf, &part.app,
+                                    &part.records, &part.as_numbers[1], &part.duration_ms}) {
+    *word = narrow();
+  }
+  part.macs[1][5] = static_cast<std::uint8_t>(narrow());
+  return part;
+}
+
+// What does not fit a narrow row makes a wide one, and nothing is lost.
+TEST(FlowTable, KeepsWhatMergeFlowAdds) {
+  std::mt19937_64 random(2);
+  std::map<std::string, FlowTotals> sums;
+  FlowTable tables[2];
   for (int i = 0; i < 20'000; ++i) {
-    FlowTotals part{};
-    for (std::uint64_t& meter : part.meters) meter = number();
-    if (random() % 4 != 0) {
-      part.bytes[0] = part.meters[0] + (random() % 50 == 0 ? 1 : 0);
-      part.bytes[1] = part.meters[1];
-      std::memcpy(part.packets, part.meters + 2, sizeof(part.packets));
-    } else if (random() % 2 == 0) {
-      part.bytes[0] = part.meters[0] + part.meters[1];
-      part.packets[0] = part.meters[2] + part.meters[3];
-    }
-    part.has_times = random() % 2;
-    part.updates = static_cast<std::uint32_t>(random() % 3 == 0 ? number() : 3);
-    if (part.updates + part.has_times != 0) {
-      part.first_ms = static_cast<std::int64_t>(1'700'000'000'000 + number());
-      part.last_ms = static_cast<std::int64_t>(1'700'000'000'000 + number());
-    }
-    for (std::uint32_t* const word : {&part.tag, &part.text, &part.closes, &part.vrf, &part.app,
-                                      &part.records, &part.as_numbers[1], &part.duration_ms}) {
-      *word = narrow();
-    }
-    part.macs[1][5] = static_cast<std::uint8_t>(narrow());
+    const FlowTotals part = RandomPart(random);
     const std::string key = std::to_string(random() % 4000);
     tables[i % 2].Merge(key, part);
     MergeFlow(part, &sums[key]);
@@ -131,6 +140,36 @@ TEST(FlowTable, KeepsWhatMergeFlowAdds) {
     small.Merge(key, one);
   }
   EXPECT_LT(small.Memory() / kFlows, 100U);
+}
+
+TEST(FlowTable, IsShownAsItsTextsWouldBe) {
+  std::mt19937_64 random(3);
+  constexpr const char* kPorts[] = {"0050", "C001", "C002", "01BB"};
+  const GroupCatalog catalog({});
+  StatsStore store(catalog.groups());
+  std::map<std::string, FlowTotals> sums;
+  ShownFlow shown;
+  for (int i = 0; i < 5000; ++i) {
+    FlowBatch batch;
+    FlowTotals part = RandomPart(random);
+    for (std::uint32_t* const text : {&part.tag, &part.text, &part.vrf, &part.app, &part.user}) {
+      *text = 0;
+    }
+    std::string key = kIpv4;
+    key.replace(18, 4, kPorts[random() % 4]);
+    key.replace(37, 4, kPorts[random() % 4]);
+    if (random() % 8 == 0) key += "more";
+    batch.table.Merge(key, part);
+    part.closes = 0;
+    const std::string key_shown(shown.Of(key, &part));
+    MergeFlow(part, &sums[key_shown]);
+    store.AddShownFlows(batch, false);
+  }
+  EXPECT_EQ(store.flows().size(), sums.size());
+  for (const auto& [key, flow] : sums) {
+    const FlowTotals kept = store.flows().Find(key).value();
+    EXPECT_EQ(std::memcmp(&kept, &flow, sizeof(flow)), 0) << key;
+  }
 }
 
 }  // namespace
