@@ -90,7 +90,9 @@ ListedFlow ReadFlow(StoredFlows* file, const Listed& listed, bool has_directions
   found.Bind(1, std::int64_t{listed.place.row}).Step();
   std::vector<int> places(columns.size());
   std::iota(places.begin(), places.end(), 0);
-  const FlowRow row(*file, found, places, listed.place.is_reverse);
+  std::vector<sqlite3_value*> values;
+  for (const int place : places) values.push_back(found.Value(place));
+  const FlowRow row(*file, values.data(), places, listed.place.is_reverse);
   const auto number = [](std::uint64_t value) { return static_cast<std::int64_t>(value); };
   ListedFlow flow{number(listed.sums.first),   number(listed.sums.last),  number(listed.sums.bytes),
                   number(listed.sums.packets), number(listed.sums.flows), {}};

@@ -32,26 +32,33 @@ struct ScanQuestion {
   std::vector<std::string> columns;
 };
 
-// A flow as the question sees it: with the columns that it names.
+// A flow as the question sees it: with the columns that it names, by their places among the values
+// that SQLite has of a row.
 class FlowRow {
  public:
-  FlowRow(const StoredFlows& file, const Statement& row, std::span<const int> places,
+  FlowRow(const StoredFlows& file, sqlite3_value* const* values, std::span<const int> places,
           bool is_reverse)
-      : file_(file), row_(row), places_(places), is_reverse_(is_reverse) {}
+      : file_(file), values_(values), places_(places), is_reverse_(is_reverse) {}
 
   [[nodiscard]] const StoredFlows& file() const { return file_; }
   [[nodiscard]] bool is_reverse() const { return is_reverse_; }
   [[nodiscard]] std::int64_t Integer(std::size_t column) const {
-    return row_.Integer(places_[column]);
+    return sqlite3_value_int64(Value(column));
   }
   [[nodiscard]] std::span<const std::uint8_t> Bytes(std::size_t column) const {
-    return row_.Bytes(places_[column]);
+    sqlite3_value* const value = Value(column);
+    const auto* const bytes = static_cast<const std::uint8_t*>(sqlite3_value_blob(value));
+    return {bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))};
   }
-  [[nodiscard]] bool IsNull(std::size_t column) const { return row_.IsNull(places_[column]); }
+  [[nodiscard]] bool IsNull(std::size_t column) const {
+    return sqlite3_value_type(Value(column)) == SQLITE_NULL;
+  }
 
  private:
+  [[nodiscard]] sqlite3_value* Value(std::size_t column) const { return values_[places_[column]]; }
+
   const StoredFlows& file_;
-  const Statement& row_;
+  sqlite3_value* const* values_;
   std::span<const int> places_;
   bool is_reverse_;
 };

@@ -8,7 +8,6 @@
 #include <atomic>
 #include <limits>
 #include <memory>
-#include <string_view>
 #include <tuple>
 #include <utility>
 
@@ -129,21 +128,59 @@ const std::vector<std::string>& Columns() {
   return columns;
 }
 
-std::string_view AsText(std::span<const std::uint8_t> bytes) {
-  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
+// Hashes of what makes a flow. Nobody compares the rest, so they have all 64 bits, and strangers
+// cannot know them: they are not the same in every process.
+class FlowHash {
+ public:
+  explicit FlowHash(bool has_directions) : has_directions_(has_directions) {}
 
-// Which side is a row's source may differ from part to part, where nobody asks for it.
-std::uint64_t HashOf(const FlowRow& row, bool has_directions) {
-  const std::uint64_t source = absl::HashOf(AsText(row.Bytes(kSource)), row.Integer(kSourcePort),
-                                            row.Integer(kSourceInterface));
-  const std::uint64_t destination =
-      absl::HashOf(AsText(row.Bytes(kDestination)), row.Integer(kDestinationPort),
-                   row.Integer(kDestinationInterface));
-  const bool swaps = !has_directions && source > destination;
-  return absl::HashOf(swaps ? destination : source, swaps ? source : destination,
-                      row.Integer(kProtocol), row.file().Exporter(row.Integer(kExporter)));
-}
+  // Which side is a row's source may differ from part to part, where nobody asks for it.
+  std::uint64_t Of(const FlowRow& row) {
+    const std::uint64_t source = Side(row, kSource, kSourcePort, kSourceInterface);
+    const std::uint64_t destination =
+        Side(row, kDestination, kDestinationPort, kDestinationInterface);
+    const bool swaps = !has_directions_ && source > destination;
+    const std::uint64_t sides = Mix(swaps ? destination : source, swaps ? source : destination);
+    return Mix(sides, Exporter(row) + static_cast<std::uint64_t>(row.Integer(kProtocol)));
+  }
+
+ private:
+  static std::uint64_t Mix(std::uint64_t a, std::uint64_t b) {
+    static const std::uint64_t seeds[] = {absl::HashOf(1) | 1, absl::HashOf(2) | 1};
+    __extension__ using Product = unsigned __int128;
+    const Product product = static_cast<Product>(a ^ seeds[0]) * (b ^ seeds[1]);
+    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+  }
+
+  static std::uint64_t Side(const FlowRow& row, Place address, Place port, Place interface) {
+    const auto number = [&row](Place place) {
+      return static_cast<std::uint64_t>(row.Integer(place));
+    };
+    const auto bytes = row.Bytes(address);
+    std::uint64_t halves[2]{};
+    std::copy_n(bytes.begin(), std::min(bytes.size(), sizeof(halves)),
+                reinterpret_cast<std::uint8_t*>(halves));
+    const std::uint64_t rest = number(interface) << 24 | number(port) << 8 | bytes.size();
+    return Mix(halves[0], bytes.size() > 8 ? Mix(halves[1], rest) : rest);
+  }
+
+  // By its address: the number is another one in every file.
+  std::uint64_t Exporter(const FlowRow& row) {
+    const auto number = static_cast<std::size_t>(row.Integer(kExporter));
+    constexpr std::size_t kMost = 4096;
+    if (hour_ != row.file().hour()) exporters_.clear();
+    hour_ = row.file().hour();
+    if (number >= kMost) return absl::HashOf(row.file().Exporter(row.Integer(kExporter)));
+    if (number >= exporters_.size()) exporters_.resize(number + 1);
+    std::uint64_t& known = exporters_[number];
+    if (known == 0) known = absl::HashOf(row.file().Exporter(row.Integer(kExporter)));
+    return known;
+  }
+
+  bool has_directions_;
+  std::int64_t hour_ = 0;
+  std::vector<std::uint64_t> exporters_;  // of the file at hand
+};
 
 // Which parts are held, of all threads: those of a run of pieces, which gets shorter as they become
 // too many.
@@ -191,12 +228,11 @@ class Holding {
 
 class Collector : public FlowTaker {
  public:
-  Collector(bool has_directions, Holding* holding)
-      : has_directions_(has_directions), holding_(*holding) {}
+  Collector(bool has_directions, Holding* holding) : hash_(has_directions), holding_(*holding) {}
 
   void Take(const FlowRow& row) override {
     if (++taken_ % kStep == 0) LetMuchGo();
-    const std::uint64_t flow = HashOf(row, has_directions_);
+    const std::uint64_t flow = hash_.Of(row);
     const std::size_t piece = flow % kPieces;
     if (!holding_.Holds(piece)) return;
     const auto number = [&row](std::size_t column) {
@@ -239,7 +275,7 @@ class Collector : public FlowTaker {
     for (std::size_t piece = holding_.end(); piece < kPieces; ++piece) pieces_[piece] = {};
   }
 
-  bool has_directions_;
+  FlowHash hash_;
   Holding& holding_;
   std::uint64_t taken_ = 0;
   std::array<std::uint32_t, kPieces> new_{};  // that the holding knows nothing of

@@ -40,6 +40,9 @@ class Statement {
   [[nodiscard]] std::string_view Text(int column) const;
   [[nodiscard]] std::span<const std::uint8_t> Bytes(int column) const;
   [[nodiscard]] bool IsNull(int column) const;
+  [[nodiscard]] sqlite3_value* Value(int column) const {
+    return sqlite3_column_value(statement_.get(), column);
+  }
 
  private:
   friend class Database;
