@@ -90,8 +90,12 @@ ListedFlow ReadFlow(StoredFlows* file, const Listed& listed, bool has_directions
   found.Bind(1, std::int64_t{listed.place.row}).Step();
   std::vector<int> places(columns.size());
   std::iota(places.begin(), places.end(), 0);
+  std::vector<Statement::ValueCopy> copies;
   std::vector<sqlite3_value*> values;
-  for (const int place : places) values.push_back(found.Value(place));
+  for (const int place : places) {
+    copies.push_back(found.Value(place));
+    values.push_back(copies.back().get());
+  }
   const FlowRow row(*file, values.data(), places, listed.place.is_reverse);
   const auto number = [](std::uint64_t value) { return static_cast<std::int64_t>(value); };
   ListedFlow flow{number(listed.sums.first),   number(listed.sums.last),  number(listed.sums.bytes),

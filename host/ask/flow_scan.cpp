@@ -76,13 +76,19 @@ class Query {
 
   // SQLite calls with each row's values: a third less than what it takes to step from row to row
   // and to ask for every column.
-  void Read(StoredFlows* file, const TimeSpan& span, FlowTaker* taker) const {
+  void Read(StoredFlows* file, const TimeSpan& span, const std::vector<std::uint32_t>* chosen,
+            FlowTaker* taker) const {
     if (taker->IsDone()) return;
     Reading reading{*this, *file, *taker};
     sqlite3_create_function_v2(
         file->database().get(), "take_row", -1, SQLITE_UTF8, &reading, nullptr, TakeRow,
         [](sqlite3_context*) {}, nullptr);
-    Statement rows = file->Rows(fmt::format("take_row({})", select_), given_, where_, span);
+    FilterSql where = where_;
+    if (chosen != nullptr) {
+      where.text += " AND rowid IN (SELECT value FROM json_each(?))";
+      where.values.emplace_back(fmt::format("[{}]", fmt::join(*chosen, ",")));
+    }
+    Statement rows = file->Rows(fmt::format("take_row({})", select_), given_, where, span);
     try {
       rows.Step();
     } catch (...) {
@@ -201,9 +207,18 @@ class Scan {
   }
 
  private:
+  // Null where all rows are asked for.
+  [[nodiscard]] const std::vector<std::uint32_t>* ChosenIn(std::int64_t hour) const {
+    static const std::vector<std::uint32_t> none;
+    if (question_.rows == nullptr) return nullptr;
+    const auto found = question_.rows->find(hour);
+    return found == question_.rows->end() ? &none : &found->second;
+  }
+
   void ReadFile(std::int64_t hour, FlowTaker* taker) {
     StoredFlows file(directory_, hour);
-    query_.Read(&file, question_.span, taker);
+    const auto* const chosen = ChosenIn(hour);
+    if (chosen == nullptr || !chosen->empty()) query_.Read(&file, question_.span, chosen, taker);
     const FlowsNotKept not_kept = file.NotKeptIn(question_.span);
     const std::lock_guard lock(mutex_);
     result_.not_kept.flows += not_kept.flows;

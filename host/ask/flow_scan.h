@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <span>
 #include <string>
 #include <string_view>
@@ -21,6 +22,9 @@ namespace flow::host {
 // what went either way.
 bool HasDirections(const Expression& expression);
 
+// Rows of files, by their numbers.
+using RowsOfHours = std::map<std::int64_t, std::vector<std::uint32_t>>;
+
 // What is asked of each file.
 struct ScanQuestion {
   Expression filter;
@@ -30,7 +34,13 @@ struct ScanQuestion {
   // {dport}, {in_if}, {out_if}, {src_as}, {dst_as}, {src_mac}, {dst_mac}, {bytes}, {packets},
   // {records}. The first two columns are {bytes} and {packets}.
   std::vector<std::string> columns;
+  const RowsOfHours* rows = nullptr;  // of these alone, if given
 };
+
+inline std::span<const std::uint8_t> BytesOf(sqlite3_value* value) {
+  const auto* const bytes = static_cast<const std::uint8_t*>(sqlite3_value_blob(value));
+  return {bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))};
+}
 
 // A flow as the question sees it: with the columns that it names, by their places among the values
 // that SQLite has of a row.
@@ -46,9 +56,7 @@ class FlowRow {
     return sqlite3_value_int64(Value(column));
   }
   [[nodiscard]] std::span<const std::uint8_t> Bytes(std::size_t column) const {
-    sqlite3_value* const value = Value(column);
-    const auto* const bytes = static_cast<const std::uint8_t*>(sqlite3_value_blob(value));
-    return {bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))};
+    return BytesOf(Value(column));
   }
   [[nodiscard]] bool IsNull(std::size_t column) const {
     return sqlite3_value_type(Value(column)) == SQLITE_NULL;

@@ -8,9 +8,12 @@
 #include <atomic>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <tuple>
 #include <utility>
 
+#include "host/ask/flow_hash.h"
+#include "host/ask/flow_sieve.h"
 #include "host/ask/in_threads.h"
 #include "host/base/memory_budget.h"
 #include "host/store/schema.h"
@@ -20,6 +23,8 @@ namespace {
 
 // How often files are read where there are more parts than may be held at a time.
 constexpr int kMostPasses = 4;
+// So many rows are looked for rather than met with when all are read.
+constexpr std::size_t kFewRows = 500'000;
 // Parts are sorted in pieces that the caches hold.
 constexpr std::size_t kPieces = 256;
 
@@ -128,8 +133,6 @@ const std::vector<std::string>& Columns() {
   return columns;
 }
 
-// Hashes of what makes a flow. Nobody compares the rest, so they have all 64 bits, and strangers
-// cannot know them: they are not the same in every process.
 class FlowHash {
  public:
   explicit FlowHash(bool has_directions) : has_directions_(has_directions) {}
@@ -140,28 +143,16 @@ class FlowHash {
     const std::uint64_t destination =
         Side(row, kDestination, kDestinationPort, kDestinationInterface);
     const bool swaps = !has_directions_ && source > destination;
-    const std::uint64_t sides = Mix(swaps ? destination : source, swaps ? source : destination);
-    return Mix(sides, Exporter(row) + static_cast<std::uint64_t>(row.Integer(kProtocol)));
+    const std::uint64_t sides = MixHash(swaps ? destination : source, swaps ? source : destination);
+    return MixHash(sides, Exporter(row) + static_cast<std::uint64_t>(row.Integer(kProtocol)));
   }
 
  private:
-  static std::uint64_t Mix(std::uint64_t a, std::uint64_t b) {
-    static const std::uint64_t seeds[] = {absl::HashOf(1) | 1, absl::HashOf(2) | 1};
-    __extension__ using Product = unsigned __int128;
-    const Product product = static_cast<Product>(a ^ seeds[0]) * (b ^ seeds[1]);
-    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
-  }
-
   static std::uint64_t Side(const FlowRow& row, Place address, Place port, Place interface) {
     const auto number = [&row](Place place) {
       return static_cast<std::uint64_t>(row.Integer(place));
     };
-    const auto bytes = row.Bytes(address);
-    std::uint64_t halves[2]{};
-    std::copy_n(bytes.begin(), std::min(bytes.size(), sizeof(halves)),
-                reinterpret_cast<std::uint8_t*>(halves));
-    const std::uint64_t rest = number(interface) << 24 | number(port) << 8 | bytes.size();
-    return Mix(halves[0], bytes.size() > 8 ? Mix(halves[1], rest) : rest);
+    return HashAddress(row.Bytes(address), number(interface) << 16 | number(port));
   }
 
   // By its address: the number is another one in every file.
@@ -380,10 +371,17 @@ ScanResult JoinFlows(const std::string& directory, const Expression& filter, con
     collectors.push_back(std::make_unique<Collector>(has_directions, &holding));
     rows.push_back(collectors.back().get());
   }
+  const LeastAmount least = LeastOf(split.whole);
+  std::optional<RowsOfHours> chosen;
+  if (least.least > 0) {
+    chosen = SiftRows(directory, least, split.rows, span, has_directions, takers.size());
+  }
+  const ScanQuestion question{split.rows, span, has_directions, Columns(),
+                              chosen ? &*chosen : nullptr};
   ScanResult result;
   do {
     for (const auto& collector : collectors) collector->BeginPass();
-    result = ScanRows(directory, {split.rows, span, has_directions, Columns()}, rows);
+    result = ScanRows(directory, question, rows);
     result.rows_alone = holding.IsTooMuch();
     if (result.rows_alone) return result;
     Joiner joiner(collectors, split.whole, holding);
@@ -415,8 +413,13 @@ ScanResult ScanFlows(const std::string& directory, const ScanQuestion& question,
     places.insert(places.end(), chooser->places().begin(), chooser->places().end());
   }
   std::ranges::sort(places);
+  RowsOfHours numbers;
+  for (const RowPlace& place : places) {
+    numbers[std::int64_t{place.hour} * kHourSeconds].push_back(place.row);
+  }
   ScanQuestion rows = question;
   rows.filter = split.rows;
+  if (places.size() <= kFewRows) rows.rows = &numbers;
   rows.columns.emplace_back("rowid");
   std::vector<std::unique_ptr<ChosenRows>> chosen;
   std::vector<FlowTaker*> chosen_takers;

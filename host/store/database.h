@@ -40,8 +40,13 @@ class Statement {
   [[nodiscard]] std::string_view Text(int column) const;
   [[nodiscard]] std::span<const std::uint8_t> Bytes(int column) const;
   [[nodiscard]] bool IsNull(int column) const;
-  [[nodiscard]] sqlite3_value* Value(int column) const {
-    return sqlite3_column_value(statement_.get(), column);
+  // A copy, for those that take values as SQLite has them.
+  struct FreeValue {
+    void operator()(sqlite3_value* value) const { sqlite3_value_free(value); }
+  };
+  using ValueCopy = std::unique_ptr<sqlite3_value, FreeValue>;
+  [[nodiscard]] ValueCopy Value(int column) const {
+    return ValueCopy(sqlite3_value_dup(sqlite3_column_value(statement_.get(), column)));
   }
 
  private:

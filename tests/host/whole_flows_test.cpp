@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "host/ask/filter.h"
 #include "host/ask/whole_flows.h"
 #include "host/base/memory_budget.h"
 #include "host/store/schema.h"
@@ -71,9 +72,9 @@ class WholeFlows : public testing::Test {
     }
   }
 
-  [[nodiscard]] std::string Join(bool has_directions) const {
+  [[nodiscard]] std::string Join(bool has_directions, const std::string& filter = "") const {
     Noter takers[2];
-    JoinFlows(directory_, {}, {kHour, kHour + 2 * kHourSeconds}, has_directions,
+    JoinFlows(directory_, ParseFilter(filter), {kHour, kHour + 2 * kHourSeconds}, has_directions,
               {&takers[0], &takers[1]});
     auto flows = takers[0].flows;
     flows.insert(flows.end(), takers[1].flows.begin(), takers[1].flows.end());
@@ -124,6 +125,24 @@ TEST_F(WholeFlows, AreRowsWithLittleTimeBetweenThem) {
     Write(each.rows);
     EXPECT_EQ(Join(each.has_directions), each.flows);
   }
+}
+
+// Whether parts have little does not matter where all of a flow have much.
+TEST_F(WholeFlows, PassWithWhatAllPartsHave) {
+  constexpr char kOther[] =
+      "src=x'0A000001', dst=x'0A000003', sport=50000, dport=443, in_if=1, out_if=2";
+  Write({{0, 0, 1, 5}, {0, 60, 61, 4, kTurned}, {0, 2, 3, 8, kOther}, {1, 3700, 3701, 9, kOther}});
+  const std::pair<const char*, const char*> cases[] = {
+      {"bytes >= 9", "0-61:9 of 2, 3700-3701:9 of 1"},
+      {"bytes > 9", ""},
+      {"bytes 8 or bytes > 9", "2-3:8 of 1"},
+      {"packets > 1 and bytes > 1", "0-61:9 of 2"},
+      {"packets < 2 and bytes > 8", "3700-3701:9 of 1"},
+      {"port 443 and bytes > 8", "0-61:9 of 2, 3700-3701:9 of 1"},
+  };
+  for (const auto& [filter, flows] : cases) EXPECT_EQ(Join(false, filter), flows) << filter;
+  EXPECT_EQ(Join(true, "src host 10.0.0.1 and bytes > 4"),
+            "0-1:5 of 1, 2-3:8 of 1, 3700-3701:9 of 1");
 }
 
 // Where few rows can be held at a time files are read again; some time that is no longer worth it.
