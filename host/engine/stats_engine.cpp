@@ -300,12 +300,12 @@ void StatsEngine::SendFlow() {
 }
 
 // TouchFlow is FlowOf for an update of a flow's volume or meters: it makes the flow a flow, with
-// the engine's time as long as the exporter has told none.
+// the engine's time as long as the exporter has told none. The clock may have been set back.
 FlowTotals& StatsEngine::TouchFlow(const char* key) {
   FlowTotals& flow = FlowOf(key);
   if (flow.has_times == 0) {
-    if (flow.updates == 0) flow.first_ms = now_ms_;
-    flow.last_ms = now_ms_;
+    flow.first_ms = flow.updates == 0 ? now_ms_ : std::min(flow.first_ms, now_ms_);
+    flow.last_ms = flow.updates == 0 ? now_ms_ : std::max(flow.last_ms, now_ms_);
   }
   ++flow.updates;
   return flow;
