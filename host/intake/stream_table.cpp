@@ -2,6 +2,13 @@
 #include "host/intake/stream_table.h"
 
 namespace flow::host {
+namespace {
+
+// A settled stream is known better each time that it is heard of again, up to here, and less each
+// time that it is passed over in spite of its silence.
+constexpr std::uint8_t kBestKnown = 255;
+
+}  // namespace
 
 SequenceStream& StreamTable::Of(std::uint64_t key) {
   const auto found = index_.find(key);
@@ -10,7 +17,7 @@ SequenceStream& StreamTable::Of(std::uint64_t key) {
   ++uses_;
   if (stream.uses < kSettled || uses_ - stream.placed > most_ / 16) {
     Leave(index);
-    if (stream.uses < kSettled) ++stream.uses;
+    if (stream.uses < kBestKnown) ++stream.uses;
     Join(index);
   }
   return stream.numbers;
@@ -32,8 +39,18 @@ std::uint32_t StreamTable::Add(std::uint64_t key) {
 
 std::uint32_t StreamTable::Evict() {
   const bool is_crowded = settled_.length > most_ - most_ / 8;
-  const std::uint32_t index =
-      is_crowded || newcomers_.length == 0 ? settled_.oldest : newcomers_.oldest;
+  const bool is_settled = is_crowded || newcomers_.length == 0;
+  // What just settled goes before what has been here for long and pauses. The walk is short,
+  // whatever there is to pass over.
+  constexpr int kMostPassedOver = 64;
+  for (int i = 0; is_settled && i < kMostPassedOver; ++i) {
+    const std::uint32_t oldest = settled_.oldest;
+    if (streams_[oldest].uses == kSettled) break;
+    Leave(oldest);
+    --streams_[oldest].uses;
+    Join(oldest);
+  }
+  const std::uint32_t index = is_settled ? settled_.oldest : newcomers_.oldest;
   index_.erase(streams_[index].key);
   Leave(index);
   ++evicted_;

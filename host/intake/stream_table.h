@@ -14,6 +14,7 @@ namespace flow::host {
 
 // A full table lets the stream go that was silent for longest. Strangers can make up any number of
 // streams; so those that have sent little yet go first, until they have but an eighth of the room.
+// Of the others those that are heard of again and again are passed over that often.
 class StreamTable {
  public:
   explicit StreamTable(std::uint32_t most) : most_(most) {}
@@ -35,7 +36,7 @@ class StreamTable {
     std::uint32_t older = kNone;
     std::uint32_t newer = kNone;
     std::uint32_t placed = 0;  // when, in uses of the table
-    std::uint8_t uses = 0;     // at most kSettled
+    std::uint8_t uses = 0;     // more tell how well it is known
     SequenceStream numbers;
   };
   // From the one silent for longest to the one that was last heard of; not to the last use, so that

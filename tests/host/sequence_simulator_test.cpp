@@ -293,5 +293,17 @@ TEST(StreamTables, LetTheLongestSilentGo) {
   EXPECT_TRUE(is_known(13));
 }
 
+// Streams that send just enough to settle come and go beside one that pauses.
+TEST(StreamTables, KeepTheStreamThatHasSentMuch) {
+  StreamTable table(16);
+  SequenceGaps gaps;
+  for (std::uint32_t number = 0; number < 1000; ++number) table.Of(1).Take({number, 1}, &gaps);
+  for (std::uint64_t key = 100; key < 1000; ++key) {
+    for (std::uint32_t number = 0; number < 4; ++number) table.Of(key).Take({number, 1}, &gaps);
+  }
+  table.Of(1).Take({1010, 1}, &gaps);
+  EXPECT_EQ(gaps.missing, 10U);
+}
+
 }  // namespace
 }  // namespace flow::host
