@@ -371,18 +371,32 @@ std::vector<std::string> Counters::TakeNotices() {
 
 void Counters::End() {
   if (run_ != 0) {
-    if (spans_[kHour].bucket != 0) Save(kHour, last_minute_ + kMinuteSeconds);
-    if (!spans_[kHour].is_folded) Save(kDay, spans_[kHour].bucket);
+    SaveSpans();
     FoldHour();
     InTransaction([this] {
       WriteSpan(kHour);
       WriteSpan(kDay);
-      database_.Prepare("UPDATE runs SET ended = alive, how = 'end' WHERE run = ?")
-          .Bind(1, run_)
-          .Run();
+      EndRun();
     });
   }
   database_.CloseWritten();
+}
+
+void Counters::EndInHaste() {
+  if (run_ != 0) {
+    SaveSpans();
+    InTransaction([this] { EndRun(); });
+  }
+  LeaveAsItIs(&database_);
+}
+
+void Counters::SaveSpans() {
+  if (spans_[kHour].bucket != 0) Save(kHour, last_minute_ + kMinuteSeconds);
+  if (!spans_[kHour].is_folded) Save(kDay, spans_[kHour].bucket);
+}
+
+void Counters::EndRun() {
+  database_.Prepare("UPDATE runs SET ended = alive, how = 'end' WHERE run = ?").Bind(1, run_).Run();
 }
 
 std::string Counters::SpanPath(std::size_t tier) const {

@@ -75,8 +75,10 @@ class Counters {
   // What is to be told, once.
   std::vector<std::string> TakeNotices();
 
-  // End writes what the running hour and day have, and ends the run.
+  // End writes what the running hour and day have, and ends the run. In haste it leaves the rows of
+  // hour and day to the next start.
   void End();
+  void EndInHaste();
 
  private:
   // A running hour or day.
@@ -100,6 +102,8 @@ class Counters {
   [[nodiscard]] bool HasAllUntil(std::size_t tier, const Span& span, std::int64_t end);
   void AddRows(const Tier& tier, std::int64_t bucket, FlowCounts* flows, Span* span);
   void FoldHour();
+  void SaveSpans();
+  void EndRun();
   void WriteSpan(std::size_t tier);
   [[nodiscard]] TierCounts EmptyCounts() const;
   void InTransaction(const std::function<void()>& write);

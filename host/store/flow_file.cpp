@@ -12,6 +12,7 @@
 #include "host/names/key_text.h"
 #include "host/store/flow_sides.h"
 #include "host/store/schema.h"
+#include "host/store/store_files.h"
 
 namespace flow::host {
 namespace {
@@ -248,5 +249,7 @@ void FlowFile::Rollback() {
   database_.Rollback();
   ReadNumbers();
 }
+
+void FlowFile::LeaveAsItIs() { host::LeaveAsItIs(&database_); }
 
 }  // namespace flow::host

@@ -45,6 +45,7 @@ class FlowFile {
   void Rollback();
 
   void Close() { database_.CloseWritten(); }
+  void LeaveAsItIs();
 
   [[nodiscard]] bool WasMoved() const { return database_.WasMoved(); }
   [[nodiscard]] std::int64_t hour() const { return hour_; }

@@ -40,6 +40,10 @@ class FlowFiles {
 
   // Close ends what is written; the result is the file, closed, where there is one.
   std::optional<FlowFile>& Close();
+  // Or leaves it to the next start to tidy up.
+  void LeaveAsItIs() {
+    if (file_) file_->LeaveAsItIs();
+  }
 
   // The file that is written; null before the first.
   [[nodiscard]] const FlowFile* file() const { return file_ ? &*file_ : nullptr; }

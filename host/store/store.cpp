@@ -17,6 +17,11 @@ constexpr std::size_t kMostJobs = 256;
 // And so many minutes that could not be written.
 constexpr std::size_t kMostMinutes = 60;
 
+// When the end is near, the last minute's counters come before its flows, and both before what the
+// next start can do as well.
+constexpr std::chrono::seconds kForFlows(3);
+constexpr std::chrono::seconds kForTidyEnd(2);
+
 }  // namespace
 
 Store::Store(const StoreOptions& options, std::span<const GroupInfo> groups,
@@ -46,6 +51,15 @@ void Store::Post(const Writer::Job& job) {
     }
     WaitAWhile();
   }
+}
+
+bool Store::FinishBy(Writer::Clock::time_point deadline) {
+  end_by_ = deadline;
+  return writer_.FinishBy(deadline);
+}
+
+bool Store::IsShortOf(std::chrono::seconds time) const {
+  return end_by_.load() - Writer::Clock::now() < time;
 }
 
 void Store::WaitAWhile() {
@@ -100,6 +114,12 @@ bool Store::Try(Action&& action) {
 
 // What comes before a minute ends is the minute's, whatever its time was.
 void Store::WriteFlows(std::int64_t bucket, const FlowBatch& batch) {
+  if (IsShortOf(kForFlows)) {
+    if (!std::exchange(told_short_, true)) {
+      console_.Error("the store has no time for the last flows; what it lets go is told there");
+    }
+    return lost_.Add(batch);
+  }
   if (open_minute_ == 0) open_minute_ = bucket;
   bucket = open_minute_;
   if (Try([&] {
@@ -222,6 +242,11 @@ void Store::DropOld(std::int64_t now) {
 
 void Store::End() {
   Post([this] {
+    if (IsShortOf(kForTidyEnd)) {
+      flows_.LeaveAsItIs();
+      Try([this] { AtHand().EndInHaste(); });
+      return;
+    }
     Try([this] {
       const bool has_file = flows_.Close().has_value();
       if (has_file && hour_ != 0)

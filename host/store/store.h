@@ -33,9 +33,7 @@ class Store final : public Keeper {
   void Take(const Tick& tick, const std::vector<Harvest>& harvests) override;
 
   void End() override;
-  [[nodiscard]] bool FinishBy(Writer::Clock::time_point deadline) override {
-    return writer_.FinishBy(deadline);
-  }
+  [[nodiscard]] bool FinishBy(Writer::Clock::time_point deadline) override;
 
   [[nodiscard]] bool Succeeded() const override { return !failed_; }
   [[nodiscard]] const char* name() const override { return "the store"; }
@@ -46,6 +44,8 @@ class Store final : public Keeper {
  private:
   void Post(const Writer::Job& job);
   void WaitAWhile();
+  // Whether there is less time to the end than this; any thread.
+  [[nodiscard]] bool IsShortOf(std::chrono::seconds time) const;
   // In the writer's thread.
   void WriteFlows(std::int64_t bucket, const FlowBatch& batch);
   void LoseFlows();
@@ -81,10 +81,12 @@ class Store final : public Keeper {
   std::int64_t open_minute_ = 0;   // that has flows, and has not ended; 0 for none
   bool is_new_hour_ = false;
   bool in_trouble_ = false;
+  bool told_short_ = false;
 
   std::atomic<bool> failed_ = false;
   std::atomic<double> write_seconds_ = 0;  // one thread adds to it
   std::atomic<std::uint64_t> flows_waiting_ = 0;
+  std::atomic<Writer::Clock::time_point> end_by_ = Writer::Clock::time_point::max();
   Writer writer_;  // the last to be made, the first to go
 };
 

@@ -79,4 +79,8 @@ void DropFile(const std::string& path) {
   DropCompanions(path);
 }
 
+void LeaveAsItIs(Database* database) {
+  sqlite3_db_config(database->get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+}
+
 }  // namespace flow::host

@@ -8,6 +8,8 @@
 
 namespace flow::host {
 
+class Database;
+
 // MakeDirectories makes the store's directories, MakeFile a file that a group may read, where they
 // are missing. HostError when they cannot be made.
 void MakeDirectories(const std::string& directory);
@@ -23,5 +25,9 @@ std::vector<FlowFileEntry> ListFlowFiles(const std::string& directory);
 
 // DropFile deletes a database and what stands beside it.
 void DropFile(const std::string& path);
+
+// LeaveAsItIs has closing a database take no time: all is kept, and whoever opens it next tidies
+// up.
+void LeaveAsItIs(Database* database);
 
 }  // namespace flow::host

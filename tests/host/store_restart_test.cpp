@@ -41,33 +41,35 @@ StoredMinute MinuteAt(int minute, const GroupInfo& group) {
 TEST(Counters, GoOnInTheMiddleOfAnHour) {
   struct Case {
     const char* what;
-    bool ends;
+    enum { kKilled, kEnded, kEndedInHaste } how;
     const char* lost;  // of what is kept beside the database
     bool is_exact;     // the hour that was interrupted
   };
   const Case cases[] = {
-      {"ended", true, "", true},
-      {"killed", false, "", true},
-      {"ended, and the running hour is lost", true, "running-hour", false},
-      {"killed, and the running hour is lost", false, "running-hour", false},
+      {"ended", Case::kEnded, "", true},
+      {"ended in haste", Case::kEndedInHaste, "", true},
+      {"killed", Case::kKilled, "", true},
+      {"ended, and the running hour is lost", Case::kEnded, "running-hour", false},
+      {"killed, and the running hour is lost", Case::kKilled, "running-hour", false},
       // Of the one hour that was over the rows are all that there is.
-      {"killed, and the running day is lost", false, "running-day", true},
+      {"killed, and the running day is lost", Case::kKilled, "running-day", true},
   };
   const GroupInfo group = *GroupCatalog({}).Find("protocols");
   StoreOptions options;
   options.directory = fmt::format("{}/restart.{}", testing::TempDir(), getpid());
   options.kept_keys = {3, 5, kKeys};
-  const auto run = [&](int from, int to, bool ends) {
+  const auto run = [&](int from, int to, auto how) {
     Counters counters(options, std::span(&group, 1));
     for (int minute = from; minute < to; ++minute) counters.Write(MinuteAt(minute, group));
-    if (ends) counters.End();
+    if (how == Case::kEnded) counters.End();
+    if (how == Case::kEndedInHaste) counters.EndInHaste();
   };
   for (const Case& each : cases) {
     SCOPED_TRACE(each.what);
     std::filesystem::remove_all(options.directory);
-    run(0, 85, each.ends);
+    run(0, 85, each.how);
     if (*each.lost != 0) std::filesystem::remove(options.directory + "/" + each.lost);
-    run(85, 130, true);
+    run(85, 130, Case::kEnded);
     const auto check = [&](const Tier& tier, std::int64_t bucket, int from, int to, bool is_exact) {
       std::map<std::string, std::uint64_t> truth;
       std::uint64_t left = 0;
