@@ -112,7 +112,7 @@ const char* LetGoText(LetGo kind) {
       "templates and rates of the fewest records, from those kept for fresh meters",
       "datagrams of exporters that fill meters and send no record",
       "meters that had learnt too much, for fresh ones that know what is used",
-      "texts and exporters of stored flows, beyond those that an hour's file has",
+      "texts, exporters and notes, beyond those that a store's tables have",
   };
   return kTexts[static_cast<std::size_t>(kind)];
 }

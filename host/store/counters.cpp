@@ -50,6 +50,7 @@ Counters::Counters(const StoreOptions& options, std::span<const GroupInfo> group
       retention_(&database_, options_),
       rows_(&database_),
       exporters_(&database_),
+      notes_(&database_),
       put_bucket_(database_.Prepare(
           "INSERT INTO buckets VALUES (?, ?, ?, ?, 0, ?, ?, ?, ?, ?, ?) ON CONFLICT DO UPDATE SET "
           "ran = min(seconds, ran + excluded.ran), datagrams = datagrams + excluded.datagrams, "
@@ -122,7 +123,7 @@ void Counters::Write(const StoredMinute& minute) {
     WriteKeys(minute);
     WriteBucket(minute);
     exporters_.Write(minute.bucket, minute.exporters, minute.losses);
-    WriteNotes(minute);
+    notes_.Write(minute.notes);
     retention_.Next(last_minute_, minute.bucket);
     put_alive_.Bind(1, minute.to).Bind(2, run_).Run();
     put_rows_.Bind(1, minute.flow_rows).Bind(2, hour).Run();
@@ -209,21 +210,6 @@ void Counters::WriteBucket(const StoredMinute& minute) {
       .Bind(9, minute.flows)
       .Bind(10, minute.flows_not_kept)
       .Run();
-}
-
-void Counters::WriteNotes(const StoredMinute& minute) {
-  constexpr const char* kInserts[] = {"INSERT OR REPLACE INTO labels VALUES (?1, ?2, ?4, ?5)",
-                                      "INSERT OR REPLACE INTO properties VALUES (?1, ?2, ?3, ?4)",
-                                      "INSERT OR REPLACE INTO names VALUES (?1, ?2, ?4)"};
-  std::array<std::optional<Statement>, std::size(kInserts)> puts;
-  for (const KeyNote& note : minute.notes) {
-    const auto kind = static_cast<std::size_t>(note.kind);
-    if (!puts[kind]) puts[kind] = database_.Prepare(kInserts[kind]);
-    puts[kind]->Bind(1, note.group_id).Bind(2, note.key).Bind(4, Utf8(note.value));
-    if (note.kind == KeyNote::Kind::kProperty) puts[kind]->Bind(3, Utf8(note.name));
-    if (note.kind == KeyNote::Kind::kLabel) puts[kind]->Bind(5, Utf8(note.description));
-    puts[kind]->Run();
-  }
 }
 
 void Counters::BeginRun(std::int64_t now) {
@@ -358,6 +344,8 @@ void Counters::DropOld(std::int64_t now) {
       database_.Execute(fmt::format("DELETE FROM buckets WHERE tier = '{}' AND bucket < {}",
                                     kTiers[i].name, before));
     }
+    exporters_.DropSilentSince(StartOf(kDay, retention_.Before(kDay, now + kMinuteSeconds)));
+    notes_.DropUnused(groups_);
   });
 }
 

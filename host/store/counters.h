@@ -14,6 +14,7 @@
 
 #include "host/store/database.h"
 #include "host/store/exporter_rows.h"
+#include "host/store/note_rows.h"
 #include "host/store/retention.h"
 #include "host/store/store_options.h"
 #include "host/store/tier_counts.h"
@@ -22,18 +23,6 @@
 namespace flow::host {
 
 class FlowCounts;
-
-// What was said about a key beside its counts.
-struct KeyNote {
-  enum class Kind : std::uint8_t { kLabel, kProperty, kName };
-
-  Kind kind;
-  std::string group_id;
-  std::string key;
-  std::string name;  // of a property
-  std::string value;
-  std::string description;  // beside a label
-};
 
 // All that a minute leaves behind but its flows.
 struct StoredMinute {
@@ -97,7 +86,6 @@ class Counters {
   void WriteKeys(const StoredMinute& minute);
   void WriteBucket(const StoredMinute& minute);
   [[nodiscard]] bool HasBucket(std::size_t tier, std::int64_t bucket);
-  void WriteNotes(const StoredMinute& minute);
   Span Open(std::size_t tier, std::int64_t bucket, std::int64_t running_hour, bool may_load);
   [[nodiscard]] bool HasAllUntil(std::size_t tier, const Span& span, std::int64_t end);
   void AddRows(const Tier& tier, std::int64_t bucket, FlowCounts* flows, Span* span);
@@ -121,6 +109,7 @@ class Counters {
   Retention retention_;
   TierRows rows_;
   ExporterRows exporters_;
+  NoteRows notes_;
   Statement put_bucket_;
   Statement put_empty_;
   Statement put_alive_;

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/store/exporter_rows.h"
 
+#include <absl/hash/hash.h>
 #include <fmt/format.h>
 
 #include <string>
+
+#include "host/base/memory_budget.h"
 
 namespace flow::host {
 namespace {
@@ -143,7 +146,39 @@ ExporterRows::ExporterRows(Database* database)
           "sampling_rate, clock_offset_ms) VALUES (?1, ?2, ?3, ?4, ?4, ?5, nullif(?6, 0), ?7) ON "
           "CONFLICT DO UPDATE SET last_seen = max(last_seen, excluded.last_seen), templates = "
           "excluded.templates, sampling_rate = coalesce(excluded.sampling_rate, sampling_rate), "
-          "clock_offset_ms = coalesce(excluded.clock_offset_ms, clock_offset_ms)")) {}
+          "clock_offset_ms = coalesce(excluded.clock_offset_ms, clock_offset_ms)")) {
+  Know();
+}
+
+void ExporterRows::Know() {
+  known_.clear();
+  Statement all = database_.Prepare("SELECT exporter, port, version FROM exporters");
+  while (all.Step()) known_.insert(absl::HashOf(all.Text(0), all.Integer(1), all.Text(2)));
+}
+
+std::vector<ExporterHealth> ExporterRows::WithRoom(const std::vector<ExporterHealth>& exporters) {
+  std::vector<ExporterHealth> kept;
+  ExporterHealth others;
+  std::uint64_t let_go = 0;
+  for (const ExporterHealth& health : exporters) {
+    const SourceNames source = NamesOf(health.row.key);
+    const std::uint64_t hash =
+        absl::HashOf(std::string_view(source.exporter), std::int64_t{source.port},
+                     std::string_view(source.version));
+    const ExporterCounts& counts = health.row.counts;
+    const bool is_used = counts.books.metered > 0 || counts.is_regular;
+    if (known_.contains(hash) || known_.size() < (is_used ? kMostExporters : kMostStrangers)) {
+      known_.insert(hash);
+      kept.push_back(health);
+    } else {
+      others.row.counts.Add(counts);
+      ++let_go;
+    }
+  }
+  if (let_go > 0) kept.push_back(others);
+  NoteLetGo(LetGo::kTexts, let_go);
+  return kept;
+}
 
 void ExporterRows::BindClock(Statement* statement, const Row& row, int place) {
   const auto& offset = row.counts.clock_offset;
@@ -162,7 +197,8 @@ void ExporterRows::BindSource(Statement* statement, const SourceNames& source, i
 
 void ExporterRows::Write(std::int64_t minute, const std::vector<ExporterHealth>& exporters,
                          const Losses& losses) {
-  for (const ExporterHealth& health : exporters) {
+  const std::vector<ExporterHealth> kept = WithRoom(exporters);
+  for (const ExporterHealth& health : kept) {
     const Row& row = health.row;
     const SourceNames source = NamesOf(row.key);
     health_.Bind(1, minute);
@@ -179,7 +215,7 @@ void ExporterRows::Write(std::int64_t minute, const std::vector<ExporterHealth>&
         .Bind(6, health.sampling_rate)
         .Run();
   }
-  ForEachLoss(exporters, losses, [&](const ExporterLoss& loss) {
+  ForEachLoss(kept, losses, [&](const ExporterLoss& loss) {
     loss_.Bind(1, minute);
     BindSource(&loss_, loss.source, 2);
     loss_.Bind(5, loss.place).Bind(6, loss.reason).Bind(7, loss.count).Bind(8, loss.unit).Run();
@@ -191,6 +227,12 @@ void ExporterRows::AddUp(std::size_t tier, std::int64_t bucket) {
        {AddUpHealth(kTiers[tier - 1], kTiers[tier]), AddUpLosses(kTiers[tier - 1], kTiers[tier])}) {
     database_.Prepare(sql).Bind(1, bucket).Run();
   }
+}
+
+void ExporterRows::DropSilentSince(std::int64_t time) {
+  if (time <= 0) return;
+  database_.Prepare("DELETE FROM exporters WHERE last_seen < ?").Bind(1, time).Run();
+  Know();
 }
 
 void ExporterRows::DropBefore(const Tier& tier, std::int64_t bucket) {

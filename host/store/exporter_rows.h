@@ -2,6 +2,8 @@
 // Exporters' health and losses as rows: written for minutes, and added up for hours and days.
 #pragma once
 
+#include <absl/container/flat_hash_set.h>
+
 #include <cstdint>
 #include <functional>
 #include <span>
@@ -52,8 +54,13 @@ struct ExporterLoss {
 void ForEachLoss(const std::vector<ExporterHealth>& exporters, const Losses& losses,
                  const std::function<void(const ExporterLoss& loss)>& visit);
 
+// A store's table of exporters has so many and no more, as strangers make them up. Others are
+// counted as one without a name.
 class ExporterRows {
  public:
+  static constexpr std::size_t kMostExporters = std::size_t{1} << 17;
+  static constexpr std::size_t kMostStrangers = kMostExporters / 8;  // that have sent no record
+
   explicit ExporterRows(Database* database);
 
   // Write adds what was counted to what the minute has.
@@ -62,8 +69,12 @@ class ExporterRows {
   // AddUp makes the rows of an hour or day from those of the tier below.
   void AddUp(std::size_t tier, std::int64_t bucket);
   void DropBefore(const Tier& tier, std::int64_t bucket);
+  // DropSilentSince lets those go that have not been heard of since; 0 for none.
+  void DropSilentSince(std::int64_t time);
 
  private:
+  std::vector<ExporterHealth> WithRoom(const std::vector<ExporterHealth>& exporters);
+  void Know();
   void BindClock(Statement* statement, const ExporterTable::Row& row, int place);
   static void BindSource(Statement* statement, const SourceNames& source, int place);
 
@@ -71,6 +82,7 @@ class ExporterRows {
   Statement health_;
   Statement loss_;
   Statement exporter_;
+  absl::flat_hash_set<std::uint64_t> known_;  // hashes of the names that the table has
 };
 
 }  // namespace flow::host
