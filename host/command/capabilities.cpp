@@ -131,7 +131,8 @@ bool GiveUpCapabilities(std::span<const LaterUse> uses, std::optional<std::strin
   ask.sa_flags = SA_RESTART;
   if (sem_init(&done, 0, 0) != 0 || sigaction(signal, &ask, &before) != 0) return false;
   AskOtherThreads(signal);
-  sigaction(signal, &before, nullptr);
+  // A thread that blocks the signal may take it later, and would end the process by it.
+  if (all_did) sigaction(signal, &before, nullptr);
   return all_did;
 }
 
