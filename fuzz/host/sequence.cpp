@@ -17,6 +17,7 @@
 namespace flow::fuzz {
 namespace {
 
+constexpr std::size_t kMostSteps = 8;
 constexpr std::uint8_t kFlowsInParts = 0x40;  // of the policy's byte
 
 class Run {
@@ -85,14 +86,15 @@ class Run {
 // Each run makes objects and frees them by the thousand: of freed ones little is kept, and of each
 // where it came from no more than is told with a finding.
 extern "C" const char* __asan_default_options() {
-  return "quarantine_size_mb=16:malloc_context_size=8";
+  return "quarantine_size_mb=4:malloc_context_size=2";
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const flow::fuzz::Input input = flow::fuzz::Parse(data, size);
   flow::fuzz::UsePolicy(input.policy);
   flow::fuzz::Run run(input);
-  for (const flow::fuzz::Datagram& entry : input.datagrams) run.Take(entry);
+  const std::size_t steps = std::min(input.datagrams.size(), flow::fuzz::kMostSteps);
+  for (std::size_t i = 0; i < steps; ++i) run.Take(input.datagrams[i]);
   const std::string difference = run.End();
   if (difference.empty()) return 0;
   std::fprintf(stderr, "broke a promise: both hosts have counted the same: %s\n",

@@ -36,7 +36,8 @@ IOmbrelComponentPackage& Package() {
   return *package;
 }
 
-// Without texts for people: every store copies what it is given, and a run makes a dozen.
+// Without texts for people, and of the meters the last one, which tells how many there are: every
+// store copies what it is given, and a run makes a dozen.
 std::vector<host::GroupInfo> GroupsOf(std::span<const ComponentDescription> components) {
   std::vector<host::GroupDescription> described;
   for (const ComponentDescription& component : components) {
@@ -48,10 +49,10 @@ std::vector<host::GroupInfo> GroupsOf(std::span<const ComponentDescription> comp
   for (host::GroupInfo& group : groups) {
     group.title.clear();
     group.key_title.clear();
-    for (host::MeterInfo& meter : group.meters) {
-      meter.id.clear();
-      meter.title.clear();
-    }
+    host::MeterInfo last;
+    last.index = static_cast<int>(group.Columns()) - 1;
+    group.meters = {last};
+    group.ranking.clear();
   }
   return groups;
 }
@@ -122,6 +123,7 @@ UdpPacket PacketOf(const Datagram& datagram, Timestamp now, std::vector<std::uin
 constexpr std::string_view kSwitches[] = {"TemplatesPerDomain", "AllowVariableLengthStrings",
                                           "EnableShimTunnel",   "SharePaddedTemplates",
                                           "UseSamplingSpace",   "MeterZeroFlows"};
+constexpr std::uint8_t kPerDomain = 0x01;
 constexpr std::uint8_t kStaticTemplates = 0x80;
 
 std::string PolicyText(std::uint8_t number) {
@@ -137,11 +139,16 @@ std::string PolicyText(std::uint8_t number) {
   return test::PolicyXml(settings, (number & kStaticTemplates) == 0 ? "" : PolicyOf(2).beside);
 }
 
+// The policy that stands in each file, by its path.
+std::map<std::string, int, std::less<>>& PoliciesInPlace() {
+  static std::map<std::string, int, std::less<>> in_place;
+  return in_place;
+}
+
 void WritePolicy(std::string_view name, std::uint8_t number) {
   static std::int64_t modified = 1'600'000'000;
-  static std::map<std::string_view, int> in_place;
   const std::string path = Around().folder.path() + "/" + std::string(name);
-  const auto [known, is_new] = in_place.try_emplace(name, number);
+  const auto [known, is_new] = PoliciesInPlace().try_emplace(path, number);
   if (is_new || std::exchange(known->second, number) != number) {
     test::WriteFile(path, PolicyText(number));
   }
@@ -154,7 +161,20 @@ void UsePolicy(std::uint8_t number) {
   for (const std::string_view name : host::PolicyFileNames()) WritePolicy(name, number);
 }
 
-void EditPolicy(std::uint8_t number) { WritePolicy(host::kNetflowPolicyFile, number); }
+// Meters keep what they learnt of a domain where the setting told them to, and fresh ones learn it
+// by the one in force: once it is off they decode what the others would not before the exporter
+// tells its templates again.
+void EditPolicy(std::uint8_t number) {
+  const std::string path = Around().folder.path() + "/" + std::string(host::kNetflowPolicyFile);
+  const int before = PolicyAt(path);
+  WritePolicy(host::kNetflowPolicyFile,
+              static_cast<std::uint8_t>((number & ~kPerDomain) | (before & kPerDomain)));
+}
+
+int PolicyAt(std::string_view path) {
+  const auto found = PoliciesInPlace().find(path);
+  return found == PoliciesInPlace().end() ? -1 : found->second;
+}
 
 World::World(int lanes, bool has_sflow, Timestamp now)
     : lanes_(PartsFor(channels_, has_sflow), lanes, host::LaneMode::kInline),

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 #include "fuzz/datagrams.h"
 #include "host/intake/channel_hub.h"
@@ -17,6 +18,8 @@ namespace flow::fuzz {
 // meters read again while they work.
 void UsePolicy(std::uint8_t number);
 void EditPolicy(std::uint8_t number);
+// The number of the policy that stands in a file, -1 where there is none.
+int PolicyAt(std::string_view path);
 
 class World {
  public:
