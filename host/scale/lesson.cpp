@@ -137,6 +137,7 @@ std::vector<std::uint8_t> ChannelMessageOf(const Lesson& lesson, const IpAddress
   std::vector<std::uint8_t> headers(kMadeHeaders);
   PutMadeHeaders(packet, headers.data());
   std::vector<std::uint8_t> message;
+  message.reserve(sizeof(std::uint32_t) + kCarrier + lesson.bytes.size());
   if (lesson.owner.domain) {
     for (int shift = 24; shift >= 0; shift -= 8) {
       message.push_back(static_cast<std::uint8_t>(*lesson.owner.domain >> shift));
