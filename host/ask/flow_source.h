@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -26,10 +27,13 @@ struct FlowAmounts {
   std::uint64_t last;
 };
 
+// Exporters can claim anything; what answers show has a sign. Two of it do not overflow.
+inline constexpr std::uint64_t kLargestAmount = std::numeric_limits<std::int64_t>::max();
+
 inline void AddFlows(const FlowAmounts& part, FlowAmounts* into) {
   const bool is_new = into->first == 0;
-  into->bytes += part.bytes;
-  into->packets += part.packets;
+  into->bytes = std::min(into->bytes + part.bytes, kLargestAmount);
+  into->packets = std::min(into->packets + part.packets, kLargestAmount);
   into->flows += part.flows;
   into->first = is_new ? part.first : std::min(into->first, part.first);
   into->last = std::max(into->last, part.last);

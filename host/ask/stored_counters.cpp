@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <optional>
 #include <span>
 #include <utility>
@@ -34,6 +35,11 @@ static_assert(std::size(kPlurals) == std::size(kTiers));
 ValueKind KindOf(std::string_view unit) {
   if (unit == "bytes") return ValueKind::kBytes;
   return unit == "packets" ? ValueKind::kPackets : ValueKind::kCount;
+}
+
+// Exporters can claim anything: sums stay at the largest number.
+void AddCut(std::int64_t more, std::int64_t* sum) {
+  if (__builtin_add_overflow(*sum, more, sum)) *sum = std::numeric_limits<std::int64_t>::max();
 }
 
 std::int64_t Floor(std::int64_t time, std::int64_t step) { return time / step * step; }
@@ -160,10 +166,10 @@ Cover StoredCounters::CoverOf(const TimeSpan& span, std::int64_t most_seconds) {
     const TimeSpan bucket{start, start + kTiers[tier].seconds};
     const Bucket& has = tiers[tier].at(start);
     cover.is_widened |= start < at || bucket.to > cover.span.to;
-    cover.bytes += has.bytes;
-    cover.packets += has.packets;
-    cover.flows += has.flows;
-    cover.flows_not_kept += has.flows_not_kept;
+    AddCut(has.bytes, &cover.bytes);
+    AddCut(has.packets, &cover.packets);
+    AddCut(has.flows, &cover.flows);
+    AddCut(has.flows_not_kept, &cover.flows_not_kept);
     if (at > last && start > last) cover.gaps.push_back({{last, start}, "nothing is kept of it"});
     if (!cover.parts.empty() && cover.parts.back().tier == tier &&
         cover.parts.back().span.to == start) {

@@ -113,6 +113,7 @@ const char* LetGoText(LetGo kind) {
       "datagrams of exporters that fill meters and send no record",
       "meters that had learnt too much, for fresh ones that know what is used",
       "texts, exporters and notes, beyond those that a store's tables have",
+      "templates and rates, from those that collectors tell each other",
   };
   return kTexts[static_cast<std::size_t>(kind)];
 }

@@ -65,8 +65,9 @@ enum class LetGo : std::uint8_t {
   kHeldBack,
   kMeters,
   kTexts,
+  kLessons,
 };
-inline constexpr std::size_t kLetGoKinds = 9;
+inline constexpr std::size_t kLetGoKinds = 10;
 
 void NoteLetGo(LetGo kind, std::uint64_t count);
 using LetGoCounts = std::array<std::uint64_t, kLetGoKinds>;

@@ -74,6 +74,9 @@ void SharedTemplates::Loop() {
   constexpr std::chrono::milliseconds kTurn(50);
   while (!ends_) {
     reader_->Poll(kTurn, [this](std::string_view message) { Take(message); });
+    if (const auto trouble = reader_->TakeTrouble()) {
+      console_.Error(fmt::format("Kafka topic {}: {}", reader_->topic(), *trouble));
+    }
     if (!has_read_all_ && reader_->HasReadAll()) {
       if (templates_ + rates_ > 0) {
         console_.Notice(fmt::format("{} templates and {} sampling rates learnt from Kafka topic {}",
@@ -87,6 +90,7 @@ void SharedTemplates::Loop() {
 }
 
 void SharedTemplates::Take(std::string_view message) {
+  constexpr std::chrono::milliseconds kMailWait(1);
   const Timestamp now = NowMicros();
   const auto lesson = Lesson::FromJson(message);
   if (!lesson || StandIns::IsOne(lesson->owner.exporter.address)) return;
@@ -97,6 +101,8 @@ void SharedTemplates::Take(std::string_view message) {
     if (!stand_in) return;
     exporter.address = *stand_in;
   }
+  // Full mailboxes would drop it, and nobody tells it again that soon.
+  while (!setup_.channels().HasRoom() && !ends_) std::this_thread::sleep_for(kMailWait);
   if (lesson->kind == Lesson::Kind::kRate) {
     ++rates_;
     return setup_.channels().Teach(exporter, lesson->bytes);

@@ -185,6 +185,7 @@ void StatsEngine::Flush() {
 void StatsEngine::UseStore(StatsStore& store) {
   Flush();
   store_ = &store;
+  vrf_ = app_ = user_ = {};  // another store may stand where an old one was
 }
 
 Status StatsEngine::UpdateCounter(const GUID& group, const char* key, int meter,

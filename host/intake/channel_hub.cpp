@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/intake/channel_hub.h"
 
+#include <algorithm>
+
 namespace flow::host {
 
 void ChannelHub::Deliver(int sender_lane, const GUID& channel,
@@ -12,6 +14,10 @@ void ChannelHub::Deliver(int sender_lane, const GUID& channel,
   for (const Entry& entry : boxes_) {
     if (entry.lane != sender_lane) entry.mailbox->Post(copy);
   }
+}
+
+bool ChannelHub::HasRoom() const {
+  return std::ranges::all_of(boxes_, [](const Entry& entry) { return entry.mailbox->HasRoom(); });
 }
 
 void ChannelHub::Teach(const Endpoint& exporter, std::span<const std::uint8_t> datagram) {

@@ -25,6 +25,9 @@ class ChannelHub {
   // host itself.
   void Deliver(int sender_lane, const GUID& channel, std::span<const std::uint8_t> message);
 
+  // HasRoom says whether all mailboxes are half empty.
+  [[nodiscard]] bool HasRoom() const;
+
   // Teach has all lanes learn from a datagram that another collector met.
   void Teach(const Endpoint& exporter, std::span<const std::uint8_t> datagram);
 

@@ -23,6 +23,11 @@ void Mailbox::Post(ChannelMessage message) {
   if (on_post_) on_post_();
 }
 
+bool Mailbox::HasRoom() {
+  const std::lock_guard lock(mutex_);
+  return bytes_ < Shares().mailbox / 2;
+}
+
 std::vector<ChannelMessage> Mailbox::TakeAll() {
   const std::lock_guard lock(mutex_);
   has_mail_.store(false, std::memory_order_release);

@@ -33,6 +33,9 @@ class Mailbox {
   // A full box takes none.
   void Post(ChannelMessage message);
 
+  // HasRoom is for those who can wait until lanes have taken what there is.
+  [[nodiscard]] bool HasRoom();
+
   // HasMail is cheap, for every datagram.
   [[nodiscard]] bool HasMail() const { return has_mail_.load(std::memory_order_acquire); }
 

@@ -350,7 +350,8 @@ std::string FlowSql::MuchAlone() const {
   if (all_parts_.empty()) return "";
   return fmt::format(
       " AND {0} {1}IN (SELECT ends FROM (SELECT {0} AS ends, sum({2}) AS w_bytes, sum({3}) AS "
-      "w_packets, min(first_ms) AS w_first, max(greatest(last_ms, first_ms)) AS w_last{4} GROUP BY "
+      "w_packets, min(first_ms) AS w_first, max(least(greatest(last_ms, first_ms), first_ms + "
+      "4294967295)) AS w_last{4} GROUP BY "
       "ends) WHERE {5})",
       Ends(), table_.is_spread ? "GLOBAL " : "", Seen("{bytes}"), Seen("{packets}"), AllRows(false),
       all_parts_);
@@ -362,7 +363,8 @@ std::string FlowSql::MuchAlone() const {
 std::string FlowSql::JoinedParts() const {
   const std::string parts = fmt::format(
       "SELECT arraySort(groupArray((first_ms, bucket, cityHash64(collector, run), block, row, {}, "
-      "greatest(last_ms, first_ms), {}, {}, {}))) AS parts{}{} GROUP BY {}",
+      "least(greatest(last_ms, first_ms), first_ms + 4294967295), {}, {}, {}))) AS parts{}{} GROUP "
+      "BY {}",
       has_directions_ ? "rev" : "0", Seen("{bytes}"), Seen("{packets}"), Seen("{records}"),
       AllRows(false), MuchAlone(), Ends());
   const std::string arrays = fmt::format(

@@ -64,11 +64,17 @@ void KafkaReader::Poll(std::chrono::milliseconds most, const Visit& visit) {
   LookForPartitions();
   rd_kafka_poll(consumer_.get(), 0);
   auto wait = static_cast<int>(most.count());
-  while (rd_kafka_message_t* const message = rd_kafka_consume_queue(queue_.get(), wait)) {
+  constexpr int kMostAtOnce = 1000;
+  for (int i = 0; i < kMostAtOnce; ++i) {
+    rd_kafka_message_t* const message = rd_kafka_consume_queue(queue_.get(), wait);
+    if (message == nullptr) return;
     wait = 0;
-    if (message->err == RD_KAFKA_RESP_ERR__PARTITION_EOF) ended_.insert(message->partition);
     if (message->err == RD_KAFKA_RESP_ERR_NO_ERROR) {
       visit({static_cast<const char*>(message->payload), message->len});
+    } else if (message->err == RD_KAFKA_RESP_ERR__PARTITION_EOF) {
+      ended_.insert(message->partition);
+    } else if (errors_.insert(message->err).second) {
+      trouble_ = rd_kafka_err2str(message->err);
     }
     rd_kafka_message_destroy(message);
   }

@@ -7,9 +7,11 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "host/scale/kafka_options.h"
 
@@ -29,7 +31,7 @@ class KafkaReader {
   KafkaReader(const KafkaReader&) = delete;
   KafkaReader& operator=(const KafkaReader&) = delete;
 
-  // Poll visits messages as they come, for at most about so long without any.
+  // Poll visits messages as they come, for at most about so long without any, and some of them.
   using Visit = std::function<void(std::string_view message)>;
   void Poll(std::chrono::milliseconds most, const Visit& visit);
 
@@ -38,6 +40,8 @@ class KafkaReader {
     return knows_partitions_ && static_cast<std::size_t>(partitions_) == ended_.size();
   }
   [[nodiscard]] const std::string& topic() const { return topic_; }
+  // What keeps it from reading, once for each kind.
+  std::optional<std::string> TakeTrouble() { return std::exchange(trouble_, std::nullopt); }
 
  private:
   struct Close {
@@ -55,6 +59,8 @@ class KafkaReader {
   std::int32_t partitions_ = 0;  // that are read
   bool knows_partitions_ = false;
   std::set<std::int32_t> ended_;  // that have been read once
+  std::set<int> errors_;          // that were met
+  std::optional<std::string> trouble_;
   std::chrono::steady_clock::time_point next_look_;
 };
 

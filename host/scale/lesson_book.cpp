@@ -4,14 +4,28 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/base/memory_budget.h"
+
 namespace flow::host {
 
 // Room for strangers does not come back: those who stay are used before long.
-bool LessonBook::HasRoomFor(const Key& key, bool is_own) {
+bool LessonBook::HasRoomFor(const Key& key, bool is_own, Timestamp now) {
   if (entries_.contains(key)) return true;
-  if (entries_.size() >= kMost) return false;
+  if (entries_.size() >= kMost && !MakeRoom(now)) {
+    NoteLetGo(LetGo::kLessons, 1);
+    return false;
+  }
   if (!is_own || used_.contains(key.owner.exporter)) return true;
   return unused_ < kMostUnused && ++unused_ > 0;
+}
+
+// What nobody has told for long goes.
+bool LessonBook::MakeRoom(Timestamp now) {
+  if (now < next_clearing_) return false;
+  next_clearing_ = now + kAgain;
+  absl::erase_if(entries_,
+                 [now](const auto& entry) { return entry.second.lesson->told + kLongest < now; });
+  return entries_.size() < kMost;
 }
 
 void LessonBook::Note(Lesson lesson) {
@@ -22,7 +36,7 @@ void LessonBook::Note(Lesson lesson) {
   ++arrivals_;
   for (const std::uint16_t id : shared->ids) {
     const Key key{shared->kind, shared->owner, id};
-    if (!HasRoomFor(key, true)) continue;
+    if (!HasRoomFor(key, true, shared->told)) continue;
     Entry& entry = entries_[key];
     const bool is_known = entry.is_own && entry.lesson->Content() == shared->Content();
     if (!is_known) {
@@ -81,10 +95,12 @@ bool LessonBook::IsNews(Lesson lesson, Timestamp now) {
     const Key key{shared->kind, shared->owner, id};
     const auto known = entries_.find(key);
     if (known != entries_.end() && known->second.lesson->told > shared->told) continue;
-    if (known == entries_.end() || known->second.lesson->Content() != shared->Content()) {
-      is_news = true;
-    }
-    if (HasRoomFor(key, false)) entries_[key] = {shared, arrivals_, false, 0, 0};
+    const bool is_known =
+        known != entries_.end() && known->second.lesson->Content() == shared->Content();
+    // What there is no room for would be news whenever it is told.
+    if (!HasRoomFor(key, false, now)) continue;
+    is_news |= !is_known;
+    entries_[key] = {shared, arrivals_, false, 0, 0};
   }
   return is_news;
 }

@@ -68,7 +68,8 @@ class LessonBook {
     Timestamp due = 0;
   };
 
-  [[nodiscard]] bool HasRoomFor(const Key& key, bool is_own);
+  [[nodiscard]] bool HasRoomFor(const Key& key, bool is_own, Timestamp now);
+  bool MakeRoom(Timestamp now);
 
   std::string collector_;
   std::uint64_t run_;
@@ -79,6 +80,7 @@ class LessonBook {
   std::uint64_t arrivals_ = 0;
   bool has_news_ = false;  // something may be due at once
   Timestamp next_look_ = 0;
+  Timestamp next_clearing_ = 0;
 };
 
 }  // namespace flow::host
