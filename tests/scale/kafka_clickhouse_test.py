@@ -17,25 +17,12 @@ import tempfile
 import time
 
 sys.path[:0] = [str(pathlib.Path(__file__).parent), str(pathlib.Path(__file__).parents[1] / "integration")]
+from checking import expect, failures, wait_for  # noqa: E402
 from clickhouse import Server  # noqa: E402
 from exporters import SAMPLES, SBIN, softflowd_totals  # noqa: E402
 from kafka import Kafka  # noqa: E402
 
 TOPICS = ("flows", "counters", "health")
-failures = []
-
-
-def expect(what, seen, wanted):
-    if seen != wanted:
-        failures.append(f"{what}: {seen!s:.300}, not {wanted!s:.300}")
-
-
-def wait_for(what, is_so, seconds=60):
-    end = time.monotonic() + seconds
-    while not is_so():
-        if time.monotonic() > end:
-            raise SystemExit(f"kafka_clickhouse_test: {what} never was; failed so far: {failures}")
-        time.sleep(0.1)
 
 
 def export(folder, kafka):
@@ -48,7 +35,7 @@ def export(folder, kafka):
         [FLOWHOST, "listen", "--plugin", PLUGIN, "--config", folder / "policies", "--bind", "127.0.0.1", "--port",
          f"netflow={port}", "--kafka", kafka.brokers, "--collector", "here", "--top", "0"], stdout=subprocess.DEVNULL,
         stderr=log.open("w"))
-    wait_for("a collector", lambda: "listening" in log.read_text())
+    wait_for("a collector", lambda: "listening" in log.read_text(), 60)
     subprocess.run([sys.executable, SAMPLES / "make_traffic.py", "--clients", "40", folder / "office.pcap"], check=True,
                    stdout=subprocess.DEVNULL)
     said = subprocess.run(["softflowd", "-d", "-a", "-v", "9", "-r", folder / "office.pcap", "-p", folder / "pid", "-c", "none",
@@ -87,7 +74,7 @@ def test(folder):
                                     for tier in ("minute", "hour", "day")),
                     "health": sum(server.number(f"SELECT count() FROM raw_{table}", "flows")
                                   for table in ("buckets", "health", "losses", "streams"))}
-    wait_for(f"all read of {sent}", lambda: read() == sent)
+    wait_for(f"all read of {sent}", lambda: read() == sent, 60)
     judge(server, totals, "read once")
     for database in ("groups", "meters"):
         expect(f"what {database} are called", server.number(f"SELECT count() > 10 FROM {database}", "flows"), 1)
@@ -103,7 +90,7 @@ def test(folder):
     marks = {topic: 2 * count for topic, count in sent.items()}
     expect("told twice", {topic: len(kafka.all(topic)) for topic in TOPICS}, marks)
     wait_for("all read again", lambda: server.number("SELECT value FROM system.events WHERE event = 'InsertedRows'") >= inserted
-             + sum(sent.values()))
+             + sum(sent.values()), 60)
     judge(server, totals, "read twice")
     server.stop()
     kafka.end()

@@ -14,25 +14,12 @@ import sys
 import tempfile
 import time
 
+from checking import expect, failures, wait_for
 from kafka import Kafka
 
 RATE = 100
 BYTES, PACKETS = 700, 3  # of each record
 RECORDS = 5              # of each datagram
-failures = []
-
-
-def expect(what, seen, wanted):
-    if seen != wanted:
-        failures.append(f"{what}: {seen!s:.300}, not {wanted!s:.300}")
-
-
-def wait_for(what, is_so, seconds=30):
-    end = time.monotonic() + seconds
-    while not is_so():
-        if time.monotonic() > end:
-            raise SystemExit(f"moving_test: {what} never was")
-        time.sleep(0.05)
 
 
 def part(kind, body):
