@@ -132,14 +132,15 @@ def wait_for(what, is_so, seconds=30):
 
 
 def balancer(folder):
-    """nginx as configured, in a folder of its own, and what looks after its collectors"""
+    """nginx as configured, in a folder of its own, and what looks after its collectors: a killed one refuses at once, one
+    of a busy machine may be slow"""
     (folder / "nginx.conf").write_text(
         f"pid {folder}/pid;\nerror_log {folder}/error.log;\nuser root;\n" +
         (BALANCE / "nginx.conf").read_text().replace("modules/", "/usr/lib/nginx/modules/"))
     nginx = f"nginx -p {folder} -c {folder}/nginx.conf"
     health = inside("b", BALANCE / "collector-health", *[word for one in COLLECTORS for word in ("--collector", one)],
                     "--write", folder / "collectors.conf", "--then", f"! test -e {folder}/pid || {nginx} -s reload",
-                    "--every", "0.5", stdout=(folder / "health").open("w"))
+                    "--every", "0.5", "--patience", "10", stdout=(folder / "health").open("w"))
     wait_for("collectors.conf", (folder / "collectors.conf").exists)
     inside("b", *nginx.split(), "-g", "daemon off;")
     wait_for("nginx", lambda: (folder / "pid").exists())
