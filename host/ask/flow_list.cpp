@@ -80,32 +80,54 @@ class Picker : public WholeFlowTaker, public FlowTaker {
   std::uint64_t count_ = 0;
 };
 
-ListedFlow ReadFlow(StoredFlows* file, const Listed& listed, bool has_directions) {
+// The bytes, the packets and the columns of what is listed.
+std::vector<std::string> ListedColumns() {
   std::vector<std::string> columns{"{bytes}", "{packets}"};
   for (const FlowField* const field : ListedFields()) AddColumns(*field, &columns);
-  FlowView view = FlowView::kBoth;
-  if (has_directions) view = listed.place.is_reverse ? FlowView::kReverse : FlowView::kForward;
-  Statement found = file->database().Prepare(ColumnsFor(
-      fmt::format("SELECT {} FROM flows WHERE rowid = ?", fmt::join(columns, ", ")), view));
-  found.Bind(1, std::int64_t{listed.place.row}).Step();
-  std::vector<int> places(columns.size());
-  std::iota(places.begin(), places.end(), 0);
-  std::vector<Statement::ValueCopy> copies;
-  std::vector<sqlite3_value*> values;
-  for (const int place : places) {
-    copies.push_back(found.Value(place));
-    values.push_back(copies.back().get());
-  }
-  const FlowRow row(*file, values.data(), places, listed.place.is_reverse);
-  const auto number = [](std::uint64_t value) { return static_cast<std::int64_t>(value); };
-  ListedFlow flow{number(listed.sums.first),   number(listed.sums.last),  number(listed.sums.bytes),
-                  number(listed.sums.packets), number(listed.sums.flows), {}};
-  std::string key;
-  std::size_t column = 2;
-  for (const FlowField* const field : ListedFields()) PutField(*field, row, column++, &key);
-  flow.fields = FieldTexts(ListedFields(), key);
-  return flow;
+  return columns;
 }
+
+// Reads flows of an hour by the places of their rows.
+class FlowReader {
+ public:
+  FlowReader(const std::string& directory, std::int64_t hour, bool has_directions)
+      : file_(directory, hour), places_(ListedColumns().size()) {
+    std::iota(places_.begin(), places_.end(), 0);
+    const std::string select =
+        fmt::format("SELECT {} FROM flows WHERE rowid = ?", fmt::join(ListedColumns(), ", "));
+    const auto prepare = [this, &select](FlowView view) {
+      return file_.database().Prepare(ColumnsFor(select, view));
+    };
+    forward_ = prepare(has_directions ? FlowView::kForward : FlowView::kBoth);
+    reverse_ = prepare(has_directions ? FlowView::kReverse : FlowView::kBoth);
+  }
+
+  ListedFlow Read(const Listed& listed) {
+    Statement& found = listed.place.is_reverse ? reverse_ : forward_;
+    found.Bind(1, std::int64_t{listed.place.row}).Step();
+    std::vector<Statement::ValueCopy> copies;
+    std::vector<sqlite3_value*> values;
+    for (const int place : places_) {
+      copies.push_back(found.Value(place));
+      values.push_back(copies.back().get());
+    }
+    found.Step();  // to its end
+    const FlowRow row(file_, values.data(), places_, listed.place.is_reverse);
+    std::string key;
+    std::size_t column = 2;
+    for (const FlowField* const field : ListedFields()) PutField(*field, row, column++, &key);
+    const auto number = [](std::uint64_t value) { return static_cast<std::int64_t>(value); };
+    return {number(listed.sums.first), number(listed.sums.last),
+            number(listed.sums.bytes), number(listed.sums.packets),
+            number(listed.sums.flows), FieldTexts(ListedFields(), key)};
+  }
+
+ private:
+  StoredFlows file_;
+  std::vector<int> places_;
+  Statement forward_;
+  Statement reverse_;
+};
 
 }  // namespace
 
@@ -136,12 +158,11 @@ FlowList ListFlows(const std::string& directory, const Expression& filter, const
   }
   std::ranges::sort(picked, IsBefore(order));
   picked.resize(std::min(picked.size(), top));
-  std::map<std::int64_t, std::unique_ptr<StoredFlows>> files;
+  std::map<std::int64_t, FlowReader> hours;
   for (const Listed& listed : picked) {
     const std::int64_t hour = std::int64_t{listed.place.hour} * kHourSeconds;
-    auto& file = files[hour];
-    if (!file) file = std::make_unique<StoredFlows>(directory, hour);
-    list.flows.push_back(ReadFlow(file.get(), listed, has_directions));
+    auto& reader = hours.try_emplace(hour, directory, hour, has_directions).first->second;
+    list.flows.push_back(reader.Read(listed));
   }
   return list;
 }
