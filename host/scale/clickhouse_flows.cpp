@@ -29,16 +29,16 @@ class Table {
   Table(ClickHouseClient* client, const std::string& query) {
     const std::string answer = client->AskAtLength(query + " FORMAT JSONCompact");
     root_ = Json::parse(answer, nullptr, false);
-    if (root_.is_discarded() || !root_["data"].is_array()) {
+    if (!root_.is_object() || !Member("data").is_array()) {
       throw HostError(
           fmt::format("ClickHouse at {} answers what is no table", client->server().Text()));
     }
   }
 
-  [[nodiscard]] const Json& rows() const { return root_["data"]; }
+  [[nodiscard]] const Json& rows() const { return Member("data"); }
   // The sums of all rows, also of those that a LIMIT leaves out; and how many these are.
-  [[nodiscard]] const Json& totals() const { return root_["totals"]; }
-  [[nodiscard]] std::size_t count() const { return Number(root_["rows_before_limit_at_least"]); }
+  [[nodiscard]] const Json& totals() const { return Member("totals"); }
+  [[nodiscard]] std::size_t count() const { return Number(Member("rows_before_limit_at_least")); }
 
   // Large ones stand in quotes.
   static std::uint64_t Number(const Json& value) {
@@ -57,6 +57,13 @@ class Table {
   }
 
  private:
+  // Null where there is none.
+  [[nodiscard]] const Json& Member(const char* name) const {
+    static const auto& none = *new Json;
+    const auto found = root_.find(name);
+    return found == root_.end() ? none : *found;
+  }
+
   Json root_;
 };
 
