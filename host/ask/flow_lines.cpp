@@ -26,11 +26,11 @@ class LineMaker : public FlowTaker {
   void Take(const FlowRow& row) override {
     constexpr std::size_t kValue = 2;
     constexpr std::size_t kMinute = 3;
-    constexpr std::size_t kFields = 4;
+    constexpr std::size_t kFirstField = 4;
     const auto value = static_cast<double>(row.Integer(kValue));
     const std::size_t step = steps_.At(row.file().hour() + row.Integer(kMinute) * kMinuteSeconds);
     lines_.back()[step] += value;
-    keys_.ForEach(row, kFields, [&](std::string_view key) {
+    keys_.ForEach(row, kFirstField, [&](std::string_view key) {
       lines_[lines_.size() - 2][step] += value;
       const auto place = places_.find(key);
       if (place != places_.end()) lines_[place->second][step] += value;

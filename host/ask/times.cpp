@@ -225,18 +225,18 @@ TimeSpan ResolveAgainst(const std::string& text, const TimeSpan& span, std::int6
 }
 
 std::optional<std::int64_t> ParseLength(std::string_view text) {
-  struct Unit {
+  struct TimeUnit {
     std::string_view name;
     std::int64_t seconds;
   };
-  constexpr Unit kUnits[] = {{"", 1},      {"s", 1},    {"m", 60},      {"min", 60},
+  constexpr TimeUnit kUnits[] = {{"", 1},      {"s", 1},    {"m", 60},      {"min", 60},
                              {"h", kHour}, {"d", kDay}, {"w", 7 * kDay}};
   constexpr std::int64_t kMost = 100 * 366 * kDay;
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc() || number <= 0 || number > kMost) return std::nullopt;
   const std::string_view name(end, text.data() + text.size());
-  for (const Unit& unit : kUnits) {
+  for (const TimeUnit& unit : kUnits) {
     if (SameWord(unit.name, name) && number <= kMost / unit.seconds) return number * unit.seconds;
   }
   return std::nullopt;
