@@ -7,8 +7,10 @@
 namespace flow::host {
 namespace {
 
-// What is not known is zero.
-void Take(std::uint32_t part, std::uint32_t* into) {
+// What is not known is zero. Parts of a flow come together in any order: of several numbers that
+// were told the largest counts.
+void TakeNumber(std::uint32_t part, std::uint32_t* into) { *into = std::max(*into, part); }
+void TakeText(std::uint32_t part, std::uint32_t* into) {
   if (part != 0) *into = part;
 }
 
@@ -51,17 +53,16 @@ void MergeFlow(const FlowTotals& part, FlowTotals* into) {
 }
 
 void MergeRecordWords(const FlowTotals& part, FlowTotals* into) {
-  constexpr std::uint8_t kNoMac[6] = {};
   for (int i = 0; i < 2; ++i) {
-    Take(part.as_numbers[i], &into->as_numbers[i]);
-    Take(part.next_hops[i], &into->next_hops[i]);
-    if (std::memcmp(part.macs[i], kNoMac, sizeof(kNoMac)) != 0) {
-      std::memcpy(into->macs[i], part.macs[i], sizeof(kNoMac));
+    TakeNumber(part.as_numbers[i], &into->as_numbers[i]);
+    TakeNumber(part.next_hops[i], &into->next_hops[i]);
+    if (std::memcmp(part.macs[i], into->macs[i], sizeof(part.macs[i])) > 0) {
+      std::memcpy(into->macs[i], part.macs[i], sizeof(part.macs[i]));
     }
   }
-  Take(part.vrf, &into->vrf);
-  Take(part.app, &into->app);
-  Take(part.user, &into->user);
+  TakeText(part.vrf, &into->vrf);
+  TakeText(part.app, &into->app);
+  TakeText(part.user, &into->user);
 }
 
 }  // namespace flow::host

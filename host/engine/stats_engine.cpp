@@ -329,6 +329,7 @@ Status StatsEngine::UpdateFlowCounterWithText(const GUID& flowGroup, const char*
                                               std::uint64_t value, const char* text) {
   UpdateFlowCounter(flowGroup, flowKey, meter, value);
   FlowOf(flowKey).text = store_->Intern(TextOrEmpty(text));
+  has_flow_texts_ = true;
   return kStatusOk;
 }
 
@@ -381,6 +382,7 @@ Status StatsEngine::UpdateFlowVolume(const char* flowKey, std::uint64_t bytesOne
 
 Status StatsEngine::TagFlow(const GUID& /*flowGroup*/, const char* flowKey, const char* tag) {
   FlowOf(flowKey).tag = store_->Intern(TextOrEmpty(tag));
+  has_flow_texts_ = true;
   return kStatusOk;
 }
 

@@ -45,6 +45,9 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
     return std::exchange(words_, {});
   }
 
+  // Whether flows were given tags or texts, of which the last counts.
+  [[nodiscard]] bool HasFlowTexts() const { return has_flow_texts_; }
+
   // SetAhead makes the answer to the next question for the time so late that what a component does
   // at least every hour, or as often as that, is due.
   void SetAhead(std::uint32_t seconds) { ahead_ = std::max(seconds, 3600U) + 1; }
@@ -153,6 +156,7 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   bool has_record_words_ = false;
   bool record_has_flow_ = false;
   bool is_reverse_ = false;  // its source is side B of its flow
+  bool has_flow_texts_ = false;
   RecentText vrf_;
   RecentText app_;
   RecentText user_;

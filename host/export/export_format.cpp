@@ -164,6 +164,14 @@ bool IsCutShort(Bytes datagram) {
   }
 }
 
+bool StandsAlone(const IID& protocol, Bytes datagram) {
+  constexpr std::size_t kShortest = 24;  // that a meter claims
+  const ExportVersion version = VersionOf(datagram);
+  if (datagram.size() < kShortest || !version.IsKnown() || version.HasTemplates()) return false;
+  return protocol == (version.sflow ? kSFlowProtocol : kNetflowProtocol) &&
+         (version.sflow || !IsCutShort(datagram));
+}
+
 void ForEachSet(Bytes datagram, const std::function<void(const ExportSet&)>& visit) {
   const bool ipfix = datagram.size() >= 4 && Be16(datagram.data()) == 10;
   const std::size_t header = ipfix ? kIpfixHeader : kV9Header;

@@ -57,6 +57,10 @@ std::optional<IpAddress> NamedExporter(std::span<const std::uint8_t> datagram);
 // fit, or an IPFIX message length past the end.
 bool IsCutShort(std::span<const std::uint8_t> datagram);
 
+// StandsAlone tells whether a datagram for this protocol means the same whatever its exporter sent
+// before: it is whole, and of a version without templates and rates that are told once.
+bool StandsAlone(const IID& protocol, std::span<const std::uint8_t> datagram);
+
 // A set of a v9 or IPFIX datagram, header included.
 struct ExportSet {
   std::uint16_t id = 0;

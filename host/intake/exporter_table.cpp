@@ -184,16 +184,30 @@ void ExporterTable::Note(const MeteredDatagram& datagram) {
     ++counts.refused[static_cast<std::size_t>(datagram.refusal)];
   } else {
     described = Describe(datagram, version, &counts);
-    if (const auto sent = ExportTimeOf(datagram.bytes)) counts.clock_offset = *sent - datagram.time;
+    if (datagram.has_numbers) NoteClock(datagram, &counts);
   }
   counts.books.Enter(described, version.sflow, datagram.records, datagram.words);
   ++datagrams_;
-  if (!version.IsKnown()) return;
+  if (!version.IsKnown() || !datagram.has_numbers) return;
   const bool is_described =
       datagram.refusal == Refusal::kNone && described.unknown_sets == 0 && !described.has_vast;
   std::optional<std::uint32_t> data_records;
   if (is_described) data_records = static_cast<std::uint32_t>(described.records);
   sequences_.Take({datagram.exporter, version, datagram.time, datagram.bytes, data_records},
+                  &counts.gaps, &counts.sample_gaps);
+}
+
+void ExporterTable::NoteClock(const MeteredDatagram& datagram, ExporterCounts* counts) {
+  if (const auto sent = ExportTimeOf(datagram.bytes)) counts->clock_offset = *sent - datagram.time;
+}
+
+void ExporterTable::NoteNumbersOf(const MeteredDatagram& datagram) {
+  const ExportVersion version = CountedVersion(datagram.bytes);
+  ExporterCounts& counts = CountsOf({datagram.exporter, version});
+  counts.last_seen = std::max(counts.last_seen, datagram.time);
+  counts.arrives_at = datagram.arrived_at;
+  NoteClock(datagram, &counts);
+  sequences_.Take({datagram.exporter, version, datagram.time, datagram.bytes, std::nullopt},
                   &counts.gaps, &counts.sample_gaps);
 }
 

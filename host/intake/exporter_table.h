@@ -80,6 +80,7 @@ struct MeteredDatagram {
   Refusal refusal = Refusal::kNone;
   MeterWords words{};
   std::uint16_t arrived_at = 0;  // the UDP port
+  bool has_numbers = true;       // else another table is told of them by NoteNumbersOf
 };
 
 class ExporterTable {
@@ -100,6 +101,10 @@ class ExporterTable {
   }
 
   void Note(const MeteredDatagram& datagram);
+
+  // NoteNumbersOf takes the numbers and the clock of a datagram that stands alone and whose records
+  // another table is told of.
+  void NoteNumbersOf(const MeteredDatagram& datagram);
 
   // NoteDropped takes what is kept of a datagram that went through no meter, for want of room: its
   // numbers are not missing.
@@ -159,6 +164,7 @@ class ExporterTable {
   void MergeNumbers(const std::vector<StreamNumbers>& later);
   void NoteRegulars();
   bool MakeRoomForTemplates();
+  static void NoteClock(const MeteredDatagram& datagram, ExporterCounts* counts);
   Described Describe(const MeteredDatagram& datagram, const ExportVersion& version,
                      ExporterCounts* counts);
   // What is known for a datagram: its domain's templates, and the exporter's own, which stand in;

@@ -48,7 +48,8 @@ Lane::Lane(const LaneParts& parts, int number)
   channels_.Add(number_, mailbox_);
 }
 
-void Lane::Meter(const IID& protocol, const UdpPacket& packet) {
+void Lane::Meter(const IID& protocol, const UdpPacket& packet, Portion portion) {
+  portion_ = portion;
   if (!growth_.empty() && IsHeldBack(packet)) {
     refusal_ = Refusal::kTooDear;
     return;
@@ -68,11 +69,12 @@ void Lane::Meter(const IID& protocol, const UdpPacket& packet) {
 }
 
 void Lane::Enter(const IID& protocol, const UdpPacket& packet) {
-  if (refusal_ == Refusal::kTooDear) return HoldBack(packet);
+  if (refusal_ == Refusal::kTooDear) return HoldBack(packet, portion_);
   const std::uint64_t records = store_->records - records_before_;
   records_.store(records_.load(std::memory_order_relaxed) + records, std::memory_order_relaxed);
   Note(packet, records, refusal_);
   has_netflow_ = has_netflow_ || protocol == kNetflowProtocol;
+  if (engine_.HasFlowTexts()) needs_order_.store(true, std::memory_order_relaxed);
   if (store_->flows().size() > most_flows_) HandOutFlowsNow(packet.time);
   if (keeps_lessons_ && meters_->Learnt() > learnt_before_) NoteGrowth(packet);
   if (mailbox_.HasMail()) TakeMessages();
@@ -100,19 +102,27 @@ void Lane::Note(const UdpPacket& packet, std::uint64_t records, Refusal refusal)
   const auto datagram = WithoutShim(packet.Payload(), exporter.address);
   takes_shims_ = takes_shims_ || datagram.size() < packet.payload_length;
   exporters_.Note({exporter, packet.time, datagram, records, refusal, engine_.TakeWords(),
-                   packet.destination.port});
+                   packet.destination.port, portion_ != Portion::kRecords});
   if (exporters_.HasNewUser() && on_used_) on_used_(exporter);
   if (keeps_lessons_ && exporters_.HasLessons()) KeepLessons(exporter, datagram);
 }
 
-void Lane::HoldBack(const UdpPacket& packet) {
+void Lane::HoldBack(const UdpPacket& packet, Portion portion) {
   exporters_.Note({packet.source,
                    packet.time,
                    packet.Payload(),
                    0,
                    Refusal::kTooDear,
                    {},
-                   packet.destination.port});
+                   packet.destination.port,
+                   portion != Portion::kRecords});
+}
+
+void Lane::NoteNumbers(const UdpPacket& packet) {
+  exporters_.NoteNumbersOf({.exporter = packet.source,
+                            .time = packet.time,
+                            .bytes = packet.Payload(),
+                            .arrived_at = packet.destination.port});
 }
 
 // What exporters define and tell, for meters to come.

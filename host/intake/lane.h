@@ -29,6 +29,7 @@
 #include "host/intake/exporter_table.h"
 #include "host/intake/handover.h"
 #include "host/intake/meters.h"
+#include "host/intake/packet_batch.h"
 
 namespace flow::host {
 
@@ -71,15 +72,22 @@ class Lane final : private ChannelSink {
   // Meter takes a datagram to its protocol's handler and meters. Enter, next, has the accounts take
   // it and does what is due in the lane, which is nobody's fault: the messages that wait, flows to
   // hand out, keys to let go, meters to replace. Handle is both.
-  void Meter(const IID& protocol, const UdpPacket& packet);
+  void Meter(const IID& protocol, const UdpPacket& packet, Portion portion = Portion::kAll);
   void Enter(const IID& protocol, const UdpPacket& packet);
-  void Handle(const IID& protocol, const UdpPacket& packet) {
-    Meter(protocol, packet);
+  void Handle(const IID& protocol, const UdpPacket& packet, Portion portion = Portion::kAll) {
+    Meter(protocol, packet, portion);
     Enter(protocol, packet);
   }
 
   // HoldBack counts a datagram that is not to be metered, for what it would take of time or memory.
-  void HoldBack(const UdpPacket& packet);
+  void HoldBack(const UdpPacket& packet, Portion portion = Portion::kAll);
+
+  // NoteNumbers takes a datagram's numbers, in their order, where another lane meters its records.
+  void NoteNumbers(const UdpPacket& packet);
+
+  // Whether others may meter some of its exporters' datagrams: not before something was metered
+  // here, and not where a flow has the text that was told last. Any thread may ask.
+  [[nodiscard]] bool CanShare() const { return Records() > 0 && !needs_order_; }
 
   // NoteDropped counts datagrams that never came this far.
   void NoteDropped(const DroppedNumbers& dropped);
@@ -169,7 +177,9 @@ class Lane final : private ChannelSink {
   const UdpPacket* at_work_ = nullptr;  // a datagram that is being metered
   std::uint64_t records_before_ = 0;    // it
   std::size_t learnt_before_ = 0;
+  Portion portion_ = Portion::kAll;
   Refusal refusal_ = Refusal::kNone;  // of the one that was metered last
+  std::atomic<bool> needs_order_ = false;
   std::atomic<std::uint64_t> records_ = 0;
   std::size_t most_flows_ = std::numeric_limits<std::size_t>::max();
   FlowSink flow_sink_;

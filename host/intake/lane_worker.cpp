@@ -41,10 +41,10 @@ LaneWorker::LaneWorker(Lane& lane, std::size_t most_batches, bool drops_when_ful
 
 LaneWorker::~LaneWorker() { Finish(); }
 
-void LaneWorker::Take(const IID& protocol, const UdpPacket& packet) {
-  if (gathered_->Add(protocol, packet)) return;
+void LaneWorker::Take(const IID& protocol, const UdpPacket& packet, Portion portion) {
+  if (gathered_->Add(protocol, packet, portion)) return;
   Push();
-  gathered_->Add(protocol, packet);
+  gathered_->Add(protocol, packet, portion);
 }
 
 void LaneWorker::Push() {
@@ -88,8 +88,10 @@ void LaneWorker::Run(Task task) {
 bool LaneWorker::EnqueueGathered() {
   std::unique_lock lock(mutex_);
   if (queued_batches_ >= most_batches_) {
-    if (drops_when_full_) return false;
-    has_room_.wait(lock, [this] { return queued_batches_ < most_batches_ || ended_; });
+    if (drops_when_full_ && !gathered_->HasNumbers()) return false;
+    if (!drops_when_full_) {
+      has_room_.wait(lock, [this] { return queued_batches_ < most_batches_ || ended_; });
+    }
   }
   queue_.push_back({TakeDropped(), std::move(gathered_), nullptr});
   ++queued_batches_;
@@ -119,6 +121,7 @@ void LaneWorker::Loop() {
         at_work_ = work.batch.get();
         given_ += at_work_->entries().size();
         left_in_batch_ = at_work_->entries().size();
+        left_to_meter_ = at_work_->Datagrams();
       }
       has_room_.notify_one();
     }
@@ -147,21 +150,27 @@ void LaneWorker::Do(const Work& work) {
 
 void LaneWorker::Meter(const PacketBatch& batch) {
   std::size_t left = batch.entries().size();
+  std::size_t to_meter = batch.Datagrams();
   auto now = CoarseNow();
   used_ = TimeOf(CLOCK_THREAD_CPUTIME_ID);
   for (const PacketBatch::Entry& entry : batch.entries()) {
     if (ended_.load(std::memory_order_relaxed)) return;  // what is left counts as dropped
     left_in_batch_.store(--left, std::memory_order_relaxed);
+    if (entry.portion == Portion::kNumbers) {
+      lane_.NoteNumbers(entry.packet);
+      continue;
+    }
+    left_to_meter_.store(--to_meter, std::memory_order_relaxed);
     if (!drops_when_full_) {
-      lane_.Handle(*entry.protocol, entry.packet);
+      lane_.Handle(*entry.protocol, entry.packet, entry.portion);
       continue;
     }
     if (budget_.IsHeldBack(entry.packet.source.address, now)) {
-      lane_.HoldBack(entry.packet);
+      lane_.HoldBack(entry.packet, entry.portion);
       continue;
     }
     const auto growth = TimeOfGrowth();
-    lane_.Meter(*entry.protocol, entry.packet);
+    lane_.Meter(*entry.protocol, entry.packet, entry.portion);
     const auto metered = CoarseNow();
     const auto took = metered - now - (TimeOfGrowth() - growth);
     if (took >= TimeBudget::kMost) Spend(entry.packet.source.address, took);
@@ -208,7 +217,8 @@ std::vector<TimeBudget::Offence> LaneWorker::TakeOffences() {
 }
 
 void LaneWorker::RestHere() {
-  dropped_ += left_in_batch_.exchange(0);
+  left_in_batch_ = 0;
+  dropped_ += left_to_meter_.exchange(0);
   rests_.store(true, std::memory_order_release);
 }
 
@@ -226,8 +236,8 @@ void LaneWorker::Finish() {
 void LaneWorker::End() {
   const std::lock_guard lock(mutex_);
   ended_ = true;
-  std::size_t left = gathered_ ? gathered_->entries().size() : 0;
-  for (const Work& work : queue_) left += work.batch ? work.batch->entries().size() : 0;
+  std::size_t left = gathered_ ? gathered_->Datagrams() : 0;
+  for (const Work& work : queue_) left += work.batch ? work.batch->Datagrams() : 0;
   dropped_ += left;
   lane_.AskRest([this] {
     RestHere();

@@ -47,9 +47,18 @@ class LaneWorker {
 
   // These belong to the thread of the intake. Take gathers a datagram; Push sends off what was
   // gathered, when there is anything; Run has a task done after all of that.
-  void Take(const IID& protocol, const UdpPacket& packet);
+  void Take(const IID& protocol, const UdpPacket& packet, Portion portion = Portion::kAll);
   void Push();
   void Run(Task task);
+  // How many batches wait, and whether there is room to leave numbers here that no full queue may
+  // drop, and to meter for another lane.
+  [[nodiscard]] std::size_t Waiting() const {
+    return queued_batches_.load(std::memory_order_relaxed);
+  }
+  [[nodiscard]] bool HasRoomForNumbers() const {
+    return !drops_when_full_ || Waiting() + 2 <= most_batches_ + kRoomForNumbers;
+  }
+  [[nodiscard]] bool HasRoomForOthers() const { return Waiting() + 2 <= most_batches_; }
   // PushIfIdle is Push where the lane has nothing else to do; true when something is left gathered.
   bool PushIfIdle();
 
@@ -79,6 +88,10 @@ class LaneWorker {
     Task task;
   };
 
+  // Batches with numbers may be so many more than others, so that a lane that drops can still leave
+  // datagrams to another one.
+  static constexpr std::size_t kRoomForNumbers = 4;
+
   bool EnqueueGathered();
   void DropGathered();
   std::unique_ptr<DroppedNumbers> TakeDropped();
@@ -99,13 +112,14 @@ class LaneWorker {
   std::condition_variable has_work_;
   std::condition_variable has_room_;
   std::deque<Work> queue_;
-  std::size_t queued_batches_ = 0;
+  std::atomic<std::size_t> queued_batches_ = 0;  // changed with the lock held
   std::vector<std::unique_ptr<PacketBatch>> spare_;
   const PacketBatch* at_work_ = nullptr;
   std::uint64_t given_ = 0;  // datagrams, those at work included
   std::vector<TimeBudget::Offence> offences_;
   bool finishing_ = false;
   std::atomic<std::size_t> left_in_batch_ = 0;  // behind the datagram that the thread is at
+  std::atomic<std::size_t> left_to_meter_ = 0;  // of these
   std::atomic<bool> ended_ = false;             // nothing more is to be done
   std::atomic<bool> rests_ = false;             // nothing more will be
 

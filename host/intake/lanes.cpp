@@ -37,10 +37,10 @@ Lanes::Lanes(const LaneParts& parts, int count, LaneMode mode)
 
 Lanes::~Lanes() { Finish(); }
 
-// All datagrams of an exporter take one lane, whatever port and forwarder they come from: a meter
-// keeps what it learns of an exporter, its sampling rate above all, under its address alone. It is
-// the lane that had least to do when the exporter first showed; beyond a number that no network
-// has, by hash.
+// An exporter has one lane, whatever port and forwarder its datagrams come from: a meter keeps what
+// it learns of an exporter, its sampling rate above all, under its address alone. It is the lane
+// that had least to do when the exporter first showed; beyond a number that no network has, by
+// hash.
 std::size_t Lanes::LaneOf(const UdpPacket& packet) {
   if (lanes_.size() == 1) return 0;
   constexpr std::size_t kMostExporters = std::size_t{1} << 16;
@@ -51,13 +51,35 @@ std::size_t Lanes::LaneOf(const UdpPacket& packet) {
     const auto least = std::ranges::min_element(taken_);
     known = lane_of_.emplace(exporter, static_cast<std::size_t>(least - taken_.begin())).first;
   }
-  ++taken_[known->second];
   return known->second;
+}
+
+// Where an exporter's lane is behind, the one that has least to do meters datagrams that need
+// nothing of what its meters have learnt.
+std::size_t Lanes::MeteringLane(std::size_t home, const IID& protocol,
+                                const UdpPacket& packet) const {
+  constexpr std::size_t kBehind = 2;  // batches
+  const std::size_t waiting = workers_[home]->Waiting();
+  if (waiting < kBehind || !lanes_[home]->CanShare()) return home;
+  const auto least =
+      std::ranges::min_element(workers_, {}, [](const auto& worker) { return worker->Waiting(); });
+  if ((*least)->Waiting() + kBehind > waiting || !(*least)->HasRoomForOthers() ||
+      !workers_[home]->HasRoomForNumbers() || !StandsAlone(protocol, packet.Payload())) {
+    return home;
+  }
+  return static_cast<std::size_t>(least - workers_.begin());
 }
 
 void Lanes::Take(const IID& protocol, const UdpPacket& packet) {
   const std::size_t lane = LaneOf(packet);
-  if (!workers_.empty()) return workers_[lane]->Take(protocol, packet);
+  if (!workers_.empty()) {
+    const std::size_t at = MeteringLane(lane, protocol, packet);
+    ++taken_[at];
+    if (at == lane) return workers_[lane]->Take(protocol, packet);
+    workers_[at]->Take(protocol, packet, Portion::kRecords);
+    return workers_[lane]->Take(protocol, packet, Portion::kNumbers);
+  }
+  ++taken_[lane];
   lanes_[lane]->Handle(protocol, packet);
   for (const auto& each : lanes_) {
     if (each->mailbox().HasMail()) each->TakeMessages();

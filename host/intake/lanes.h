@@ -32,7 +32,8 @@ class Lanes {
   Lanes(const Lanes&) = delete;
   Lanes& operator=(const Lanes&) = delete;
 
-  // All these belong to the thread of the intake. Take hands a datagram to its exporter's lane.
+  // All these belong to the thread of the intake. Take hands a datagram to its exporter's lane, or
+  // where that one is behind and the datagram stands alone, to another.
   void Take(const IID& protocol, const UdpPacket& packet);
   // Push sends everything off that Take gathered for the threads.
   void Push();
@@ -83,11 +84,13 @@ class Lanes {
 
  private:
   std::size_t LaneOf(const UdpPacket& packet);
+  [[nodiscard]] std::size_t MeteringLane(std::size_t home, const IID& protocol,
+                                         const UdpPacket& packet) const;
   void Each(const std::function<void(Lane&)>& visit);
 
   std::vector<std::unique_ptr<Lane>> lanes_;
   std::vector<std::unique_ptr<LaneWorker>> workers_;  // one for each lane, none for kInline
-  // Where each exporter's datagrams go, and how many went to each lane.
+  // Where each exporter's datagrams go, and how many each lane meters.
   absl::flat_hash_map<IpAddress, std::size_t> lane_of_;
   std::vector<std::uint64_t> taken_;
   std::atomic<bool> ended_ = false;

@@ -11,6 +11,10 @@
 
 namespace flow::host {
 
+// How much of a datagram a lane does. What another lane than its exporter's meters leaves the
+// numbers to that one, which has to see all of them in their order.
+enum class Portion : std::uint8_t { kAll, kRecords, kNumbers };
+
 class PacketBatch {
  public:
   // An IP packet always fits into an empty batch.
@@ -19,12 +23,16 @@ class PacketBatch {
   struct Entry {
     const IID* protocol;
     UdpPacket packet;  // its bytes are in the batch
+    Portion portion;
   };
 
   // Add copies the packet; false when it does not fit. The protocol outlives the batch.
-  bool Add(const IID& protocol, const UdpPacket& packet);
+  bool Add(const IID& protocol, const UdpPacket& packet, Portion portion = Portion::kAll);
 
   [[nodiscard]] const std::vector<Entry>& entries() const { return entries_; }
+  // Datagrams to meter: the entries but those that are numbers alone, and whether there are those.
+  [[nodiscard]] std::size_t Datagrams() const { return entries_.size() - numbers_; }
+  [[nodiscard]] bool HasNumbers() const { return numbers_ > 0; }
 
   void Clear();
 
@@ -32,6 +40,7 @@ class PacketBatch {
   std::unique_ptr<std::uint8_t[]> block_{new std::uint8_t[kCapacity]};
   std::size_t used_ = 0;
   std::vector<Entry> entries_;
+  std::size_t numbers_ = 0;
 };
 
 }  // namespace flow::host

@@ -72,6 +72,30 @@ TEST_F(Exporters, AreAheadOrBehindByTheTimeInTheirHeaders) {
   }
 }
 
+TEST(StandsAlone, IsWhatNeedsNothingFromBefore) {
+  const std::string v5 = "0000 00000000 00000000 00000000 00000000 00000000";
+  const struct {
+    const char* what;
+    const IID& protocol;
+    std::string datagram;
+    bool alone;
+  } rows[] = {
+      {"v5", kNetflowProtocol, "0005" + v5, true},
+      {"v1", kNetflowProtocol, "0001" + v5, true},
+      {"v5 on a port of sFlow", kSFlowProtocol, "0005" + v5, false},
+      {"v5, a record less than it says", kNetflowProtocol, "00050001" + v5.substr(4), false},
+      {"v1, shorter than a meter claims", kNetflowProtocol, "0001000000000000", false},
+      {"v9", kNetflowProtocol, "0009" + v5, false},
+      {"IPFIX", kNetflowProtocol, "000A" + v5, false},
+      {"a forwarder's shim", kNetflowProtocol, "4F4D4252" + v5, false},
+      {"sFlow", kSFlowProtocol, "00000005" + v5, true},
+      {"sFlow on a port of NetFlow", kNetflowProtocol, "00000005" + v5, false},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(StandsAlone(row.protocol, FromHex(row.datagram)), row.alone) << row.what;
+  }
+}
+
 TEST_F(Exporters, KeepTheLatestClock) {
   ExporterCounts sum;
   const auto after = [&](Timestamp last_seen, std::optional<Timestamp> offset) {

@@ -1,12 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-// A lane in its thread: whose fault it is that a datagram takes long.
+// A lane in its thread: whose fault it is that a datagram takes long, and who helps one that is
+// behind.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <time.h>
 
 #include <chrono>
+#include <latch>
+#include <mutex>
+#include <vector>
 
 #include "host/base/console.h"
 #include "host/command/meter_setup.h"
+#include "host/policy/default_policies.h"
 #include "tests/host/captures.h"
 #include "tests/host/program.h"
 
@@ -47,6 +53,90 @@ TEST(LaneWorker, BlamesNoExporterForWhatTheLaneDoes) {
   EXPECT_GE(batches, 2);
   EXPECT_TRUE(setup.lanes().TakeOffences().empty());
   EXPECT_EQ(setup.lanes().Records(), kDatagrams);
+}
+
+// The default policy of NetFlow, with one switch more.
+void TurnOn(const std::string& name, const std::filesystem::path& folder) {
+  const std::filesystem::path path = folder / "NetflowCounterPolicy.xml";
+  std::error_code error;
+  ASSERT_TRUE(WriteDefaultPolicy(path, &error));
+  std::string text = ReadFile(path);
+  const std::string off = "<" + name + ">false";
+  const std::size_t at = text.find(off);
+  ASSERT_NE(at, std::string::npos);
+  WriteFile(path, text.replace(at, off.size(), "<" + name + ">true"));
+}
+
+// Number n of a stream, of one record; every fortieth got lost.
+Bytes NumberedV5(std::uint32_t n) {
+  return FromHex(fmt::format("0005 0001 00000064 6553F100 00000000 {:08X} 00000000", n)) +
+         FromHex("0A000001 0A000002 0A000003 0001 0002 00000001 00000064 00000000 00000032") +
+         FromHex("C738 0050 00 10 06 00 0000 0000 0000 0000");
+}
+
+// The exporter's lane is held up until all datagrams have been taken, at the first of which it was.
+TEST(Lanes, HelpAnExportersLaneWithWhatStandsAlone) {
+  constexpr std::uint32_t kDatagrams = 8000;
+  const struct {
+    const char* what;
+    std::string turned_on;
+    bool helped;
+  } rows[] = {
+      {"as usual", "", true},
+      {"of a flow's tags the last counts", "TagFlowsWithDirection", false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    const TemporaryFolder folder;
+    if (!row.turned_on.empty()) TurnOn(row.turned_on, folder / "policies");
+    Console console(kLogError);
+    MeterOptions options;
+    options.plugin = FLOWHANDLERS;
+    options.config_directory = (folder / "policies").string();
+    options.instances = 2;
+    MeterSetup setup(options, "", console);
+    setup.UseDefaultsIn(folder / "policies");
+    setup.Start(LaneMode::kDrop);
+    const auto take = [&](std::uint32_t n) {
+      const Bytes packet = Ethernet(Udp{.payload = NumberedV5(n), .port = 2055}.Packet());
+      setup.intake().Take(1, {1, packet, static_cast<std::uint32_t>(packet.size())});
+    };
+    take(0);
+    std::latch metered(2);
+    std::latch all_taken(1);
+    setup.lanes().ForEach([&](Lane& lane) {
+      metered.count_down();
+      if (lane.number() == 1) all_taken.wait();
+    });
+    metered.wait();
+    for (std::uint32_t n = 1; n < kDatagrams; ++n) {
+      if (n % 40 != 0) take(n);
+    }
+    all_taken.count_down();
+    std::mutex mutex;
+    std::vector<Harvest> harvests;
+    setup.lanes().ForEach([&](Lane& lane) {
+      Harvest harvest = lane.Reap();
+      const std::lock_guard lock(mutex);
+      harvests.push_back(std::move(harvest));
+    });
+    setup.lanes().Finish();
+    ExporterTable table;
+    std::size_t lanes_at_work = 0;
+    for (const Harvest& harvest : harvests) {
+      table.Merge(harvest.exporters);
+      lanes_at_work += harvest.store->records > 0 ? 1 : 0;
+    }
+    EXPECT_EQ(lanes_at_work, row.helped ? 2U : 1U);
+    constexpr std::uint64_t kLost = kDatagrams / 40 - 1;
+    ASSERT_EQ(table.Rows().size(), 1U);
+    const ExporterCounts counts = table.Rows()[0].counts;
+    EXPECT_EQ(counts.datagrams, kDatagrams - kLost);
+    EXPECT_EQ(counts.books.metered, kDatagrams - kLost);
+    EXPECT_EQ(counts.gaps.Lost(), kLost);
+    EXPECT_EQ(counts.gaps.late, 0U);
+    EXPECT_EQ(setup.lanes().Dropped(), 0U);
+  }
 }
 
 }  // namespace

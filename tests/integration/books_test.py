@@ -155,6 +155,15 @@ def made_traffic(folder, policies):
             fail(path.name, f"metered and lost {seen}, sent {claimed}")
 
 
+def busy_exporter(folder, policies):
+    """the lanes of others help the one of an exporter that sends more than it can take"""
+    for name in ("netflow5", "sflow"):
+        path = folder / f"busy-{name}.pcap"
+        subprocess.run([FLOWGEN, "--format", name, "--records", "60000", "--hosts", "400", "--realistic", "--drop-every",
+                        "40", "--write", path], check=True, capture_output=True)
+        check(path, policies)
+
+
 def damaged(payload, dice):
     """most with some bytes of another value, above all near the front, some cut, some sent to the other port"""
     payload = bytearray(payload)
@@ -213,6 +222,7 @@ def main():
         filtered = write_policies(folder / "filtered", FILTERED, RATES)
         check_rates(folder, (usual, filtered))
         made_traffic(folder, usual)
+        busy_exporter(folder, usual)
         captures = sorted(SAMPLES.glob("*.pcap"))
         for capture in captures:
             check(capture, usual)
@@ -221,7 +231,7 @@ def main():
         for capture in hostile:
             for policies in (usual, strict, filtered):
                 check(capture, policies)
-    print(f"{6 + len(captures) + len(hostile)} captures, {len(failures)} faults")
+    print(f"{8 + len(captures) + len(hostile)} captures, {len(failures)} faults")
     return bool(failures)
 
 
