@@ -10,7 +10,7 @@ namespace {
 // What is not known is zero. Parts of a flow come together in any order: of several numbers that
 // were told the largest counts.
 void TakeNumber(std::uint32_t part, std::uint32_t* into) { *into = std::max(*into, part); }
-void TakeText(std::uint32_t part, std::uint32_t* into) {
+void TakeTextNumber(std::uint32_t part, std::uint32_t* into) {
   if (part != 0) *into = part;
 }
 
@@ -60,9 +60,9 @@ void MergeRecordWords(const FlowTotals& part, FlowTotals* into) {
       std::memcpy(into->macs[i], part.macs[i], sizeof(part.macs[i]));
     }
   }
-  TakeText(part.vrf, &into->vrf);
-  TakeText(part.app, &into->app);
-  TakeText(part.user, &into->user);
+  TakeTextNumber(part.vrf, &into->vrf);
+  TakeTextNumber(part.app, &into->app);
+  TakeTextNumber(part.user, &into->user);
 }
 
 }  // namespace flow::host
