@@ -43,6 +43,7 @@ class Replay {
     const ExitWatch watch([this] { PluginEndedProcess(); }, [this] { setup_.lanes().RestHere(); });
     setup_.Start(options_.meter.instances > 1 ? LaneMode::kWait : LaneMode::kInline);
     if (!keepers_.empty()) reporter_.TakeFlowsEarly(setup_.lanes());
+    is_reading_ = true;
     for (const std::string& path : options_.captures) ReadCapture(path);
     Reap({.to = setup_.intake().counts().last, .is_last = true});
     reporter_.Wait();
@@ -51,7 +52,7 @@ class Replay {
 
  private:
   void ReadCapture(const std::string& path) {
-    CaptureResult& result = report_.captures().emplace_back(CaptureResult{path, 0, ""});
+    CaptureResult& result = captures_.emplace_back(CaptureResult{path, 0, ""});
     try {
       CaptureReader reader(path);
       CapturedPacket packet;
@@ -90,6 +91,7 @@ class Replay {
 
   void Reap(Tick tick) {
     tick.intake = setup_.intake().Reap();
+    if (tick.shows || tick.is_last) tick.captures = captures_;
     if (tick.from == 0) tick.from = has_periods_ ? schedule_.From() : tick.intake.first;
     reporter_.Reap(setup_.lanes(), std::move(tick));
   }
@@ -99,9 +101,10 @@ class Replay {
     console_.Error(
         "the plug-in ended the process because it cannot read a policy file; it says why on "
         "standard output");
-    if (report_.captures().empty()) return;
+    if (!is_reading_) return;
     setup_.lanes().EndBy(Lanes::Clock::now() + std::chrono::seconds(2), false);
     Tick tick{.intake = setup_.intake().Reap(), .is_last = true};
+    tick.captures = captures_;
     tick.losses.queue = setup_.lanes().Dropped();
     tick.from = tick.intake.first;
     tick.to = tick.intake.last;
@@ -119,6 +122,8 @@ class Replay {
                               : RunOf(options_.meter, options_.captures);
   Keepers keepers_{options_.store, options_.clickhouse, options_.messages, setup_,
                    console_,       &replayed_};
+  std::vector<CaptureResult> captures_;
+  bool is_reading_ = false;  // captures
   bool has_periods_ = options_.interval != 0 || !keepers_.empty();
   RunReport report_{options_.interval == 0 ? RunKind::kWhole : RunKind::kPeriodic,
                     setup_.catalog().groups(),

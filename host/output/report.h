@@ -6,18 +6,13 @@
 #include <string_view>
 #include <vector>
 
+#include "host/capture/capture_result.h"
 #include "host/engine/stats_store.h"
 #include "host/intake/exporter_table.h"
 #include "host/intake/intake.h"
 #include "host/period/period.h"
 
 namespace flow::host {
-
-struct CaptureResult {
-  std::string path;
-  std::uint64_t packets = 0;
-  std::string error;  // empty when it was read to its end
-};
 
 struct Report {
   std::vector<CaptureResult> captures;

@@ -116,6 +116,7 @@ void RunReport::Add(const Tick& tick, std::vector<Harvest> harvests, double seco
   const bool periodic = kind_ == RunKind::kPeriodic;
   kernel_drops_.TakeOff(tick.losses.kernel, harvests);
   if (observer_) observer_(tick, harvests);
+  captures_ = tick.captures;
   const bool has_ends = !HasNetflow(harvests);
   for (const Harvest& harvest : harvests) {
     directions_.Add(harvest.store->flows());
@@ -262,9 +263,9 @@ Report RunReport::ReportOn(const Period& period) const {
 
 void RunReport::Show(const std::shared_ptr<const Period>& period, const std::string& title,
                      double seconds) {
-  const auto make = [this, period, title, seconds] {
+  const auto make = [this, period, title, seconds, captures = captures_] {
     Report report = ReportOn(*period);
-    report.captures = captures_;
+    report.captures = captures;
     report.title = title;
     report.seconds = seconds;
     return report;

@@ -34,9 +34,6 @@ class RunReport {
             const StandIns& stand_ins, const OutputOptions& options, std::vector<Keeper*> keepers,
             bool has_writers, Console& console);
 
-  // Captures that were read; for the report of the whole.
-  std::vector<CaptureResult>& captures() { return captures_; }
-
   // Observe has somebody see what was counted before it is taken.
   using Observer = std::function<void(const Tick& tick, const std::vector<Harvest>& harvests)>;
   void Observe(Observer observer) { observer_ = std::move(observer); }
@@ -74,7 +71,7 @@ class RunReport {
   const OutputOptions& options_;
   std::vector<Keeper*> keepers_;
   Console& console_;
-  std::vector<CaptureResult> captures_;
+  std::vector<CaptureResult> captures_;  // as the last tick told them
   KernelDrops kernel_drops_;
   Ipv6Directions directions_;
   std::shared_ptr<Period> interval_;

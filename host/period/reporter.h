@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/capture/capture_result.h"
 #include "host/intake/lanes.h"
 #include "host/period/period.h"
 
@@ -25,6 +26,7 @@ struct Tick {
   Timestamp to = 0;
   IntakeCounts intake = {};  // of that time
   Losses losses = {};
+  std::vector<CaptureResult> captures = {};  // read so far, where a report is to be made
   bool ends_interval = false;
   bool shows = false;  // a summary is wanted
   bool is_last = false;
