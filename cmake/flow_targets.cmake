@@ -97,6 +97,13 @@ function(flow_optimised target)
   endif()
 endfunction()
 
+# flow_watched_threads(TARGET): a program with librdkafka, for the thread sanitizer.
+function(flow_watched_threads target)
+  if(FLOW_SANITIZE MATCHES thread)
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/c11_threads.cpp)
+  endif()
+endfunction()
+
 # flow_whole(TARGET...): what is optimised as a whole when it is linked.
 function(flow_whole)
   if(FLOW_SANITIZE)
