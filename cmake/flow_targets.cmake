@@ -104,6 +104,22 @@ function(flow_watched_threads target)
   endif()
 endfunction()
 
+# flow_patience(): whole programs are so slow under the thread sanitizer that the tests of this folder
+# have four times their time.
+function(flow_patience)
+  if(NOT FLOW_SANITIZE MATCHES thread)
+    return()
+  endif()
+  get_property(names DIRECTORY PROPERTY TESTS)
+  foreach(name IN LISTS names)
+    get_test_property(${name} TIMEOUT seconds)
+    if(seconds)
+      math(EXPR seconds "4 * ${seconds}")
+      set_tests_properties(${name} PROPERTIES TIMEOUT ${seconds})
+    endif()
+  endforeach()
+endfunction()
+
 # flow_whole(TARGET...): what is optimised as a whole when it is linked.
 function(flow_whole)
   if(FLOW_SANITIZE)

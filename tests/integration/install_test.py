@@ -59,7 +59,8 @@ def build(tree, folder):
     linked = pkg_config(tree, "--cflags", "--libs", "flowhandlers-c")
     run(CC, "-std=c11", *STRICT, EXAMPLES / "top_hosts.c", "-o", folder / "by_pkg_config", *linked)
     library_path = str(next(tree.rglob("libflowhandlers-c.so.1")).parent)
-    preload = run(CC, "-print-file-name=libasan.so").strip() if "address" in SANITIZERS else ""
+    preload = "".join(run(CC, f"-print-file-name=lib{short}.so").strip()
+                      for sanitizer, short in (("address", "asan"), ("thread", "tsan")) if sanitizer in SANITIZERS)
     python = {"LD_PRELOAD": preload, "ASAN_OPTIONS": "detect_leaks=0"}
     return {"C++": ([folder / "top_hosts"], {}), "C": ([folder / "top_hosts_c"], {}),
             "C by pkg-config": ([folder / "by_pkg_config"], {"LD_LIBRARY_PATH": library_path}),
