@@ -5,6 +5,7 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -75,6 +76,7 @@ class Listen {
       web_->Take(tick, harvests);
     });
     OpenPorts();
+    is_listening_ = true;
     templates_.Restore();
     shared_.Start([this] {
       TakeSignals();
@@ -99,6 +101,7 @@ class Listen {
   void Reap(Tick tick);
   Losses TakeLosses();
   int End();
+  bool WaitForReports(Clock::time_point deadline);
   void EndLanes(Clock::time_point deadline);
   void PluginEndedProcess();
   void EndLate();
@@ -124,6 +127,8 @@ class Listen {
   bool wants_summary_ = false;
   bool failed_ = false;
   bool ending_ = false;
+  bool is_listening_ = false;
+  std::atomic<bool> plugin_ended_process_ = false;
   Clock::time_point next_watch_;
   Clock::time_point next_policy_check_;
   Keepers keepers_{options_.store, options_.clickhouse, options_.messages, setup_, console_,
@@ -272,7 +277,7 @@ int Listen::End() {
   ports_.ReceiveRest(start + 1s, take_);
   setup_.lanes().Push();
   Reap({.from = period_start_, .to = Now(), .is_last = true});
-  const bool is_in_time = reporter_.WaitBy(start + 5s);
+  const bool is_in_time = WaitForReports(start + 5s);
   if (!is_in_time) EndLanes(start + 6s);
   const auto deadline = start + 8s;
   std::vector<Outlet*> left = report_.FinishBy(deadline);
@@ -290,18 +295,28 @@ int Listen::End() {
   }
   if (ports_.empty()) console_.Error("no socket is left");
   memory_watch_.TellAll();
-  failed_ = failed_ || ports_.HasFailed() || ports_.empty() || !left.empty() || !is_stored ||
-            !report_.Succeeded() || !templates_.outlet().Succeeded();
+  failed_ = failed_ || plugin_ended_process_ || ports_.HasFailed() || ports_.empty() ||
+            !left.empty() || !is_stored || !report_.Succeeded() || !templates_.outlet().Succeeded();
   const int status = failed_ ? kExitTrouble : kExitOk;
   if (is_in_time && is_stored && left.empty()) return status;
   static_cast<void>(console_.FinishBy(start + 8500ms));
   std::_Exit(status);  // past threads that will not end
 }
 
+// What a lane that is ending the process has counted never comes.
+bool Listen::WaitForReports(Clock::time_point deadline) {
+  constexpr std::chrono::milliseconds kBetweenLooks(50);
+  while (!reporter_.WaitBy(std::min(deadline, Clock::now() + kBetweenLooks))) {
+    setup_.lanes().RestIfEnding();
+    if (Clock::now() >= deadline) return false;
+  }
+  return true;
+}
+
 // A lane that is still at work has too much to do, or is at one datagram.
 void Listen::EndLanes(Clock::time_point deadline) {
   const std::uint64_t before = setup_.lanes().Dropped();
-  setup_.lanes().EndBy(deadline, true);
+  if (!setup_.lanes().EndBy(deadline, true)) setup_.lanes().RestIfEnding();
   const auto busy = setup_.lanes().Busy();
   lane_watch_.TellLost(busy);
   failed_ = failed_ || !busy.empty();
@@ -315,15 +330,17 @@ void Listen::EndLanes(Clock::time_point deadline) {
   reporter_.FinishHere(setup_.lanes(), tick);
 }
 
-// In the middle of a datagram, in a lane's thread.
+// In the middle of a datagram, in a lane's thread; where the intake has given the lane up, that one
+// has the last word.
 void Listen::PluginEndedProcess() {
   using namespace std::chrono_literals;
   const auto start = Clock::now();
   console_.Error(
       "the plug-in ended the process because it cannot read a policy file; it says why on "
       "standard output");
-  if (!ports_.empty()) {
-    setup_.lanes().EndBy(start + 2s, false);
+  plugin_ended_process_ = true;
+  if (is_listening_) {
+    if (!setup_.lanes().EndBy(start + 2s, false)) setup_.lanes().RestForEver();
     lane_watch_.TellLost(setup_.lanes().Busy());
     Tick tick{.from = period_start_, .to = Now(), .is_last = true};
     tick.intake = setup_.intake().Reap();

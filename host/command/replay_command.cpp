@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <memory>
 #include <utility>
 
@@ -46,7 +47,7 @@ class Replay {
     is_reading_ = true;
     for (const std::string& path : options_.captures) ReadCapture(path);
     Reap({.to = setup_.intake().counts().last, .is_last = true});
-    reporter_.Wait();
+    WaitForReports();
     return failed_ || !report_.Succeeded() ? kExitTrouble : kExitOk;
   }
 
@@ -71,17 +72,23 @@ class Replay {
     console_.ClearProgress();
   }
 
+  // What a lane that is ending the process has counted never comes.
+  void WaitForReports() {
+    constexpr std::chrono::milliseconds kBetweenLooks(50);
+    while (!reporter_.WaitBy(Reporter::Clock::now() + kBetweenLooks)) setup_.lanes().RestIfEnding();
+  }
+
   // Captures that were given out of order begin a bucket of their own.
   void EndPeriods(Timestamp now) {
     if (!keepers_.empty() && schedule_.IsSetBack(now)) {
-      reporter_.Wait();
+      WaitForReports();
       Reap({.from = schedule_.From(), .to = schedule_.To()});
     }
     if (schedule_.IsDue(now)) EndPeriod(now);
   }
 
   void EndPeriod(Timestamp now) {
-    reporter_.Wait();  // reading runs ahead by one period at most
+    WaitForReports();  // reading runs ahead by one period at most
     const Schedule::Span span = schedule_.Take(now);
     Reap({.from = span.from,
           .to = span.to,
@@ -102,7 +109,9 @@ class Replay {
         "the plug-in ended the process because it cannot read a policy file; it says why on "
         "standard output");
     if (!is_reading_) return;
-    setup_.lanes().EndBy(Lanes::Clock::now() + std::chrono::seconds(2), false);
+    if (!setup_.lanes().EndBy(Lanes::Clock::now() + std::chrono::seconds(2), false)) {
+      setup_.lanes().RestForEver();
+    }
     Tick tick{.intake = setup_.intake().Reap(), .is_last = true};
     tick.captures = captures_;
     tick.losses.queue = setup_.lanes().Dropped();

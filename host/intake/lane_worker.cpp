@@ -84,7 +84,7 @@ void LaneWorker::Run(Task task) {
   has_work_.notify_one();
 }
 
-// False when a full queue is to drop the batch.
+// False when a full queue is to drop the batch, or nobody will take it any more.
 bool LaneWorker::EnqueueGathered() {
   std::unique_lock lock(mutex_);
   if (queued_batches_ >= most_batches_) {
@@ -93,6 +93,7 @@ bool LaneWorker::EnqueueGathered() {
       has_room_.wait(lock, [this] { return queued_batches_ < most_batches_ || ended_; });
     }
   }
+  if (ended_) return false;
   queue_.push_back({TakeDropped(), std::move(gathered_), nullptr});
   ++queued_batches_;
   has_work_.notify_one();
@@ -236,7 +237,7 @@ void LaneWorker::Finish() {
 void LaneWorker::End() {
   const std::lock_guard lock(mutex_);
   ended_ = true;
-  std::size_t left = gathered_ ? gathered_->Datagrams() : 0;
+  std::size_t left = 0;
   for (const Work& work : queue_) left += work.batch ? work.batch->Datagrams() : 0;
   dropped_ += left;
   lane_.AskRest([this] {

@@ -66,7 +66,7 @@ class LaneWorker {
   void Finish();
   // End has the thread end after the datagram that it is at, or come to rest within it where the
   // meter makes a call that allows that, and does not wait for it. Whatever is left behind that
-  // counts as dropped.
+  // counts as dropped, and so does what is pushed afterwards. Any thread may call it.
   void End();
   // Whether the thread has ended or rests for ever, so that another may look at the lane.
   [[nodiscard]] bool Rests() const { return rests_.load(std::memory_order_acquire); }

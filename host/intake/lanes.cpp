@@ -109,19 +109,22 @@ void Lanes::Finish() {
   for (const auto& worker : workers_) worker->Finish();
 }
 
-void Lanes::EndBy(Clock::time_point deadline, bool in_intake) {
+bool Lanes::EndBy(Clock::time_point deadline, bool in_intake) {
   using namespace std::chrono_literals;
-  if (workers_.empty() || ended_.exchange(true)) return;
+  if (workers_.empty()) return true;
+  if (ended_.exchange(true)) return false;
   RestHere();
-  // What the intake has taken is in the queues once it rests. It may wait for something else, for
-  // ever, so that the lanes have half of the time.
+  // What the intake has taken is in the queues once it rests. It may wait for room in the queue of
+  // a lane that takes nothing any more, so that the lanes end after half of the time all the same.
+  const auto intake_rests = [&] { return in_intake || intake_rests_; };
   const auto half = Clock::now() + (deadline - Clock::now()) / 2;
-  while (!in_intake && !intake_rests_ && Clock::now() < half) std::this_thread::sleep_for(5ms);
+  while (!intake_rests() && Clock::now() < half) std::this_thread::sleep_for(5ms);
   for (const auto& worker : workers_) worker->End();
   const auto rests = [](const auto& worker) { return worker->Rests(); };
-  while (!std::ranges::all_of(workers_, rests) && Clock::now() < deadline) {
+  while (!(intake_rests() && std::ranges::all_of(workers_, rests)) && Clock::now() < deadline) {
     std::this_thread::sleep_for(5ms);
   }
+  return true;
 }
 
 void Lanes::EachAtRest(const std::function<void(Lane&)>& visit) {
@@ -133,14 +136,20 @@ void Lanes::EachAtRest(const std::function<void(Lane&)>& visit) {
 
 void Lanes::RestIfEnding() {
   if (!ended_) return;
+  Push();
   intake_rests_ = true;
-  for (;;) pause();  // the process is about to end
+  RestForEver();
 }
 
 void Lanes::RestHere() {
   for (const auto& worker : workers_) {
     if (worker->IsThisThread()) worker->RestHere();
   }
+}
+
+void Lanes::RestForEver() {
+  RestHere();
+  for (;;) pause();  // the process is about to end
 }
 
 std::vector<Lanes::BusyLane> Lanes::Busy() const {

@@ -52,15 +52,18 @@ class Lanes {
   // the middle of a datagram. The intake, unless this is its thread, and the lanes come to rest, in
   // the middle of a datagram too, or are given up at the deadline; what waited for them counts as
   // dropped. Then the caller may look at those that rest with EachAtRest; the others stand in Busy.
-  void EndBy(Clock::time_point deadline, bool in_intake);
+  // False where another thread was first: the end is that one's, and the caller has to rest.
+  [[nodiscard]] bool EndBy(Clock::time_point deadline, bool in_intake);
   void EachAtRest(const std::function<void(Lane&)>& visit);
 
-  // RestIfEnding is for the thread of the intake, between datagrams: it does not return when
-  // another thread is ending the process.
+  // RestIfEnding is for the thread of the intake, between datagrams and while it waits for what the
+  // lanes do: it does not return when another thread is ending the process.
   void RestIfEnding();
   [[nodiscard]] bool IsEnding() const { return ended_; }
-  // RestHere is for a lane's thread that is not to come back from a datagram.
+  // RestHere is for a lane's thread that is not to come back from a datagram; RestForEver does not
+  // return.
   void RestHere();
+  [[noreturn]] void RestForEver();
 
   // What each lane is at that does not rest, for the watch. Any thread may ask.
   struct BusyLane {

@@ -75,11 +75,6 @@ bool Reporter::IsBusy() {
   return std::ranges::any_of(rounds_, [](const auto& round) { return round->tick.has_value(); });
 }
 
-void Reporter::Wait() {
-  std::unique_lock lock(mutex_);
-  changed_.wait(lock, [this] { return rounds_.empty(); });
-}
-
 bool Reporter::WaitBy(Clock::time_point deadline) {
   std::unique_lock lock(mutex_);
   return changed_.wait_until(lock, deadline, [this] { return rounds_.empty(); });

@@ -51,11 +51,10 @@ class Reporter {
   // Before the first datagram.
   void TakeFlowsEarly(Lanes& lanes);
 
-  // IsBusy tells whether a tick is still to be handled; Wait waits until nothing is.
+  // IsBusy tells whether a tick is still to be handled; WaitBy waits until nothing is.
   [[nodiscard]] bool IsBusy();
-  void Wait();
   using Clock = std::chrono::steady_clock;
-  bool WaitBy(Clock::time_point deadline);  // false when something still is
+  [[nodiscard]] bool WaitBy(Clock::time_point deadline);  // false when something still is
 
   // FinishHere is for an end after Lanes::EndBy: what some lanes have handed out and others never
   // will is handled in this thread, and then the last tick with what the lanes at rest still have.

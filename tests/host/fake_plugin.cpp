@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "plugin/component.h"
@@ -128,6 +129,9 @@ class FakeMeter : public CArboObjectRootEx<CArboSingleThreadModel>,
     std::uint32_t length = 0;
     data->GetBuffer(&bytes, &length);
     switch (bytes[length - 1]) {
+      case 'E':  // later
+        WaitForGate();
+        [[fallthrough]];
       case 'B':  // a policy that cannot be read any more
         std::puts("XML Parsing error");
         std::exit(255);
@@ -147,6 +151,10 @@ class FakeMeter : public CArboObjectRootEx<CArboSingleThreadModel>,
         return kStatusOk;
       case 'R':
         return kStatusFailed;
+      case 'G':
+        std::ofstream{std::getenv("FAKE_PLUGIN_GATE")};
+        CountOne(engine, length);
+        return kStatusOk;
       case 'W':
         WaitForGate();
         CountOne(engine, length);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -239,6 +240,32 @@ TEST_F(Replay, ReportsWhenThePluginEndsALane) {
   EXPECT_EQ(result.status, 255) << result.err;
   EXPECT_THAT(result.err, HasSubstr("flowhost: the plug-in ended the process"));
   EXPECT_THAT(result.out, HasSubstr("  Flow records"));
+}
+
+// The intake waits for room in the queue of the lane that ends the process, which another lane has
+// let go on; its own thread then counts what it had on the way.
+TEST_F(Replay, CountsWhatArrivesWhileThePluginEndsALane) {
+  const auto large = [](std::uint32_t exporter, char letter) {
+    Udp datagram = FromExporter(exporter, letter);
+    datagram.payload.insert(datagram.payload.end() - 1, 60000, '.');
+    return On(datagram);
+  };
+  std::vector<Bytes> packets{On(FromExporter(1, 'W')), On(FromExporter(1, 'B'))};
+  packets.insert(packets.end(), 36, large(1, '.'));
+  packets.push_back(large(2, 'G'));
+  packets.insert(packets.end(), 4, large(2, '.'));
+  packets.insert(packets.end(), 64, large(1, '.'));
+  setenv("FAKE_PLUGIN_GATE", (folder_ / "gate").c_str(), 1);
+  const ProgramResult result =
+      Run(packets, {"--instances", "2", "--json", (folder_ / "a.json").string()});
+  unsetenv("FAKE_PLUGIN_GATE");
+  EXPECT_EQ(result.status, 255) << result.err;
+  const json report = json::parse(ReadFile(folder_ / "a.json"));
+  std::uint64_t told = report["lost_datagrams"]["queue"];
+  EXPECT_GE(told, 36);
+  for (const json& exporter : report["exporters"]) told += std::uint64_t{exporter["datagrams"]};
+  EXPECT_EQ(report["packets"]["total"], told);
+  EXPECT_EQ(report["captures"][0]["packets"], told);
 }
 
 // After reports have been made, too: what they use must still be there.

@@ -6,6 +6,7 @@ that send at once, while its policy and its home AS feed are edited; then the sa
 Exit status: 0 as it should be, 1 not, 77 no softflowd here.
 """
 import atexit
+import contextlib
 import json
 import os
 import pathlib
@@ -45,7 +46,8 @@ def free_port():
 class Collector:
     """a running flowhost listen; what it says is kept in a file"""
 
-    def __init__(self, folder, *options, plugin=None, protocols=("netflow", "sflow"), environment=()):
+    def __init__(self, folder, *options, plugin=None, protocols=("netflow", "sflow"), environment=(),
+                 stdout=None):
         self.log = folder / "log"
         self.ports = {protocol: free_port() for protocol in protocols}
         ports = [word for protocol, port in self.ports.items() for word in ("--port", f"{protocol}={port}")]
@@ -53,7 +55,7 @@ class Collector:
             [FLOWHOST, "listen", "--plugin", plugin or PLUGIN, "--config", folder / "policies", "--data",
              folder / "feeds", "--bind", "127.0.0.1", *ports, "--log-level", "information", "--json",
              folder / "out.json", "--top", "3", "--group", "totals", *options],
-            stdout=(folder / "summary").open("w"), stderr=self.log.open("w"), env=dict(os.environ, **dict(environment)))
+            stdout=stdout or (folder / "summary").open("w"), stderr=self.log.open("w"), env=dict(os.environ, **dict(environment)))
         self.json, self.summary = folder / "out.json", folder / "summary"
         atexit.register(self.process.kill)  # where the test ends before it
         self.wait_for("listening on 127.0.0.1")
@@ -366,7 +368,7 @@ def run_flooded(folder):
         expect("lost on the way", seen["sequence"]["lost"], on_the_way)
 
 
-def run_ended_by_plugin(folder):
+def run_ended_by_plugin(folder, ends=lambda collector: None):
     """what waited when the plug-in ended the process is told as lost, in all lanes"""
     gate = folder / "gate"
     collector = Collector(folder, "--interval", "3600", "--instances", "4", plugin=FAKE_PLUGIN, protocols=("fake",),
@@ -378,6 +380,7 @@ def run_ended_by_plugin(folder):
             kind = {0: b"W", 25: b"B"}.get(number, b".")
             exporter.sendto(b"\0\5" + bytes(27) + kind, here)
     time.sleep(0.5)
+    ends(collector)
     gate.touch()
     expect("exit status of the ended", collector.process.wait(60), 255)
     report = json.loads(collector.json.read_text())
@@ -386,15 +389,50 @@ def run_ended_by_plugin(folder):
     expect("lost", lost["queue"] > 0, True)
 
 
+def run_ended_twice(folder):
+    """the same while the collector itself ends, and waits for the lanes"""
+    def ends(collector):
+        collector.signal(signal.SIGTERM)
+        time.sleep(1.5)
+    run_ended_by_plugin(folder, ends)
+
+
+def run_given_up(folder):
+    """a lane that was given up finds its policy broken while a last report waits for a terminal that takes nothing:
+    one of the two ends the process"""
+    gate = folder / "gate"
+    read_end, full = os.pipe()
+    os.set_blocking(full, False)
+    with contextlib.suppress(BlockingIOError):
+        while True:
+            os.write(full, bytes(4096))
+    os.set_blocking(full, True)
+    collector = Collector(folder, "--interval", "3600", plugin=FAKE_PLUGIN, protocols=("fake",), stdout=full,
+                          environment={"FAKE_PLUGIN_GATE": str(gate)})
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as exporter:
+        for kind in (b".", b"E"):
+            exporter.sendto(b"\0\5" + bytes(27) + kind, ("127.0.0.1", collector.ports["fake"]))
+            time.sleep(0.1)
+    collector.signal(signal.SIGTERM)
+    collector.wait_for("meter 1 is at one datagram of 127.0.0.1")
+    gate.touch()
+    expect("exit status of the given up", collector.process.wait(60), 1)
+    said = collector.log.read_text()
+    for text in ("the plug-in ended the process", "standard output takes nothing: 1 report is not written"):
+        expect(f"told by the given up: {text}", said.count(text), 1)
+    os.close(read_end)
+    os.close(full)
+
+
 def main():
     if shutil.which("softflowd", path=os.environ["PATH"] + ":/usr/sbin") is None:
         sys.exit(77)
     for scenario in (run_live, run_reloaded, run_restarted, run_over_ipv6, run_port_taken, run_silent, run_flooded,
-                     run_ended_by_plugin):
+                     run_ended_by_plugin, run_ended_twice, run_given_up):
         with tempfile.TemporaryDirectory() as folder:
             scenario(pathlib.Path(folder))
     print("\n".join(failures) or
-          "live totals, reload, feed, restart, IPv6, a taken port, silence, a flood and a sudden end are as they should be")
+          "live totals, reload, feed, restart, IPv6, a taken port, silence, a flood and sudden ends are as they should be")
     sys.exit(bool(failures))
 
 
