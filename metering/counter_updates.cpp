@@ -2,6 +2,7 @@
 // The counter updates of one record, one function for each kind of counter.
 
 #include <cstring>
+#include <string_view>
 
 #include "keys/network_keys.h"
 #include "metering/record_metering.h"
@@ -25,35 +26,35 @@ void RecordMetering::UpdateAsNumbers(const Record& r) {
   // Whose AS is at home by its network needs no AS counter, unless home is a matter of AS numbers.
   const bool all = policy_.fHomeASNumbers;
   if (all || !r.source_home) {
-    update(r.ext.src_as, r.source_as_home ? asn::kSourceHome : asn::kSourceNotHome);
+    update(r.rec.src_as, r.source_as_home ? asn::kSourceHome : asn::kSourceNotHome);
   }
   if (all || !r.destination_home) {
-    update(r.ext.dst_as, r.destination_as_home ? asn::kDestinationHome : asn::kDestinationNotHome);
+    update(r.rec.dst_as, r.destination_as_home ? asn::kDestinationHome : asn::kDestinationNotHome);
   }
 }
 
 void RecordMetering::UpdatePrefixes(const Record& r) {
-  const bool is_ipv6 = r.ext.ip_version == 6;
+  const bool is_ipv6 = r.rec.ip_version == 6;
   const auto update = [&](const char* end, int side_meter) {
     r.engine->UpdateCounter3(is_ipv6 ? COUNTERID_PREFIX6 : COUNTERID_PREFIX4,
                              static_cast<int>(end - key_), key_, prefixes::kBytes, r.bytes,
                              prefixes::kFlows, 1, side_meter, r.bytes);
   };
-  update(is_ipv6 ? MakePrefix6Key(r.ext.src_addr6, r.ext.src_mask, key_)
-                 : MakePrefix4Key(r.source, r.ext.src_mask, key_),
+  update(is_ipv6 ? MakePrefix6Key(r.rec.src_addr6, r.rec.src_mask, key_)
+                 : MakePrefix4Key(r.rec.src_addr, r.rec.src_mask, key_),
          r.source_as_home ? prefixes::kSourceHome : prefixes::kSourceNotHome);
-  update(is_ipv6 ? MakePrefix6Key(r.ext.dst_addr6, r.ext.dst_mask, key_)
-                 : MakePrefix4Key(r.destination, r.ext.dst_mask, key_),
+  update(is_ipv6 ? MakePrefix6Key(r.rec.dst_addr6, r.rec.dst_mask, key_)
+                 : MakePrefix4Key(r.rec.dst_addr, r.rec.dst_mask, key_),
          r.destination_as_home ? prefixes::kDestinationHome : prefixes::kDestinationNotHome);
 }
 
 void RecordMetering::UpdateNextHops(const Record& r) {
   if (policy_.fMeterBGPNextHop) {
-    r.engine->UpdateCounter(COUNTERID_BGPNEXTHOP, next_hop_.KeyOf(r.ext.bgp_nexthop),
+    r.engine->UpdateCounter(COUNTERID_BGPNEXTHOP, next_hop_.KeyOf(r.rec.bgp_nexthop),
                             totals::kBytes, r.bytes);
   }
   if (policy_.fMeterIPNextHop) {
-    r.engine->UpdateCounter(COUNTERID_IPNEXTHOP, next_hop_.KeyOf(r.ext.ip_nexthop), totals::kBytes,
+    r.engine->UpdateCounter(COUNTERID_IPNEXTHOP, next_hop_.KeyOf(r.rec.ip_nexthop), totals::kBytes,
                             r.bytes);
   }
 }
@@ -64,29 +65,29 @@ void RecordMetering::UpdateVrf(const Record& r) {
 }
 
 void RecordMetering::UpdateEtherType(const Record& r) {
-  r.engine->UpdateCounterKeyLen(COUNTERID_ETHERTYPE, 4, r.ext.ip_version == 6 ? "86DD" : "0800",
+  r.engine->UpdateCounterKeyLen(COUNTERID_ETHERTYPE, 4, r.rec.ip_version == 6 ? "86DD" : "0800",
                                 totals::kBytes, r.bytes);
 }
 
 void RecordMetering::UpdateHosts(const Record& r) {
-  if (r.ext.ip_version == 6) UpdateIpv6Hosts(r, r.source_key, r.destination_key);
-  if (r.ext.ip_version == 4) UpdateIpv4Hosts(r, r.source_key, r.destination_key);
+  if (r.rec.ip_version == 6) UpdateIpv6Hosts(r, source_key_, destination_key_);
+  if (r.rec.ip_version == 4) UpdateIpv4Hosts(r, source_key_, destination_key_);
 }
 
 void RecordMetering::UpdateApplications(const Record& r) {
-  const std::uint8_t protocol = r.rec.prot;
+  const std::uint8_t protocol = r.rec.protocol;
   // Exporters that leave the protocol out send ports all the same.
   if (protocol == kTcp || protocol == kUdp || protocol == 0) return UpdatePortApplications(r);
   if (protocol != kIcmpv6) return UpdateProtocolApplication(r, protocol);
-  if (r.ext.ip_version != 6) return;
+  if (r.rec.ip_version != 6) return;
   UpdateIcmpv6(r);
 }
 
 void RecordMetering::UpdatePortApplications(const Record& r) {
   if (policy_.fMeterBothPorts) {
-    return UpdateServicePorts(r.engine, r.ports, apps::kBytes, r.bytes);
+    return UpdateServicePorts(r.engine, r.GetPorts(), apps::kBytes, r.bytes);
   }
-  UpdateSmallerPort(r, r.ports);
+  UpdateSmallerPort(r, r.GetPorts());
   const auto& tag = context_.AppTagText;
   if (policy_.fMeterNBAR && !tag.Empty()) {
     r.engine->UpdateCounter2(COUNTERID_NBAR, static_cast<int>(tag.Size()), tag.Text(), apps::kBytes,
@@ -94,24 +95,34 @@ void RecordMetering::UpdatePortApplications(const Record& r) {
   }
 }
 
+// NetFlow v9 and IPFIX give prefixes, which UpdatePrefixes counts: their hosts are in no subnet.
 void RecordMetering::UpdateSubnets(const Record& r) {
-  const auto update = [&](std::uint32_t address, std::uint8_t prefix_length, int side_meter) {
-    const bool is_subnet = prefix_length >= 1 && prefix_length <= 31;
-    const char* const end =
-        is_subnet ? MakeSubnetKey(address, prefix_length, key_) : WriteText("external", key_);
-    r.engine->UpdateCounter3(COUNTERID_SUBNETS, static_cast<int>(end - key_), key_, subnets::kBytes,
-                             r.bytes, side_meter, r.bytes, subnets::kPackets, r.packets);
+  static constexpr std::string_view kExternal = "external";
+  const auto update = [&](std::string_view key, int side_meter) {
+    r.engine->UpdateCounter3(COUNTERID_SUBNETS, static_cast<int>(key.size()), key.data(),
+                             subnets::kBytes, r.bytes, side_meter, r.bytes, subnets::kPackets,
+                             r.packets);
   };
-  update(r.source, r.rec.src_mask, subnets::kBytesAsSource);
-  update(r.destination, r.rec.dst_mask, subnets::kBytesAsDestination);
+  const auto update_subnet = [&](std::uint32_t address, std::uint8_t prefix_length, int meter) {
+    if (prefix_length < 1 || prefix_length > 31) return update(kExternal, meter);
+    MakeSubnetKey(address, prefix_length, key_);
+    update({key_, kSubnetKeyLength}, meter);
+  };
+  if (context_.CurrentExportVersion >= 9) {
+    update(kExternal, subnets::kBytesAsSource);
+    update(kExternal, subnets::kBytesAsDestination);
+  } else {
+    update_subnet(r.rec.src_addr, r.rec.src_mask, subnets::kBytesAsSource);
+    update_subnet(r.rec.dst_addr, r.rec.dst_mask, subnets::kBytesAsDestination);
+  }
 }
 
 void RecordMetering::UpdateInterfaces(const Record& r) {
   char* const in_interface = key_;
   char* const out_interface = second_key_;
-  MakeIntfKey(exporter_key_, r.ext.in_ifindex, in_interface);
+  MakeIntfKey(exporter_key_, r.rec.in_ifindex, in_interface);
   UpdateInterface(r, {in_interface, kInterfaceKeyLength}, interfaces::kReceived);
-  MakeIntfKey(exporter_key_, r.ext.out_ifindex, out_interface);
+  MakeIntfKey(exporter_key_, r.rec.out_ifindex, out_interface);
   UpdateInterface(r, {out_interface, kInterfaceKeyLength}, interfaces::kTransmitted);
   if (policy_.fMeterLinkAS) UpdateLinkAs(r, in_interface, out_interface);
 }
@@ -125,8 +136,8 @@ void RecordMetering::UpdateLinkAs(const Record& r, const char* in_interface,
     std::memcpy(out + 1, interface_key, kInterfaceKeyLength + 1);
     r.engine->UpdateCounter(COUNTERID_LINKAS, link_key, meter, r.bytes);
   };
-  update(r.ext.src_as, in_interface, link_as::kSourceOnInput);
-  update(r.ext.dst_as, out_interface, link_as::kDestinationOnOutput);
+  update(r.rec.src_as, in_interface, link_as::kSourceOnInput);
+  update(r.rec.dst_as, out_interface, link_as::kDestinationOnOutput);
 }
 
 void RecordMetering::UpdateVendorTexts(const Record& r) {
@@ -136,21 +147,22 @@ void RecordMetering::UpdateVendorTexts(const Record& r) {
     r.engine->UpdateCounter(group, text, vendor_texts::kFlows, 1);
     r.engine->UpdateCounter(group, text, r.host_direction->vendor_texts_meter, r.bytes);
   };
-  update(policy_.fMeterAppID, COUNTERID_APPID, r.ext.vendor_text64);
-  update(policy_.fMeterUserID, COUNTERID_USERID, r.ext.vendor_text32);
+  update(policy_.fMeterAppID, COUNTERID_APPID, r.rec.vendor_text64);
+  update(policy_.fMeterUserID, COUNTERID_USERID, r.rec.vendor_text32);
 }
 
 void RecordMetering::UpdateConnections(const Record& r) {
-  if (r.rec.prot != kTcp || (r.rec.tcp_flags & kTcpSynAck) != kTcpSynAck) return;
+  if (r.rec.protocol != kTcp || (r.rec.tcp_flags & kTcpSynAck) != kTcpSynAck) return;
   if (policy_.fMeterTCPConnections) {  // an IPv6 one counts for 0.0.0.0, as hosts know it
-    UpdateHostConnections(r.engine, MakeIpv4Key(r.source).text, MakeIpv4Key(r.destination).text);
+    UpdateHostConnections(r.engine, MakeIpv4Key(r.rec.src_addr).text,
+                          MakeIpv4Key(r.rec.dst_addr).text);
   }
   if (!policy_.fMeterAppConnections) return;
   if (policy_.fMeterBothPorts) {  // really both, unlike the bytes and unlike the sFlow meter
-    UpdatePort(r.engine, r.ports.source, apps::kConnections, 1);
-    UpdatePort(r.engine, r.ports.destination, apps::kConnections, 1);
+    UpdatePort(r.engine, r.rec.src_port, apps::kConnections, 1);
+    UpdatePort(r.engine, r.rec.dst_port, apps::kConnections, 1);
   } else {
-    UpdatePort(r.engine, r.ports.Smaller(), apps::kConnections, 1);
+    UpdatePort(r.engine, r.GetPorts().Smaller(), apps::kConnections, 1);
   }
 }
 
@@ -160,8 +172,8 @@ void RecordMetering::UpdateMacAddresses(const Record& r) {
     FormatMAC(address, key_);
     r.engine->UpdateCounterKeyLen(COUNTERID_MAC, kMacKeyLength, key_, meter, r.bytes);
   };
-  update(r.ext.src_mac, mac::kBytesAsSource);
-  update(r.ext.dst_mac, mac::kBytesAsDestination);
+  update(r.rec.src_mac, mac::kBytesAsSource);
+  update(r.rec.dst_mac, mac::kBytesAsDestination);
 }
 
 // The updates behind all others, in the order in which they came to be: hosts see a new one last.

@@ -7,13 +7,12 @@
 namespace flow {
 FLOW_DIR_T RecordMetering::MakeFlowKey(const Record& r) {
   const SessionKeyRules rules = KeyRules();
-  const Conversation flow = {
-      r.rec.prot,
-      {r.source_key, static_cast<std::uint16_t>(r.ports.source), r.ext.in_ifindex},
-      {r.destination_key, static_cast<std::uint16_t>(r.ports.destination), r.ext.out_ifindex},
-      exporter_key_};
+  const Conversation flow = {r.rec.protocol,
+                             {source_key_, r.rec.src_port, r.rec.in_ifindex},
+                             {destination_key_, r.rec.dst_port, r.rec.out_ifindex},
+                             exporter_key_};
   const bool both_ways = policy_.fMatchBiDirectionalFlows;
-  switch (r.ext.ip_version) {
+  switch (r.rec.ip_version) {
     case 4:
       return both_ways ? MakeSessionKey_Bi(rules, flow, key_)
                        : MakeSessionKey_Uni(rules, flow, key_);
@@ -43,7 +42,7 @@ void RecordMetering::UpdateFlowVolume(const Record& r, FLOW_DIR_T direction) {
     // Exporters of events: the number of records is what counts.
     if (policy_.fTagFlowsWithUserID) {
       r.engine->UpdateFlowCounterWithText(COUNTERID_FLOWS, key_, flows::kForwardBytes, 1,
-                                          r.ext.vendor_text64);
+                                          r.rec.vendor_text64);
     } else {
       r.engine->UpdateFlowCounter(COUNTERID_FLOWS, key_, flows::kForwardBytes, 1);
     }
@@ -61,22 +60,19 @@ void RecordMetering::UpdateFlowVolume(const Record& r, FLOW_DIR_T direction) {
 }
 
 void RecordMetering::SetFlowTimes(const Record& r) {
-  if (addenda_ != nullptr && addenda_->has_times) return SetExactTimes(r.engine);
-  const std::uint32_t first = r.rec.First.ToHost();
-  const std::uint32_t last = r.rec.Last.ToHost();
+  if (r.rec.has_times) return SetExactTimes(r.engine, r.rec);
   if (policy_.fUseRouterTimestamps) {
-    const ExportClock clock(r.hdr);
-    const TimePair start = clock.SysUpTimeToTimeVal(first);
-    const TimePair end = clock.SysUpTimeToTimeVal(last);
+    const TimePair start = r.origin.clock.SysUpTimeToTimeVal(r.rec.first);
+    const TimePair end = r.origin.clock.SysUpTimeToTimeVal(r.rec.last);
     r.engine->SetFlowTimes(COUNTERID_FLOWS, key_, &start, &end);
-  } else if (first != 0) {
-    r.engine->SetFlowDuration(COUNTERID_FLOWS, key_, last - first);
+  } else if (r.rec.first != 0) {
+    r.engine->SetFlowDuration(COUNTERID_FLOWS, key_, r.rec.last - r.rec.first);
   }
 }
 
-void RecordMetering::SetExactTimes(IOmbrelStatsEngine* engine) {
-  const TimePair& start = addenda_->start;
-  const TimePair& end = addenda_->end;
+void RecordMetering::SetExactTimes(IOmbrelStatsEngine* engine, const FlowRecord& rec) {
+  const TimePair& start = rec.start;
+  const TimePair& end = rec.end;
   if (policy_.fUseRouterTimestamps) {
     engine->SetFlowTimes(COUNTERID_FLOWS, key_, &start, &end);
   } else {

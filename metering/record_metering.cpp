@@ -33,36 +33,32 @@ bool AskIsHome(IOmbrelContainer* site, std::uint32_t address) {
   return is_home;
 }
 
+[[gnu::cold]] void LogCorrupt(IOmbrelContainer* site, std::uint64_t bytes, std::uint64_t packets,
+                              std::uint32_t first, std::uint32_t last) {
+  Log(site, kLogWarning,
+      "Ignoring corrupt Netflow record byte=" + std::to_string(bytes) +
+          " pkt=" + std::to_string(packets) + " sysuptime_from=" + std::to_string(first) +
+          " to=" + std::to_string(last));
+}
+
 }  // namespace
 
-RecordMetering::Record::Record(IOmbrelStatsEngine* to, const nf5_record& record,
-                               const nf5_header& header, const ext_fields& fields,
-                               const Amounts& amounts)
-    : Metered{.engine = to, .bytes = amounts.bytes, .packets = amounts.packets},
-      rec(record),
-      hdr(header),
-      ext(fields),
-      source(record.srcaddr.ToHost()),
-      destination(record.dstaddr.ToHost()),
-      ports{record.srcport.ToHost(), record.dstport.ToHost()} {}
-
 void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* site,
-                                const nf5_record& rec, const nf5_header& hdr, const ip_header& ip,
-                                const ext_fields& ext) {
-  UseExporter(ip.source.ToHost());
-  Record r(engine, rec, hdr, ext, AmountsOf(rec, hdr));
+                                const FlowRecord& rec, const RecordOrigin& origin) {
+  UseExporter(origin.exporter);
+  const Amounts amounts = AmountsOf(rec, origin.sampling_rate);
   if (policy_.fCheckPacketsForCorruption) {
-    std::uint32_t first = rec.First.ToHost();
-    std::uint32_t last = rec.Last.ToHost();
-    if (first == 0 && last == 0) {
-      last = hdr.SysUptime.ToHost();
-      first = last - kAssumedDuration;
+    Lifetime times = {rec.first, rec.last};
+    if (times.first == 0 && times.last == 0) {
+      times.last = origin.clock.Uptime();
+      times.first = times.last - kAssumedDuration;
     }
-    if (IsCorrupt(r, first, last)) {
-      LogCorrupt(site, r, first, last);
+    if (IsCorrupt(amounts, times, origin.clock)) {
+      LogCorrupt(site, amounts.bytes, amounts.packets, times.first, times.last);
       return TellLeftOut(engine, left_out::kCorrupt);
     }
   }
+  Record r{{.engine = engine, .bytes = amounts.bytes, .packets = amounts.packets}, rec, origin};
   engine->MarkRecord();
   Classify(&r);
   if (policy_.fMeterNetflowSources) {
@@ -70,7 +66,7 @@ void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* si
                            exporters::kRecords, 1, exporters::kBytes, r.bytes);
   }
   if (!PassesFilters(r)) return TellLeftOut(engine, left_out::kFiltered);
-  MakeHostKeys(&r);
+  MakeHostKeys(rec);
 
   if (policy_.fMeterASN) UpdateAsNumbers(r);
   if (context_.CurrentExportVersion >= 9) {
@@ -78,9 +74,9 @@ void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* si
     UpdateNextHops(r);
   }
   if (policy_.fMeterVRF) UpdateVrf(r);
-  UpdateTotals(r, rec.prot);
-  const bool source_is_home = AskIsHome(site, r.source);
-  r.host_direction = &DirectionOf(source_is_home, AskIsHome(site, r.destination));
+  UpdateTotals(r, rec.protocol);
+  const bool source_is_home = AskIsHome(site, rec.src_addr);
+  r.host_direction = &DirectionOf(source_is_home, AskIsHome(site, rec.dst_addr));
   if (policy_.fMeterv4v6) UpdateEtherType(r);
   if (policy_.fMeterHosts) UpdateHosts(r);
   if (policy_.fMeterApplications) UpdateApplications(r);
@@ -95,23 +91,12 @@ void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* si
 }
 
 // What a record counts for, sampling applied.
-RecordMetering::Amounts RecordMetering::AmountsOf(const nf5_record& rec,
-                                                  const nf5_header& hdr) const {
-  std::uint64_t rate = 0;
-  std::uint64_t bytes = 0;
-  std::uint64_t packets = 0;
-  if (addenda_ != nullptr) {
-    rate = addenda_->sampling_rate;
-    bytes = addenda_->bytes;
-    packets = addenda_->packets;
-  } else {
-    rate = SamplingMultiplier(hdr);
-    bytes = rec.dOctets.ToHost();
-    packets = rec.dPkts.ToHost();
-  }
-  bytes = rate * (bytes + packets * static_cast<std::uint64_t>(policy_.AddL2AccountingBytes));
-  packets = rate * packets;
-  return {policy_.Counted(bytes), policy_.Counted(packets)};
+RecordMetering::Amounts RecordMetering::AmountsOf(const FlowRecord& rec,
+                                                  std::uint32_t sampling_rate) const {
+  const std::uint64_t rate = sampling_rate;
+  const std::uint64_t added =
+      rec.packets * static_cast<std::uint64_t>(policy_.AddL2AccountingBytes);
+  return {policy_.Counted(rate * (rec.bytes + added)), policy_.Counted(rate * rec.packets)};
 }
 
 void RecordMetering::TellLeftOut(IOmbrelStatsEngine* engine, int reason) {
@@ -125,53 +110,45 @@ void RecordMetering::UseExporter(std::uint32_t address) {
   exporter_key_ = MakeIpv4Key(address);
 }
 
-bool RecordMetering::IsCorrupt(const Record& r, std::uint32_t first, std::uint32_t last) const {
-  if (r.packets == 0 || r.bytes == 0 || r.packets > r.bytes) return true;
-  if (first > last || last - first > kLongestFlow) return true;
-  if (r.bytes / r.packets <= kTooSmallPacket) return true;
+bool RecordMetering::IsCorrupt(const Amounts& amounts, const Lifetime& times,
+                               const ExportClock& clock) const {
+  if (amounts.packets == 0 || amounts.bytes == 0 || amounts.packets > amounts.bytes) return true;
+  if (times.first > times.last || times.last - times.first > kLongestFlow) return true;
+  if (amounts.bytes / amounts.packets <= kTooSmallPacket) return true;
   if (context_.FirstSwitchedSeen == 0) return false;
-  const std::uint32_t uptime = r.hdr.SysUptime.ToHost();
-  return IsFarFrom(uptime, last) || IsFarFrom(uptime, first);
-}
-
-void RecordMetering::LogCorrupt(IOmbrelContainer* site, const Record& r, std::uint32_t first,
-                                std::uint32_t last) const {
-  Log(site, kLogWarning,
-      "Ignoring corrupt Netflow record byte=" + std::to_string(r.bytes) +
-          " pkt=" + std::to_string(r.packets) + " sysuptime_from=" + std::to_string(first) +
-          " to=" + std::to_string(last));
+  return IsFarFrom(clock.Uptime(), times.last) || IsFarFrom(clock.Uptime(), times.first);
 }
 
 void RecordMetering::Classify(Record* r) const {
   if (!policy_.fHomeASNumbers) {
-    r->Classify(home_networks_.Contains(r->source), home_networks_.Contains(r->destination));
+    r->Classify(home_networks_.Contains(r->rec.src_addr), home_networks_.Contains(r->rec.dst_addr));
     r->source_as_home = r->source_home;
     r->destination_as_home = r->destination_home;
     return;
   }
-  r->source_as_home = policy_.IsHomeAs(r->ext.src_as);
-  r->destination_as_home = policy_.IsHomeAs(r->ext.dst_as);
+  r->source_as_home = policy_.IsHomeAs(r->rec.src_as);
+  r->destination_as_home = policy_.IsHomeAs(r->rec.dst_as);
   // Where one AS number is missing, the flow is taken to cross the border of the home AS.
-  const bool source = r->ext.src_as == 0 ? !r->destination_as_home : r->source_as_home;
-  r->Classify(source, r->ext.dst_as == 0 ? !source : r->destination_as_home);
+  const bool source = r->rec.src_as == 0 ? !r->destination_as_home : r->source_as_home;
+  r->Classify(source, r->rec.dst_as == 0 ? !source : r->destination_as_home);
 }
 
 bool RecordMetering::PassesFilters(const Record& r) const {
   if (policy_.interface_filter.Active() &&
-      !policy_.interface_filter.Passes(exporter_, r.ext.in_ifindex, r.ext.out_ifindex)) {
+      !policy_.interface_filter.Passes(exporter_, r.rec.in_ifindex, r.rec.out_ifindex)) {
     return false;
   }
-  return !policy_.host_filter.Active() || r.ext.ip_version != 4 ||
-         policy_.host_filter.Passes(r.source, r.destination);
+  return !policy_.host_filter.Active() || r.rec.ip_version != 4 ||
+         policy_.host_filter.Passes(r.rec.src_addr, r.rec.dst_addr);
 }
 
-void RecordMetering::MakeHostKeys(Record* r) {
-  if (r->ext.ip_version == 6) {
-    OmbrelAPI::IP62Hex(r->ext.src_addr6, r->source_key);
-    OmbrelAPI::IP62Hex(r->ext.dst_addr6, r->destination_key);
+void RecordMetering::MakeHostKeys(const FlowRecord& rec) {
+  if (rec.ip_version == 6) {
+    OmbrelAPI::IP62Hex(rec.src_addr6, source_key_);
+    OmbrelAPI::IP62Hex(rec.dst_addr6, destination_key_);
   } else {
-    OmbrelAPI::Long2IPHex(r->source, r->source_key);
-    OmbrelAPI::Long2IPHex(r->destination, r->destination_key);
+    OmbrelAPI::Long2IPHex(rec.src_addr, source_key_);
+    OmbrelAPI::Long2IPHex(rec.dst_addr, destination_key_);
   }
 }
 

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Metering of one decoded flow record: from the four records of metering/flow_record.h to the
-// host's counter and flow updates, under the policy.
+// Metering of one decoded flow record: the host's counter and flow updates, under the policy.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +12,6 @@
 #include "flowhandlers/session_keys.h"
 #include "metering/common_updates.h"
 #include "metering/flow_record.h"
-#include "metering/record_addenda.h"
 #include "metering/record_context.h"
 
 namespace flow {
@@ -26,12 +24,9 @@ class RecordMetering {
       : policy_(policy), home_networks_(home_networks), context_(context) {}
 
   // ProcRecord meters one record into the engine, or drops it. The site answers what is home and
-  // takes the message about a corrupt record. Nothing is kept of the records.
-  void ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* site, const nf5_record& rec,
-                  const nf5_header& hdr, const ip_header& ip, const ext_fields& ext);
-
-  // Use gives what is known beyond the records that are metered next; null when they say all.
-  void Use(const RecordAddenda* addenda) noexcept { addenda_ = addenda; }
+  // takes the message about a corrupt record. Nothing is kept of the record.
+  void ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* site, const FlowRecord& rec,
+                  const RecordOrigin& origin);
 
   // KeyRules are the policy's rules for session keys.
   [[nodiscard]] SessionKeyRules KeyRules() const noexcept {
@@ -45,37 +40,35 @@ class RecordMetering {
     std::uint64_t bytes;
     std::uint64_t packets;
   };
+  // First and last time, as uptimes of the exporter.
+  struct Lifetime {
+    std::uint32_t first;
+    std::uint32_t last;
+  };
 
-  // A record with what is derived from it, all in host byte order.
+  // A record with what is derived from it. No function that is not inlined takes one, so that it
+  // stays in registers.
   struct Record : Metered {
-    Record(IOmbrelStatsEngine* to, const nf5_record& record, const nf5_header& header,
-           const ext_fields& fields, const Amounts& amounts);
-
-    const nf5_record& rec;
-    const nf5_header& hdr;
-    const ext_fields& ext;
-    std::uint32_t source;
-    std::uint32_t destination;
-    Ports ports;
+    const FlowRecord& rec;
+    const RecordOrigin& origin;
 
     // What later steps find out, beside the direction by the home networks or AS numbers.
     bool source_as_home = false;  // as the AS number itself says, where home is a matter of those
     bool destination_as_home = false;
     const Direction* host_direction = nullptr;  // by the host's own answer
-    char source_key[kIpv6KeyLength + 1];        // of the host, by the IP version
-    char destination_key[kIpv6KeyLength + 1];
+
+    [[nodiscard]] Ports GetPorts() const noexcept { return {rec.src_port, rec.dst_port}; }
   };
 
   // Intake.
-  [[nodiscard]] Amounts AmountsOf(const nf5_record& rec, const nf5_header& hdr) const;
+  [[nodiscard]] Amounts AmountsOf(const FlowRecord& rec, std::uint32_t sampling_rate) const;
   void UseExporter(std::uint32_t address);
   [[gnu::cold]] void TellLeftOut(IOmbrelStatsEngine* engine, int reason);
-  [[nodiscard]] bool IsCorrupt(const Record& r, std::uint32_t first, std::uint32_t last) const;
-  [[gnu::cold]] void LogCorrupt(IOmbrelContainer* site, const Record& r, std::uint32_t first,
-                                std::uint32_t last) const;
+  [[nodiscard]] bool IsCorrupt(const Amounts& amounts, const Lifetime& times,
+                               const ExportClock& clock) const;
   void Classify(Record* r) const;
   [[nodiscard]] bool PassesFilters(const Record& r) const;
-  static void MakeHostKeys(Record* r);
+  void MakeHostKeys(const FlowRecord& rec);
 
   // Counter updates, in their order.
   void UpdateAsNumbers(const Record& r);
@@ -99,12 +92,11 @@ class RecordMetering {
   void TrackFlow(const Record& r);
   void UpdateFlowVolume(const Record& r, FLOW_DIR_T direction);
   void SetFlowTimes(const Record& r);
-  void SetExactTimes(IOmbrelStatsEngine* engine);
+  void SetExactTimes(IOmbrelStatsEngine* engine, const FlowRecord& rec);
 
   const NetflowPolicy& policy_;
   const HomeNetworks& home_networks_;
   const RecordContext& context_;
-  const RecordAddenda* addenda_ = nullptr;
 
   // The exporter of the last record and its key: the same for all records of a datagram.
   std::uint32_t exporter_ = 0;
@@ -112,6 +104,8 @@ class RecordMetering {
 
   RecentIpv4Key next_hop_;  // IP and BGP next hop are mostly the same
 
+  char source_key_[kIpv6KeyLength + 1] = {};  // of the record's hosts, by the IP version
+  char destination_key_[kIpv6KeyLength + 1] = {};
   char key_[kKeyBufferSize] = {};         // the key being built; valid until the next one
   char second_key_[kKeyBufferSize] = {};  // the other one of a pair
 };

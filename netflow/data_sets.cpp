@@ -2,7 +2,6 @@
 #include "netflow/data_sets.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstring>
 #include <utility>
 
@@ -20,31 +19,18 @@ constexpr std::uint8_t kEgress = 1;
 // What the source port of a record counts as that has a destination port alone.
 constexpr std::uint16_t kUnknownPort = 65535;
 
-// The parts of a record that tell source from destination change places.
-void Reverse(nf5_record* record, ext_fields* ext) {
-  std::swap(record->srcaddr, record->dstaddr);
-  std::swap(record->srcport, record->dstport);
-  std::swap(record->input, record->output);
-  std::swap(ext->in_ifindex, ext->out_ifindex);
-  std::swap(ext->src_as, ext->dst_as);
-  std::swap(ext->src_mac, ext->dst_mac);
-  std::swap(ext->src_addr6, ext->dst_addr6);
-  std::swap(ext->src_mask, ext->dst_mask);
-}
-
-nf5_record FlowRecordOf(const nf9_record& r) {
-  nf5_record record{};
-  record.srcaddr = be32::FromHost(r.src_addr);
-  record.dstaddr = be32::FromHost(r.dst_addr);
-  record.dPkts = be32::FromHost(static_cast<std::uint32_t>(r.packets));
-  record.dOctets = be32::FromHost(static_cast<std::uint32_t>(r.bytes));
-  record.First = be32::FromHost(r.first);
-  record.Last = be32::FromHost(r.last);
-  record.srcport = be16::FromHost(r.src_port);
-  record.dstport = be16::FromHost(r.dst_port);
-  record.tcp_flags = r.tcp_flags;
-  record.prot = r.protocol;
-  return record;
+// The parts of a record that tell source from destination change places, and the counts of the way
+// back take those of the way there.
+void Reverse(FlowRecord* record) {
+  std::swap(record->src_addr, record->dst_addr);
+  std::swap(record->src_port, record->dst_port);
+  std::swap(record->in_ifindex, record->out_ifindex);
+  std::swap(record->src_as, record->dst_as);
+  std::swap(record->src_mac, record->dst_mac);
+  std::swap(record->src_addr6, record->dst_addr6);
+  std::swap(record->src_mask, record->dst_mask);
+  record->bytes = record->rev_bytes;
+  record->packets = record->rev_packets;
 }
 
 }  // namespace
@@ -72,25 +58,24 @@ SetError DataSets::v9_ProcessDataFlowset(const ExportSource& source, const nf9_h
 // What all records of a set share.
 void DataSets::Begin(const Set& set, const nf9_header& header) {
   const std::uint32_t exporter = set.source.ip.source.AsStored();
+  state_.exporter = set.source.Address();
   state_.domain = set.source.domain;
   state_.rate = state_.domain ? state_.rates.RateInDomain(exporter, *state_.domain)
                               : state_.rates.RateOf(exporter);
   state_.packet_interval = 0;
   state_.packet_space.reset();
-  header_.SysUptime = header.SysUptime;
-  header_.unix_secs = header.unix_secs;
+  origin_.exporter = state_.exporter;
+  origin_.clock = ExportClock(header.SysUptime.ToHost(), header.unix_secs.ToHost(), 0);
   takes_times_ = policy_.fExactTimes && set.fields.HasTimes();
-  addenda_.has_times = false;
-  metering_.Use(&addenda_);
 }
 
 SetError DataSets::v9_ProcessDataFlowset_single(const Set& set, ByteCursor* records) {
-  StartRecord(set.source.Address(), &state_);
+  StartRecord(&state_);
   if (takes_times_) times_.Clear();
   const SetError error = DecodeFields(set.fields, records);
   if (error != SetError::kNone) return error;
 
-  nf9_record& record = state_.record;
+  FlowRecord& record = state_.record;
   if (record.dst_port != 0 && record.src_port == 0) record.src_port = kUnknownPort;
   NameApplication();
   NameInterface(set.source);
@@ -200,7 +185,7 @@ void DataSets::NameApplication() const {
 
 // The description is what operators know an interface by.
 void DataSets::NameInterface(const ExportSource& source) const {
-  const nf9_record& record = state_.record;
+  const FlowRecord& record = state_.record;
   if (record.if_name[0] == '\0') return;
   char key[kInterfaceKeyLength + 1];
   MakeIntfKey(source.address_key, record.in_ifindex, key);
@@ -208,7 +193,7 @@ void DataSets::NameInterface(const ExportSource& source) const {
 }
 
 bool DataSets::IsDuplicateEgress(const Set& set) {
-  const nf9_record& record = state_.record;
+  const FlowRecord& record = state_.record;
   if (record.direction == kEgress && policy_.fIgnoreAllEgress) {
     duplicates_.CountDropped();
     return true;
@@ -230,56 +215,19 @@ bool DataSets::IsDuplicateEgress(const Set& set) {
 }
 
 void DataSets::CountNetflow9(const Set& set) {
-  const nf9_record& record = state_.record;
-  const ip_header& ip = set.source.ip;
-  nf5_record flow_record = FlowRecordOf(record);
-  header_.sampling_interval = be16::FromHost(static_cast<std::uint16_t>(state_.rate));
-  SetExtFields();
-  addenda_.bytes = record.bytes;
-  addenda_.packets = record.packets;
-  addenda_.sampling_rate = policy_.CountedRate(state_.rate);
-  if (takes_times_) times_.Tell(&addenda_);
+  FlowRecord& record = state_.record;
+  origin_.sampling_rate = policy_.CountedRate(state_.rate);
+  if (takes_times_) times_.Tell(&record);
   const bool has_forward = policy_.Counted(record.bytes) != 0;
-  if (has_forward) {
-    metering_.ProcRecord(host_.engine, host_.site, flow_record, header_, ip, ext_);
-  }
+  if (has_forward) metering_.ProcRecord(host_.engine, host_.site, record, origin_);
   if (policy_.Counted(record.rev_bytes) == 0 ||
-      policy_.IgnoreEgressRouterSet.Contains(record.exporter_addr)) {
+      policy_.IgnoreEgressRouterSet.Contains(origin_.exporter)) {
     if (!has_forward) TellLeftOut(set, left_out::kZeroBytes);
     return;
   }
   if (has_forward) TellLeftOut(set, left_out::kReverse);
-  flow_record.dOctets = be32::FromHost(static_cast<std::uint32_t>(record.rev_bytes));
-  flow_record.dPkts = be32::FromHost(static_cast<std::uint32_t>(record.rev_packets));
-  addenda_.bytes = record.rev_bytes;
-  addenda_.packets = record.rev_packets;
-  Reverse(&flow_record, &ext_);
-  metering_.ProcRecord(host_.engine, host_.site, flow_record, header_, ip, ext_);
-}
-
-void DataSets::SetExtFields() {
-  const nf9_record& record = state_.record;
-  std::memset(&ext_, 0, offsetof(ext_fields, vendor_text32));
-  ext_.in_ifindex = record.in_ifindex;
-  ext_.out_ifindex = record.out_ifindex;
-  ext_.ip_version = record.ip_version;
-  ext_.src_mask = record.src_mask;
-  ext_.dst_mask = record.dst_mask;
-  ext_.ip_nexthop = record.ip_nexthop;
-  ext_.bgp_nexthop = record.bgp_nexthop;
-  ext_.src_as = record.src_as;
-  ext_.dst_as = record.dst_as;
-  ext_.direction = record.direction;
-  std::memcpy(ext_.src_mac, record.src_mac, sizeof(ext_.src_mac));
-  std::memcpy(ext_.dst_mac, record.dst_mac, sizeof(ext_.dst_mac));
-  if (record.ip_version == 6) {
-    std::memcpy(ext_.src_addr6, record.src_addr6, sizeof(ext_.src_addr6));
-    std::memcpy(ext_.dst_addr6, record.dst_addr6, sizeof(ext_.dst_addr6));
-  }
-  if (!state_.has_texts && !ext_has_texts_) return;
-  std::memcpy(ext_.vendor_text32, record.vendor_text32, sizeof(ext_.vendor_text32));
-  std::memcpy(ext_.vendor_text64, record.vendor_text64, sizeof(ext_.vendor_text64));
-  ext_has_texts_ = state_.has_texts;
+  Reverse(&record);
+  metering_.ProcRecord(host_.engine, host_.site, record, origin_);
 }
 
 }  // namespace flow

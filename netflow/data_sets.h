@@ -59,20 +59,14 @@ class DataSets {
   void CountNetflow9(const Set& set);
   [[gnu::cold, gnu::noinline]] void TellLeftOut(const Set& set, int reason) const;
   [[gnu::noinline]] void TakeTimes(const Template::Run& run, const std::uint8_t* bytes);
-  void SetExtFields();
 
   const NetflowPolicy& policy_;
   const HostLinks& host_;
   const TemplateStore& templates_;
   RecordMetering& metering_;
 
-  // Both are kept from record to record, for few records have texts that have to be cleared.
-  DecodeState state_;
-  ext_fields ext_ = {};
-  bool ext_has_texts_ = false;
-
-  nf5_header header_ = {};  // what one of v5 would say of the set at hand
-  RecordAddenda addenda_;   // of the record at hand, and its absolute times where they are wanted
+  DecodeState state_;    // of the record at hand
+  RecordOrigin origin_;  // and of the set at hand
   ExactTimes times_;
   bool takes_times_ = false;
   DuplicateEgress duplicates_;

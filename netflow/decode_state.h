@@ -6,8 +6,8 @@
 #include <optional>
 
 #include "config/netflow_policy.h"
+#include "metering/flow_record.h"
 #include "metering/record_context.h"
-#include "netflow/data_record.h"
 #include "netflow/host_links.h"
 #include "netflow/sampling_rates.h"
 
@@ -32,14 +32,15 @@ struct DecodeState {
   RecordContext& context;
   SamplingRates& rates;
 
-  std::optional<std::uint32_t> domain = std::nullopt;  // of the data set, as in ExportSource
+  std::uint32_t exporter = 0;                          // of the data set, host byte order
+  std::optional<std::uint32_t> domain = std::nullopt;  // the same, as in ExportSource
   std::int32_t rate = 0;                               // of its exporter or domain, as told last
 
   // Of the data set at hand: so many packets are taken in a row, then so many are passed over.
   std::uint32_t packet_interval = 0;
   std::optional<std::uint32_t> packet_space = std::nullopt;
 
-  nf9_record record = {};
+  FlowRecord record = {};
   std::uint8_t presence = 0;
   bool has_texts = false;  // of the record's own texts, one may not be empty
 

@@ -47,14 +47,14 @@ consteval FieldPlace Special(SpecialDecoder decode, std::size_t offset = 0) {
 // How the rows of the table say where a value goes: TO a member; AS a kind into a member; BY a
 // decoder for that member; WITH a decoder that stores or asks that member. Presence bits may follow
 // a member.
-#define MEMBER(member) decltype(nf9_record::member)
+#define MEMBER(member) decltype(FlowRecord::member)
 #define TO(member, ...)                          \
   Into<MEMBER(member)>(KindOf<MEMBER(member)>(), \
-                       offsetof(nf9_record, member) __VA_OPT__(, ) __VA_ARGS__)
+                       offsetof(FlowRecord, member) __VA_OPT__(, ) __VA_ARGS__)
 #define AS(kind, member, ...) \
-  Into<MEMBER(member)>(FieldKind::kind, offsetof(nf9_record, member) __VA_OPT__(, ) __VA_ARGS__)
-#define BY(decoder, member) Special(decoder<&nf9_record::member>, offsetof(nf9_record, member))
-#define WITH(decoder, member) Special(decoder, offsetof(nf9_record, member))
+  Into<MEMBER(member)>(FieldKind::kind, offsetof(FlowRecord, member) __VA_OPT__(, ) __VA_ARGS__)
+#define BY(decoder, member) Special(decoder<&FlowRecord::member>, offsetof(FlowRecord, member))
+#define WITH(decoder, member) Special(decoder, offsetof(FlowRecord, member))
 
 // The dump of templates shows these names as they are, and operators' scripts look for them there:
 // no blank in front of 51 to 66 and no spelling is a mistake that may be mended.
@@ -202,6 +202,7 @@ constexpr Element kElements[] = {
 static_assert(std::ranges::adjacent_find(kElements, std::ranges::greater_equal(), &Element::id) ==
                   std::end(kElements),
               "kElements: ascending ids, none twice");
+static_assert(offsetof(FlowRecord, has_times) == 0, "what lies at 0 is no element's");
 static_assert(std::size(kElements) <= 0x10000, "rows are numbers of 16 bits");
 
 }  // namespace

@@ -41,7 +41,7 @@ void ExactTimes::Take(std::uint32_t element, const std::uint8_t* value,
   if (time > 0) times_[index % 2] = time;
 }
 
-void ExactTimes::Tell(RecordAddenda* out) const noexcept {
+void ExactTimes::Tell(FlowRecord* out) const noexcept {
   const std::int64_t start = times_[kStart] != 0 ? times_[kStart] : times_[kEnd];
   const std::int64_t end = times_[kEnd] != 0 ? times_[kEnd] : times_[kStart];
   out->has_times = start != 0;

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "metering/record_addenda.h"
+#include "metering/flow_record.h"
 
 namespace flow {
 
@@ -22,7 +22,7 @@ class ExactTimes {
   void Take(std::uint32_t element, const std::uint8_t* value, std::size_t length) noexcept;
 
   // Tell puts the times into *out, if there are any; a single one is both.
-  void Tell(RecordAddenda* out) const noexcept;
+  void Tell(FlowRecord* out) const noexcept;
 
  private:
   enum { kStart, kEnd };  // as the elements follow each other

@@ -1,12 +1,31 @@
 // SPDX-License-Identifier: Apache-2.0
-// Wire formats of the NetFlow and IPFIX export packets. All numbers are big-endian; NetFlow v5's
-// header and record are in metering/flow_record.h, for they are the metering's own records.
+// Wire formats of the NetFlow and IPFIX export packets, and of the IPv4 header in front of them.
+// All numbers are big-endian.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
 #include "util/bytes.h"
+
+// IPv4 header without options (RFC 791).
+struct ip_header {
+  std::uint8_t version_ihl;  // low 4 bits: header length in words
+  std::uint8_t tos;
+  be16 total_length;
+  be16 id;
+  be16 fragment;
+  std::uint8_t ttl;
+  std::uint8_t protocol;
+  be16 checksum;
+  be32 source;
+  be32 destination;
+
+  [[nodiscard]] std::size_t HeaderLength() const noexcept {
+    return std::size_t{version_ihl & 0x0FU} * 4;
+  }
+};
+static_assert(sizeof(ip_header) == 20 && offsetof(ip_header, source) == 12);
 
 // NetFlow v1 (Cisco NetFlow export datagram format, version 1): a header, then `count` records.
 struct nf1_header {
@@ -37,6 +56,46 @@ struct nf1_record {
   std::uint8_t pad2[7];
 };
 static_assert(sizeof(nf1_record) == 48 && offsetof(nf1_record, prot) == 38);
+
+// Header of a NetFlow v5 packet (Cisco NetFlow export datagram format, version 5).
+struct nf5_header {
+  be16 version;
+  be16 count;      // records in the packet
+  be32 SysUptime;  // milliseconds since the exporter booted, when it sent the packet
+  be32 unix_secs;  // its wall clock
+  be32 unix_nsecs;
+  be32 flow_sequence;
+  std::uint8_t engine_type;
+  std::uint8_t engine_id;
+  be16 sampling_interval;  // low 14 bits: one packet in so many; high 2 bits: mode
+};
+static_assert(sizeof(nf5_header) == 24 && offsetof(nf5_header, sampling_interval) == 22);
+
+// One flow of a NetFlow v5 packet.
+struct nf5_record {
+  be32 srcaddr;
+  be32 dstaddr;
+  be32 nexthop;
+  be16 input;  // ifIndex
+  be16 output;
+  be32 dPkts;
+  be32 dOctets;  // layer-3 bytes
+  be32 First;    // SysUptime at the first packet
+  be32 Last;     // and at the last one
+  be16 srcport;  // ICMP: type and code
+  be16 dstport;
+  std::uint8_t pad1;
+  std::uint8_t tcp_flags;  // OR over all packets
+  std::uint8_t prot;
+  std::uint8_t tos;
+  be16 src_as;
+  be16 dst_as;
+  std::uint8_t src_mask;  // prefix length
+  std::uint8_t dst_mask;
+  be16 pad2;
+};
+static_assert(sizeof(nf5_record) == 48 && offsetof(nf5_record, tcp_flags) == 37 &&
+              offsetof(nf5_record, src_mask) == 44);
 
 // NetFlow v9 (RFC 3954): a header, then flowsets.
 struct nf9_header {

@@ -8,7 +8,7 @@
 #include <span>
 
 #include "flowhandlers/counter_keys.h"
-#include "metering/flow_record.h"
+#include "netflow/export_formats.h"
 
 namespace flow {
 

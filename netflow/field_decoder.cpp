@@ -85,10 +85,10 @@ void ClearText(char (&text)[N]) noexcept {
 
 }  // namespace
 
-void StartRecord(std::uint32_t exporter_address, DecodeState* state) noexcept {
-  nf9_record& record = state->record;
-  ClearBytes<offsetof(nf9_record, vendor_text32)>(&record);
-  ClearBytes<offsetof(nf9_record, if_name) - offsetof(nf9_record, src_mac)>(record.src_mac);
+void StartRecord(DecodeState* state) noexcept {
+  FlowRecord& record = state->record;
+  ClearBytes<offsetof(FlowRecord, vendor_text32)>(&record);
+  ClearBytes<offsetof(FlowRecord, if_name) - offsetof(FlowRecord, src_mac)>(record.src_mac);
   if (state->has_texts) {  // of the record before
     ClearText(record.vendor_text32);
     ClearText(record.vendor_text64);
@@ -96,7 +96,6 @@ void StartRecord(std::uint32_t exporter_address, DecodeState* state) noexcept {
     ClearText(record.if_desc);
     state->has_texts = false;
   }
-  record.exporter_addr = exporter_address;
   record.ip_version = 4;
   state->presence = 0;
   state->context.AppTagText.Clear();

@@ -10,9 +10,8 @@
 
 namespace flow {
 
-// StartRecord begins a record: everything is 0 and every text empty but the exporter's address
-// (host byte order) and the IP version 4.
-void StartRecord(std::uint32_t exporter_address, DecodeState* state) noexcept;
+// StartRecord begins a record: everything is 0 and every text empty but the IP version 4.
+void StartRecord(DecodeState* state) noexcept;
 
 // DecodeField stores the value of one field.
 void DecodeField(const FieldPlace& place, FieldValue field, DecodeState* state);

@@ -5,6 +5,10 @@
 
 namespace {
 
+using flow::ExportClock;
+using flow::FlowRecord;
+using flow::RecordOrigin;
+
 // Where the records of a packet begin, or null when the packet is too short for those it announces.
 template <class Header, class Record>
 const Record* RecordsOf(std::span<const std::uint8_t> packet, std::size_t* count) {
@@ -42,6 +46,39 @@ nf5_record RecordFrom(const nf1_record& v1) {
   return record;
 }
 
+// Fills what a record of these formats has. What it does not have is never filled.
+[[gnu::always_inline]] inline void Fill(const nf5_record& wire, FlowRecord* record) {
+  record->src_addr = wire.srcaddr.ToHost();
+  record->dst_addr = wire.dstaddr.ToHost();
+  record->src_port = wire.srcport.ToHost();
+  record->dst_port = wire.dstport.ToHost();
+  record->in_ifindex = wire.input.ToHost();
+  record->out_ifindex = wire.output.ToHost();
+  record->packets = wire.dPkts.ToHost();
+  record->bytes = wire.dOctets.ToHost();
+  record->first = wire.First.ToHost();
+  record->last = wire.Last.ToHost();
+  record->src_as = wire.src_as.ToHost();
+  record->dst_as = wire.dst_as.ToHost();
+  record->tcp_flags = wire.tcp_flags;
+  record->protocol = wire.prot;
+  record->ip_version = 4;
+  record->src_mask = wire.src_mask;
+  record->dst_mask = wire.dst_mask;
+}
+
+// How many packets an exported one stands for.
+std::uint32_t SamplingRateOf(const nf5_header& header) {
+  const std::uint32_t interval = header.sampling_interval.ToHost() & 0x3FFFU;
+  return interval == 0 ? 1 : interval;
+}
+
+RecordOrigin OriginOf(const ip_header& ip, const nf5_header& header) {
+  return {ip.source.ToHost(), SamplingRateOf(header),
+          ExportClock(header.SysUptime.ToHost(), header.unix_secs.ToHost(),
+                      header.unix_nsecs.ToHost() / 1'000'000)};
+}
+
 }  // namespace
 
 bool CPINetflowMeter::Process_v1(const Datagram& datagram) {
@@ -53,14 +90,11 @@ bool CPINetflowMeter::Process_v1(const Datagram& datagram) {
   }
   const nf5_header header =
       HeaderFrom(*reinterpret_cast<const nf1_header*>(datagram.packet.data()));
+  const RecordOrigin origin = OriginOf(datagram.source.ip, header);
   ClearRecordTexts();
   for (const nf1_record& v1 : std::span(records, count)) {
-    const nf5_record record = RecordFrom(v1);
-    ext_fields ext{};
-    ext.in_ifindex = v1.input.ToHost();
-    ext.out_ifindex = v1.output.ToHost();
-    ext.ip_version = 4;
-    ProcRecord(host_.engine, &record, &header, &datagram.source.ip, &ext);
+    Fill(RecordFrom(v1), &fixed_record_);
+    metering_.ProcRecord(host_.engine, host_.site, fixed_record_, origin);
   }
   CountExportVolume(datagram);
   return false;
@@ -74,23 +108,18 @@ bool CPINetflowMeter::Process_v5(const Datagram& datagram) {
     return true;
   }
   const auto& header = *reinterpret_cast<const nf5_header*>(datagram.packet.data());
+  const RecordOrigin origin = OriginOf(datagram.source.ip, header);
   ClearRecordTexts();
-  ext_fields ext{};
-  ext.ip_version = 4;
   for (const nf5_record& record : std::span(records, count)) {
-    ext.in_ifindex = record.input.ToHost();
-    ext.out_ifindex = record.output.ToHost();
-    ext.src_as = record.src_as.ToHost();
-    ext.dst_as = record.dst_as.ToHost();
-    ProcRecord(host_.engine, &record, &header, &datagram.source.ip, &ext);
+    Fill(record, &fixed_record_);
+    metering_.ProcRecord(host_.engine, host_.site, fixed_record_, origin);
   }
   CountExportVolume(datagram);
   return false;
 }
 
-// Records of these formats carry no texts and say all in their fields, whatever was decoded before.
+// Records of these formats carry no texts, whatever was decoded before.
 void CPINetflowMeter::ClearRecordTexts() {
-  metering_.Use(nullptr);
   context_.AppTagText.Clear();
   context_.VrfTagText.Clear();
 }

@@ -141,10 +141,4 @@ Status CPINetflowMeter::OnChannelMessage(const IID& channel, unsigned int length
   return kStatusOk;
 }
 
-void CPINetflowMeter::ProcRecord(IOmbrelStatsEngine* engine, const nf5_record* rec,
-                                 const nf5_header* hdr, const ip_header* ip,
-                                 const ext_fields* ext) {
-  metering_.ProcRecord(engine, host_.site, *rec, *hdr, *ip, *ext);
-}
-
 void CPINetflowMeter::DebugDumpSamplingRates() { rates_.DebugDumpSamplingRates(); }

@@ -45,10 +45,6 @@ class CPINetflowMeter
   // what was read until then is in force. A file that cannot be read ends the process.
   bool ReadConfiguration(const char* path) { return policy_.ReadConfiguration(path); }
 
-  // ProcRecord meters one decoded record.
-  void ProcRecord(IOmbrelStatsEngine* engine, const nf5_record* rec, const nf5_header* hdr,
-                  const ip_header* ip, const ext_fields* ext);
-
   // DebugDumpTemplates writes the learnt templates as text, to standard output when no file is
   // given.
   int DebugDumpTemplates(FILE* file) const { return templates_.DebugDumpTemplates(file); }
@@ -101,5 +97,6 @@ class CPINetflowMeter
   flow::RecordContext context_;
   flow::RecordMetering metering_{policy_.Settings(), policy_.HomeNetworks(), context_};
   flow::TemplateSets template_sets_{policy_.Settings(), host_, &templates_, this};
+  flow::FlowRecord fixed_record_ = {};  // of NetFlow v1 and v5
   flow::DataSets data_sets_{policy_.Settings(), host_, templates_, &context_, &rates_, &metering_};
 };

@@ -5,7 +5,7 @@
 #include <bitset>
 #include <numeric>
 
-#include "netflow/data_record.h"
+#include "metering/flow_record.h"
 
 namespace flow {
 namespace {
@@ -27,7 +27,7 @@ RecordPlan::RecordPlan(std::span<const Field> fields) {
     Step step;
   };
   std::vector<Planned> planned;
-  std::bitset<sizeof(nf9_record)> touched;
+  std::bitset<sizeof(FlowRecord)> touched;
   for (const Field& field : fields) {
     const FieldPlace& place = PlaceAt(field.row);
     if (place.kind == FieldKind::kSkipped) continue;

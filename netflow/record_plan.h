@@ -39,7 +39,7 @@ class RecordPlan {
     std::uint16_t offset;
     std::uint16_t length;
     std::uint16_t row;
-    std::uint16_t target;  // of a move: offset in nf9_record
+    std::uint16_t target;  // of a move: offset in FlowRecord
   };
 
   RecordPlan() = default;

@@ -23,7 +23,7 @@ bool IsPrintable(FieldValue field) noexcept {
 }
 
 void LearnRate(std::int32_t rate, DecodeState* state) {
-  const std::uint32_t exporter = be32::FromHost(state->record.exporter_addr).AsStored();
+  const std::uint32_t exporter = be32::FromHost(state->exporter).AsStored();
   state->rate = rate;
   if (state->domain) {
     state->rates.LearnInDomain(exporter, *state->domain, rate);

@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "netflow/data_record.h"
+#include "metering/flow_record.h"
 #include "netflow/exact_times.h"
 #include "netflow/export_formats.h"
 
@@ -16,7 +16,7 @@ Template::Template(std::vector<nf9_field_t> fields) : fields_(std::move(fields))
     const std::uint16_t row = RowOf(field.type);
     rows_.push_back(row);
     carries_direction_ =
-        carries_direction_ || PlaceAt(row).offset == offsetof(nf9_record, direction);
+        carries_direction_ || PlaceAt(row).offset == offsetof(FlowRecord, direction);
     has_times_ = has_times_ || IsExactTime(field.type);
   }
   runs_ = MakeRuns();

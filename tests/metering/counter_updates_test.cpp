@@ -68,8 +68,8 @@ INSTANTIATE_TEST_SUITE_P(
          {.on = "MeterMasks", .masks = {20, 32}, .version = 9},
          {"UpdateCounter3 COUNTERID_PREFIX4 11 10.1.0.0/20 0 1000 3 1 1 1000",
           "UpdateCounter3 COUNTERID_PREFIX4 15 192.168.1.77/32 0 1000 3 1 2 1000"}},
-        {"NoneAndTooLongWhateverTheV5RecordSays",
-         {.on = "MeterMasks", .masks = {0, 255}, .v5_masks = {24, 24}, .version = 10},
+        {"NoneAndTooLong",
+         {.on = "MeterMasks", .masks = {0, 255}, .version = 10},
          {"UpdateCounter3 COUNTERID_PREFIX4 9 0.0.0.0/0 0 1000 3 1 1 1000",
           "UpdateCounter3 COUNTERID_PREFIX4 16 192.168.1.77/255 0 1000 3 1 2 1000"}},
         {"NotOfVersion8", {.on = "MeterMasks", .masks = {20, 32}, .version = 8}, {}},
@@ -249,9 +249,10 @@ INSTANTIATE_TEST_SUITE_P(
     kName);
 
 Case Subnets(const char* name, std::uint8_t source, std::uint8_t destination,
-             const std::string& source_key, const std::string& destination_key) {
+             const std::string& source_key, const std::string& destination_key,
+             std::uint16_t version = 5) {
   return {name,
-          {.on = "MeterSubnets", .masks = {9, 9}, .v5_masks = {source, destination}},
+          {.on = "MeterSubnets", .masks = {source, destination}, .version = version},
           {"UpdateCounter3 COUNTERID_SUBNETS " + source_key + " 0 1000 2 1000 3 10",
            "UpdateCounter3 COUNTERID_SUBNETS " + destination_key + " 0 1000 1 1000 3 10"}};
 }
@@ -261,7 +262,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(Subnets("WithinAByte", 20, 30, "14 0A.01.00.00/14", "14 C0.A8.01.4C/1E"),
                     Subnets("ShortestAndLongest", 1, 31, "14 00.00.00.00/01", "14 C0.A8.01.4C/1F"),
                     Subnets("NoneAndHost", 0, 32, "8 external", "8 external"),
-                    Subnets("TooLong", 33, 255, "8 external", "8 external")),
+                    Subnets("TooLong", 33, 255, "8 external", "8 external"),
+                    Subnets("OfVersion9", 20, 30, "8 external", "8 external", 9)),
     kName);
 
 INSTANTIATE_TEST_SUITE_P(

@@ -39,13 +39,12 @@ struct Given {
   std::uint32_t uptime = 100'000;  // of the exporter, at 1700000000
   std::uint32_t first = 80'000;
   std::uint32_t last = 84'000;
-  std::uint16_t sampling = 0;  // mode and interval as one number
-  int l2_bytes = 0;            // added to a packet
+  std::uint32_t sampling = 1;
+  int l2_bytes = 0;  // added to a packet
   SourceAndDestination<std::uint32_t> interfaces = {3, 7};
   SourceAndDestination<std::uint32_t> as = {0, 0};
   SourceAndDestination<std::uint8_t> masks = {0, 0};
-  SourceAndDestination<std::uint8_t> v5_masks = {0, 0};  // those inside the v5 record
-  std::uint32_t ip_version = 4;
+  std::uint8_t ip_version = 4;
   SourceAndDestination<const char*> hosts6 = {nullptr, nullptr};  // makes an IPv6 record
   Ip4 ip_nexthop = 0U;
   Ip4 bgp_nexthop = 0U;
@@ -64,8 +63,7 @@ struct Given {
 class MeteredRecord {
  public:
   explicit MeteredRecord(const Given& given = {}) {
-    ip.source = be32::FromHost(Ip4("192.0.2.1").value);
-    hdr.unix_secs = be32::FromHost(1'700'000'000);
+    origin.exporter = Ip4("192.0.2.1").value;
     Set(given);
   }
 
@@ -82,40 +80,37 @@ class MeteredRecord {
     context.VrfTagText.Assign(given.vrf);
     context.AppTagText.Assign(given.application);
     rec = {};
-    rec.srcaddr = be32::FromHost(given.hosts.first.value);
-    rec.dstaddr = be32::FromHost(given.hosts.second.value);
-    rec.dPkts = be32::FromHost(given.packets);
-    rec.dOctets = be32::FromHost(given.bytes);
-    rec.First = be32::FromHost(given.first);
-    rec.Last = be32::FromHost(given.last);
-    rec.srcport = be16::FromHost(given.ports.first);
-    rec.dstport = be16::FromHost(given.ports.second);
+    std::tie(rec.src_addr, rec.dst_addr) =
+        std::pair(given.hosts.first.value, given.hosts.second.value);
+    rec.packets = given.packets;
+    rec.bytes = given.bytes;
+    rec.first = given.first;
+    rec.last = given.last;
+    std::tie(rec.src_port, rec.dst_port) = given.ports;
     rec.tcp_flags = given.tcp_flags;
-    rec.prot = given.protocol;
-    std::tie(rec.src_mask, rec.dst_mask) = given.v5_masks;
-    hdr.SysUptime = be32::FromHost(given.uptime);
-    hdr.sampling_interval = be16::FromHost(given.sampling);
-    ext = {};
-    std::tie(ext.in_ifindex, ext.out_ifindex) = given.interfaces;
-    ext.ip_version = given.ip_version;
-    std::tie(ext.src_mask, ext.dst_mask) = given.masks;
-    ext.ip_nexthop = given.ip_nexthop.value;
-    ext.bgp_nexthop = given.bgp_nexthop.value;
-    std::tie(ext.src_as, ext.dst_as) = given.as;
-    std::tie(ext.src_mac[0], ext.dst_mac[5]) = given.macs;
-    std::strcpy(ext.vendor_text64, given.text64);
-    std::strcpy(ext.vendor_text32, given.text32);
+    rec.protocol = given.protocol;
+    std::tie(rec.in_ifindex, rec.out_ifindex) = given.interfaces;
+    rec.ip_version = given.ip_version;
+    std::tie(rec.src_mask, rec.dst_mask) = given.masks;
+    rec.ip_nexthop = given.ip_nexthop.value;
+    rec.bgp_nexthop = given.bgp_nexthop.value;
+    std::tie(rec.src_as, rec.dst_as) = given.as;
+    std::tie(rec.src_mac[0], rec.dst_mac[5]) = given.macs;
+    std::strcpy(rec.vendor_text64, given.text64);
+    std::strcpy(rec.vendor_text32, given.text32);
     if (given.hosts6.first != nullptr) {
-      ext.ip_version = 6;
-      rec.srcaddr = rec.dstaddr = {};
-      inet_pton(AF_INET6, given.hosts6.first, ext.src_addr6);
-      inet_pton(AF_INET6, given.hosts6.second, ext.dst_addr6);
+      rec.ip_version = 6;
+      rec.src_addr = rec.dst_addr = 0;
+      inet_pton(AF_INET6, given.hosts6.first, rec.src_addr6);
+      inet_pton(AF_INET6, given.hosts6.second, rec.dst_addr6);
     }
+    origin.sampling_rate = given.sampling;
+    origin.clock = ExportClock(given.uptime, 1'700'000'000, 0);
   }
 
   // Meter gives the calls of one more metering, or those that contain a text.
   std::vector<std::string> Meter(std::string_view text = {}) {
-    metering.ProcRecord(host.Engine(), host.Site(), rec, hdr, ip, ext);
+    metering.ProcRecord(host.Engine(), host.Site(), rec, origin);
     return host.Take(text);
   }
 
@@ -123,10 +118,8 @@ class MeteredRecord {
   NetflowPolicy policy;
   HomeNetworks home;
   RecordContext context;
-  nf5_record rec = {};
-  nf5_header hdr = {};
-  ip_header ip = {};  // of the exporter 192.0.2.1
-  ext_fields ext = {};
+  FlowRecord rec = {};
+  RecordOrigin origin;  // the exporter 192.0.2.1
   RecordMetering metering{policy, home, context};
 
  private:

@@ -42,9 +42,6 @@ TEST_P(MeteredAmounts, ReachTheTotals) {
 INSTANTIATE_TEST_SUITE_P(
     Records, MeteredAmounts,
     testing::ValuesIn<Amounts>({
-        {"ModeWithoutInterval", {.sampling = 0x4000}, 10, 1000},
-        {"ModeAndInterval", {.sampling = 0x8064}, 1000, 100'000},
-        {"LargestInterval", {.packets = 1, .bytes = 64, .sampling = 0xFFFF}, 16'383, 1'048'512},
         {"AddedBytesPerMeteredPacket", {.sampling = 100, .l2_bytes = 14}, 1000, 114'000},
         {"NegativeAddedBytes", {.l2_bytes = -14}, 10, 860},
         {"AllWrapsAround",
@@ -183,8 +180,8 @@ TEST(Filters, DropBehindTheExporter) {
       EXPECT_THAT(calls, ElementsAre("MarkRecord",
                                      "UpdateCounter2 COUNTERID_FLOWGEN 11 C0.00.02.01 2 1 0 1000"));
     }
-    for (const std::uint32_t ip_version : {6U, 0U}) {
-      record.ext.ip_version = ip_version;
+    for (const std::uint8_t ip_version : std::vector<std::uint8_t>{6, 0}) {
+      record.rec.ip_version = ip_version;
       EXPECT_EQ(record.Meter("TOTALBW").size(), row.metered_otherwise ? 1U : 0U);
     }
   }
@@ -196,7 +193,7 @@ TEST(Exporter, MayChangeFromRecordToRecord) {
   for (const auto& [address, key] : {std::pair<const char*, const char*>{"0.0.0.0", "00.00.00.00"},
                                      {"192.0.2.1", "C0.00.02.01"},
                                      {"0.0.0.0", "00.00.00.00"}}) {
-    record.ip.source = be32::FromHost(Ip4(address).value);
+    record.origin.exporter = Ip4(address).value;
     EXPECT_THAT(record.Meter(key), SizeIs(7)) << "one exporter, two interfaces, four of the flow";
   }
 }
@@ -307,8 +304,7 @@ TEST(Updates, GoOnWhenTheHostAnswersErrors) {
 TEST(Updates, NeedNoSite) {
   MeteredRecord record(Everything());
   const auto meter = [&] {
-    record.metering.ProcRecord(record.host.Engine(), nullptr, record.rec, record.hdr, record.ip,
-                               record.ext);
+    record.metering.ProcRecord(record.host.Engine(), nullptr, record.rec, record.origin);
     return record.host.Take();
   };
   EXPECT_THAT(meter(), Contains("UpdateCounter COUNTERID_APPID app 3 1000"));

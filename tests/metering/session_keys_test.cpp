@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "tests/metering/metered_record.h"
+#include "util/bytes.h"
 
 namespace flow::test {
 namespace {
@@ -34,20 +35,20 @@ std::string PlainKey(const MeteredRecord& record) {
     unsigned port;
     std::uint32_t ifindex;
   };
-  const bool is_ipv6 = record.ext.ip_version == 6;
-  const auto side = [&](be32 host, const std::uint8_t* host6, be16 port, std::uint32_t ifindex) {
+  const bool is_ipv6 = record.rec.ip_version == 6;
+  const auto side = [&](std::uint32_t host, const std::uint8_t* host6, unsigned port,
+                        std::uint32_t ifindex) {
     std::string text;
     for (int i = 0; i < (is_ipv6 ? 16 : 4); ++i) {
       char byte[4];
-      std::snprintf(byte, sizeof(byte), "%02X.", is_ipv6 ? host6[i] : host.bytes[i]);
+      std::snprintf(byte, sizeof(byte), "%02X.", is_ipv6 ? host6[i] : host >> (24 - 8 * i) & 0xFF);
       text.append(byte, is_ipv6 || i == 3 ? 2 : 3);
     }
-    return Side{text, port.ToHost(), ifindex};
+    return Side{text, port, ifindex};
   };
-  Side a =
-      side(record.rec.srcaddr, record.ext.src_addr6, record.rec.srcport, record.ext.in_ifindex);
-  Side b =
-      side(record.rec.dstaddr, record.ext.dst_addr6, record.rec.dstport, record.ext.out_ifindex);
+  const FlowRecord& rec = record.rec;
+  Side a = side(rec.src_addr, rec.src_addr6, rec.src_port, rec.in_ifindex);
+  Side b = side(rec.dst_addr, rec.dst_addr6, rec.dst_port, rec.out_ifindex);
   const NetflowPolicy& policy = record.policy;
   if (Serves(policy, a.port)) {
     b.port = 65535;
@@ -60,7 +61,7 @@ std::string PlainKey(const MeteredRecord& record) {
   char exporter[40];
   std::snprintf(exporter, sizeof(exporter), "C0.00.02.01_%08X_%08X", a.ifindex, b.ifindex);
   char key[160];
-  std::snprintf(key, sizeof(key), "%02X%c:%s:p-%04X_%s:p-%04X_%s %s", record.rec.prot,
+  std::snprintf(key, sizeof(key), "%02X%c:%s:p-%04X_%s:p-%04X_%s %s", record.rec.protocol,
                 is_ipv6 ? 'D' : 'C', a.host.c_str(), a.port, b.host.c_str(), b.port,
                 policy.fMergeMultipleSources ? "00.00.00.00_00000000_00000000" : exporter,
                 swap ? "reverse" : "forward");
@@ -77,19 +78,22 @@ TEST(SessionKeys, AreThePlainOnesOnRandomFlows) {
   };
   const auto port = [&] {
     const std::uint16_t ports[] = {0, 1, 53, 80, 443, 51000, 65534, 65535};
-    return be16::FromHost(ports[below(8)]);
+    return ports[below(8)];
   };
   MeteredRecord record;
   for (int i = 0; i < 20'000; ++i) {
     record.Set({.hosts = {0U, 0U}, .interfaces = {below(3), ~below(3)}});
-    host(record.rec.srcaddr.bytes, 4);
-    host(record.rec.dstaddr.bytes, 4);
-    host(record.ext.src_addr6, 16);
-    host(record.ext.dst_addr6, 16);
-    record.ext.ip_version = below(2) == 0 ? 4 : 6;
-    record.rec.prot = static_cast<std::uint8_t>(below(256));
-    record.rec.srcport = port();
-    record.rec.dstport = port();
+    for (std::uint32_t* const address : {&record.rec.src_addr, &record.rec.dst_addr}) {
+      std::uint8_t bytes[4] = {};
+      host(bytes, 4);
+      *address = LoadBe32(bytes);
+    }
+    host(record.rec.src_addr6, 16);
+    host(record.rec.dst_addr6, 16);
+    record.rec.ip_version = below(2) == 0 ? 4 : 6;
+    record.rec.protocol = static_cast<std::uint8_t>(below(256));
+    record.rec.src_port = port();
+    record.rec.dst_port = port();
     for (bool NetflowPolicy::*rule :
          {&NetflowPolicy::fMergeHTTP, &NetflowPolicy::fMergeHTTPS, &NetflowPolicy::fMergeDNS,
           &NetflowPolicy::fMergeMultipleSources, &NetflowPolicy::fMatchBiDirectionalFlows}) {

@@ -12,7 +12,7 @@
 namespace flow::test {
 namespace {
 
-using R = nf9_record;
+using R = flow::FlowRecord;
 
 class FieldDecoderTest : public testing::Test {
  protected:
@@ -24,7 +24,7 @@ class FieldDecoderTest : public testing::Test {
                 {block.get(), static_cast<std::uint32_t>(value.size()), variable}, &state_);
   }
   const R& Decoded(std::uint16_t id, const Bytes& value, std::uint32_t enterprise = 25461) {
-    StartRecord(0xC0000201, &state_);
+    StartRecord(&state_);
     state_.record.enterprise_id = enterprise;
     Decode(id, value, id == 32861);
     return state_.record;

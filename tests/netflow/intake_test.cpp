@@ -116,6 +116,23 @@ TEST_F(Intake, FixedRecords) {
         "14 0A.01.00.00/14 ");
 }
 
+// The mode of sampling is no part of the rate, and nanoseconds are cut, not rounded.
+TEST_F(Intake, FixedHeaders) {
+  const struct {
+    std::uint16_t sampling;
+    const char* amounts;
+  } cases[] = {{0, "1000 bytes 10 packets"},
+               {0x4000, "1000 bytes 10 packets"},
+               {0x8064, "100000 bytes 1000 packets"},
+               {0xFFFF, "16383000 bytes 163830 packets"}};
+  host_.Policy("<MeterNetflowSources>false</MeterNetflowSources>" + kWholeFlows).Attach(meter_);
+  host_.Forget();
+  for (const auto& row : cases) {
+    Send(V5Packet().Times(80000, 1000000000, 1999999).Sampling(row.sampling).Record().Build());
+    EXPECT_THAT(Said(), ElementsAre(AllOf(HasSubstr(row.amounts), HasSubstr("from 999999925 1,"))));
+  }
+}
+
 TEST_F(Intake, FixedRecordsHaveNoTexts) {
   host_.Policy("<MeterNetflowSources>false</MeterNetflowSources>" + kWholeFlows).Attach(meter_);
   host_.Forget();
