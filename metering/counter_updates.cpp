@@ -178,7 +178,7 @@ void RecordMetering::UpdateMacAddresses(const Record& r) {
 
 // The updates behind all others, in the order in which they came to be: hosts see a new one last.
 void RecordMetering::UpdateLast(const Record& r) {
-  if (policy_.fMeterMAC) UpdateMacAddresses(r);
+  if (policy_.fMeterMAC && r.rec.has_extras) UpdateMacAddresses(r);
 }
 
 }  // namespace flow

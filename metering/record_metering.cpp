@@ -73,7 +73,7 @@ void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* si
     if (policy_.fMeterMasks) UpdatePrefixes(r);
     UpdateNextHops(r);
   }
-  if (policy_.fMeterVRF) UpdateVrf(r);
+  if (policy_.fMeterVRF && rec.has_extras) UpdateVrf(r);
   UpdateTotals(r, rec.protocol);
   const bool source_is_home = AskIsHome(site, rec.src_addr);
   r.host_direction = &DirectionOf(source_is_home, AskIsHome(site, rec.dst_addr));
@@ -85,7 +85,7 @@ void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* si
 
   TrackFlow(r);
 
-  UpdateVendorTexts(r);
+  if (rec.has_extras) UpdateVendorTexts(r);
   UpdateConnections(r);
   UpdateLast(r);
 }

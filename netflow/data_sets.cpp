@@ -77,8 +77,11 @@ SetError DataSets::v9_ProcessDataFlowset_single(const Set& set, ByteCursor* reco
 
   FlowRecord& record = state_.record;
   if (record.dst_port != 0 && record.src_port == 0) record.src_port = kUnknownPort;
-  NameApplication();
-  NameInterface(set.source);
+  record.has_extras = (state_.presence & kExtrasSeen) != 0;
+  if (record.has_extras) {
+    NameApplication();
+    NameInterface(set.source);
+  }
   if (record.first > record.last) std::swap(record.first, record.last);
   // Where all is ingress there is nothing to compare with.
   if (set.fields.CarriesDirection() && IsDuplicateEgress(set)) {

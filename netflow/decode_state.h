@@ -14,7 +14,7 @@
 namespace flow {
 
 // What has been seen in a record.
-enum Presence : std::uint8_t {
+enum Presence : std::uint16_t {
   kSourceAddressSeen = 1 << 0,
   kDestinationAddressSeen = 1 << 1,
   kSourcePortSeen = 1 << 2,
@@ -23,6 +23,7 @@ enum Presence : std::uint8_t {
   kInputInterfaceSeen = 1 << 5,
   kOutputInterfaceSeen = 1 << 6,
   kIpv6AddressSeen = 1 << 7,
+  kExtrasSeen = 1 << 8,  // MAC addresses, or texts of any kind
 };
 
 struct DecodeState {
@@ -41,8 +42,7 @@ struct DecodeState {
   std::optional<std::uint32_t> packet_space = std::nullopt;
 
   FlowRecord record = {};
-  std::uint8_t presence = 0;
-  bool has_texts = false;  // of the record's own texts, one may not be empty
+  std::uint16_t presence = 0;
 
   RecordText<128> AppNameText = {};
   RecordText<128> AppDescText = {};

@@ -37,7 +37,7 @@ consteval bool Suits(FieldKind kind) {
 template <class Member>
 consteval FieldPlace Into(FieldKind kind, std::size_t offset, int presence = 0) {
   if (!Suits<Member>(kind)) throw "a member has no room for what is stored there";
-  return {kind, static_cast<std::uint8_t>(presence), static_cast<std::uint16_t>(offset), nullptr};
+  return {kind, static_cast<std::uint16_t>(presence), static_cast<std::uint16_t>(offset), nullptr};
 }
 
 consteval FieldPlace Special(SpecialDecoder decode, std::size_t offset = 0) {
@@ -116,8 +116,8 @@ constexpr Element kElements[] = {
     {53, kNone, " MAX_TTL_53"},
     {54, kNone, " IPV4_IDENT"},
     {55, 1, " DST_TOS"},
-    {56, 6, " IN_SRC_MAC", TO(src_mac)},
-    {57, 6, " OUT_DST_MAC", TO(dst_mac)},
+    {56, 6, " IN_SRC_MAC", TO(src_mac, kExtrasSeen)},
+    {57, 6, " OUT_DST_MAC", TO(dst_mac, kExtrasSeen)},
     {58, 2, " SRC_VLAN", TO(src_vlan)},
     {59, 2, " DST_VLAN", TO(dst_vlan)},
     {60, 1, " IP_PROTOCOL_VERSION", TO(ip_version)},

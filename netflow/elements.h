@@ -38,7 +38,7 @@ enum class FieldKind : std::uint8_t {
 
 struct FieldPlace {
   FieldKind kind = FieldKind::kSkipped;
-  std::uint8_t presence = 0;  // bits of Presence
+  std::uint16_t presence = 0;  // bits of Presence
   // In FlowRecord. Of a special field: the number that it stores or asks, 0 for none.
   std::uint16_t offset = 0;
   SpecialDecoder decode = nullptr;  // of a special field alone

@@ -53,7 +53,7 @@ bool StoreBytes(const std::uint8_t* value, std::size_t length, std::uint8_t* tar
   return false;
 }
 
-void AddPresence(std::uint8_t presence, DecodeState* state) noexcept {
+void AddPresence(std::uint16_t presence, DecodeState* state) noexcept {
   state->presence |= presence;
   if ((presence & kFirstSwitchedSeen) != 0) state->context.FirstSwitchedSeen = 22;
 }
@@ -83,25 +83,27 @@ void ClearText(char (&text)[N]) noexcept {
   if (text[0] != '\0') std::memset(text, 0, N);
 }
 
-}  // namespace
-
-void StartRecord(DecodeState* state) noexcept {
+void ClearExtras(DecodeState* state) noexcept {
   FlowRecord& record = state->record;
-  ClearBytes<offsetof(FlowRecord, vendor_text32)>(&record);
-  ClearBytes<offsetof(FlowRecord, if_name) - offsetof(FlowRecord, src_mac)>(record.src_mac);
-  if (state->has_texts) {  // of the record before
-    ClearText(record.vendor_text32);
-    ClearText(record.vendor_text64);
-    ClearText(record.if_name);
-    ClearText(record.if_desc);
-    state->has_texts = false;
-  }
-  record.ip_version = 4;
-  state->presence = 0;
+  ClearText(record.vendor_text32);
+  ClearText(record.vendor_text64);
+  ClearText(record.if_name);
+  ClearText(record.if_desc);
+  ClearBytes<sizeof(record.src_mac)>(record.src_mac);
+  ClearBytes<sizeof(record.dst_mac)>(record.dst_mac);
   state->context.AppTagText.Clear();
   state->context.VrfTagText.Clear();
   state->AppNameText.Clear();
   state->AppDescText.Clear();
+}
+
+}  // namespace
+
+void StartRecord(DecodeState* state) noexcept {
+  ClearBytes<offsetof(FlowRecord, vendor_text32)>(&state->record);
+  state->record.ip_version = 4;
+  if ((state->presence & kExtrasSeen) != 0) ClearExtras(state);  // of the record before
+  state->presence = 0;
 }
 
 void DecodeField(const FieldPlace& place, FieldValue field, DecodeState* state) {

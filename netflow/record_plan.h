@@ -53,13 +53,13 @@ class RecordPlan {
   [[nodiscard]] bool IsEmpty() const noexcept { return ends_[kNoMove] == 0; }
 
   // Presence is what the moves add to a record's presence.
-  [[nodiscard]] std::uint8_t Presence() const noexcept { return presence_; }
+  [[nodiscard]] std::uint16_t Presence() const noexcept { return presence_; }
 
  private:
   std::vector<Step> steps_;
   // A set has room for the specifiers of 16,383 fields.
   std::array<std::uint16_t, std::size(kMoves) + 1> ends_{};
-  std::uint8_t presence_ = 0;
+  std::uint16_t presence_ = 0;
 };
 
 }  // namespace flow

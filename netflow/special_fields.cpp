@@ -67,6 +67,7 @@ void DecodeApplicationId(FieldValue field, DecodeState* state) {
     return;
   }
   state->context.AppTagText.Assign(text, static_cast<std::size_t>(end - text));
+  state->presence |= kExtrasSeen;
 }
 
 void DecodeIngressVrf(FieldValue field, DecodeState* state) {
@@ -74,6 +75,7 @@ void DecodeIngressVrf(FieldValue field, DecodeState* state) {
   char text[24] = "VRF:";
   char* const end = PutSignedDecimal(vrf, text + 4);
   state->context.VrfTagText.Assign(text, static_cast<std::size_t>(end - text));
+  state->presence |= kExtrasSeen;
 }
 
 void DecodeSamplingRate(FieldValue field, DecodeState* state) {

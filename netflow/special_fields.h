@@ -18,7 +18,7 @@ void StoreText(FieldValue field, char (&to)[N], DecodeState* state) noexcept {
   if (to[0] != '\0') std::memset(to, 0, N);  // the same element before in the record
   const auto* const text = reinterpret_cast<const char*>(field.bytes);
   std::memcpy(to, text, strnlen(text, std::min<std::size_t>(field.length, N - 2)));
-  state->has_texts = true;
+  state->presence |= kExtrasSeen;
 }
 
 template <auto kMember>
@@ -49,6 +49,7 @@ void DecodePostNatAddress(FieldValue field, DecodeState* state) noexcept {
 template <auto kMember>
 void DecodeApplicationText(FieldValue field, DecodeState* state) noexcept {
   (state->*kMember).Assign(reinterpret_cast<const char*>(field.bytes), field.length);
+  state->presence |= kExtrasSeen;
 }
 
 void DecodeFlowEndReason(FieldValue field, DecodeState* state) noexcept;

@@ -98,6 +98,8 @@ class MeteredRecord {
     std::tie(rec.src_mac[0], rec.dst_mac[5]) = given.macs;
     std::strcpy(rec.vendor_text64, given.text64);
     std::strcpy(rec.vendor_text32, given.text32);
+    rec.has_extras = given.macs != std::pair<std::uint8_t, std::uint8_t>() ||
+                     std::string(given.vrf) + given.text64 + given.text32 != "";
     if (given.hosts6.first != nullptr) {
       rec.ip_version = 6;
       rec.src_addr = rec.dst_addr = 0;

@@ -77,8 +77,8 @@ TEST_F(FieldDecoderTest, AddressesOfTheirOwnLengthAlone) {
     std::size_t size;
     const std::uint8_t* (*member)(const R& r);
     int presence;
-  } cases[] = {{56, 6, [](const R& r) { return r.src_mac; }, 0},
-               {57, 6, [](const R& r) { return r.dst_mac; }, 0},
+  } cases[] = {{56, 6, [](const R& r) { return r.src_mac; }, 1 << 8},
+               {57, 6, [](const R& r) { return r.dst_mac; }, 1 << 8},
                {27, 16, [](const R& r) { return r.src_addr6; }, 1 << 7 | 1},
                {28, 16, [](const R& r) { return r.dst_addr6; }, 1 << 7 | 2}};
   for (const auto& row : cases) {
