@@ -24,7 +24,7 @@ void RecordMetering::UpdateAsNumbers(const Record& r) {
                              r.bytes, meter, r.bytes);
   };
   // Whose AS is at home by its network needs no AS counter, unless home is a matter of AS numbers.
-  const bool all = policy_.fHomeASNumbers;
+  const bool all = r.policy.fHomeASNumbers;
   if (all || !r.source_home) {
     update(r.rec.src_as, r.source_as_home ? asn::kSourceHome : asn::kSourceNotHome);
   }
@@ -49,11 +49,11 @@ void RecordMetering::UpdatePrefixes(const Record& r) {
 }
 
 void RecordMetering::UpdateNextHops(const Record& r) {
-  if (policy_.fMeterBGPNextHop) {
+  if (r.policy.fMeterBGPNextHop) {
     r.engine->UpdateCounter(COUNTERID_BGPNEXTHOP, next_hop_.KeyOf(r.rec.bgp_nexthop),
                             totals::kBytes, r.bytes);
   }
-  if (policy_.fMeterIPNextHop) {
+  if (r.policy.fMeterIPNextHop) {
     r.engine->UpdateCounter(COUNTERID_IPNEXTHOP, next_hop_.KeyOf(r.rec.ip_nexthop), totals::kBytes,
                             r.bytes);
   }
@@ -84,12 +84,12 @@ void RecordMetering::UpdateApplications(const Record& r) {
 }
 
 void RecordMetering::UpdatePortApplications(const Record& r) {
-  if (policy_.fMeterBothPorts) {
+  if (r.policy.fMeterBothPorts) {
     return UpdateServicePorts(r.engine, r.GetPorts(), apps::kBytes, r.bytes);
   }
   UpdateSmallerPort(r, r.GetPorts());
   const auto& tag = context_.AppTagText;
-  if (policy_.fMeterNBAR && !tag.Empty()) {
+  if (r.policy.fMeterNBAR && !tag.Empty()) {
     r.engine->UpdateCounter2(COUNTERID_NBAR, static_cast<int>(tag.Size()), tag.Text(), apps::kBytes,
                              r.bytes, r.direction->apps_meter, r.bytes);
   }
@@ -124,7 +124,7 @@ void RecordMetering::UpdateInterfaces(const Record& r) {
   UpdateInterface(r, {in_interface, kInterfaceKeyLength}, interfaces::kReceived);
   MakeIntfKey(exporter_key_, r.rec.out_ifindex, out_interface);
   UpdateInterface(r, {out_interface, kInterfaceKeyLength}, interfaces::kTransmitted);
-  if (policy_.fMeterLinkAS) UpdateLinkAs(r, in_interface, out_interface);
+  if (r.policy.fMeterLinkAS) UpdateLinkAs(r, in_interface, out_interface);
 }
 
 void RecordMetering::UpdateLinkAs(const Record& r, const char* in_interface,
@@ -141,24 +141,25 @@ void RecordMetering::UpdateLinkAs(const Record& r, const char* in_interface,
 }
 
 void RecordMetering::UpdateVendorTexts(const Record& r) {
+  const Direction& direction = DirectionOf(r.source_host_home, r.destination_host_home);
   const auto update = [&](bool enabled, const GUID& group, const char* text) {
     if (!enabled || text[0] == '\0') return;
     r.engine->UpdateCounter(group, text, vendor_texts::kBytes, r.bytes);
     r.engine->UpdateCounter(group, text, vendor_texts::kFlows, 1);
-    r.engine->UpdateCounter(group, text, r.host_direction->vendor_texts_meter, r.bytes);
+    r.engine->UpdateCounter(group, text, direction.vendor_texts_meter, r.bytes);
   };
-  update(policy_.fMeterAppID, COUNTERID_APPID, r.rec.vendor_text64);
-  update(policy_.fMeterUserID, COUNTERID_USERID, r.rec.vendor_text32);
+  update(r.policy.fMeterAppID, COUNTERID_APPID, r.rec.vendor_text64);
+  update(r.policy.fMeterUserID, COUNTERID_USERID, r.rec.vendor_text32);
 }
 
 void RecordMetering::UpdateConnections(const Record& r) {
   if (r.rec.protocol != kTcp || (r.rec.tcp_flags & kTcpSynAck) != kTcpSynAck) return;
-  if (policy_.fMeterTCPConnections) {  // an IPv6 one counts for 0.0.0.0, as hosts know it
+  if (r.policy.fMeterTCPConnections) {  // an IPv6 one counts for 0.0.0.0, as hosts know it
     UpdateHostConnections(r.engine, MakeIpv4Key(r.rec.src_addr).text,
                           MakeIpv4Key(r.rec.dst_addr).text);
   }
-  if (!policy_.fMeterAppConnections) return;
-  if (policy_.fMeterBothPorts) {  // really both, unlike the bytes and unlike the sFlow meter
+  if (!r.policy.fMeterAppConnections) return;
+  if (r.policy.fMeterBothPorts) {  // really both, unlike the bytes and unlike the sFlow meter
     UpdatePort(r.engine, r.rec.src_port, apps::kConnections, 1);
     UpdatePort(r.engine, r.rec.dst_port, apps::kConnections, 1);
   } else {
@@ -178,7 +179,7 @@ void RecordMetering::UpdateMacAddresses(const Record& r) {
 
 // The updates behind all others, in the order in which they came to be: hosts see a new one last.
 void RecordMetering::UpdateLast(const Record& r) {
-  if (policy_.fMeterMAC && r.rec.has_extras) UpdateMacAddresses(r);
+  if (r.policy.fMeterMAC && r.rec.has_extras) UpdateMacAddresses(r);
 }
 
 }  // namespace flow

@@ -11,7 +11,7 @@ FLOW_DIR_T RecordMetering::MakeFlowKey(const Record& r) {
                              {source_key_, r.rec.src_port, r.rec.in_ifindex},
                              {destination_key_, r.rec.dst_port, r.rec.out_ifindex},
                              exporter_key_};
-  const bool both_ways = policy_.fMatchBiDirectionalFlows;
+  const bool both_ways = r.policy.fMatchBiDirectionalFlows;
   switch (r.rec.ip_version) {
     case 4:
       return both_ways ? MakeSessionKey_Bi(rules, flow, key_)
@@ -28,19 +28,19 @@ FLOW_DIR_T RecordMetering::MakeFlowKey(const Record& r) {
 void RecordMetering::TrackFlow(const Record& r) {
   const FLOW_DIR_T direction = MakeFlowKey(r);
   UpdateFlowVolume(r, direction);
-  if (policy_.fTagFlowsWithDirection) {
+  if (r.policy.fTagFlowsWithDirection) {
     r.engine->TagFlow(COUNTERID_FLOWS, key_, r.direction->flow_tag);
   }
   SetFlowTimes(r);
-  if ((r.rec.tcp_flags & kTcpSynOrRst) != 0 && !policy_.fTerminateFlowDisabled) {
+  if ((r.rec.tcp_flags & kTcpSynOrRst) != 0 && !r.policy.fTerminateFlowDisabled) {
     r.engine->CloseFlow(COUNTERID_FLOWS, key_);
   }
 }
 
 void RecordMetering::UpdateFlowVolume(const Record& r, FLOW_DIR_T direction) {
-  if (policy_.fMeterZeroFlows) {
+  if (r.policy.fMeterZeroFlows) {
     // Exporters of events: the number of records is what counts.
-    if (policy_.fTagFlowsWithUserID) {
+    if (r.policy.fTagFlowsWithUserID) {
       r.engine->UpdateFlowCounterWithText(COUNTERID_FLOWS, key_, flows::kForwardBytes, 1,
                                           r.rec.vendor_text64);
     } else {
@@ -60,8 +60,8 @@ void RecordMetering::UpdateFlowVolume(const Record& r, FLOW_DIR_T direction) {
 }
 
 void RecordMetering::SetFlowTimes(const Record& r) {
-  if (r.rec.has_times) return SetExactTimes(r.engine, r.rec);
-  if (policy_.fUseRouterTimestamps) {
+  if (r.rec.has_times) return SetExactTimes(r);
+  if (r.policy.fUseRouterTimestamps) {
     const TimePair start = r.origin.clock.SysUpTimeToTimeVal(r.rec.first);
     const TimePair end = r.origin.clock.SysUpTimeToTimeVal(r.rec.last);
     r.engine->SetFlowTimes(COUNTERID_FLOWS, key_, &start, &end);
@@ -70,15 +70,15 @@ void RecordMetering::SetFlowTimes(const Record& r) {
   }
 }
 
-void RecordMetering::SetExactTimes(IOmbrelStatsEngine* engine, const FlowRecord& rec) {
-  const TimePair& start = rec.start;
-  const TimePair& end = rec.end;
-  if (policy_.fUseRouterTimestamps) {
-    engine->SetFlowTimes(COUNTERID_FLOWS, key_, &start, &end);
+void RecordMetering::SetExactTimes(const Record& r) {
+  const TimePair& start = r.rec.start;
+  const TimePair& end = r.rec.end;
+  if (r.policy.fUseRouterTimestamps) {
+    r.engine->SetFlowTimes(COUNTERID_FLOWS, key_, &start, &end);
   } else {
     const std::int64_t milliseconds =
         (end.seconds - start.seconds) * 1000 + end.milliseconds - start.milliseconds;
-    engine->SetFlowDuration(COUNTERID_FLOWS, key_, static_cast<std::uint32_t>(milliseconds));
+    r.engine->SetFlowDuration(COUNTERID_FLOWS, key_, static_cast<std::uint32_t>(milliseconds));
   }
 }
 

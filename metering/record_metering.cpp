@@ -45,9 +45,10 @@ bool AskIsHome(IOmbrelContainer* site, std::uint32_t address) {
 
 void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* site,
                                 const FlowRecord& rec, const RecordOrigin& origin) {
+  const NetflowPolicy& policy = policy_;
   UseExporter(origin.exporter);
   const Amounts amounts = AmountsOf(rec, origin.sampling_rate);
-  if (policy_.fCheckPacketsForCorruption) {
+  if (policy.fCheckPacketsForCorruption) {
     Lifetime times = {rec.first, rec.last};
     if (times.first == 0 && times.last == 0) {
       times.last = origin.clock.Uptime();
@@ -58,30 +59,31 @@ void RecordMetering::ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* si
       return TellLeftOut(engine, left_out::kCorrupt);
     }
   }
-  Record r{{.engine = engine, .bytes = amounts.bytes, .packets = amounts.packets}, rec, origin};
+  Record r{
+      {.engine = engine, .bytes = amounts.bytes, .packets = amounts.packets}, rec, origin, policy};
   engine->MarkRecord();
   Classify(&r);
-  if (policy_.fMeterNetflowSources) {
+  if (policy.fMeterNetflowSources) {
     engine->UpdateCounter2(COUNTERID_FLOWGEN, kIpv4KeyLength, exporter_key_.text,
                            exporters::kRecords, 1, exporters::kBytes, r.bytes);
   }
   if (!PassesFilters(r)) return TellLeftOut(engine, left_out::kFiltered);
   MakeHostKeys(rec);
 
-  if (policy_.fMeterASN) UpdateAsNumbers(r);
+  if (policy.fMeterASN) UpdateAsNumbers(r);
   if (context_.CurrentExportVersion >= 9) {
-    if (policy_.fMeterMasks) UpdatePrefixes(r);
+    if (policy.fMeterMasks) UpdatePrefixes(r);
     UpdateNextHops(r);
   }
-  if (policy_.fMeterVRF && rec.has_extras) UpdateVrf(r);
+  if (policy.fMeterVRF && rec.has_extras) UpdateVrf(r);
   UpdateTotals(r, rec.protocol);
-  const bool source_is_home = AskIsHome(site, rec.src_addr);
-  r.host_direction = &DirectionOf(source_is_home, AskIsHome(site, rec.dst_addr));
-  if (policy_.fMeterv4v6) UpdateEtherType(r);
-  if (policy_.fMeterHosts) UpdateHosts(r);
-  if (policy_.fMeterApplications) UpdateApplications(r);
-  if (policy_.fMeterSubnets) UpdateSubnets(r);
-  if (policy_.fMeterNetflowInterfaces) UpdateInterfaces(r);
+  r.source_host_home = AskIsHome(site, rec.src_addr);
+  r.destination_host_home = AskIsHome(site, rec.dst_addr);
+  if (policy.fMeterv4v6) UpdateEtherType(r);
+  if (policy.fMeterHosts) UpdateHosts(r);
+  if (policy.fMeterApplications) UpdateApplications(r);
+  if (policy.fMeterSubnets) UpdateSubnets(r);
+  if (policy.fMeterNetflowInterfaces) UpdateInterfaces(r);
 
   TrackFlow(r);
 
@@ -120,26 +122,26 @@ bool RecordMetering::IsCorrupt(const Amounts& amounts, const Lifetime& times,
 }
 
 void RecordMetering::Classify(Record* r) const {
-  if (!policy_.fHomeASNumbers) {
+  if (!r->policy.fHomeASNumbers) {
     r->Classify(home_networks_.Contains(r->rec.src_addr), home_networks_.Contains(r->rec.dst_addr));
     r->source_as_home = r->source_home;
     r->destination_as_home = r->destination_home;
     return;
   }
-  r->source_as_home = policy_.IsHomeAs(r->rec.src_as);
-  r->destination_as_home = policy_.IsHomeAs(r->rec.dst_as);
+  r->source_as_home = r->policy.IsHomeAs(r->rec.src_as);
+  r->destination_as_home = r->policy.IsHomeAs(r->rec.dst_as);
   // Where one AS number is missing, the flow is taken to cross the border of the home AS.
   const bool source = r->rec.src_as == 0 ? !r->destination_as_home : r->source_as_home;
   r->Classify(source, r->rec.dst_as == 0 ? !source : r->destination_as_home);
 }
 
 bool RecordMetering::PassesFilters(const Record& r) const {
-  if (policy_.interface_filter.Active() &&
-      !policy_.interface_filter.Passes(exporter_, r.rec.in_ifindex, r.rec.out_ifindex)) {
+  if (r.policy.interface_filter.Active() &&
+      !r.policy.interface_filter.Passes(exporter_, r.rec.in_ifindex, r.rec.out_ifindex)) {
     return false;
   }
-  return !policy_.host_filter.Active() || r.rec.ip_version != 4 ||
-         policy_.host_filter.Passes(r.rec.src_addr, r.rec.dst_addr);
+  return !r.policy.host_filter.Active() || r.rec.ip_version != 4 ||
+         r.policy.host_filter.Passes(r.rec.src_addr, r.rec.dst_addr);
 }
 
 void RecordMetering::MakeHostKeys(const FlowRecord& rec) {

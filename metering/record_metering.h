@@ -51,11 +51,13 @@ class RecordMetering {
   struct Record : Metered {
     const FlowRecord& rec;
     const RecordOrigin& origin;
+    const NetflowPolicy& policy;
 
     // What later steps find out, beside the direction by the home networks or AS numbers.
     bool source_as_home = false;  // as the AS number itself says, where home is a matter of those
     bool destination_as_home = false;
-    const Direction* host_direction = nullptr;  // by the host's own answer
+    bool source_host_home = false;  // by the host's own answer
+    bool destination_host_home = false;
 
     [[nodiscard]] Ports GetPorts() const noexcept { return {rec.src_port, rec.dst_port}; }
   };
@@ -92,7 +94,7 @@ class RecordMetering {
   void TrackFlow(const Record& r);
   void UpdateFlowVolume(const Record& r, FLOW_DIR_T direction);
   void SetFlowTimes(const Record& r);
-  void SetExactTimes(IOmbrelStatsEngine* engine, const FlowRecord& rec);
+  void SetExactTimes(const Record& r);
 
   const NetflowPolicy& policy_;
   const HomeNetworks& home_networks_;
