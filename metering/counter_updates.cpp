@@ -118,11 +118,9 @@ void RecordMetering::UpdateSubnets(const Record& r) {
 }
 
 void RecordMetering::UpdateInterfaces(const Record& r) {
-  char* const in_interface = key_;
-  char* const out_interface = second_key_;
-  MakeIntfKey(exporter_key_, r.rec.in_ifindex, in_interface);
+  const char* const in_interface = in_interface_.KeyOf(r.rec.in_ifindex);
   UpdateInterface(r, {in_interface, kInterfaceKeyLength}, interfaces::kReceived);
-  MakeIntfKey(exporter_key_, r.rec.out_ifindex, out_interface);
+  const char* const out_interface = out_interface_.KeyOf(r.rec.out_ifindex);
   UpdateInterface(r, {out_interface, kInterfaceKeyLength}, interfaces::kTransmitted);
   if (r.policy.fMeterLinkAS) UpdateLinkAs(r, in_interface, out_interface);
 }

@@ -110,6 +110,8 @@ void RecordMetering::UseExporter(std::uint32_t address) {
   if (address == exporter_) return;
   exporter_ = address;
   exporter_key_ = MakeIpv4Key(address);
+  in_interface_.SetExporter(exporter_key_);
+  out_interface_.SetExporter(exporter_key_);
 }
 
 bool RecordMetering::IsCorrupt(const Amounts& amounts, const Lifetime& times,

@@ -100,16 +100,17 @@ class RecordMetering {
   const HomeNetworks& home_networks_;
   const RecordContext& context_;
 
-  // The exporter of the last record and its key: the same for all records of a datagram.
+  // The exporter of the last record and its keys: the same for all records of a datagram.
   std::uint32_t exporter_ = 0;
   Ipv4Key exporter_key_ = MakeIpv4Key(0);
+  InterfaceKey in_interface_;
+  InterfaceKey out_interface_;
 
   RecentIpv4Key next_hop_;  // IP and BGP next hop are mostly the same
 
   char source_key_[kIpv6KeyLength + 1] = {};  // of the record's hosts, by the IP version
   char destination_key_[kIpv6KeyLength + 1] = {};
-  char key_[kKeyBufferSize] = {};         // the key being built; valid until the next one
-  char second_key_[kKeyBufferSize] = {};  // the other one of a pair
+  char key_[kKeyBufferSize] = {};  // the key being built; valid until the next one
 };
 
 }  // namespace flow

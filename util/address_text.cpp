@@ -15,7 +15,7 @@ namespace {
 // Several characters are made in one word and stored at once.
 static_assert(std::endian::native == std::endian::little);
 
-// The decimal digits of an octet; what follows them is of no use.
+// The decimal digits of an octet, and a dot; what follows them is of no use.
 struct OctetText {
   char digits[4];
   std::uint32_t length;
@@ -27,6 +27,7 @@ constexpr std::array<OctetText, 256> kOctets = [] {
     if (i >= 100) text.digits[text.length++] = static_cast<char>('0' + i / 100);
     if (i >= 10) text.digits[text.length++] = static_cast<char>('0' + i / 10 % 10);
     text.digits[text.length++] = static_cast<char>('0' + i % 10);
+    text.digits[text.length] = '.';
   }
   return octets;
 }();
@@ -170,8 +171,7 @@ char* PutOctet(std::uint8_t octet, char* out) noexcept {
 
 char* PutDottedIpv4(std::uint32_t address, char* out) noexcept {
   for (const int shift : {24, 16, 8}) {
-    out = PutOctet(static_cast<std::uint8_t>(address >> shift), out);
-    *out++ = '.';
+    out = PutOctet(static_cast<std::uint8_t>(address >> shift), out) + 1;  // with its dot
   }
   return PutOctet(static_cast<std::uint8_t>(address), out);
 }

@@ -23,15 +23,15 @@ inline constexpr std::size_t kPortKeyLength = 6;        // p-0050
 inline constexpr std::size_t kProtocolKeyLength = 2;    // 06
 inline constexpr std::size_t kKeyBufferSize = 256;      // of a meter's key buffers
 
-// "00" to "FF", back to back.
-inline constexpr std::array<char, 512> kHexPairs = [] {
+// "00" to "FF", each with the dot that follows it in an address.
+struct HexOctet {
+  char text[4];
+};
+inline constexpr std::array<HexOctet, 256> kHexOctets = [] {
   constexpr char digits[] = "0123456789ABCDEF";
-  std::array<char, 512> pairs{};
-  for (std::size_t i = 0; i < 256; ++i) {
-    pairs[2 * i] = digits[i >> 4];
-    pairs[2 * i + 1] = digits[i & 15];
-  }
-  return pairs;
+  std::array<HexOctet, 256> octets{};
+  for (std::size_t i = 0; i < 256; ++i) octets[i] = {{digits[i >> 4], digits[i & 15], '.', '\0'}};
+  return octets;
 }();
 
 // CopyFixed copies N characters, in a few moves. A memcpy that is fortified at its source counts as
@@ -47,7 +47,7 @@ template <std::size_t N>
 
 // The PutX functions write digits alone, without a NUL, and return the position behind them.
 inline char* PutHexPair(std::size_t value, char* out) noexcept {  // value is below 256
-  CopyFixed<2>(&kHexPairs[2 * value], out);
+  CopyFixed<2>(kHexOctets[value].text, out);
   return out + 2;
 }
 inline char* PutHex8(std::uint8_t value, char* out) noexcept { return PutHexPair(value, out); }
@@ -67,16 +67,17 @@ inline char* PutHex16(std::uint16_t value, char* out) noexcept {
 inline char* PutHexDigits(std::uint32_t value, char* out) noexcept {
   unsigned digits = 2;
   while (digits < 8 && value >> 4 * digits != 0) ++digits;
-  for (unsigned i = digits; i > 0; --i) *out++ = kHexPairs[2 * (value >> 4 * (i - 1) & 15) + 1];
+  for (unsigned i = digits; i > 0; --i) *out++ = kHexOctets[value >> 4 * (i - 1) & 15].text[1];
   return out;
 }
 inline char* PutIpv4(std::uint32_t address, char* out) noexcept {
-  PutHex8(static_cast<std::uint8_t>(address >> 24), out);
-  out[2] = '.';
-  PutHex8(static_cast<std::uint8_t>(address >> 16), out + 3);
-  out[5] = '.';
-  PutHex8(static_cast<std::uint8_t>(address >> 8), out + 6);
-  out[8] = '.';
+  // Four bytes at a time: the last one of them is written over by what follows.
+  const auto put_with_dot = [&](std::uint32_t octet, char* to) {
+    CopyFixed<sizeof(HexOctet)>(kHexOctets[octet & 0xFF].text, to);
+  };
+  put_with_dot(address >> 24, out);
+  put_with_dot(address >> 16, out + 3);
+  put_with_dot(address >> 8, out + 6);
   PutHex8(static_cast<std::uint8_t>(address), out + 9);
   return out + kIpv4KeyLength;
 }
@@ -153,6 +154,22 @@ class RecentIpv4Key {
   out[kIpv4KeyLength] = '_';
   return OmbrelAPI::Long2Hex(ifindex, out + kIpv4KeyLength + 1);
 }
+
+// The key of one interface after the other of an exporter, whose part is written once.
+class InterfaceKey {
+ public:
+  InterfaceKey() noexcept { SetExporter(MakeIpv4Key(0)); }
+  void SetExporter(const Ipv4Key& exporter) noexcept { MakeIntfKey(exporter, 0, text_); }
+
+  // KeyOf has kInterfaceKeyLength characters, until it is asked again.
+  [[nodiscard]] const char* KeyOf(std::uint32_t ifindex) noexcept {
+    PutHex32(ifindex, text_ + kIpv4KeyLength + 1);
+    return text_;
+  }
+
+ private:
+  char text_[kInterfaceKeyLength + 1];
+};
 
 // prefix_length is 1 to 31.
 inline char* MakeSubnetKey(std::uint32_t address, std::uint8_t prefix_length, char* out) noexcept {
