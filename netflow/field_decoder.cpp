@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <span>
 #include <utility>
 
 #include "util/bytes.h"
@@ -58,11 +59,11 @@ void AddPresence(std::uint16_t presence, DecodeState* state) noexcept {
   if ((presence & kFirstSwitchedSeen) != 0) state->context.FirstSwitchedSeen = 22;
 }
 
-// Carries out the moves of one kind and length, from a step of the plan to the first of the next.
+// Carries out the moves of one kind and length, from a step of the plan to `end`.
 template <std::size_t kMove>
-const RecordPlan::Step* Carry(const RecordPlan& plan, const RecordPlan::Step* step,
+const RecordPlan::Step* Carry(const RecordPlan::Step* step, const RecordPlan::Step* end,
                               const std::uint8_t* record, std::uint8_t* target) noexcept {
-  for (const auto* const end = plan.Steps() + plan.End(kMove); step != end; ++step) {
+  for (; step != end; ++step) {
     StoreField(kMoves[kMove].kind, record + step->offset, kMoves[kMove].length,
                target + step->target);
   }
@@ -73,9 +74,27 @@ template <std::size_t... kMove>
 [[gnu::always_inline]] inline const RecordPlan::Step* CarryAll(
     const RecordPlan& plan, const std::uint8_t* record, std::uint8_t* target,
     std::index_sequence<kMove...> /*all*/) noexcept {
-  const RecordPlan::Step* step = plan.Steps();
-  ((step = Carry<kMove>(plan, step, record, target)), ...);
+  const RecordPlan::Step* const steps = plan.Steps();
+  const RecordPlan::Step* step = steps;
+  ((step = Carry<kMove>(step, steps + plan.End(kMove), record, target)), ...);
   return step;
+}
+
+[[gnu::always_inline]] inline void Decode(const FieldPlace& place, FieldValue field,
+                                          DecodeState* state) {
+  if (place.kind == FieldKind::kSpecial) return place.decode(field, state);
+  auto* const target = reinterpret_cast<std::uint8_t*>(&state->record) + place.offset;
+  if (StoreField(place.kind, field.bytes, field.length, target)) {
+    AddPresence(place.presence, state);
+  }
+}
+
+// Decodes the fields that are no moves. Not inlined: most plans have none.
+[[gnu::noinline]] void DecodeEach(std::span<const RecordPlan::Step> steps,
+                                  const std::uint8_t* record, DecodeState* state) {
+  for (const RecordPlan::Step& step : steps) {
+    Decode(PlaceAt(step.row), {record + step.offset, step.length, false}, state);
+  }
 }
 
 template <std::size_t N>
@@ -107,21 +126,16 @@ void StartRecord(DecodeState* state) noexcept {
 }
 
 void DecodeField(const FieldPlace& place, FieldValue field, DecodeState* state) {
-  if (place.kind == FieldKind::kSpecial) return place.decode(field, state);
-  auto* const target = reinterpret_cast<std::uint8_t*>(&state->record) + place.offset;
-  if (StoreField(place.kind, field.bytes, field.length, target)) {
-    AddPresence(place.presence, state);
-  }
+  Decode(place, field, state);
 }
 
 void DecodeByPlan(const RecordPlan& plan, const std::uint8_t* record, DecodeState* state) {
   AddPresence(plan.Presence(), state);
-  const RecordPlan::Step* step =
+  const RecordPlan::Step* const others =
       CarryAll(plan, record, reinterpret_cast<std::uint8_t*>(&state->record),
                std::make_index_sequence<std::size(kMoves)>());
-  for (const auto* const end = plan.Steps() + plan.End(kNoMove); step != end; ++step) {
-    DecodeField(PlaceAt(step->row), {record + step->offset, step->length, false}, state);
-  }
+  const RecordPlan::Step* const end = plan.Steps() + plan.End(kNoMove);
+  if (others != end) DecodeEach({others, end}, record, state);
 }
 
 }  // namespace flow
