@@ -56,6 +56,7 @@ Status CPISFlowMeter::Count(IOmbrelStatsEngine* engine, IOmbrelProtData* data) {
   if (datagram == nullptr) length = 0;  // the host has no such bytes
   engine_ = engine;
   datagram_length_ = length;
+  has_agent_ = false;
   parseSFlowCallback(this, SFlow_Parser_Callback, datagram, length);
   engine_ = nullptr;
   return kStatusOk;

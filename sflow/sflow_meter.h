@@ -14,6 +14,19 @@
 #include "sflow/sf_sample.h"
 #include "sflow/sflow_policy.h"
 
+// The key of a host or an agent.
+struct SFlowHostKey {
+  void Write(const SFAddress& address, bool is_ipv6) noexcept {
+    if (is_ipv6) {
+      OmbrelAPI::IP62Hex(address.bytes, text);
+    } else {
+      OmbrelAPI::Long2IPHex(address.ToHostIPv4(), text);
+    }
+  }
+
+  char text[flow::kIpv6KeyLength + 1];
+};
+
 class CPISFlowMeter : public CArboSitedComponent<CPISFlowMeter, IOmbrelSimpleCounter> {
  public:
   // Two blanks, as hosts know the component.
@@ -42,10 +55,12 @@ class CPISFlowMeter : public CArboSitedComponent<CPISFlowMeter, IOmbrelSimpleCou
  private:
   struct Packet;  // a sampled packet as the updates see it
 
+  void UseAgent(const SFAddress& agent);
+
   // What becomes of a sample that is not metered like others.
   void PassOver(const _SFSample& sample);
   void MeterUndecoded(const Packet& packet);
-  void TellLeftOut(const _SFSample& sample, int reason);
+  void TellLeftOut(int reason);
 
   // The updates of one sample, in the order in which MeterSFlow makes them.
   void MeterExporter(const Packet& packet);
@@ -63,6 +78,16 @@ class CPISFlowMeter : public CArboSitedComponent<CPISFlowMeter, IOmbrelSimpleCou
 
   IOmbrelStatsEngine* engine_ = nullptr;  // while Count runs
   std::uint32_t datagram_length_ = 0;     // 0 once it has been metered
+
+  // The agent of the datagram, from its first sample on, and its keys.
+  bool has_agent_ = false;
+  bool agent_is_ipv6_ = false;
+  std::uint32_t agent_ = 0;  // 0 where it is one of IPv6: no list names those
+  SFlowHostKey agent_key_ = {};
+  std::size_t agent_key_length_ = 0;
+  flow::Ipv4Key agent_ipv4_key_ = {};
+  char interface_key_[flow::kIpv6KeyLength + 10] = {};  // of its interface at hand
+
   flow::SFlowPolicy policy_;
   flow::HomeNetworks home_;
   char key_[flow::kKeyBufferSize] = {};

@@ -24,21 +24,6 @@ bool IsMetered(const _SFSample& sample, std::uint32_t last_address_type) {
          sample.srcIP.type - 1 < last_address_type && sample.IPFragmentOffset == 0;
 }
 
-// The key of a host or an agent.
-struct HostKey {
-  HostKey(const SFAddress& address, bool is_ipv6) noexcept {
-    if (is_ipv6) {
-      OmbrelAPI::IP62Hex(address.bytes, text);
-      length = kIpv6KeyLength;
-    } else {
-      OmbrelAPI::Long2IPHex(address.ToHostIPv4(), text);
-    }
-  }
-
-  char text[kIpv6KeyLength + 1];  // NOLINT(cppcoreguidelines-pro-type-member-init)
-  std::size_t length = kIpv4KeyLength;
-};
-
 }  // namespace
 
 struct CPISFlowMeter::Packet : Metered {
@@ -49,11 +34,9 @@ struct CPISFlowMeter::Packet : Metered {
                 .packets = from.meanSkipCount},
         sample(from),
         is_ipv6(from.srcIP.type == kSFAddressIPv6),
-        agent_is_ipv6(policy.fMeterIPv6Samples && from.agent.type == kSFAddressIPv6),
-        ports{from.srcPort, from.dstPort},
-        agent_key(from.agent, agent_is_ipv6),
-        source_key(from.srcIP, is_ipv6),
-        destination_key(from.dstIP, is_ipv6) {
+        ports{from.srcPort, from.dstPort} {
+    source_key.Write(from.srcIP, is_ipv6);
+    destination_key.Write(from.dstIP, is_ipv6);
     if (!policy.fCount64Bit) bytes = static_cast<std::uint32_t>(bytes);
     // The home networks are of IPv4.
     Classify(!is_ipv6 && home.Contains(Source()), !is_ipv6 && home.Contains(Destination()));
@@ -62,28 +45,23 @@ struct CPISFlowMeter::Packet : Metered {
   // These are of use where they are addresses of IPv4.
   [[nodiscard]] std::uint32_t Source() const noexcept { return sample.srcIP.ToHostIPv4(); }
   [[nodiscard]] std::uint32_t Destination() const noexcept { return sample.dstIP.ToHostIPv4(); }
-  // No list names an agent of IPv6.
-  [[nodiscard]] std::uint32_t Agent() const noexcept {
-    return agent_is_ipv6 ? 0 : sample.agent.ToHostIPv4();
-  }
 
   const _SFSample& sample;
   bool is_ipv6;
-  bool agent_is_ipv6;
   Ports ports;
-  HostKey agent_key;
-  HostKey source_key;
-  HostKey destination_key;
+  SFlowHostKey source_key;       // NOLINT(cppcoreguidelines-pro-type-member-init)
+  SFlowHostKey destination_key;  // NOLINT(cppcoreguidelines-pro-type-member-init)
 };
 
 void CPISFlowMeter::MeterSFlow(const _SFSample& sample) {
   engine_->MarkRecord();
+  if (!has_agent_) UseAgent(sample.agent);
   if (!IsMetered(sample, policy_.fMeterIPv6Samples ? kSFAddressIPv6 : kSFAddressIPv4)) {
     return PassOver(sample);
   }
   const Packet packet(engine_, sample, policy_, home_);
   if (policy_.fMeterNetflowSources) MeterExporter(packet);
-  if (!PassesFilters(packet)) return TellLeftOut(sample, left_out::kFiltered);
+  if (policy_.HasFilters() && !PassesFilters(packet)) return TellLeftOut(left_out::kFiltered);
   UpdateTotals(packet, static_cast<std::uint8_t>(sample.IPProtocol));
   if (policy_.fMeterHosts) MeterHosts(packet);
   if (policy_.fMeterApplications) MeterApplication(packet);
@@ -92,6 +70,16 @@ void CPISFlowMeter::MeterSFlow(const _SFSample& sample) {
   if (sample.IPProtocol == kTcp) MeterTcp(packet);
   if (policy_.fMeterVLAN) MeterVlans(packet);
   if (policy_.fMeterMAC) MeterMacs(packet);
+}
+
+void CPISFlowMeter::UseAgent(const SFAddress& agent) {
+  agent_is_ipv6_ = policy_.fMeterIPv6Samples && agent.type == kSFAddressIPv6;
+  agent_ = agent_is_ipv6_ ? 0 : agent.ToHostIPv4();
+  agent_key_.Write(agent, agent_is_ipv6_);
+  agent_key_length_ = agent_is_ipv6_ ? kIpv6KeyLength : kIpv4KeyLength;
+  std::memcpy(agent_ipv4_key_.text, agent_key_.text, sizeof(agent_ipv4_key_.text));
+  MakeAgentIntfKey(agent_key_.text, agent_key_length_, 0, interface_key_);
+  has_agent_ = true;
 }
 
 void CPISFlowMeter::ForgetPacket(_SFSample* sample) const {
@@ -107,13 +95,13 @@ void CPISFlowMeter::ForgetPacket(_SFSample* sample) const {
 }
 
 void CPISFlowMeter::PassOver(const _SFSample& sample) {
-  if (!IsFlowSample(sample)) return TellLeftOut(sample, left_out::kNoFlowSample);
+  if (!IsFlowSample(sample)) return TellLeftOut(left_out::kNoFlowSample);
   if (sample.decodeOK == 0 || sample.srcIP.type == kSFAddressUnset) {
     if (policy_.fSkipUndecodedSamples) MeterUndecoded(Packet(engine_, sample, policy_, home_));
-    return TellLeftOut(sample, left_out::kUndecodedSample);
+    return TellLeftOut(left_out::kUndecodedSample);
   }
   const bool is_fragment = sample.IPFragmentOffset != 0;
-  TellLeftOut(sample, is_fragment ? left_out::kFragment : left_out::kIpv6Sample);
+  TellLeftOut(is_fragment ? left_out::kFragment : left_out::kIpv6Sample);
 }
 
 // A frame without addresses, such as one of ARP, has gone through an interface all the same.
@@ -124,17 +112,15 @@ void CPISFlowMeter::MeterUndecoded(const Packet& packet) {
   if (policy_.fMeterNetflowInterfaces) MeterInterfaces(packet);
 }
 
-void CPISFlowMeter::TellLeftOut(const _SFSample& sample, int reason) {
+void CPISFlowMeter::TellLeftOut(int reason) {
   if (!policy_.fCountLeftOut) return;
-  const HostKey agent(sample.agent,
-                      policy_.fMeterIPv6Samples && sample.agent.type == kSFAddressIPv6);
-  flow::TellLeftOut(engine_, static_cast<int>(agent.length), agent.text, reason);
+  flow::TellLeftOut(engine_, static_cast<int>(agent_key_length_), agent_key_.text, reason);
 }
 
 void CPISFlowMeter::MeterExporter(const Packet& packet) {
-  engine_->UpdateCounter3(COUNTERID_FLOWGEN, static_cast<int>(packet.agent_key.length),
-                          packet.agent_key.text, exporters::kExportBytes, datagram_length_,
-                          exporters::kRecords, 1, exporters::kBytes, packet.bytes);
+  engine_->UpdateCounter3(COUNTERID_FLOWGEN, static_cast<int>(agent_key_length_), agent_key_.text,
+                          exporters::kExportBytes, datagram_length_, exporters::kRecords, 1,
+                          exporters::kBytes, packet.bytes);
   datagram_length_ = 0;  // the other samples of the datagram add nothing
 }
 
@@ -142,8 +128,7 @@ bool CPISFlowMeter::PassesFilters(const Packet& packet) const {
   const _SFSample& sample = packet.sample;
   const InterfaceFilter& interfaces = policy_.interface_filter;
   const HostFilter& hosts = policy_.host_filter;
-  if (interfaces.Active() &&
-      !interfaces.Passes(packet.Agent(), sample.inputPort, sample.outputPort)) {
+  if (interfaces.Active() && !interfaces.Passes(agent_, sample.inputPort, sample.outputPort)) {
     return false;
   }
   return !hosts.Active() || sample.srcIP.type != kSFAddressIPv4 ||
@@ -171,9 +156,11 @@ void CPISFlowMeter::MeterApplication(const Packet& packet) {
 
 void CPISFlowMeter::MeterInterfaces(const Packet& packet) {
   const auto meter_interface = [&](std::uint32_t ifindex, int side_meter) {
-    char* const end =
-        MakeAgentIntfKey(packet.agent_key.text, packet.agent_key.length, ifindex, key_);
-    UpdateInterface(packet, {key_, static_cast<std::size_t>(end - key_)}, side_meter);
+    // The agent's part is there.
+    OmbrelAPI::Long2Hex(ifindex, interface_key_ + agent_key_length_ + 1);
+    UpdateInterface(packet,
+                    {interface_key_, agent_key_length_ + kInterfaceKeyLength - kIpv4KeyLength},
+                    side_meter);
   };
   meter_interface(packet.sample.inputPort, interfaces::kReceived);
   meter_interface(packet.sample.outputPort, interfaces::kTransmitted);
@@ -194,13 +181,11 @@ FLOW_DIR_T CPISFlowMeter::MakeFlowKey(const Packet& packet) {
   const SessionKeyRules rules = {
       .merge = {policy_.fMergeHTTP, policy_.fMergeHTTPS, policy_.fMergeDNS},
       .merge_sources = policy_.fMergeMultipleSources};
-  Ipv4Key agent;  // NOLINT(cppcoreguidelines-pro-type-member-init)
-  std::memcpy(agent.text, packet.agent_key.text, sizeof(agent.text));
   const Conversation flow = {
       static_cast<std::uint8_t>(sample.IPProtocol),
       {packet.source_key.text, static_cast<std::uint16_t>(sample.srcPort), sample.inputPort},
       {packet.destination_key.text, static_cast<std::uint16_t>(sample.dstPort), sample.outputPort},
-      agent};
+      agent_ipv4_key_};
   FLOW_DIR_T direction = FLOW_DIR_FORWARD;
   if (packet.is_ipv6) {
     direction = policy_.fMatchBiDirectionalFlows ? MakeSessionKey_IPv6_Bi(rules, flow, key_)
@@ -211,9 +196,8 @@ FLOW_DIR_T CPISFlowMeter::MakeFlowKey(const Packet& packet) {
             ? sflow::MakeSessionKey_Bi(rules, flow, packet.Source(), packet.Destination(), key_)
             : sflow::MakeSessionKey_Uni(rules, flow, key_);
   }
-  if (packet.agent_is_ipv6 && !rules.merge_sources) {
-    ReplaceExporter(packet.agent_key.text, packet.is_ipv6 ? kSession6KeyLength : kSessionKeyLength,
-                    key_);
+  if (agent_is_ipv6_ && !rules.merge_sources) {
+    ReplaceExporter(agent_key_.text, packet.is_ipv6 ? kSession6KeyLength : kSessionKeyLength, key_);
   }
   return direction;
 }

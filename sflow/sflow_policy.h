@@ -21,6 +21,9 @@ struct SFlowPolicy {
 
   InterfaceFilter interface_filter;
   HostFilter host_filter;
+  [[nodiscard]] bool HasFilters() const noexcept {
+    return interface_filter.Active() || host_filter.Active();
+  }
 };
 
 }  // namespace flow
