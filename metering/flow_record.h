@@ -40,6 +40,7 @@ struct FlowRecord {
   std::uint8_t src_mask;  // prefix length
   std::uint8_t dst_mask;
   std::uint8_t ip_version;  // 4 or 6; with any other value the addresses are no use for keys
+  bool has_two_way_key;     // RecordMetering::MakeTwoWayKey was asked for this record
   bool has_extras;          // what few records have, below or in the context, may not be empty
   char vendor_text32[33];   // a text is at most two characters shorter than its member
   char vendor_text64[65];

@@ -150,10 +150,14 @@ void RecordMetering::MakeHostKeys(const FlowRecord& rec) {
   if (rec.ip_version == 6) {
     OmbrelAPI::IP62Hex(rec.src_addr6, source_key_);
     OmbrelAPI::IP62Hex(rec.dst_addr6, destination_key_);
-  } else {
-    OmbrelAPI::Long2IPHex(rec.src_addr, source_key_);
-    OmbrelAPI::Long2IPHex(rec.dst_addr, destination_key_);
+  } else if (!rec.has_two_way_key) {
+    MakeIpv4HostKeys(rec);
   }
+}
+
+void RecordMetering::MakeIpv4HostKeys(const FlowRecord& rec) {
+  OmbrelAPI::Long2IPHex(rec.src_addr, source_key_);
+  OmbrelAPI::Long2IPHex(rec.dst_addr, destination_key_);
 }
 
 }  // namespace flow

@@ -28,11 +28,9 @@ class RecordMetering {
   void ProcRecord(IOmbrelStatsEngine* engine, IOmbrelContainer* site, const FlowRecord& rec,
                   const RecordOrigin& origin);
 
-  // KeyRules are the policy's rules for session keys.
-  [[nodiscard]] SessionKeyRules KeyRules() const noexcept {
-    return {.merge = {policy_.fMergeHTTP, policy_.fMergeHTTPS, policy_.fMergeDNS},
-            .merge_sources = policy_.fMergeMultipleSources};
-  }
+  // MakeTwoWayKey gives the IPv4 session key of both directions of a record that is metered next,
+  // if it is: the key then need not be made again.
+  const char* MakeTwoWayKey(const RecordOrigin& origin, FlowRecord* rec);
 
  private:
   // What a record counts for, sampling applied.
@@ -71,6 +69,7 @@ class RecordMetering {
   void Classify(Record* r) const;
   [[nodiscard]] bool PassesFilters(const Record& r) const;
   void MakeHostKeys(const FlowRecord& rec);
+  void MakeIpv4HostKeys(const FlowRecord& rec);
 
   // Counter updates, in their order.
   void UpdateAsNumbers(const Record& r);
@@ -90,6 +89,8 @@ class RecordMetering {
   void UpdateLast(const Record& r);
 
   // Flow updates.
+  [[nodiscard]] SessionKeyRules KeyRules() const noexcept;
+  [[nodiscard]] Conversation ConversationOf(const FlowRecord& rec) const noexcept;
   FLOW_DIR_T MakeFlowKey(const Record& r);
   void TrackFlow(const Record& r);
   void UpdateFlowVolume(const Record& r, FLOW_DIR_T direction);
@@ -110,7 +111,9 @@ class RecordMetering {
 
   char source_key_[kIpv6KeyLength + 1] = {};  // of the record's hosts, by the IP version
   char destination_key_[kIpv6KeyLength + 1] = {};
-  char key_[kKeyBufferSize] = {};  // the key being built; valid until the next one
+  char flow_key_[kKeyBufferSize] = {};
+  FLOW_DIR_T two_way_direction_ = FLOW_DIR_FORWARD;  // of MakeTwoWayKey's record within its key
+  char key_[kKeyBufferSize] = {};                    // of a counter; valid until the next one
 };
 
 }  // namespace flow

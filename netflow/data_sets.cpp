@@ -5,7 +5,6 @@
 #include <cstring>
 #include <utility>
 
-#include "flowhandlers/session_keys.h"
 #include "metering/left_out_words.h"
 #include "netflow/field_decoder.h"
 #include "util/address_text.h"
@@ -29,6 +28,7 @@ void Reverse(FlowRecord* record) {
   std::swap(record->src_mac, record->dst_mac);
   std::swap(record->src_addr6, record->dst_addr6);
   std::swap(record->src_mask, record->dst_mask);
+  record->has_two_way_key = false;
   record->bytes = record->rev_bytes;
   record->packets = record->rev_packets;
 }
@@ -84,7 +84,7 @@ SetError DataSets::v9_ProcessDataFlowset_single(const Set& set, ByteCursor* reco
   }
   if (record.first > record.last) std::swap(record.first, record.last);
   // Where all is ingress there is nothing to compare with.
-  if (set.fields.CarriesDirection() && IsDuplicateEgress(set)) {
+  if (set.fields.CarriesDirection() && IsDuplicateEgress()) {
     TellLeftOut(set, left_out::kDuplicateEgress);
     return SetError::kNone;
   }
@@ -195,23 +195,15 @@ void DataSets::NameInterface(const ExportSource& source) const {
   host_.engine->SetKeyAttributes(COUNTERID_FLOWINTF, key, record.if_desc, record.if_desc);
 }
 
-bool DataSets::IsDuplicateEgress(const Set& set) {
-  const FlowRecord& record = state_.record;
+bool DataSets::IsDuplicateEgress() {
+  FlowRecord& record = state_.record;
   if (record.direction == kEgress && policy_.fIgnoreAllEgress) {
     duplicates_.CountDropped();
     return true;
   }
   if (policy_.fKeepEgressRecords) return false;
   if (record.direction != kIngress && record.direction != kEgress) return false;
-  char key[kKeyBufferSize];
-  const Ipv4Key source = MakeIpv4Key(record.src_addr);
-  const Ipv4Key destination = MakeIpv4Key(record.dst_addr);
-  MakeSessionKey_Bi(metering_.KeyRules(),
-                    {record.protocol,
-                     {source.text, record.src_port, record.in_ifindex},
-                     {destination.text, record.dst_port, record.out_ifindex},
-                     set.source.address_key},
-                    key);
+  const char* const key = metering_.MakeTwoWayKey(origin_, &record);
   if (record.direction == kEgress) return duplicates_.IsDuplicate(key);
   duplicates_.AddIngress(key);
   return false;

@@ -55,7 +55,7 @@ class DataSets {
   SetError DecodeNext(const Template& fields, std::size_t i, ByteCursor* records);
   void NameApplication() const;
   void NameInterface(const ExportSource& source) const;
-  [[gnu::noinline]] bool IsDuplicateEgress(const Set& set);
+  [[gnu::noinline]] bool IsDuplicateEgress();
   void CountNetflow9(const Set& set);
   [[gnu::cold, gnu::noinline]] void TellLeftOut(const Set& set, int reason) const;
   [[gnu::noinline]] void TakeTimes(const Template::Run& run, const std::uint8_t* bytes);

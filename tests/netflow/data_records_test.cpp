@@ -66,6 +66,35 @@ TEST_F(DataRecords, ReverseFlowIsTheOtherSide) {
                           "mac 02:00:00:00:00:02, mac 02:00:00:00:00:01"));
 }
 
+// A record that says whether it is ingress is looked for among others by its key, which then need
+// not be made again for its flow.
+TEST_F(DataRecords, DirectionChangesNoCall) {
+  constexpr char kTwoWays[] = "<MatchBiDirectionalFlows>true</MatchBiDirectionalFlows>";
+  constexpr char kOneWay[] = "<MatchBiDirectionalFlows>false</MatchBiDirectionalFlows>";
+  const auto calls = [](const char* settings, const Field& last, std::uint8_t ip_version,
+                        std::uint8_t direction) {
+    RecordingHost host;
+    host.Policy(settings);
+    const auto meter = host.Attach<CPINetflowMeter>();
+    Fields fields = kFlowFields;
+    fields.insert(fields.end(), {{32769, 4}, {60, 1}, last});
+    host.Count(meter, V9(Learn(fields)).Build());
+    host.Forget();
+    const Wire record = Wire(FlowRecord()).U32(77).U8(ip_version).U8(direction);
+    host.Count(meter, V9(Data(record)).Build());
+    return host.Take("COUNTERID_");
+  };
+  for (const char* const settings : {kTwoWays, kOneWay}) {
+    for (const std::uint8_t ip_version : Bytes{4, 6, 5}) {
+      for (const std::uint8_t direction : Bytes{0, 1}) {
+        const Texts said = calls(settings, {61, 1}, ip_version, direction);
+        EXPECT_GT(said.size(), 20U);
+        EXPECT_EQ(said, calls(settings, {210, 1}, ip_version, direction));
+      }
+    }
+  }
+}
+
 constexpr char kNoNat[] = "<UsePostNATAddresses>false</UsePostNATAddresses>";
 constexpr char kZero[] = "<MeterZeroFlows>true</MeterZeroFlows>";
 constexpr char kNoOut[] = "<IgnoreOutCounts>true</IgnoreOutCounts>";
