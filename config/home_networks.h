@@ -43,7 +43,7 @@ class HomeNetworks {
       const Range* const middle = range + count / 2;
       range = middle->first <= address ? middle : range;
     }
-    return range->first <= address && address <= range->last;
+    return address - range->first <= range->last - range->first;
   }
   [[nodiscard]] bool InOddNetworks(std::uint32_t address) const noexcept;
 

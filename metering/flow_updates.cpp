@@ -6,19 +6,6 @@
 
 namespace flow {
 
-SessionKeyRules RecordMetering::KeyRules() const noexcept {
-  return {.merge = {policy_.fMergeHTTP, policy_.fMergeHTTPS, policy_.fMergeDNS},
-          .merge_sources = policy_.fMergeMultipleSources};
-}
-
-// The hosts' keys have been made.
-Conversation RecordMetering::ConversationOf(const FlowRecord& rec) const noexcept {
-  return {rec.protocol,
-          {source_key_, rec.src_port, rec.in_ifindex},
-          {destination_key_, rec.dst_port, rec.out_ifindex},
-          exporter_key_};
-}
-
 const char* RecordMetering::MakeTwoWayKey(const RecordOrigin& origin, FlowRecord* rec) {
   UseExporter(origin.exporter);
   MakeIpv4HostKeys(*rec);

@@ -89,8 +89,19 @@ class RecordMetering {
   void UpdateLast(const Record& r);
 
   // Flow updates.
-  [[nodiscard]] SessionKeyRules KeyRules() const noexcept;
-  [[nodiscard]] Conversation ConversationOf(const FlowRecord& rec) const noexcept;
+  // Inlined, for in parts they stay in registers.
+  [[nodiscard, gnu::always_inline]] SessionKeyRules KeyRules() const noexcept {
+    return {.merge = {policy_.fMergeHTTP, policy_.fMergeHTTPS, policy_.fMergeDNS},
+            .merge_sources = policy_.fMergeMultipleSources};
+  }
+  // The hosts' keys have been made.
+  [[nodiscard, gnu::always_inline]] Conversation ConversationOf(
+      const FlowRecord& rec) const noexcept {
+    return {rec.protocol,
+            {source_key_, rec.src_port, rec.in_ifindex},
+            {destination_key_, rec.dst_port, rec.out_ifindex},
+            exporter_key_};
+  }
   FLOW_DIR_T MakeFlowKey(const Record& r);
   void TrackFlow(const Record& r);
   void UpdateFlowVolume(const Record& r, FLOW_DIR_T direction);

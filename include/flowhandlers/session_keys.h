@@ -33,8 +33,9 @@ struct ServiceMerge {
 // The ports of a session as its key shows them and orders its sides by: for a merged service the
 // client's port is 65535, "FFFF". The source is looked at first.
 inline constexpr std::uint16_t kMergedClientPort = 0xFFFF;
-inline void MergeServicePorts(const ServiceMerge& merge, std::uint16_t* source_port,
-                              std::uint16_t* destination_port) noexcept {
+[[gnu::always_inline]] inline void MergeServicePorts(const ServiceMerge& merge,
+                                                     std::uint16_t* source_port,
+                                                     std::uint16_t* destination_port) noexcept {
   if (merge.Covers(*source_port)) {
     *destination_port = kMergedClientPort;
   } else if (merge.Covers(*destination_port)) {
@@ -116,32 +117,48 @@ template <class Session, std::size_t N>
   }
 }
 
+// WriteSessionOf writes a key with the source first, or in reverse the destination. The code is
+// there twice, so that in each of them compilers know where the sides are: a choice would be made
+// for every part of a side.
+template <class Session, std::size_t N>
+[[gnu::always_inline]] inline FLOW_DIR_T WriteSessionOf(
+    const SessionKeyRules& rules, const Conversation& flow, const SessionSide& source,
+    const SessionSide& destination, bool reverse, const char (&merged)[N], char* out) noexcept {
+  if (reverse) {
+    WriteSession<Session>(rules, flow, destination, source, merged, out);
+    return FLOW_DIR_REVERSE;
+  }
+  WriteSession<Session>(rules, flow, source, destination, merged, out);
+  return FLOW_DIR_FORWARD;
+}
+
 inline constexpr char kMergedExporter[] = "00.00.00.00_00000000_00000000";
 
 // In a key of one direction the source is side A.
 template <class Session>
 [[gnu::always_inline]] inline FLOW_DIR_T WriteOneWaySession(const SessionKeyRules& rules,
-                                                            Conversation flow, char* out) noexcept {
-  MergeServicePorts(rules.merge, &flow.source.port, &flow.destination.port);
-  WriteSession<Session>(rules, flow, flow.source, flow.destination, kMergedExporter, out);
-  return FLOW_DIR_FORWARD;
+                                                            const Conversation& flow,
+                                                            char* out) noexcept {
+  SessionSide source = flow.source;
+  SessionSide destination = flow.destination;
+  MergeServicePorts(rules.merge, &source.port, &destination.port);
+  return WriteSessionOf<Session>(rules, flow, source, destination, false, kMergedExporter, out);
 }
 
 // In the one key of both directions side A is the one with the higher port, of equal ports the
 // source when its address is the smaller one. A merged service's client so always comes first.
 template <class Session>
 [[gnu::always_inline]] inline FLOW_DIR_T WriteTwoWaySession(const SessionKeyRules& rules,
-                                                            Conversation flow, char* out) noexcept {
-  MergeServicePorts(rules.merge, &flow.source.port, &flow.destination.port);
-  const SessionSide& source = flow.source;
-  const SessionSide& destination = flow.destination;
+                                                            const Conversation& flow,
+                                                            char* out) noexcept {
+  SessionSide source = flow.source;
+  SessionSide destination = flow.destination;
+  MergeServicePorts(rules.merge, &source.port, &destination.port);
   // The hexadecimal digits of an address sort as the address does.
   const bool reverse = source.port < destination.port ||
                        (source.port == destination.port &&
                         std::memcmp(source.host, destination.host, Session::kHostLength) >= 0);
-  WriteSession<Session>(rules, flow, reverse ? destination : source, reverse ? source : destination,
-                        kMergedExporter, out);
-  return reverse ? FLOW_DIR_REVERSE : FLOW_DIR_FORWARD;
+  return WriteSessionOf<Session>(rules, flow, source, destination, reverse, kMergedExporter, out);
 }
 
 // The NetFlow meter's keys, of kSessionKeyLength or kSession6KeyLength characters. The result is

@@ -51,19 +51,19 @@ namespace sflow {
 inline constexpr char kMergedExporter[] = "00.00.00.00_0000_0000";
 
 [[gnu::always_inline]] inline FLOW_DIR_T MakeSessionKey(const SessionKeyRules& rules,
-                                                        Conversation flow, FLOW_DIR_T direction,
+                                                        const Conversation& flow, bool reverse,
                                                         char* out) noexcept {
-  MergeServicePorts(rules.merge, &flow.source.port, &flow.destination.port);
-  const bool forward = direction == FLOW_DIR_FORWARD;
-  WriteSession<Ipv4Session>(rules, flow, forward ? flow.source : flow.destination,
-                            forward ? flow.destination : flow.source, kMergedExporter, out);
-  return direction;
+  SessionSide source = flow.source;
+  SessionSide destination = flow.destination;
+  MergeServicePorts(rules.merge, &source.port, &destination.port);
+  return WriteSessionOf<Ipv4Session>(rules, flow, source, destination, reverse, kMergedExporter,
+                                     out);
 }
 
 [[gnu::always_inline]] inline FLOW_DIR_T MakeSessionKey_Uni(const SessionKeyRules& rules,
                                                             const Conversation& flow,
                                                             char* out) noexcept {
-  return MakeSessionKey(rules, flow, FLOW_DIR_FORWARD, out);
+  return MakeSessionKey(rules, flow, false, out);
 }
 
 // The addresses are those of the two sides.
@@ -72,8 +72,7 @@ inline constexpr char kMergedExporter[] = "00.00.00.00_0000_0000";
                                                            std::uint32_t source,
                                                            std::uint32_t destination,
                                                            char* out) noexcept {
-  return MakeSessionKey(rules, flow, source < destination ? FLOW_DIR_FORWARD : FLOW_DIR_REVERSE,
-                        out);
+  return MakeSessionKey(rules, flow, source >= destination, out);
 }
 
 }  // namespace sflow
