@@ -54,11 +54,12 @@ void LaneWorker::Push() {
 void LaneWorker::DropGathered() {
   if (!dropped_numbers_) dropped_numbers_ = std::make_unique<DroppedNumbers>();
   for (const PacketBatch::Entry& entry : gathered_->entries()) {
+    if (entry.portion == Portion::kRecords) continue;  // its numbers are another lane's
     if (numbers_kept_ + dropped_numbers_->Size() < Shares().dropped_numbers) {
       dropped_numbers_->Add(entry.packet);
     }
   }
-  dropped_.fetch_add(gathered_->entries().size(), std::memory_order_relaxed);
+  dropped_.fetch_add(gathered_->Datagrams(), std::memory_order_relaxed);
   gathered_->Clear();
 }
 
