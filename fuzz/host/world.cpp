@@ -161,14 +161,12 @@ void UsePolicy(std::uint8_t number) {
   for (const std::string_view name : host::PolicyFileNames()) WritePolicy(name, number);
 }
 
-// Meters keep what they learnt of a domain where the setting told them to, and fresh ones learn it
-// by the one in force: once it is off they decode what the others would not before the exporter
-// tells its templates again.
+// Once templates are kept by domain they stay so: meters have those of domains where the setting is
+// turned off again, and do not look at them, while fresh ones would take them for all domains.
 void EditPolicy(std::uint8_t number) {
   const std::string path = Around().folder.path() + "/" + std::string(host::kNetflowPolicyFile);
   const int before = PolicyAt(path);
-  WritePolicy(host::kNetflowPolicyFile,
-              static_cast<std::uint8_t>((number & ~kPerDomain) | (before & kPerDomain)));
+  WritePolicy(host::kNetflowPolicyFile, static_cast<std::uint8_t>(number | (before & kPerDomain)));
 }
 
 int PolicyAt(std::string_view path) {

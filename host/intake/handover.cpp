@@ -6,6 +6,7 @@
 
 #include "host/base/big_endian.h"
 #include "host/base/memory_budget.h"
+#include "host/capture/made_headers.h"
 
 namespace flow::host {
 namespace {
@@ -36,6 +37,20 @@ std::vector<std::uint8_t> WithSets(std::span<const std::uint8_t> datagram,
   return made;
 }
 
+// A set as a meter posts it that does not tell an exporter's domains apart.
+ChannelMessage MessageOf(const Endpoint& exporter, std::span<const std::uint8_t> set) {
+  UdpPacket packet;
+  packet.source = exporter;
+  packet.payload_length = set.size();
+  std::vector<std::uint8_t> made(kMadeHeaders);
+  PutMadeHeaders(packet, made.data());
+  made.resize(kCarrier);
+  made.insert(made.end(), set.begin(), set.end());
+  return {CHANNELID_NETFLOW_TEMPLATES,
+          std::make_shared<std::vector<std::uint8_t>>(std::move(made)),
+          {}};
+}
+
 // A data set with its last record alone, for records of one length.
 std::vector<std::uint8_t> LastRecord(std::span<const std::uint8_t> set, std::size_t length) {
   const std::size_t records = (set.size() - kSetHeader) / length;
@@ -50,39 +65,40 @@ std::vector<std::uint8_t> LastRecord(std::span<const std::uint8_t> set, std::siz
 
 }  // namespace
 
-void Handover::Take(const Endpoint& exporter, Bytes datagram, const OnRate& on_rate) {
+void Handover::Take(const Endpoint& exporter, Bytes datagram, Scope scope, const OnRate& on_rate) {
   if (!VersionOf(datagram).HasTemplates()) return;
   ForEachSet(datagram, [&](const ExportSet& set) {
     if (set.is_beyond || set.is_broken) return;
-    if (set.holds_templates) TakeTemplates(exporter, datagram, set.bytes);
+    if (set.holds_templates) TakeTemplates(exporter, datagram, set.bytes, scope);
     if (set.holds_data) TakeRate(exporter, datagram, set.bytes, on_rate);
   });
 }
 
-void Handover::TakeTemplates(const Endpoint& exporter, Bytes datagram, Bytes set) {
-  const auto made = std::make_shared<const std::vector<std::uint8_t>>(WithSets(datagram, {set}));
-  const TemplateOwner owner{exporter, DomainOf(datagram)};
-  const std::uint16_t set_id = Be16(set.data());
-  ++arrivals_;
-  ForEachTemplate(set, [&](std::uint16_t id, const TemplateShape& shape) {
-    Template entry;
-    entry.datagram = made;
-    entry.is_option = set_id == 1 || set_id == 3;
-    Keep({owner, id}, shape, std::move(entry));
-  });
+void Handover::TakeTemplates(const Endpoint& exporter, Bytes datagram, Bytes set, Scope scope) {
+  Template entry;
+  if (scope == Scope::kExporter) {
+    entry.message = std::make_shared<const ChannelMessage>(MessageOf(exporter, set));
+    return KeepSet({exporter}, set, entry);
+  }
+  entry.datagram = std::make_shared<const std::vector<std::uint8_t>>(WithSets(datagram, {set}));
+  KeepSet({exporter, DomainOf(datagram)}, set, entry);
 }
 
 void Handover::TakeMessage(const ChannelMessage& message) {
   const auto parsed = ParseTemplateMessage(*message.bytes, HasDomain(message.channel));
   if (!parsed) return;
-  const auto kept = std::make_shared<const ChannelMessage>(message);
-  const std::uint16_t set_id = Be16(parsed->set.data());
+  Template entry;
+  entry.message = std::make_shared<const ChannelMessage>(message);
+  KeepSet(parsed->owner, parsed->set, entry);
+}
+
+void Handover::KeepSet(const TemplateOwner& owner, Bytes set, const Template& entry) {
+  const std::uint16_t set_id = Be16(set.data());
   ++arrivals_;
-  ForEachTemplate(parsed->set, [&](std::uint16_t id, const TemplateShape& shape) {
-    Template entry;
-    entry.message = kept;
-    entry.is_option = set_id == 1 || set_id == 3;
-    Keep({parsed->owner, id}, shape, std::move(entry));
+  ForEachTemplate(set, [&](std::uint16_t id, const TemplateShape& shape) {
+    Template kept = entry;
+    kept.is_option = set_id == 1 || set_id == 3;
+    Keep({owner, id}, shape, std::move(kept));
   });
 }
 

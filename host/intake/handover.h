@@ -26,12 +26,14 @@ class Handover {
   using RecordsBy = std::function<std::uint64_t(const TemplateOwner& owner)>;
   explicit Handover(RecordsBy records_by) : records_by_(std::move(records_by)) {}
 
-  // Take keeps what a datagram, without a shim, defines and tells. on_rate, which may be empty, is
-  // given a datagram made of each option data that told a rate and of the template that it was told
-  // by, with that template's id.
+  // Take keeps what a datagram, without a shim, defines and tells; its templates for all domains of
+  // the exporter where that is how the meters took them, whatever their successors would. on_rate,
+  // which may be empty, is given a datagram made of each option data that told a rate and of the
+  // template that it was told by, with that template's id.
+  enum class Scope : std::uint8_t { kDomain, kExporter };
   using OnRate = std::function<void(const TemplateOwner& owner, std::uint16_t id,
                                     std::span<const std::uint8_t> datagram)>;
-  void Take(const Endpoint& exporter, std::span<const std::uint8_t> datagram,
+  void Take(const Endpoint& exporter, std::span<const std::uint8_t> datagram, Scope scope,
             const OnRate& on_rate);
   // The same of a message that a meter was given on a template channel.
   void TakeMessage(const ChannelMessage& message);
@@ -78,7 +80,8 @@ class Handover {
   };
 
   void Keep(const Key& key, const TemplateShape& shape, Template entry);
-  void TakeTemplates(const Endpoint& exporter, Bytes datagram, Bytes set);
+  void TakeTemplates(const Endpoint& exporter, Bytes datagram, Bytes set, Scope scope);
+  void KeepSet(const TemplateOwner& owner, Bytes set, const Template& entry);
   void TakeRate(const Endpoint& exporter, Bytes datagram, Bytes set, const OnRate& on_rate);
   [[nodiscard]] const Template* Find(const Endpoint& exporter, Bytes datagram,
                                      std::uint16_t id) const;

@@ -128,7 +128,13 @@ void Lane::NoteNumbers(const UdpPacket& packet) {
 // What exporters define and tell, for meters to come.
 void Lane::KeepLessons(const Endpoint& exporter, std::span<const std::uint8_t> datagram) {
   if (meters_->Reloads() != std::exchange(reloads_, meters_->Reloads())) handover_.ForgetRates();
-  handover_.Take(exporter, datagram, parts_.on_rate);
+  handover_.Take(exporter, datagram, ScopeOfTemplates(), parts_.on_rate);
+}
+
+// A policy may say so, and another one later the opposite.
+Handover::Scope Lane::ScopeOfTemplates() const {
+  const bool is_known = posted_as_ && posted_as_->reloads == meters_->Reloads();
+  return is_known ? posted_as_->scope : Handover::Scope::kDomain;
 }
 
 // Whoever makes the meters keep much and sends no record by it has its datagrams held back a while.
@@ -179,6 +185,7 @@ void Lane::TeachFreshMeters(Timestamp now) {
   auto fresh = std::make_unique<Meters>(parts_, number_, true);
   fresh->Learn(handover_, now);
   reloads_ = fresh->Reloads();
+  posted_as_.reset();
   meters_ = std::move(fresh);
 }
 
@@ -222,7 +229,7 @@ void Lane::LearnFrom(const ChannelMessage& message) {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   meters_->LearnFrom({message.exporter, *message.bytes, nullptr},
                      std::chrono::duration_cast<std::chrono::microseconds>(now).count());
-  if (keeps_lessons_) handover_.Take(message.exporter, *message.bytes, {});
+  if (keeps_lessons_) handover_.Take(message.exporter, *message.bytes, ScopeOfTemplates(), {});
 }
 
 void Lane::WatchPolicies(Timestamp now) {
@@ -313,7 +320,11 @@ void Lane::Knock(Component& component, Timestamp now) {
 }
 
 void Lane::Post(const GUID& channel, const CLSID& /*sender*/, std::span<std::uint8_t> message) {
-  if (IsTemplateChannel(channel)) exporters_.NoteTemplates(message, HasDomain(channel));
+  if (IsTemplateChannel(channel)) {
+    exporters_.NoteTemplates(message, HasDomain(channel));
+    posted_as_ = {HasDomain(channel) ? Handover::Scope::kDomain : Handover::Scope::kExporter,
+                  meters_->Reloads()};
+  }
   channels_.Deliver(number_, channel, message);
 }
 

@@ -142,6 +142,7 @@ class Lane final : private ChannelSink {
   void LookAtMeters(Timestamp now);
   void TeachFreshMeters(Timestamp now);
   void KeepLessons(const Endpoint& exporter, std::span<const std::uint8_t> datagram);
+  [[nodiscard]] Handover::Scope ScopeOfTemplates() const;
   void LearnFrom(const ChannelMessage& message);
   bool IsHeldBack(const UdpPacket& packet);
   void NoteGrowth(const UdpPacket& packet);
@@ -165,6 +166,12 @@ class Lane final : private ChannelSink {
   Handover handover_{[this](const TemplateOwner& owner) { return exporters_.RecordsBy(owner); }};
   bool keeps_lessons_ = Shares().plugin != MemoryShares::kAll;  // meters may be replaced
   std::uint64_t reloads_ = 0;  // of policies, when rates were kept last
+  // How a meter took templates when it last posted some, and after how many reloads of policies.
+  struct PostedAs {
+    Handover::Scope scope;
+    std::uint64_t reloads;
+  };
+  std::optional<PostedAs> posted_as_;
   // Bytes at which the meters are replaced; more where what is worth keeping fills them.
   std::size_t most_learnt_ = Shares().plugin;
   std::atomic<bool> waits_for_policies_ = false;
