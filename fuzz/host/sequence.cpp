@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "fuzz/host/same_counts.h"
 #include "fuzz/host/sequence.h"
@@ -37,7 +38,8 @@ class Run {
   std::string End() {
     quiet_.Harvest();
     busy_.Harvest();
-    return Difference(quiet_.counted(), busy_.counted());
+    return Difference(quiet_.counted(), busy_.counted(),
+                      [this](std::string_view flow) { return busy_.HaveSeveralLanesMet(flow); });
   }
 
  private:

@@ -208,12 +208,34 @@ void World::ReplaceMeters(Timestamp now) {
 }
 
 void World::Harvest() {
-  lanes_.ForEach([&](Lane& lane) { counted_.Add(lane.Reap()); });
+  lanes_.ForEach([&](Lane& lane) {
+    host::Harvest harvest = lane.Reap();
+    NoteFlows(harvest.store->flows(), lane.number());
+    counted_.Add(std::move(harvest));
+  });
 }
 
 void World::HandOutFlows(std::size_t most) {
-  lanes_.HandOutFlows(most,
-                      [&](const Lane&, host::EarlyFlows early) { counted_.AddFlows(early.flows); });
+  lanes_.HandOutFlows(most, [&](const Lane& lane, host::EarlyFlows early) {
+    NoteFlows(early.flows.table, lane.number());
+    counted_.AddFlows(early.flows);
+  });
+}
+
+void World::NoteFlows(const host::FlowTable& flows, int lane) {
+  flows.ForEach([&](std::string_view key, const host::FlowTotals&) {
+    const auto known = lanes_of_flows_.find(key);
+    if (known == lanes_of_flows_.end()) {
+      lanes_of_flows_.emplace(key, lane);
+    } else if (known->second != lane) {
+      known->second = 0;
+    }
+  });
+}
+
+bool World::HaveSeveralLanesMet(std::string_view flow) const {
+  const auto known = lanes_of_flows_.find(flow);
+  return known != lanes_of_flows_.end() && known->second == 0;
 }
 
 }  // namespace flow::fuzz

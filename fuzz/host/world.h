@@ -3,7 +3,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "fuzz/datagrams.h"
@@ -40,13 +42,18 @@ class World {
   void HandOutFlows(std::size_t most);
 
   [[nodiscard]] const host::Period& counted() const { return counted_; }
+  // Exporters on different lanes may name the same sFlow agent, and their flows are the agent's.
+  [[nodiscard]] bool HaveSeveralLanesMet(std::string_view flow) const;
 
  private:
+  void NoteFlows(const host::FlowTable& flows, int lane);
+
   host::ChannelHub channels_;
   host::StandIns stand_ins_;
   host::Lanes lanes_;
   host::Intake intake_;
   host::Period counted_;
+  std::map<std::string, int, std::less<>> lanes_of_flows_;  // 0 for several
 };
 
 }  // namespace flow::fuzz
