@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "host/command/argument_checks.h"
 #include "host/command/clickhouse_line.h"
 #include "host/command/web_line.h"
 
@@ -132,7 +133,9 @@ void AddAskOptions(CLI::App* app, AskOptions* options) {
 
 void AddRanking(CLI::App* app, AskOptions* options, const std::string& what) {
   app->add_option("--by", options->by, "Largest first by " + what)->type_name("WHAT");
-  app->add_option("--top", options->top, "Rows shown (default: 10)")->type_name("N");
+  app->add_option("--top", options->top, "Rows shown (default: 10)")
+      ->type_name("N")
+      ->check(NotNegative());
 }
 
 void AddStep(CLI::App* app, std::string* step) {

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "host/command/argument_checks.h"
 #include "host/scale/clickhouse_client.h"
 
 namespace flow::host {
@@ -40,7 +41,8 @@ void AddClickHouseOptions(CLI::App* app, ClickHouseOptions* options, bool is_liv
                   "How large the spool may be, as in 500M or 20G; what finds no room is let go and "
                   "counted (default: 10G)")
       ->type_name("BYTES")
-      ->transform(CLI::AsSizeValue(true));
+      ->transform(CLI::AsSizeValue(true))
+      ->transform(NotNegative());
 }
 
 }  // namespace flow::host

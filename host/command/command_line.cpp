@@ -13,6 +13,7 @@
 #include "host/base/error.h"
 #include "host/base/memory_budget.h"
 #include "host/base/printable.h"
+#include "host/command/argument_checks.h"
 #include "host/command/clickhouse_line.h"
 #include "host/command/command_parts.h"
 #include "host/command/describe.h"
@@ -210,7 +211,8 @@ void AddMeterOptions(CLI::App* app, MeterOptions* options, const char* port_help
 void AddOutputOptions(CLI::App* app, OutputOptions* options) {
   app->add_option("--top", options->report.top,
                   "Keys shown per group (default: 10; 0 for no groups)")
-      ->type_name("N");
+      ->type_name("N")
+      ->check(NotNegative());
   app->add_option("--group", options->report.group_ids,
                   "Only this group, also in the files; repeatable")
       ->type_name("NAME")
@@ -407,6 +409,7 @@ std::optional<Command> ParseCommandLine(int argc, const char* const* argv, int* 
       ->add_option("--kafka-topics", schema.kafka.topics,
                    "What the topics' names begin with (default: flowhost)")
       ->type_name("NAME")
+      ->check(TopicName())
       ->needs(schema_kafka);
 
   const AskCommandLine ask(&app);

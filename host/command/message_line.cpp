@@ -7,6 +7,7 @@
 #include <map>
 #include <string>
 
+#include "host/command/argument_checks.h"
 #include "host/scale/kafka_producer.h"
 
 namespace flow::host {
@@ -34,6 +35,7 @@ void AddMessageOptions(CLI::App* app, MessageOptions* options, OutputOptions* ou
                   "What the topics' names begin with, in front of .flows, .counters, .health "
                   "and .templates (default: flowhost)")
       ->type_name("NAME")
+      ->check(TopicName())
       ->needs(kafka);
   app->add_option("--kafka-format", options->kafka.as_protobuf,
                   "json, or protobuf by flowhost.proto, which is installed (default: json)")

@@ -7,6 +7,8 @@
 #include <charconv>
 #include <optional>
 
+#include "host/command/argument_checks.h"
+
 namespace flow::host {
 namespace {
 
@@ -89,7 +91,8 @@ void AddStoreOptions(CLI::App* app, StoreOptions* options) {
                   "How large all files of flows may be, as in 500M or 20G; then the oldest are "
                   "deleted; 0 for no limit (default: 20G; replay has none)")
       ->type_name("BYTES")
-      ->transform(CLI::AsSizeValue(true));
+      ->transform(CLI::AsSizeValue(true))
+      ->transform(NotNegative());
 }
 
 }  // namespace flow::host
