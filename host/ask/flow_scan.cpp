@@ -6,12 +6,15 @@
 #include <algorithm>
 #include <atomic>
 #include <exception>
+#include <filesystem>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <thread>
 #include <utility>
 
 #include "host/ask/in_threads.h"
+#include "host/base/error.h"
 #include "host/store/schema.h"
 #include "host/store/store_files.h"
 
@@ -187,7 +190,7 @@ class Scan {
       if (known.contains(hour)) {
         hours_.push_back(hour);
       } else {
-        AddMissing(hour, question.span, &result_);
+        missing_.insert(hour);
       }
     }
   }
@@ -203,6 +206,7 @@ class Scan {
 
   ScanResult Finish() {
     if (error_) std::rethrow_exception(error_);
+    for (const std::int64_t hour : missing_) AddMissing(hour, question_.span, &result_);
     return std::move(result_);
   }
 
@@ -215,11 +219,24 @@ class Scan {
     return found == question_.rows->end() ? &none : &found->second;
   }
 
+  // None where it was deleted since the files were listed, as those are that grow old.
+  std::optional<StoredFlows> Open(std::int64_t hour) {
+    try {
+      return StoredFlows(directory_, hour);
+    } catch (const HostError&) {
+      if (std::filesystem::exists(FlowFilePath(directory_, hour))) throw;
+    }
+    const std::lock_guard lock(mutex_);
+    missing_.insert(hour);
+    return std::nullopt;
+  }
+
   void ReadFile(std::int64_t hour, FlowTaker* taker) {
-    StoredFlows file(directory_, hour);
+    std::optional<StoredFlows> file = Open(hour);
+    if (!file) return;
     const auto* const chosen = ChosenIn(hour);
-    if (chosen == nullptr || !chosen->empty()) query_.Read(&file, question_.span, chosen, taker);
-    const FlowsNotKept not_kept = file.NotKeptIn(question_.span);
+    if (chosen == nullptr || !chosen->empty()) query_.Read(&*file, question_.span, chosen, taker);
+    const FlowsNotKept not_kept = file->NotKeptIn(question_.span);
     const std::lock_guard lock(mutex_);
     result_.not_kept.flows += not_kept.flows;
     result_.not_kept.bytes += not_kept.bytes;
@@ -232,6 +249,7 @@ class Scan {
   std::vector<std::int64_t> hours_;
   std::atomic<std::size_t> next_ = 0;
   std::mutex mutex_;  // of what follows
+  std::set<std::int64_t> missing_;
   ScanResult result_;
   std::exception_ptr error_;
 };

@@ -178,5 +178,29 @@ TEST_F(WholeFlows, AreJoinedInLittleMemory) {
   EXPECT_TRUE(join(&flows));
 }
 
+// Files that grow old are deleted, whoever is at it.
+TEST_F(WholeFlows, OfAFileThatGoesMeanwhileAreMissing) {
+  class Remover : public FlowTaker {
+   public:
+    explicit Remover(std::string path) : path_(std::move(path)) {}
+    void Take(const FlowRow& /*row*/) override {
+      ++taken;
+      std::filesystem::remove(path_);
+    }
+    int taken = 0;
+
+   private:
+    std::string path_;
+  };
+  Write({{0, 0, 1}, {1, 3700, 3710}});
+  const std::int64_t next = kHour + kHourSeconds;
+  Remover remover(FlowFilePath(directory_, next));
+  const ScanQuestion question{{}, {kHour, next + kHourSeconds}, false, {"{bytes}", "{packets}"}};
+  const ScanResult result = ScanRows(directory_, question, {&remover});
+  EXPECT_EQ(remover.taken, 1);
+  ASSERT_EQ(result.missing.size(), 1);
+  EXPECT_EQ(result.missing[0].from, next);
+}
+
 }  // namespace
 }  // namespace flow::host
