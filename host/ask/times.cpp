@@ -230,7 +230,7 @@ std::optional<std::int64_t> ParseLength(std::string_view text) {
     std::int64_t seconds;
   };
   constexpr TimeUnit kUnits[] = {{"", 1},      {"s", 1},    {"m", 60},      {"min", 60},
-                             {"h", kHour}, {"d", kDay}, {"w", 7 * kDay}};
+                                 {"h", kHour}, {"d", kDay}, {"w", 7 * kDay}};
   constexpr std::int64_t kMost = 100 * 366 * kDay;
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
