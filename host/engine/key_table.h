@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/engine/key_bytes.h"
@@ -91,17 +92,22 @@ class KeyTable {
     ForEachRow([&](Row row) { visit(KeyOf(row), ValuesOf(row)); });
   }
 
+  // Drain is ForEach and leaves nothing: memory is let go as soon as its rows have been visited.
+  template <class Visit>
+  void Drain(Visit&& visit) {
+    std::vector<Block> blocks = std::exchange(blocks_, {});
+    *this = KeyTable(values_);
+    for (Block& block : blocks) {
+      ForEachRowIn(block, [&](Row row) { visit(KeyOf(row), ValuesOf(row)); });
+      block.bytes.reset();
+    }
+  }
+
   // A row stays where it is as long as the table, until the next Absorb.
   using Row = const std::byte*;
   template <class Visit>
   void ForEachRow(Visit&& visit) const {
-    for (const Block& block : blocks_) {
-      for (std::size_t at = 0; at < block.used;) {
-        const Row row = block.bytes.get() + at;
-        if (!IsForgotten(row)) visit(row);
-        at += RowBytes(KeyOf(row).size());
-      }
-    }
+    for (const Block& block : blocks_) ForEachRowIn(block, visit);
   }
   static std::string_view KeyOf(Row row) {
     return {reinterpret_cast<const char*>(row) + sizeof(KeyLength),
@@ -121,6 +127,15 @@ class KeyTable {
     std::size_t used = 0;
     std::size_t size = 0;
   };
+
+  template <class Visit>
+  void ForEachRowIn(const Block& block, Visit&& visit) const {
+    for (std::size_t at = 0; at < block.used;) {
+      const Row row = block.bytes.get() + at;
+      if (!IsForgotten(row)) visit(row);
+      at += RowBytes(KeyOf(row).size());
+    }
+  }
 
   // A row: key length, key, padding to 8 bytes, values. A row's number is the number of its block
   // and its place there in units of 8 bytes, plus one.

@@ -229,20 +229,34 @@ void StatsStore::AddFlows(const FlowBatch& flows) {
   });
 }
 
-void StatsStore::AddShownFlows(const FlowBatch& flows, bool have_ends) {
+void StatsStore::AddShownRow(const FlowBatch& flows, std::string_view key,
+                             const std::uint64_t* values, bool have_ends) {
   FlowTable& into = this->flows();
-  ShownFlow shown;
+  if (into.MergeShown(key, values, have_ends)) return;
+  FlowTotals part = flows.table.Whole(values);
+  RenumberTexts(flows, &part);
+  if (!have_ends) part.closes = 0;
+  if (IsText(key)) {
+    ShownFlow shown;
+    return into.Merge(shown.Of(key.substr(1), &part), part);
+  }
+  char packed[kPackedMost];
+  const auto [size, turns] = PackedShown(key, packed);
+  if (turns) TurnRound(&part);
+  into.MergePacked({packed, size}, part);
+}
+
+void StatsStore::AddShownFlows(const FlowBatch& flows, bool have_ends) {
   flows.table.rows().ForEach([&](std::string_view key, const std::uint64_t* values) {
-    if (into.MergeShown(key, values, have_ends)) return;
-    FlowTotals part = flows.table.Whole(values);
-    RenumberTexts(flows, &part);
-    if (!have_ends) part.closes = 0;
-    if (IsText(key)) return into.Merge(shown.Of(key.substr(1), &part), part);
-    char packed[kPackedMost];
-    const auto [size, turns] = PackedShown(key, packed);
-    if (turns) TurnRound(&part);
-    into.MergePacked({packed, size}, part);
+    AddShownRow(flows, key, values, have_ends);
   });
+}
+
+void StatsStore::MoveShownFlows(FlowBatch&& flows, bool have_ends) {
+  flows.table.rows().Drain([&](std::string_view key, const std::uint64_t* values) {
+    AddShownRow(flows, key, values, have_ends);
+  });
+  flows.table = {};
 }
 
 void StatsStore::CopyNotes(const StatsStore& other) {

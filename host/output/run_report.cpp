@@ -179,8 +179,12 @@ void RunReport::TakeFlows(Timestamp time, FlowBatch flows, bool has_ends) {
   const auto show = [&](Period* period) {
     options_.report.split_flows ? period->AddFlows(flows) : period->AddShownFlows(flows, has_ends);
   };
-  show(interval_.get());
-  if (has_buckets_) show(&bucket_);
+  Period* const last = has_buckets_ ? &bucket_ : interval_.get();
+  if (has_buckets_) show(interval_.get());
+  if (keepers_.empty() && !options_.report.split_flows) {
+    return last->MoveShownFlows(std::move(flows), has_ends);
+  }
+  show(last);
   if (keepers_.empty()) return;
   const auto kept = std::make_shared<const FlowBatch>(std::move(flows));
   for (Keeper* const keeper : keepers_) keeper->TakeFlows(time, kept);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "host/engine/stats_store.h"
@@ -35,6 +36,9 @@ class Period {
   void AddFlows(const FlowBatch& flows) { store_->AddFlows(flows); }
   void AddShownFlows(const FlowBatch& flows, bool have_ends) {
     store_->AddShownFlows(flows, have_ends);
+  }
+  void MoveShownFlows(FlowBatch flows, bool have_ends) {
+    store_->MoveShownFlows(std::move(flows), have_ends);
   }
   // Adds what another period holds.
   void Add(const Period& other);

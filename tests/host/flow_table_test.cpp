@@ -163,7 +163,11 @@ TEST(FlowTable, IsShownAsItsTextsWouldBe) {
     part.closes = 0;
     const std::string key_shown(shown.Of(key, &part));
     MergeFlow(part, &sums[key_shown]);
-    store.AddShownFlows(batch, false);
+    if (i % 2 == 0) {
+      store.AddShownFlows(batch, false);
+    } else {
+      store.MoveShownFlows(std::move(batch), false);
+    }
   }
   EXPECT_EQ(store.flows().size(), sums.size());
   for (const auto& [key, flow] : sums) {
