@@ -59,6 +59,11 @@ class Database final : public SheetSink {
       Execute("PRAGMA journal_mode=WAL");
     }
     Execute("BEGIN IMMEDIATE");  // rolled back unless it is committed
+    if (bucket_ && IsReport()) {
+      // Its rows would be of no time, and stay for ever.
+      throw HostError(
+          fmt::format("database {} holds a report, to which no intervals are added", path_));
+    }
   }
 
   void Commit() { Execute("COMMIT"); }
@@ -68,13 +73,10 @@ class Database final : public SheetSink {
 
   // Refuse throws where there is more than a report.
   void Refuse() {
-    if (Ask("SELECT count(*) FROM sqlite_schema").front() == "0") return;
-    const std::vector<std::string> with_buckets = TablesOfBuckets();
-    const bool is_report = Ask("PRAGMA application_id").front() == std::to_string(kReportId);
-    if (is_report && with_buckets.empty()) return;
+    if (Ask("SELECT count(*) FROM sqlite_schema").front() == "0" || IsReport()) return;
     throw HostError(fmt::format(
         "database {} holds {}: --replace puts the report in its place, --append adds intervals",
-        path_, with_buckets.empty() ? "tables of others" : "what a collector has counted"));
+        path_, TablesOfBuckets().empty() ? "tables of others" : "what a collector has counted"));
   }
 
   void DropBuckets() {
@@ -164,6 +166,11 @@ class Database final : public SheetSink {
     const bool has_row = sqlite3_step(query.get()) == SQLITE_ROW;
     if (!has_row || sqlite3_column_type(query.get(), 0) == SQLITE_NULL) return std::nullopt;
     return sqlite3_column_int64(query.get(), 0);
+  }
+
+  bool IsReport() {
+    const bool is_marked = Ask("PRAGMA application_id").front() == std::to_string(kReportId);
+    return is_marked && TablesOfBuckets().empty();
   }
 
   // The first column of what a query gives.

@@ -331,6 +331,7 @@ TEST_F(Replay, LeavesWhatACollectorCountedUnlessItIsTold) {
   EXPECT_EQ(run({"--replace"}).status, 0);
   EXPECT_EQ(Query(path, "SELECT sum(bytes), 0 FROM hosts"), "1350 0|");
   EXPECT_EQ(run({}).status, 0) << "a report takes another's place";
+  EXPECT_THAT(run({"--interval", "30", "--append"}).err, HasSubstr("holds a report, to which no"));
   Query(path, "PRAGMA application_id=1");
   EXPECT_THAT(run({}).err, HasSubstr("holds tables of others"));
 }
