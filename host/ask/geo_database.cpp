@@ -5,10 +5,13 @@
 #include <fmt/format.h>
 #include <netinet/in.h>
 
+#include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <utility>
 
 #include "host/base/error.h"
+#include "host/base/files.h"
 
 namespace flow::host {
 namespace {
@@ -25,6 +28,9 @@ std::string TextOf(const MMDB_entry_data_s& data) { return {data.utf8_string, da
 }  // namespace
 
 GeoDatabase::GeoDatabase(const std::string& path) {
+  if (!std::filesystem::is_regular_file(path) && std::filesystem::exists(path)) {
+    throw HostError(fmt::format("{}: {}", path, FileTrouble(ENOTSUP)));
+  }
   auto opened = std::make_unique<MMDB_s>();
   const int result = MMDB_open(path.c_str(), MMDB_MODE_MMAP, opened.get());
   if (result != MMDB_SUCCESS) {

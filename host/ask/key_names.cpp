@@ -5,12 +5,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
-#include <fstream>
 #include <functional>
 #include <optional>
+#include <sstream>
 
 #include "host/base/error.h"
+#include "host/base/files.h"
 #include "host/base/words.h"
 #include "host/names/well_known_names.h"
 #include "host/policy/home_ranges.h"
@@ -66,8 +68,9 @@ std::optional<std::uint32_t> ParseAs(std::string_view text) {
 }  // namespace
 
 void KeyNames::ReadFile(const std::string& path) {
-  std::ifstream file(path);
-  if (!file) throw HostError(fmt::format("{} cannot be read", path));
+  const auto text = ReadGiven(path);
+  if (!text) throw HostError(fmt::format("{} cannot be read: {}", path, FileTrouble(errno)));
+  std::istringstream file(*text);
   constexpr std::string_view kBlanks = " \t\r";
   std::string line;
   for (int number = 1; std::getline(file, line); ++number) {

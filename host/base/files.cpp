@@ -24,18 +24,8 @@ bool IsKernelsOwn(std::string_view path) {
   return path.starts_with("/dev/") || path.starts_with("/proc/");
 }
 
-}  // namespace
-
-int OpenToRead(const std::string& path) {
-  const int file = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  if (file < 0) return -1;
-  struct stat status {};
-  if (fstat(file, &status) != 0) return CloseWith(file, errno);
-  return S_ISREG(status.st_mode) ? file : CloseWith(file, ENOTSUP);
-}
-
-std::optional<std::string> ReadFile(const std::string& path) {
-  const int file = OpenToRead(path);
+// Takes the descriptor.
+std::optional<std::string> ReadAll(int file) {
   if (file < 0) return std::nullopt;
   std::string text;
   std::array<char, 65536> part;
@@ -51,6 +41,25 @@ std::optional<std::string> ReadFile(const std::string& path) {
   }
   close(file);
   return text;
+}
+
+}  // namespace
+
+int OpenToRead(const std::string& path) {
+  const int file = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (file < 0) return -1;
+  struct stat status {};
+  if (fstat(file, &status) != 0) return CloseWith(file, errno);
+  return S_ISREG(status.st_mode) ? file : CloseWith(file, ENOTSUP);
+}
+
+std::optional<std::string> ReadFile(const std::string& path) { return ReadAll(OpenToRead(path)); }
+
+std::optional<std::string> ReadGiven(const std::string& path) {
+  struct stat status {};
+  const bool is_given_pipe =
+      IsKernelsOwn(path) && stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+  return is_given_pipe ? ReadAll(open(path.c_str(), O_RDONLY | O_CLOEXEC)) : ReadFile(path);
 }
 
 int CreateAnew(const std::string& path, mode_t mode) {

@@ -15,8 +15,10 @@ namespace flow::host {
 // OpenToRead opens a regular file; what it is called may be a link. ENOTSUP for anything else.
 int OpenToRead(const std::string& path);
 
-// ReadFile gives all of a regular file; nothing, with errno set, when that fails.
+// ReadFile gives all of a regular file; nothing, with errno set, when that fails. ReadGiven takes a
+// shell's <(...) as well: a pipe that the process was given.
 std::optional<std::string> ReadFile(const std::string& path);
+std::optional<std::string> ReadGiven(const std::string& path);
 
 // CreateAnew makes a file of this name, in place of what stands there.
 int CreateAnew(const std::string& path, mode_t mode);

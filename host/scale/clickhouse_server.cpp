@@ -3,12 +3,13 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <charconv>
 #include <cstdlib>
-#include <fstream>
 #include <string_view>
 
 #include "host/base/error.h"
+#include "host/base/files.h"
 #include "host/base/printable.h"
 
 namespace flow::host {
@@ -61,11 +62,12 @@ std::string Read(std::string_view url, ClickHouseServer* server) {
 }
 
 std::string PasswordFrom(const std::string& path) {
-  std::ifstream file(path);
-  std::string password;
-  if (!file || !std::getline(file, password)) {
-    throw UsageError(fmt::format("--clickhouse-password-file: {} cannot be read", path));
+  const auto text = ReadGiven(path);
+  if (!text || text->empty()) {
+    throw UsageError(fmt::format("--clickhouse-password-file: {} cannot be read: {}", path,
+                                 text ? "it is empty" : FileTrouble(errno)));
   }
+  std::string password = text->substr(0, text->find('\n'));
   if (password.ends_with('\r')) password.pop_back();
   return password;
 }
@@ -97,6 +99,10 @@ ClickHouseServer ServerOf(const ClickHouseOptions& options) {
     server.password = password;
   }
   server.ca_file = options.ca_file;
+  if (!server.ca_file.empty() && !ReadFile(server.ca_file)) {
+    throw UsageError(
+        fmt::format("--clickhouse-ca: {} cannot be read: {}", server.ca_file, FileTrouble(errno)));
+  }
   return server;
 }
 

@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "host/base/error.h"
+#include "host/base/files.h"
 #include "host/scale/clickhouse_schema.h"
 
 namespace flow::host {
@@ -78,8 +79,7 @@ std::uint64_t SizeOf(const Head& head) {
 // Written aside and renamed: it is whole or it is not there.
 void WriteFile(const std::string& path, const Block& block, const Head& head) {
   const std::string draft = path + ".new";
-  const int file =
-      open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, S_IRUSR | S_IWUSR | S_IRGRP);
+  const int file = CreateAnew(draft, S_IRUSR | S_IWUSR | S_IRGRP);
   const auto fail = [&] {
     const int error = errno;
     if (file >= 0) close(file);
@@ -110,6 +110,7 @@ void WriteFile(const std::string& path, const Block& block, const Head& head) {
 
 // Nothing where the file is damaged.
 std::optional<Block> ReadFile(const std::string& path, std::uint64_t size) {
+  if (!IsPlainOrNone(path)) return std::nullopt;
   std::ifstream file(path, std::ios::binary);
   Head head{};
   file.read(reinterpret_cast<char*>(&head), sizeof(head));

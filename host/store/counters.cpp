@@ -2,6 +2,8 @@
 #include "host/store/counters.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -11,6 +13,7 @@
 #include <fstream>
 #include <utility>
 
+#include "host/base/files.h"
 #include "host/base/printable.h"
 #include "host/store/flow_counts.h"
 #include "host/store/last_run.h"
@@ -397,6 +400,9 @@ void Counters::Save(std::size_t tier, std::int64_t through) {
   const std::string path = SpanPath(tier);
   const std::string draft = path + ".new";
   const Span& span = spans_[tier];
+  const int file = CreateAnew(draft, S_IRUSR | S_IWUSR | S_IRGRP);  // nothing that stood there
+  if (file < 0) return;
+  close(file);
   std::ofstream out(draft, std::ios::binary | std::ios::trunc);
   for (const std::uint64_t value :
        {kSpanFormat, static_cast<std::uint64_t>(span.bucket), static_cast<std::uint64_t>(through),
@@ -417,6 +423,7 @@ void Counters::RemoveSaved() {
 }
 
 bool Counters::Load(std::size_t tier, Span* span, std::int64_t* through) const {
+  if (!IsPlainOrNone(SpanPath(tier))) return false;
   std::ifstream in(SpanPath(tier), std::ios::binary);
   std::uint64_t head[4]{};
   in.read(reinterpret_cast<char*>(head), sizeof(head));

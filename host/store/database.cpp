@@ -4,9 +4,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <filesystem>
 #include <limits>
 
 #include "host/base/error.h"
+#include "host/base/files.h"
 #include "host/store/read_limit.h"
 
 namespace flow::host {
@@ -126,6 +129,9 @@ Database Database::ToWrite(const std::string& path, Sync sync) {
 // One thread's alone: a lock a column is a fifth of what reading flows takes.
 Database Database::ToRead(const std::string& path) {
   constexpr int kSteps = 100'000;  // of SQLite's machine; about a millisecond
+  if (!std::filesystem::is_regular_file(path) && std::filesystem::exists(path)) {
+    throw HostError(fmt::format("database {}: {}", path, FileTrouble(ENOTSUP)));
+  }
   Database database(path, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX);
   if (ReadLimit::Current().IsSet()) {
     sqlite3_progress_handler(

@@ -13,6 +13,7 @@
 #include <filesystem>
 
 #include "host/base/error.h"
+#include "host/base/files.h"
 #include "host/store/schema.h"
 
 namespace flow::host {
@@ -47,8 +48,9 @@ void MakeFile(const std::string& path) {
   constexpr mode_t kMode = S_IRUSR | S_IWUSR | S_IRGRP;
   const int file = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kMode);
   if (file < 0) {
-    if (errno == EEXIST) return;
-    throw HostError(fmt::format("{}: {}", path, std::strerror(errno)));
+    const int reason = errno == EEXIST ? ENOTSUP : errno;
+    if (reason == ENOTSUP && IsPlainOrNone(path)) return;
+    throw HostError(fmt::format("{}: {}", path, FileTrouble(reason)));
   }
   fchmod(file, kMode);  // whatever the umask
   close(file);

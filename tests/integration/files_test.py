@@ -17,6 +17,9 @@ FLOWHOST, PLUGIN, FLOWGEN = sys.argv[1:]
 POLICY = "NetflowCounterPolicy.xml"
 TEXT = "somebody else's\n"
 
+STORE = ("--store", "store", "--state", "state")
+TO_NOBODY = ("--clickhouse", "http://u@127.0.0.1:9/flows", "--state", "state")
+
 # name, what stands where (pipe, link, loose link, device), options, exit status, what is said
 CASES = (
     ("JSON to a pipe", {"out": "pipe"}, ("--json", "out"), 1, "out cannot be written: it is a pipe that nobody reads"),
@@ -36,6 +39,14 @@ CASES = (
     ("templates in a pipe", {"state/templates": "pipe"}, ("--state", "state"), 1, "state/templates cannot be read: it is no"),
     ("templates beside a link", {"state/templates.part": "link"}, ("--state", "state"), 0, ""),
     ("a lock in a pipe", {"state/lock": "pipe"}, ("--state", "state"), 1, "kept in state: it is no regular file"),
+    ("names from a pipe", {"names": "pipe"}, (*STORE, "--http", "127.0.0.1:0", "--names", "names"), 0, "names cannot be read: it is no regular file; nothing"),
+    ("a database of places in a pipe", {"geo": "pipe"}, (*STORE, "--http", "127.0.0.1:0", "--geo", "geo"), 0, "geo: it is no regular file; nothing is shown over HTTP"),
+    ("a password from a pipe", {"pass": "pipe"}, (*TO_NOBODY, "--clickhouse-password-file", "pass"), 2, "pass cannot be read: it is no"),
+    ("certificates in a pipe", {"ca": "pipe"}, (*TO_NOBODY, "--clickhouse-ca", "ca"), 2, "ca cannot be read: it is no regular file"),
+    ("a store in a pipe", {"store/counters.sqlite": "pipe"}, STORE, 1, "counters.sqlite: it is no regular file"),
+    ("a store behind a link", {"store/counters.sqlite": "loose link"}, STORE, 1, "counters.sqlite: it is no regular file"),
+    ("the running hour beside a link", {"store/running-hour.new": "link"}, STORE, 0, ""),
+    ("the running day beside a pipe", {"store/running-day.new": "pipe"}, STORE, 0, ""),
     ("a lock behind a link", {"state/lock": "link"}, ("--state", "state"), 1, "kept in state: it is no regular file"),
 )
 
