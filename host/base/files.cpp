@@ -96,6 +96,17 @@ bool IsPlainOrNone(const std::string& path) {
   return S_ISREG(status.st_mode);
 }
 
+int OpenLock(const std::string& path) {
+  if (!IsPlainOrNone(path)) {
+    errno = ENOTSUP;
+    return -1;
+  }
+  constexpr mode_t kMine = 0600;
+  const int lock =
+      open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kMine);
+  return lock < 0 || fchmod(lock, kMine) == 0 ? lock : CloseWith(lock, errno);
+}
+
 bool WriteAll(int descriptor, std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = write(descriptor, text.data(), text.size());

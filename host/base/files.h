@@ -30,6 +30,10 @@ int OpenOutput(const std::string& path);
 // IsPlainOrNone tells whether the name is that of a regular file, no link, or of nothing yet.
 bool IsPlainOrNone(const std::string& path);
 
+// OpenLock opens a file to be locked, and makes it where there is none. Whoever can open a file can
+// lock it: nobody else may.
+int OpenLock(const std::string& path);
+
 // WriteAll writes a text; false, with errno set, when that fails.
 bool WriteAll(int descriptor, std::string_view text);
 

@@ -3,10 +3,8 @@
 
 #include <absl/strings/ascii.h>
 #include <absl/strings/escaping.h>
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -29,22 +27,6 @@ constexpr std::string_view kFormat = "flowhost templates 1";
 
 // Stands in a line before the bytes of a message that begins with a domain.
 constexpr std::string_view kDomain = "domain ";
-
-// Whoever can open a file can lock it: nobody else may.
-int OpenLock(const std::string& path) {
-  if (!IsPlainOrNone(path)) {
-    errno = ENOTSUP;
-    return -1;
-  }
-  constexpr mode_t kMine = 0600;
-  const int lock =
-      open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kMine);
-  if (lock >= 0 && fchmod(lock, kMine) != 0) {
-    close(lock);
-    return -1;
-  }
-  return lock;
-}
 
 }  // namespace
 

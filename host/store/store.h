@@ -16,6 +16,7 @@
 #include "host/store/counters.h"
 #include "host/store/flow_files.h"
 #include "host/store/minute_taker.h"
+#include "host/store/store_files.h"
 #include "host/store/store_options.h"
 
 namespace flow::host {
@@ -63,6 +64,7 @@ class Store final : public Keeper {
   StoreOptions options_;
   std::span<const GroupInfo> groups_;
   Console& console_;
+  WriterLock lock_;
 
   // Of whoever calls Take, but for what reads a minute's counts.
   MinuteTaker minutes_;

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -56,6 +57,18 @@ void MakeFile(const std::string& path) {
   close(file);
   DropCompanions(path);
 }
+
+WriterLock::WriterLock(const std::string& directory) {
+  MakeDirectories(directory);
+  const std::string path = directory + "/writer.lock";
+  file_ = OpenLock(path);
+  if (file_ < 0) throw HostError(fmt::format("{}: {}", path, FileTrouble(errno)));
+  if (flock(file_, LOCK_EX | LOCK_NB) == 0) return;
+  close(file_);
+  throw HostError(fmt::format("the store {} is being written by another process", directory));
+}
+
+WriterLock::~WriterLock() { close(file_); }
 
 std::vector<FlowFileEntry> ListFlowFiles(const std::string& directory) {
   std::vector<FlowFileEntry> entries;

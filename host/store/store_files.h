@@ -15,6 +15,19 @@ class Database;
 void MakeDirectories(const std::string& directory);
 void MakeFile(const std::string& path);
 
+// Two that write would take each other's minutes and flows for what a run has left behind. Makes
+// the directory; HostError where another process writes there.
+class WriterLock {
+ public:
+  explicit WriterLock(const std::string& directory);
+  ~WriterLock();
+  WriterLock(const WriterLock&) = delete;
+  WriterLock& operator=(const WriterLock&) = delete;
+
+ private:
+  int file_;
+};
+
 struct FlowFileEntry {
   std::int64_t hour;
   std::string path;

@@ -206,8 +206,9 @@ def stop(process):
 
 
 def test_copies(folder):
-    """what the disk has at any moment of a run is a store: it opens, and no bucket is half"""
+    """what the disk has at any moment of a run is a store: it opens, and no bucket is half; nobody else writes there meanwhile"""
     capture, _ = make(folder, "copied", 300, "--records", "30000")
+    (folder / "nothing.pcap").write_bytes(capture.read_bytes()[:24])
     store, copies = folder / "original", []
     random.seed(KILLS)
     process = subprocess.Popen(replay(folder, store, capture), stdout=subprocess.DEVNULL)
@@ -217,9 +218,11 @@ def test_copies(folder):
         if (store / "counters.sqlite").exists():
             copies.append(folder / f"copy-{len(copies)}")
             shutil.copytree(store, copies[-1])
+            if len(copies) == 1 and process.poll() is None:
+                second = subprocess.run(replay(folder, store, folder / "nothing.pcap"), capture_output=True, text=True)
+                expect("second writer", (second.returncode, "is being written by another process" in second.stderr), (1, True))
         process.send_signal(signal.SIGCONT)
     expect("original", process.wait(), 0)
-    (folder / "nothing.pcap").write_bytes(capture.read_bytes()[:24])
     for copy in copies:
         run(folder, copy, folder / "nothing.pcap")
         expect(f"{copy.name}: sound", counters(copy, "PRAGMA integrity_check"), [("ok",)])
