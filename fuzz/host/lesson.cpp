@@ -20,7 +20,7 @@ void Learn(const Lesson& lesson) {
   host::ExporterTable exporters;
   host::Handover handover([&](const host::TemplateOwner& o) { return exporters.RecordsBy(o); });
   if (lesson.kind == Lesson::Kind::kRate) {
-    return handover.Take(lesson.owner.exporter, lesson.bytes, {});
+    return handover.Take(lesson.owner.exporter, lesson.bytes, host::Handover::Scope::kDomain, {});
   }
   const bool has_domain = lesson.owner.domain.has_value();
   const auto message =
