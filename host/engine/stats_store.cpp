@@ -191,18 +191,12 @@ void StatsStore::MergeBesideKeys(const StatsStore& other) {
 }
 
 // What was said last counts. But a meter names all sampling rates that it has, those that its
-// policy has for exporters of other lanes too: who has counted an exporter knows better.
+// policy has for exporters of other lanes too: the lane of an exporter knows better.
 void StatsStore::MergeNotes(const GroupCounters& from, GroupCounters* into) {
-  const bool is_exporters = from.info.guid == kExporterGroup;
-  const auto weight = [&](const GroupCounters& group, std::string_view key, const KeyNotes& notes) {
-    return std::pair(is_exporters && group.table.Find(key) != nullptr, notes.told);
-  };
+  const auto weight = [](const KeyNotes& notes) { return std::pair(notes.is_own, notes.told); };
   for (const auto& [key, notes] : from.notes) {
     const auto known = into->notes.find(key);
-    if (known != into->notes.end() &&
-        weight(*into, key, known->second) > weight(from, key, notes)) {
-      continue;
-    }
+    if (known != into->notes.end() && weight(known->second) > weight(notes)) continue;
     NotesOf(*into, key) = notes;
   }
 }

@@ -27,7 +27,8 @@ struct KeyNotes {
   std::string label;
   std::string description;
   std::map<std::string, std::string, std::less<>> properties;
-  Timestamp told = 0;  // last
+  Timestamp told = 0;   // last
+  bool is_own = false;  // of an exporter, where all that its meters learn of it was learnt
 };
 
 // One counter group: its description and its keys.

@@ -177,6 +177,7 @@ void ExporterTable::Note(const MeteredDatagram& datagram) {
   counts.bytes += datagram.bytes.size();
   counts.last_seen = std::max(counts.last_seen, datagram.time);
   counts.arrives_at = datagram.arrived_at;
+  counts.is_lent = !datagram.has_numbers;
   has_new_user_ = false;
   has_lessons_ = false;
   Described described;

@@ -66,6 +66,7 @@ struct ExporterCounts {
   std::optional<Timestamp> clock_offset;  // how far its clock was ahead of ours, last
   std::uint16_t arrives_at = 0;           // the UDP port, last
   bool is_regular = false;                // records of it were metered before the table, too
+  bool is_lent = false;                   // its numbers are another table's
 
   [[nodiscard]] std::uint64_t Refused() const;
   void Add(const ExporterCounts& other);

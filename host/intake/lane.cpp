@@ -2,6 +2,7 @@
 #include "host/intake/lane.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <array>
@@ -28,6 +29,18 @@ Refusal ReasonFor(Status status, const IID& protocol, std::span<const std::uint8
   }
   if (!version.sflow && IsCutShort(datagram)) return Refusal::kCutShort;
   return status == kStatusOk || version.HasTemplates() ? Refusal::kNone : Refusal::kFailed;
+}
+
+// Meters of other lanes know nothing that an exporter tells, whether they help its own or not.
+void MarkOwnNotes(Harvest* harvest) {
+  auto& notes = harvest->store->Group(kExporterGroup).notes;
+  if (notes.empty()) return;
+  harvest->exporters.ForEach([&](const ExportSource& source, const ExporterCounts& counts) {
+    if (counts.is_lent) return;
+    const auto bytes = source.endpoint.address.bytes();
+    const auto known = notes.find(fmt::format("{:02X}", fmt::join(bytes, ".")));
+    if (known != notes.end()) known->second.is_own = true;
+  });
 }
 
 }  // namespace
@@ -269,7 +282,9 @@ Harvest Lane::Reap() {
   auto fresh = std::make_unique<StatsStore>(groups_);
   engine_.UseStore(*fresh);
   fresh->CopyNotes(*store_);  // told once, and true from then on
-  return {std::exchange(store_, std::move(fresh)), exporters_.Reap()};
+  Harvest harvest{std::exchange(store_, std::move(fresh)), exporters_.Reap()};
+  MarkOwnNotes(&harvest);
+  return harvest;
 }
 
 Refusal Lane::Claim(const IID& protocol, const UdpPacket& packet) {
