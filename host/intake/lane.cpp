@@ -87,7 +87,6 @@ void Lane::Enter(const IID& protocol, const UdpPacket& packet) {
   records_.store(records_.load(std::memory_order_relaxed) + records, std::memory_order_relaxed);
   Note(packet, records, refusal_);
   has_netflow_ = has_netflow_ || protocol == kNetflowProtocol;
-  if (engine_.HasFlowTexts()) needs_order_.store(true, std::memory_order_relaxed);
   if (store_->flows().size() > most_flows_) HandOutFlowsNow(packet.time);
   if (keeps_lessons_ && meters_->Learnt() > learnt_before_) NoteGrowth(packet);
   if (mailbox_.HasMail()) TakeMessages();
@@ -114,10 +113,21 @@ void Lane::Note(const UdpPacket& packet, std::uint64_t records, Refusal refusal)
   const Endpoint exporter{packet_.Source(), packet.source.port};
   const auto datagram = WithoutShim(packet.Payload(), exporter.address);
   takes_shims_ = takes_shims_ || datagram.size() < packet.payload_length;
-  exporters_.Note({exporter, packet.time, datagram, records, refusal, engine_.TakeWords(),
+  const MeterWords words = engine_.TakeWords();
+  if (records > words[static_cast<std::size_t>(MeterWord::kFiltered)]) NoteShown(datagram);
+  exporters_.Note({exporter, packet.time, datagram, records, refusal, words,
                    packet.destination.port, portion_ != Portion::kRecords});
   if (exporters_.HasNewUser() && on_used_) on_used_(exporter);
   if (keeps_lessons_ && exporters_.HasLessons()) KeepLessons(exporter, datagram);
+}
+
+// Whether the flows of a kind have texts shows once there is one: that they do is noted first.
+void Lane::NoteShown(std::span<const std::uint8_t> datagram) {
+  if (engine_.HasFlowTexts()) needs_order_.store(true, std::memory_order_relaxed);
+  const ExportVersion version = VersionOf(datagram);
+  if (version.HasTemplates()) return;
+  auto& has_shown = version.sflow ? has_shown_sflow_ : has_shown_fixed_;
+  if (!has_shown.load(std::memory_order_relaxed)) has_shown = true;
 }
 
 void Lane::HoldBack(const UdpPacket& packet, Portion portion) {

@@ -85,9 +85,13 @@ class Lane final : private ChannelSink {
   // NoteNumbers takes a datagram's numbers, in their order, where another lane meters its records.
   void NoteNumbers(const UdpPacket& packet);
 
-  // Whether others may meter some of its exporters' datagrams: not before something was metered
-  // here, and not where a flow has the text that was told last. Any thread may ask.
-  [[nodiscard]] bool CanShare() const { return Records() > 0 && !needs_order_; }
+  // Whether others may meter some of its exporters' datagrams for a protocol: not before a flow of
+  // that kind was metered here, and not where a flow has the text that was told last. Any thread
+  // may ask.
+  [[nodiscard]] bool CanShare(const IID& protocol) const {
+    const auto& has_shown = protocol == kSFlowProtocol ? has_shown_sflow_ : has_shown_fixed_;
+    return has_shown && !needs_order_;
+  }
 
   // NoteDropped counts datagrams that never came this far.
   void NoteDropped(const DroppedNumbers& dropped);
@@ -137,6 +141,7 @@ class Lane final : private ChannelSink {
   Refusal Count(Component& component, const UdpPacket& packet);
   void Knock(Component& component, Timestamp now);
   void Note(const UdpPacket& packet, std::uint64_t records, Refusal refusal);
+  void NoteShown(std::span<const std::uint8_t> datagram);
   void HandOutFlowsNow(Timestamp now);
   void LookAtMemory();
   void LookAtMeters(Timestamp now);
@@ -187,6 +192,9 @@ class Lane final : private ChannelSink {
   Portion portion_ = Portion::kAll;
   Refusal refusal_ = Refusal::kNone;  // of the one that was metered last
   std::atomic<bool> needs_order_ = false;
+  // Whether flows of what stands alone were metered: of sFlow, and of NetFlow v1 or v5.
+  std::atomic<bool> has_shown_sflow_ = false;
+  std::atomic<bool> has_shown_fixed_ = false;
   std::atomic<std::uint64_t> records_ = 0;
   std::size_t most_flows_ = std::numeric_limits<std::size_t>::max();
   FlowSink flow_sink_;

@@ -60,7 +60,7 @@ std::size_t Lanes::MeteringLane(std::size_t home, const IID& protocol,
                                 const UdpPacket& packet) const {
   constexpr std::size_t kBehind = 2;  // batches
   const std::size_t waiting = workers_[home]->Waiting();
-  if (waiting < kBehind || !lanes_[home]->CanShare()) return home;
+  if (waiting < kBehind || !lanes_[home]->CanShare(protocol)) return home;
   const auto least =
       std::ranges::min_element(workers_, {}, [](const auto& worker) { return worker->Waiting(); });
   if ((*least)->Waiting() + kBehind > waiting || !(*least)->HasRoomForOthers() ||
