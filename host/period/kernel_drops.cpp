@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/period/kernel_drops.h"
 
+#include <absl/container/flat_hash_map.h>
+
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -8,12 +10,33 @@
 namespace flow::host {
 namespace {
 
+// What was described of exporters' datagrams, in whatever lanes.
+struct Described {
+  std::uint64_t datagrams = 0;
+  std::uint64_t records = 0;
+};
+using DescribedBySource = absl::flat_hash_map<ExportSource, Described>;
+
+DescribedBySource DescribedIn(std::vector<Harvest>& harvests) {
+  DescribedBySource all;
+  for (Harvest& harvest : harvests) {
+    harvest.exporters.ForEach([&all](const ExportSource& source, const ExporterCounts& counts) {
+      Described& described = all[source];
+      described.datagrams += counts.datagrams;
+      described.records += counts.books.described;
+    });
+  }
+  return all;
+}
+
 // The datagrams that an exporter's gaps stand for; of flows and records as many as usual in each.
-double DatagramsLost(const ExportSource& source, const ExporterCounts& counts) {
+double DatagramsLost(const ExportSource& source, const ExporterCounts& counts,
+                     const DescribedBySource& all) {
   const auto lost = static_cast<double>(counts.gaps.Lost());
   if (source.version.sflow || source.version.number == 9) return lost;
-  if (counts.datagrams == 0 || counts.books.described < counts.datagrams) return lost;
-  return lost * static_cast<double>(counts.datagrams) / static_cast<double>(counts.books.described);
+  const Described& described = all.at(source);
+  if (described.datagrams == 0 || described.records < described.datagrams) return lost;
+  return lost * static_cast<double>(described.datagrams) / static_cast<double>(described.records);
 }
 
 void TakeShareOff(double share, SequenceGaps* gaps) {
@@ -26,6 +49,8 @@ void KernelDrops::TakeOff(const PortDrops& drops, std::vector<Harvest>& harvests
   const PortDrops before = std::exchange(left_, drops);
   PortDrops all = drops;
   for (const auto& [port, datagrams] : before) all[port] += datagrams;
+  if (all.empty()) return;
+  const DescribedBySource described = DescribedIn(harvests);
   for (const auto& [port, datagrams] : all) {
     if (datagrams == 0) continue;
     const auto each = [&harvests, at = port](const auto& visit) {
@@ -36,7 +61,9 @@ void KernelDrops::TakeOff(const PortDrops& drops, std::vector<Harvest>& harvests
       }
     };
     double lost = 0;
-    each([&](const auto& source, const auto& counts) { lost += DatagramsLost(source, counts); });
+    each([&](const auto& source, const auto& counts) {
+      lost += DatagramsLost(source, counts, described);
+    });
     const auto dropped = static_cast<double>(datagrams);
     const double share = lost > dropped ? dropped / lost : 1;
     each([&](const auto&, auto& counts) {

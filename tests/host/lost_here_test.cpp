@@ -153,7 +153,15 @@ TEST_P(KernelDropsOf, AreTakenOff) {
       const Bytes any = k == 2 ? V5("00000000", "001E") : V9("00000000");
       ExporterTable& table = harvests[k % 2].exporters;
       const std::uint16_t port = k == 1 ? 2056 : 2055;
-      table.Note({sources[k].endpoint, 0, any, k == 2 ? 30U : 1U, Refusal::kNone, {}, port});
+      MeteredDatagram datagram{sources[k].endpoint, 0, any, 1, Refusal::kNone, {}, port};
+      if (k == 2) {  // another lane helps
+        datagram.records = 30;
+        datagram.has_numbers = false;
+        harvests[1].exporters.Note(datagram);
+        table.NoteNumbersOf(datagram);
+      } else {
+        table.Note(datagram);
+      }
       table.ForEach([&](const ExportSource& source, ExporterCounts& counts) {
         if (source == sources[k]) counts.gaps.missing = GetParam().missing[i][k];
       });
