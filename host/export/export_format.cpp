@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/base/big_endian.h"
+#include "host/capture/made_headers.h"
 
 namespace flow::host {
 namespace {
@@ -298,6 +299,24 @@ std::optional<TemplateMessage> ParseTemplateMessage(Bytes message, bool has_doma
   if (port_at + 2 <= message.size()) parsed.owner.exporter.port = Be16(message.data() + port_at);
   parsed.set = message.subspan(kMessageHeader);
   return parsed;
+}
+
+std::vector<std::uint8_t> MakeTemplateMessage(const TemplateMessage& message) {
+  UdpPacket packet;
+  packet.source = message.owner.exporter;
+  packet.payload_length = message.set.size();
+  std::vector<std::uint8_t> headers(kMadeHeaders);
+  PutMadeHeaders(packet, headers.data());
+  std::vector<std::uint8_t> made;
+  made.reserve(sizeof(std::uint32_t) + kMessageHeader + message.set.size());
+  if (message.owner.domain) {
+    for (int shift = 24; shift >= 0; shift -= 8) {
+      made.push_back(static_cast<std::uint8_t>(*message.owner.domain >> shift));
+    }
+  }
+  made.insert(made.end(), headers.begin(), headers.begin() + kMessageHeader);
+  made.insert(made.end(), message.set.begin(), message.set.end());
+  return made;
 }
 
 }  // namespace flow::host

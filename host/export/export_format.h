@@ -143,4 +143,8 @@ struct TemplateMessage {
 std::optional<TemplateMessage> ParseTemplateMessage(std::span<const std::uint8_t> message,
                                                     bool has_domain);
 
+// MakeTemplateMessage makes one, with a domain where the owner has one. It goes by the exporter's
+// address, which is one of IPv4, and port.
+std::vector<std::uint8_t> MakeTemplateMessage(const TemplateMessage& message);
+
 }  // namespace flow::host

@@ -6,7 +6,6 @@
 
 #include "host/base/big_endian.h"
 #include "host/base/memory_budget.h"
-#include "host/capture/made_headers.h"
 
 namespace flow::host {
 namespace {
@@ -14,7 +13,6 @@ namespace {
 constexpr std::size_t kV9Header = 20;
 constexpr std::size_t kIpfixHeader = 16;
 constexpr std::size_t kSetHeader = 4;
-constexpr std::size_t kCarrier = 24;  // in front of a message's set
 
 // What a template takes, here and in a meter, beside the bytes of its set.
 constexpr std::size_t kTemplateCost = 600;
@@ -35,20 +33,6 @@ std::vector<std::uint8_t> WithSets(std::span<const std::uint8_t> datagram,
   for (const auto set : sets) made.insert(made.end(), set.begin(), set.end());
   PutBe16(IsIpfix(datagram) ? made.size() : sets.size(), made.data() + 2);
   return made;
-}
-
-// A set as a meter posts it that does not tell an exporter's domains apart.
-ChannelMessage MessageOf(const Endpoint& exporter, std::span<const std::uint8_t> set) {
-  UdpPacket packet;
-  packet.source = exporter;
-  packet.payload_length = set.size();
-  std::vector<std::uint8_t> made(kMadeHeaders);
-  PutMadeHeaders(packet, made.data());
-  made.resize(kCarrier);
-  made.insert(made.end(), set.begin(), set.end());
-  return {CHANNELID_NETFLOW_TEMPLATES,
-          std::make_shared<std::vector<std::uint8_t>>(std::move(made)),
-          {}};
 }
 
 // A data set with its last record alone, for records of one length.
@@ -77,7 +61,11 @@ void Handover::Take(const Endpoint& exporter, Bytes datagram, Scope scope, const
 void Handover::TakeTemplates(const Endpoint& exporter, Bytes datagram, Bytes set, Scope scope) {
   Template entry;
   if (scope == Scope::kExporter) {
-    entry.message = std::make_shared<const ChannelMessage>(MessageOf(exporter, set));
+    // As a meter posts it that does not tell an exporter's domains apart.
+    const auto made =
+        std::make_shared<std::vector<std::uint8_t>>(MakeTemplateMessage({{exporter, {}}, set}));
+    entry.message = std::make_shared<const ChannelMessage>(
+        ChannelMessage{CHANNELID_NETFLOW_TEMPLATES, made, {}});
     return KeepSet({exporter}, set, entry);
   }
   entry.datagram = std::make_shared<const std::vector<std::uint8_t>>(WithSets(datagram, {set}));
@@ -137,8 +125,8 @@ void Handover::TakeRate(const Endpoint& exporter, Bytes datagram, Bytes set,
     const std::size_t header = IsIpfix(*known->datagram) ? kIpfixHeader : kV9Header;
     definition = Bytes(*known->datagram).subspan(header);
   } else {
-    const std::size_t carrier = kCarrier + (HasDomain(known->message->channel) ? 4 : 0);
-    definition = Bytes(*known->message->bytes).subspan(carrier);
+    const ChannelMessage& message = *known->message;
+    definition = ParseTemplateMessage(*message.bytes, HasDomain(message.channel))->set;
   }
   const Key key{{exporter, DomainOf(datagram)}, id};
   const bool is_told = known->is_option && on_rate;

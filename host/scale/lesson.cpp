@@ -11,7 +11,6 @@
 #include <nlohmann/json.hpp>
 
 #include "host/base/big_endian.h"
-#include "host/capture/made_headers.h"
 
 namespace flow::host {
 namespace {
@@ -20,7 +19,6 @@ using Json = nlohmann::json;
 using Bytes = std::span<const std::uint8_t>;
 
 constexpr std::string_view kKinds[] = {"templates", "rate"};
-constexpr std::size_t kCarrier = 24;  // in front of a channel message's set: the IPv4 layer begins
 constexpr std::size_t kV9Header = 20;
 constexpr std::size_t kIpfixHeader = 16;
 constexpr std::size_t kSetHeader = 4;
@@ -131,21 +129,8 @@ std::optional<Lesson> LessonOf(Bytes message, bool has_domain) {
 }
 
 std::vector<std::uint8_t> ChannelMessageOf(const Lesson& lesson, const IpAddress& exporter) {
-  UdpPacket packet;
-  packet.source = {exporter, lesson.owner.exporter.port};
-  packet.payload_length = lesson.bytes.size();
-  std::vector<std::uint8_t> headers(kMadeHeaders);
-  PutMadeHeaders(packet, headers.data());
-  std::vector<std::uint8_t> message;
-  message.reserve(sizeof(std::uint32_t) + kCarrier + lesson.bytes.size());
-  if (lesson.owner.domain) {
-    for (int shift = 24; shift >= 0; shift -= 8) {
-      message.push_back(static_cast<std::uint8_t>(*lesson.owner.domain >> shift));
-    }
-  }
-  message.insert(message.end(), headers.begin(), headers.begin() + kCarrier);
-  message.insert(message.end(), lesson.bytes.begin(), lesson.bytes.end());
-  return message;
+  return MakeTemplateMessage(
+      {{{exporter, lesson.owner.exporter.port}, lesson.owner.domain}, lesson.bytes});
 }
 
 }  // namespace flow::host
