@@ -364,6 +364,7 @@ TEST_F(Exporters, BooksHaveARowForEveryRecord) {
        "2 0 0 zero_bytes=1 corrupt=1"},
       {"MarkedAndFiltered", two, 2, {{MeterWord::kFiltered, 2}}, "2 0 0 filtered=2"},
       {"BothDirections", two, 4, {{MeterWord::kReverse, 2}}, "2 2 4"},
+      {"OneOfThemAndInBoth", two, 2, {{MeterWord::kReverse, 1}}, "2 1 2 unexplained=1"},
       {"NothingTold", two, 1, {}, "2 0 1 unexplained=1"},
       {"SetPastTheEnd", "0100 0040 0A000001 00000064", 0, {}, "1 0 0 broken_set=1"},
       {"StaticTemplate", "", 3, {}, "3 0 3"},
