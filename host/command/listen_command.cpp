@@ -45,6 +45,13 @@ Timestamp Now() { return NowMicros(); }
 
 using Clock = std::chrono::steady_clock;
 
+// Before a store is opened, or a port.
+OutputOptions Prepared(OutputOptions output, const MeterSetup& setup) {
+  output.report.group_ids = setup.GroupIds(output.report.group_ids);
+  Prepare(output.destinations, Existing::kContinue);
+  return output;
+}
+
 class Listen {
  public:
   Listen(const ListenOptions& options, std::size_t memory)
@@ -53,10 +60,9 @@ class Listen {
         console_(options.meter.log_level),
         setup_(options.meter, "", console_),
         memory_watch_(memory, console_),
-        output_(options.output),
+        output_(Prepared(options.output, setup_)),
         schedule_(setup_.catalog().ShortestBucket(),
                   Timestamp{options.interval} * kMicrosPerSecond) {
-    output_.report.group_ids = setup_.GroupIds(output_.report.group_ids);
     console_.Queue();
   }
 

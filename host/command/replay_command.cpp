@@ -35,9 +35,7 @@ class Replay {
                   Timestamp{options.interval} * kMicrosPerSecond) {
     output_.report.group_ids = setup_.GroupIds(output_.report.group_ids);
     output_.replaces_buckets = options.existing == Existing::kAppend;
-    for (const Destination& to : output_.destinations) {
-      if (to.kind->prepare != nullptr) to.kind->prepare(to.place, options.existing);
-    }
+    Prepare(output_.destinations, options.existing);
   }
 
   int Run() {

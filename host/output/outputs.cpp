@@ -15,4 +15,10 @@ constexpr OutputKind kOutputs[] = {
 
 std::span<const OutputKind> OutputKinds() { return kOutputs; }
 
+void Prepare(std::span<const Destination> destinations, Existing existing) {
+  for (const Destination& to : destinations) {
+    if (to.kind->prepare != nullptr) to.kind->prepare(to.place, existing);
+  }
+}
+
 }  // namespace flow::host

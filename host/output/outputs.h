@@ -24,9 +24,10 @@ struct TimeBucket {
 
 // What becomes of what an output holds already, which may be a collector's history.
 enum class Existing {
-  kRefuse,   // nothing is written there, unless a report of captures is all that it holds
-  kReplace,  // it makes room
-  kAppend,   // buckets are added
+  kRefuse,    // nothing is written there, unless a report of captures is all that it holds
+  kReplace,   // it makes room
+  kAppend,    // buckets are added
+  kContinue,  // likewise, where it holds nothing or what a collector has counted
 };
 
 struct OutputKind {
@@ -41,8 +42,8 @@ struct OutputKind {
   // is written. HostError when it cannot, and then nothing has changed.
   void (*append)(const SheetRecord& sheets, const std::string& place,
                  const TimeBucket& bucket) = nullptr;
-  // Looks at what is there before captures are read; null where there is nothing to lose. HostError
-  // when it is to stay.
+  // Looks at what is there before anything is read or received; null where there is nothing to
+  // lose. HostError when it is to stay, or cannot be written.
   void (*prepare)(const std::string& place, Existing existing) = nullptr;
 };
 
@@ -62,6 +63,9 @@ struct OutputOptions {
   bool replaces_buckets = false;  // those of the same time
   bool has_summary = true;        // on standard output
 };
+
+// Prepare looks at what the destinations hold, with the outputs' own HostError.
+void Prepare(std::span<const Destination> destinations, Existing existing);
 
 // The writers. One JSON document; SHEET.csv for every sheet in a directory, which is made; and
 // tables of an SQLite database, which is made, too. Replaced tables leave the others in it alone;

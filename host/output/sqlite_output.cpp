@@ -24,6 +24,12 @@ namespace {
 
 constexpr int kReportId = 0x464C5250;  // SQLite's application_id
 
+// Somebody else is writing it.
+class DatabaseBusy : public HostError {
+ public:
+  using HostError::HostError;
+};
+
 struct CloseDatabase {
   void operator()(sqlite3* database) const { sqlite3_close(database); }
 };
@@ -56,14 +62,10 @@ class Database final : public SheetSink {
     if (bucket_) {  // others may read while it is written
       constexpr int kPatienceMs = 10'000;
       sqlite3_busy_timeout(opened, kPatienceMs);
-      Execute("PRAGMA journal_mode=WAL");
+      RefuseBuckets(bucket_->replaces);
+      Execute("PRAGMA journal_mode=WAL");  // which stays
     }
     Execute("BEGIN IMMEDIATE");  // rolled back unless it is committed
-    if (bucket_ && IsReport()) {
-      // Its rows would be of no time, and stay for ever.
-      throw HostError(
-          fmt::format("database {} holds a report, to which no intervals are added", path_));
-    }
   }
 
   void Commit() { Execute("COMMIT"); }
@@ -77,6 +79,22 @@ class Database final : public SheetSink {
     throw HostError(fmt::format(
         "database {} holds {}: --replace puts the report in its place, --append adds intervals",
         path_, TablesOfBuckets().empty() ? "tables of others" : "what a collector has counted"));
+  }
+
+  // RefuseBuckets throws where no buckets go; beside tables of others only where that is asked for.
+  void RefuseBuckets(bool goes_beside_others) {
+    if (IsReport()) {  // its rows would be of no time, and stay for ever
+      throw HostError(
+          fmt::format("database {} holds a report, to which no intervals are added", path_));
+    }
+    const bool is_own =
+        Ask("SELECT count(*) FROM sqlite_schema WHERE type = 'table'").front() == "0" ||
+        Ask("SELECT count(*) FROM sqlite_schema WHERE type = 'index' "
+            "AND name = tbl_name || '_by_bucket'")
+                .front() != "0";
+    if (is_own || goes_beside_others) return;
+    throw HostError(fmt::format(
+        "database {} holds tables of others: a collector writes to one of its own", path_));
   }
 
   void DropBuckets() {
@@ -214,8 +232,10 @@ class Database final : public SheetSink {
   }
   void Check(int result) const {
     if (result == SQLITE_OK || result == SQLITE_DONE || result == SQLITE_ROW) return;
-    throw HostError(
-        fmt::format("database {} cannot be written: {}", path_, sqlite3_errmsg(database_.get())));
+    const std::string trouble =
+        fmt::format("database {} cannot be written: {}", path_, sqlite3_errmsg(database_.get()));
+    if (result == SQLITE_BUSY) throw DatabaseBusy(trouble);
+    throw HostError(trouble);
   }
 
   std::string path_;
@@ -241,11 +261,18 @@ void WriteSqlite(const Report& report, const ReportOptions& options, const std::
 
 void PrepareSqlite(const std::string& path, Existing existing) {
   std::error_code missing;
-  if (existing == Existing::kAppend || !std::filesystem::exists(path, missing)) return;
-  Database database(path);
-  if (existing == Existing::kRefuse) return database.Refuse();
-  database.DropBuckets();
-  database.Commit();
+  const bool is_made = existing == Existing::kContinue;
+  if (!is_made && !std::filesystem::exists(path, missing)) return;
+  const bool takes_buckets = is_made || existing == Existing::kAppend;
+  try {
+    Database database(path);
+    if (takes_buckets) return database.RefuseBuckets(!is_made);
+    if (existing == Existing::kRefuse) return database.Refuse();
+    database.DropBuckets();
+    database.Commit();
+  } catch (const DatabaseBusy&) {
+    if (!takes_buckets) throw;  // each bucket is tried until it is written, and looks again
+  }
 }
 
 }  // namespace flow::host

@@ -5,22 +5,29 @@ or ends; it neither hangs nor writes to what a link leads to.
 
 Exit status: 0 as it should be, 1 not.
 """
+import contextlib
 import json
 import os
 import pathlib
 import signal
+import sqlite3
 import subprocess
 import sys
 import tempfile
 
 FLOWHOST, PLUGIN, FLOWGEN = sys.argv[1:]
+LISTENS = "datagrams of anybody are metered"
 POLICY = "NetflowCounterPolicy.xml"
 TEXT = "somebody else's\n"
 
+STATE = ("--state", "state")
 STORE = ("--store", "store", "--state", "state")
 TO_NOBODY = ("--clickhouse", "http://u@127.0.0.1:9/flows", "--state", "state")
 
-# name, what stands where (pipe, link, loose link, device), options, exit status, what is said
+TABLES = {"tables": "CREATE TABLE hosts (name, bucket)", "report": "PRAGMA application_id=1179406928; CREATE TABLE hosts (bytes)",
+          "buckets": "CREATE TABLE hosts (bucket, bytes); CREATE INDEX hosts_by_bucket ON hosts (bucket)"}
+
+# name, what stands where (pipe, link, loose link, text, or one of the tables), options, exit status, what is said
 CASES = (
     ("JSON to a pipe", {"out": "pipe"}, ("--json", "out"), 1, "out cannot be written: it is a pipe that nobody reads"),
     ("JSON to a link", {"out": "link"}, ("--json", "out"), 1, "out cannot be written: it is a symbolic link"),
@@ -32,6 +39,12 @@ CASES = (
     ("CSV to a link", {"out/books.csv": "link"}, ("--csv", "out"), 1, "it is a symbolic link"),
     ("a database in a pipe", {"out": "pipe"}, ("--sqlite", "out"), 1, "database out cannot be written: it is no regular file"),
     ("a database behind a link", {"out": "link"}, ("--sqlite", "out"), 1, "database out cannot be written: it is no regular"),
+    ("buckets in a pipe", {"out": "pipe"}, ("--sqlite", "out", *STATE), 1, "database out cannot be written: it is no regular file"),
+    ("buckets in no folder", {}, ("--sqlite", "folder/out", *STATE), 1, "database folder/out cannot be written: "),
+    ("buckets in no database", {"out": "text"}, ("--sqlite", "out", *STATE), 1, "database out cannot be written: file is not a database"),
+    ("buckets beside tables of others", {"out": "tables"}, ("--sqlite", "out", *STATE), 1, "database out holds tables of others"),
+    ("buckets in a report", {"out": "report"}, ("--sqlite", "out", *STATE), 1, "database out holds a report"),
+    ("buckets beside others", {"out": "buckets"}, ("--sqlite", "out", *STATE), 0, ""),
     ("a trace to a pipe", {"out": "pipe"}, ("--trace", "out"), 1, "trace file out cannot be written: it is a pipe that"),
     ("a trace to a link", {"out": "link"}, ("--trace", "out"), 1, "trace file out cannot be written: it is a symbolic link"),
     ("a policy from a pipe", {f"policies/{POLICY}": "pipe"}, (), 1, f"{POLICY} cannot be read: it is no regular file"),
@@ -56,6 +69,11 @@ def place(folder, name, kind):
     path.parent.mkdir(exist_ok=True)
     if kind == "pipe":
         os.mkfifo(path)
+    elif kind == "text":
+        path.write_text(TEXT)
+    elif kind in TABLES:
+        with contextlib.closing(sqlite3.connect(path)) as database:
+            database.executescript(TABLES[kind])
     else:
         path.symlink_to(folder / ("nothing" if kind == "loose link" else "victim"))
 
@@ -70,7 +88,7 @@ def run(folder, options):
     said = ""
     for line in collector.stdout:
         said += line
-        if "datagrams of anybody are metered" in line:
+        if LISTENS in line:
             # As timeout(1) does it: the process, then its group.
             collector.send_signal(signal.SIGTERM)
             collector.send_signal(signal.SIGTERM)
@@ -83,12 +101,15 @@ def check(folder, name, things, options, status, text):
                    stdout=subprocess.DEVNULL)
     for thing, kind in things.items():
         place(folder, thing, kind)
+    before = {thing: (folder / thing).read_bytes() for thing, kind in things.items() if kind in ("text", *TABLES)}
     ended = run(folder, options)
     said = ended.stdout + ended.stderr
     if (folder / "victim").read_text() != TEXT or (folder / "nothing").exists():
         return f"{name}: somebody else's file was written"
     if ended.returncode != status or text not in said:
         return f"{name}: status {ended.returncode} and {said[-600:]!r}"
+    if status != 0 and "--sqlite" in options and (LISTENS in said or any((folder / thing).read_bytes() != was for thing, was in before.items())):
+        return f"{name}: refused too late"
     if options == ("--json", "/dev/stdout"):
         json.loads(ended.stdout[ended.stdout.index('{"captures"'):])
     if status == 0 and "--state" in options and (folder / "state" / "lock").stat().st_mode & 0o077:
