@@ -29,41 +29,38 @@ void IntakeCounts::Add(const IntakeCounts& other) {
 void Intake::Take(int link_type, const CapturedPacket& packet) {
   NoteTime(packet.time);
   UdpPacket udp;
-  PacketKind kind = Dissect(link_type, packet, &udp);
-  if (kind == PacketKind::kUdp) {
-    const IID* const protocol = ports_.ProtocolOf(udp.destination.port);
-    if (protocol == nullptr) {
-      ++counts_.unclaimed_ports[udp.destination.port];
-    } else {
-      kind = Hand(*protocol, udp);
-    }
+  const PacketKind kind = Dissect(link_type, packet, &udp);
+  if (kind != PacketKind::kUdp) return Count(kind);
+  if (const IID* const protocol = ports_.ProtocolOf(udp.destination.port)) {
+    return Hand(*protocol, udp);
   }
-  ++counts_.packets[static_cast<std::size_t>(kind)];
+  ++counts_.unclaimed_ports[udp.destination.port];
+  Count(kind);
 }
 
 void Intake::Take(const IID& protocol, const UdpPacket& datagram) {
   NoteTime(datagram.time);
   const bool is_stranger = allowed_ != nullptr && !allowed_->Contains(datagram.source.address);
-  const PacketKind kind = is_stranger ? PacketKind::kStranger : Hand(protocol, datagram);
-  ++counts_.packets[static_cast<std::size_t>(kind)];
+  is_stranger ? Count(PacketKind::kStranger) : Hand(protocol, datagram);
 }
 
-// Hand gives a datagram to its lane, or tells as what it is to be counted instead. The plug-in
-// knows exporters by an IPv4 address, that of the packet or one that the datagram names; nobody is
-// to pass for an exporter over IPv6.
-PacketKind Intake::Hand(const IID& protocol, const UdpPacket& datagram) {
+// Hand gives a datagram to its lane, or counts it as what it is instead. The plug-in knows
+// exporters by an IPv4 address, that of the packet or one that the datagram names; nobody is to
+// pass for an exporter over IPv6. It is counted first: the plug-in may end the process while a lane
+// meters it.
+void Intake::Hand(const IID& protocol, const UdpPacket& datagram) {
   const auto named = NamedExporter(datagram.Payload());
   if (StandIns::IsOne(datagram.source.address) || (named && StandIns::IsOne(*named))) {
-    return PacketKind::kReservedExporter;
+    return Count(PacketKind::kReservedExporter);
   }
   if (datagram.source.address.family() == Family::kIpv4) {
-    lanes_.Take(protocol, datagram);
-    return PacketKind::kUdp;
+    Count(PacketKind::kUdp);
+    return lanes_.Take(protocol, datagram);
   }
   const auto stand_in = stand_ins_.Of(datagram.source.address, datagram.time / kMicrosPerSecond);
-  if (!stand_in) return PacketKind::kSpareExporter;
+  if (!stand_in) return Count(PacketKind::kSpareExporter);
+  Count(PacketKind::kUdp);
   lanes_.Take(protocol, OverIpv4(datagram, *stand_in, &made_));
-  return PacketKind::kUdp;
 }
 
 void Intake::NoteTime(Timestamp time) {

@@ -48,7 +48,8 @@ class Intake {
 
  private:
   void NoteTime(Timestamp time);
-  PacketKind Hand(const IID& protocol, const UdpPacket& datagram);
+  void Hand(const IID& protocol, const UdpPacket& datagram);
+  void Count(PacketKind kind) { ++counts_.packets[static_cast<std::size_t>(kind)]; }
 
   const PortMap& ports_;
   Lanes& lanes_;

@@ -228,7 +228,9 @@ TEST_F(Replay, ReportsWhenThePluginEndsTheProcess) {
   EXPECT_THAT(result.err, HasSubstr("flowhost: the plug-in ended the process"));
   EXPECT_THAT(result.out, testing::StartsWith("XML Parsing error\n"));
   EXPECT_THAT(result.out, HasSubstr("Flow records      1"));
-  EXPECT_EQ(json::parse(ReadFile(folder_ / "a.json"))["records"], 1);
+  const json document = json::parse(ReadFile(folder_ / "a.json"));
+  EXPECT_EQ(document["records"], 1);
+  EXPECT_EQ(document["packets"]["total"], 2) << "with the one that ended it";
 }
 
 // In lanes' threads too, all at once, with what all have counted.
