@@ -4,12 +4,16 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <span>
 #include <vector>
 
 #include "host/capture/udp_packet.h"
 
 namespace flow::host {
+
+// Datagrams that were dropped, by the UDP port that they came to.
+using PortDrops = std::map<std::uint16_t, std::uint64_t>;
 
 class DroppedNumbers {
  public:
@@ -22,6 +26,8 @@ class DroppedNumbers {
 
   // Add keeps a datagram's numbers, as a datagram without records and with its shim.
   void Add(const UdpPacket& packet);
+  // AddUnseen counts a datagram for whose numbers there is no room.
+  void AddUnseen(const UdpPacket& packet) { ++unseen_[packet.destination.port]; }
 
   // In the order in which they came.
   [[nodiscard]] const std::vector<Entry>& entries() const { return entries_; }
@@ -29,12 +35,15 @@ class DroppedNumbers {
     return std::span(bytes_).subspan(entry.offset, entry.length);
   }
 
+  [[nodiscard]] const PortDrops& unseen() const { return unseen_; }
+
   // About the memory that they take.
   [[nodiscard]] std::size_t Size() const { return bytes_.size() + entries_.size() * sizeof(Entry); }
 
  private:
   std::vector<Entry> entries_;
   std::vector<std::uint8_t> bytes_;
+  PortDrops unseen_;
 };
 
 }  // namespace flow::host

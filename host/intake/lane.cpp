@@ -220,6 +220,7 @@ void Lane::NoteDropped(const DroppedNumbers& dropped) {
     const auto datagram = takes_shims_ ? WithoutShim(bytes, exporter.address) : bytes;
     exporters_.NoteDropped(exporter, entry.time, datagram);
   }
+  for (const auto& [port, datagrams] : dropped.unseen()) dropped_unseen_[port] += datagrams;
 }
 
 void Lane::TakeMessages() {
@@ -292,7 +293,8 @@ Harvest Lane::Reap() {
   auto fresh = std::make_unique<StatsStore>(groups_);
   engine_.UseStore(*fresh);
   fresh->CopyNotes(*store_);  // told once, and true from then on
-  Harvest harvest{std::exchange(store_, std::move(fresh)), exporters_.Reap()};
+  Harvest harvest{std::exchange(store_, std::move(fresh)), exporters_.Reap(),
+                  std::exchange(dropped_unseen_, {})};
   MarkOwnNotes(&harvest);
   return harvest;
 }

@@ -52,6 +52,7 @@ struct LaneParts {
 struct Harvest {
   std::unique_ptr<StatsStore> store;
   ExporterTable exporters;
+  PortDrops dropped_unseen;  // datagrams that found a full queue, and whose numbers nobody knows
 };
 
 // Flows that a lane hands out before it is asked, so that it does not hold too many.
@@ -162,6 +163,7 @@ class Lane final : private ChannelSink {
   CallTrace* trace_;
   std::unique_ptr<StatsStore> store_;
   ExporterTable exporters_;
+  PortDrops dropped_unseen_;
   StatsEngine engine_;
   std::optional<TraceEngine> trace_engine_;
   PacketContext packet_;

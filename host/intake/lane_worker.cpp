@@ -57,6 +57,8 @@ void LaneWorker::DropGathered() {
     if (entry.portion == Portion::kRecords) continue;  // its numbers are another lane's
     if (numbers_kept_ + dropped_numbers_->Size() < Shares().dropped_numbers) {
       dropped_numbers_->Add(entry.packet);
+    } else {
+      dropped_numbers_->AddUnseen(entry.packet);
     }
   }
   dropped_.fetch_add(gathered_->Datagrams(), std::memory_order_relaxed);

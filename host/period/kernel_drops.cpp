@@ -45,7 +45,11 @@ void TakeShareOff(double share, SequenceGaps* gaps) {
 
 }  // namespace
 
-void KernelDrops::TakeOff(const PortDrops& drops, std::vector<Harvest>& harvests) {
+void KernelDrops::TakeOff(const PortDrops& of_sockets, std::vector<Harvest>& harvests) {
+  PortDrops drops = of_sockets;
+  for (const Harvest& harvest : harvests) {
+    for (const auto& [port, datagrams] : harvest.dropped_unseen) drops[port] += datagrams;
+  }
   const PortDrops before = std::exchange(left_, drops);
   PortDrops all = drops;
   for (const auto& [port, datagrams] : before) all[port] += datagrams;

@@ -11,7 +11,9 @@
 #include <vector>
 
 #include "host/base/console.h"
+#include "host/base/memory_budget.h"
 #include "host/command/meter_setup.h"
+#include "host/period/kernel_drops.h"
 #include "host/policy/default_policies.h"
 #include "tests/host/captures.h"
 #include "tests/host/program.h"
@@ -150,6 +152,53 @@ TEST(Lanes, HelpAnExportersLaneWithWhatStandsAlone) {
     EXPECT_EQ(counts.gaps.late, 0U);
     EXPECT_EQ(setup.lanes().Dropped(), 0U);
   }
+}
+
+// Most of them without their numbers, for which there is little room.
+TEST(Lanes, DropHereWhatIsNotLostOnTheWay) {
+  ShareMemory(kLeastMemory, 1);
+  constexpr std::uint32_t kDatagrams = 30'000;
+  constexpr std::uint32_t kAfterwards = 10;
+  const TemporaryFolder folder;
+  Console console(kLogError);
+  MeterOptions options;
+  options.plugin = FLOWHANDLERS;
+  options.config_directory = (folder / "policies").string();
+  MeterSetup setup(options, "", console);
+  setup.UseDefaultsIn(folder / "policies");
+  setup.Start(LaneMode::kDrop);
+  const auto take = [&](std::uint32_t n) {
+    const Bytes packet =
+        Ethernet(Udp{.payload = NumberedV5(n) + Bytes(1000), .port = 2055}.Packet());
+    const Timestamp time = kMicrosPerSecond + Timestamp{n} * 1000;
+    setup.intake().Take(1, {time, packet, static_cast<std::uint32_t>(packet.size())});
+  };
+  std::latch held(1);
+  std::latch all_taken(1);
+  std::latch all_metered(1);
+  take(0);
+  setup.lanes().ForEach([&](Lane&) {
+    held.count_down();
+    all_taken.wait();
+  });
+  held.wait();
+  for (std::uint32_t n = 1; n < kDatagrams; ++n) take(n);
+  setup.lanes().Push();
+  all_taken.count_down();
+  std::vector<Harvest> harvests;
+  setup.lanes().ForEach([&](Lane&) { all_metered.count_down(); });
+  all_metered.wait();
+  for (std::uint32_t n = 0; n < kAfterwards; ++n) take(kDatagrams + n);
+  setup.lanes().ForEach([&](Lane& lane) { harvests.push_back(lane.Reap()); });
+  setup.lanes().Finish();
+  ShareMemory(std::size_t{1} << 50, 1);  // for whoever comes next
+
+  EXPECT_FALSE(harvests.at(0).dropped_unseen.empty());
+  KernelDrops().TakeOff({}, harvests);
+  const ExporterCounts counts = harvests[0].exporters.Rows().at(0).counts;
+  EXPECT_EQ(counts.datagrams + setup.lanes().Dropped(), kDatagrams + kAfterwards);
+  EXPECT_EQ(counts.gaps.Lost(), 0U);
+  EXPECT_EQ(counts.dropped + counts.gaps.here, setup.lanes().Dropped());
 }
 
 }  // namespace
