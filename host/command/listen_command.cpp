@@ -109,6 +109,7 @@ class Listen {
   int End();
   bool WaitForReports(Clock::time_point deadline);
   void EndLanes(Clock::time_point deadline);
+  void ClosePorts();
   void PluginEndedProcess();
   void EndLate();
 
@@ -303,6 +304,7 @@ int Listen::End() {
   memory_watch_.TellAll();
   failed_ = failed_ || plugin_ended_process_ || ports_.HasFailed() || ports_.empty() ||
             !left.empty() || !is_stored || !report_.Succeeded() || !templates_.outlet().Succeeded();
+  ClosePorts();
   const int status = failed_ ? kExitTrouble : kExitOk;
   if (is_in_time && is_stored && left.empty()) return status;
   static_cast<void>(console_.FinishBy(start + 8500ms));
@@ -336,6 +338,14 @@ void Listen::EndLanes(Clock::time_point deadline) {
   reporter_.FinishHere(setup_.lanes(), tick);
 }
 
+// When nothing else is left to wait for.
+void Listen::ClosePorts() {
+  const std::uint64_t late = ports_.Close();
+  if (late == 0) return;
+  console_.Notice(fmt::format("{} datagram{} that arrived late, while it ended, {} not metered",
+                              Thousands(late), late == 1 ? "" : "s", late == 1 ? "is" : "are"));
+}
+
 // In the middle of a datagram, in a lane's thread; where the intake has given the lane up, that one
 // has the last word.
 void Listen::PluginEndedProcess() {
@@ -357,6 +367,7 @@ void Listen::PluginEndedProcess() {
     }
     static_cast<void>(templates_.outlet().FinishBy(start + 8s));
     static_cast<void>(keepers_.FinishBy(start + 8s));
+    if (setup_.lanes().IntakeRests()) ClosePorts();
   }
   static_cast<void>(console_.FinishBy(start + 8500ms));
 }

@@ -98,6 +98,7 @@ void ListenPorts::Receive(std::span<const pollfd> polled, const Visit& visit) {
 }
 
 void ListenPorts::ReceiveRest(Clock::time_point until, const Visit& visit) {
+  Shut();
   for (Port& port : sockets_) {
     try {
       while (ReceiveFrom(&port, 1, visit) && Clock::now() < until) {
@@ -107,6 +108,21 @@ void ListenPorts::ReceiveRest(Clock::time_point until, const Visit& visit) {
       console_.Error(error.what());
     }
   }
+}
+
+void ListenPorts::Shut() {
+  if (is_shut_) return;
+  lost_with_sockets_ = TakeDrops();
+  for (const Port& port : sockets_) port.socket->Shut();
+  is_shut_ = true;
+}
+
+std::uint64_t ListenPorts::Close() {
+  Shut();
+  std::uint64_t late = 0;
+  for (const Port& port : sockets_) late += port.socket->Discard() + port.socket->TakeDrops();
+  sockets_.clear();
+  return late;
 }
 
 // True when more may be waiting.
@@ -121,6 +137,7 @@ bool ListenPorts::ReceiveFrom(Port* port, int most_batches, const Visit& visit) 
 
 PortDrops ListenPorts::TakeDrops() {
   PortDrops drops = std::exchange(lost_with_sockets_, {});
+  if (is_shut_) return drops;
   for (const Port& port : sockets_) drops[port.socket->port()] += port.socket->TakeDrops();
   return drops;
 }

@@ -41,10 +41,14 @@ class ListenPorts {
   void AddTo(std::vector<pollfd>* polled) const;
   void Receive(std::span<const pollfd> polled, const Visit& visit);
 
-  // ReceiveRest takes what the kernel has taken so far; senders may go on for ever.
+  // ReceiveRest takes what has arrived so far, for as long as there is time; nothing more is taken
+  // from then on.
   void ReceiveRest(Clock::time_point until, const Visit& visit);
+  // Close closes the sockets. How many datagrams were not taken: those that there was no time for,
+  // and what has arrived since.
+  std::uint64_t Close();
 
-  // Datagrams that sockets dropped since it was last asked.
+  // Datagrams that sockets dropped since it was last asked, until ReceiveRest.
   PortDrops TakeDrops();
 
  private:
@@ -55,6 +59,7 @@ class ListenPorts {
 
   bool OpenOne(const Endpoint& here, const IID& protocol);
   void TellBuffers();
+  void Shut();
   bool ReceiveFrom(Port* port, int most_batches, const Visit& visit);
 
   const ListenOptions& options_;
@@ -64,6 +69,7 @@ class ListenPorts {
   ReceiveBuffers buffers_;
   PortDrops lost_with_sockets_;
   bool has_failed_ = false;
+  bool is_shut_ = false;
 };
 
 // NowMicros is the time of the day.

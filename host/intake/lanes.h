@@ -60,6 +60,7 @@ class Lanes {
   // lanes do: it does not return when another thread is ending the process.
   void RestIfEnding();
   [[nodiscard]] bool IsEnding() const { return ended_; }
+  [[nodiscard]] bool IntakeRests() const { return intake_rests_; }
   // RestHere is for a lane's thread that is not to come back from a datagram; RestForEver does not
   // return.
   void RestHere();

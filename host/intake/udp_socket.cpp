@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
+#include <linux/filter.h>
 #include <netinet/in.h>
 #include <unistd.h>
 
@@ -136,6 +137,18 @@ std::size_t UdpSocket::Receive(ReceiveBuffers* buffers, Timestamp now,
     visit(packet);
   }
   return static_cast<std::size_t>(count);
+}
+
+void UdpSocket::Shut() {
+  sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);
+  const sock_fprog program{1, &nothing};
+  setsockopt(descriptor_, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof(program));
+}
+
+std::uint64_t UdpSocket::Discard() {
+  std::uint64_t datagrams = 0;
+  while (recv(descriptor_, nullptr, 0, MSG_DONTWAIT | MSG_TRUNC) >= 0) ++datagrams;
+  return datagrams;
 }
 
 std::uint64_t UdpSocket::TakeDrops() {

@@ -52,7 +52,13 @@ class UdpSocket {
   std::size_t Receive(ReceiveBuffers* buffers, Timestamp now,
                       const std::function<void(const UdpPacket&)>& visit);
 
-  // Datagrams that the kernel has dropped since the last call because the buffer was full.
+  // Shut has the kernel take nothing more, which counts as dropped; what waits can be received.
+  void Shut();
+  // Discard throws what waits away; how many datagrams.
+  std::uint64_t Discard();
+
+  // Datagrams that the kernel has dropped since the last call because the buffer was full, or the
+  // socket shut.
   std::uint64_t TakeDrops();
 
   [[nodiscard]] std::uint16_t port() const { return here_.port; }

@@ -397,6 +397,33 @@ def run_ended_twice(folder):
     run_ended_by_plugin(folder, ends)
 
 
+def run_late(folder):
+    """what an exporter sends through the end is metered or told, and nothing else is"""
+    gate = folder / "gate"
+    collector = Collector(folder, "--interval", "3600", "--no-sandbox", plugin=FAKE_PLUGIN, protocols=("fake",),
+                          environment={"FAKE_PLUGIN_GATE": str(gate)})
+    sent = 0
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as exporter:
+        exporter.connect(("127.0.0.1", collector.ports["fake"]))
+        with contextlib.suppress(ConnectionRefusedError):  # by the one before
+            while True:
+                exporter.send(b"\0\5" + bytes(27) + (b"." if sent else b"W"))
+                sent += 1
+                if sent == 500:
+                    collector.signal(signal.SIGTERM)
+                if sent == 1500:
+                    gate.touch()
+                time.sleep(0.001)
+    expect("exit status of the late", collector.process.wait(60), 0)
+    report = json.loads(collector.json.read_text())
+    told = re.findall(r"^flowhost: ([\d,]+) datagrams? that arrived late, while it ended, (?:is|are) not metered$",
+                      collector.log.read_text(), re.M)
+    late = sum(int(number.replace(",", "")) for number in told)
+    lost = report["lost_datagrams"]
+    expect("late ones", late > 500, True)
+    expect("metered, lost and late", report["exporters"][0]["datagrams"] + lost["kernel"] + lost["queue"] + late, sent - 1)
+
+
 def run_given_up(folder):
     """a lane that was given up finds its policy broken while a last report waits for a terminal that takes nothing:
     one of the two ends the process"""
@@ -428,7 +455,7 @@ def main():
     if shutil.which("softflowd", path=os.environ["PATH"] + ":/usr/sbin") is None:
         sys.exit(77)
     for scenario in (run_live, run_reloaded, run_restarted, run_over_ipv6, run_port_taken, run_silent, run_flooded,
-                     run_ended_by_plugin, run_ended_twice, run_given_up):
+                     run_ended_by_plugin, run_ended_twice, run_late, run_given_up):
         with tempfile.TemporaryDirectory() as folder:
             scenario(pathlib.Path(folder))
     print("\n".join(failures) or
