@@ -394,6 +394,13 @@ TEST_F(Exporters, BooksHaveARowForEveryRecord) {
   EXPECT_EQ(Counts().books.left_out[static_cast<std::size_t>(LeftOut::kBeyondCount)], 2U);
 }
 
+// A meter keeps them, though it posts none of such a set.
+TEST_F(Exporters, KnowTemplatesInFrontOfOneThatIsCut) {
+  Datagram(kV9Header + "0000 0018 0100 0002 0008 0004 0001 0004 0101 0002 0008 0004");
+  Datagram(kV9Header + "0100 000C 0A000001 00000064");
+  EXPECT_EQ(Counts().books.described, 1U);
+}
+
 TEST(Datagrams, AreCutShortWhenTheyPromiseMore) {
   EXPECT_FALSE(IsCutShort(FromHex("0005 0001") + Bytes(20 + 48)));
   EXPECT_TRUE(IsCutShort(FromHex("0005 0001") + Bytes(20 + 47)));

@@ -27,7 +27,8 @@ CASES = (
     ("without effect beside another", policy("<MeterLinkAS>true</MeterLinkAS>"
                                              "<MeterNetflowInterfaces>false</MeterNetflowInterfaces>"), 3,
      f"{NETFLOW}, line 3: MeterLinkAS counts nothing while MeterNetflowInterfaces is off"),
-    ("bad item", policy("<FilterHostsInclude>10.0.0.999</FilterHostsInclude>"), 3, "Invalid host supplied"),
+    ("an item that the plug-in alone complains of", policy("<FilterHostsInclude>10.0.0.1,10.0.0.999</FilterHostsInclude>"), 3,
+     "Invalid host supplied"),
     ("broken", "<OmbrelPluginConfiguration><Policy>", 1, "a policy cannot be used"),
     ("empty", "", 1, "a policy cannot be used"),
     ("two filters", policy("<FilterHostsInclude>10.0.0.1</FilterHostsInclude>"
