@@ -37,7 +37,7 @@ struct Form {
   static constexpr std::size_t kBytes = kWhole - 1;  // behind the kind
 
   char form[kText]{};
-  char is_digit[kText]{};  // all bits of it
+  char digit[kText]{};  // the bits of a digit's value
   std::uint8_t at[kBytes]{};
 
   constexpr Form() {
@@ -47,7 +47,7 @@ struct Form {
     for (std::size_t i = 0; i < kText; ++i) {
       if (form[i] != '0') continue;
       at[byte++] = static_cast<std::uint8_t>(i);
-      is_digit[i] = is_digit[i + 1] = static_cast<char>(0xFF);
+      digit[i] = digit[i + 1] = 15;
       ++i;
     }
   }
@@ -56,9 +56,11 @@ constexpr Form<Ipv4Session, 4> kForm4;
 constexpr Form<Ipv6Session, 16> kForm6;
 static_assert(kForm4.at[24] == 69 && kForm6.at[48] == 111, "two digits for each byte");
 
-// Places are constants: a byte is a load and a store then.
+// Places are constants: a byte is a load and a store then, if the compiler does not take it out of
+// registers instead.
 template <const auto& kForm, std::size_t... kByte>
-void Gather(const char* from, char* out, std::index_sequence<kByte...> /*bytes*/) {
+[[gnu::noinline]] void Gather(const char* from, char* out,
+                              std::index_sequence<kByte...> /*bytes*/) {
   ((out[kByte] = from[kForm.at[kByte]]), ...);
 }
 
@@ -67,20 +69,20 @@ template <const auto& kForm>
 bool PackBytes(const char* text, char* out) {
   using F = std::decay_t<decltype(kForm)>;
   constexpr std::size_t kLast = F::kText - 16;
+  constexpr char kBeforeLetters = 'A' - '9' - 1;
   char digits[kMostText + 16];
-  Bytes16 fits = ~Bytes16{};
+  Bytes16 differs{};
   const auto read = [&](std::size_t at) {
     const Bytes16 c = Load(text + at);
-    const Bytes16 letter = (c >= 'A') & (c <= 'F');
-    const Bytes16 hex = ((c >= '0') & (c <= '9')) | letter;
-    const Bytes16 is_digit = Load(kForm.is_digit + at);
-    fits &= (hex & is_digit) | ((c == Load(kForm.form + at)) & ~is_digit);
-    Store((c & 15) + (letter & 9), digits + at);
+    const Bytes16 digit = ((c & 15) + ((c > '9') & 9)) & Load(kForm.digit + at);
+    // What is none has not been written as its value would be.
+    differs |= c ^ (Load(kForm.form + at) + digit + ((digit > 9) & kBeforeLetters));
+    Store(digit, digits + at);
   };
   for (std::size_t at = 0; at < kLast; at += 16) read(at);
   read(kLast);
-  const auto both = reinterpret_cast<Words2>(fits);
-  if ((both[0] & both[1]) != ~std::uint64_t{0}) return false;
+  const auto both = reinterpret_cast<Words2>(differs);
+  if ((both[0] | both[1]) != 0) return false;
   // Each digit with the one behind it, wherever two belong together.
   for (std::size_t at = 0; at < F::kText; at += 16) {
     const auto upper = reinterpret_cast<Words2>(Load(digits + at)) << 4;

@@ -29,13 +29,17 @@ std::string Packed(const std::string& text) {
 // Every other character at every place has another packed key, or is kept as text.
 TEST(PackedSession, GivesEveryTextBack) {
   SessionText text;
-  for (const std::string key : {kIpv4, kIpv6}) {
-    EXPECT_FALSE(IsText(Packed(key)));
-    for (std::size_t at = 0; at < key.size(); ++at) {
-      for (int c = 0; c < 256; ++c) {
-        std::string other = key;
-        other[at] = static_cast<char>(c);
-        ASSERT_EQ(text.Of(Packed(other)), other) << key << " " << at;
+  for (std::string key : {kIpv4, kIpv6}) {
+    for (const char* const exporter :
+         {"C0.00.02.01_0000000F_FFFFFFFF", "00.00.00.00_00000000_00000000"}) {
+      key.replace(key.size() - 29, 29, exporter);
+      EXPECT_FALSE(IsText(Packed(key)));
+      for (std::size_t at = 0; at < key.size(); ++at) {
+        for (int c = 0; c < 256; ++c) {
+          std::string other = key;
+          other[at] = static_cast<char>(c);
+          ASSERT_EQ(text.Of(Packed(other)), other) << key << " " << at;
+        }
       }
     }
   }
