@@ -67,10 +67,15 @@ Status Site::PreparePluginConfigFile(const IID& owner, const char* fileName, cha
   return kStatusOk;
 }
 
+// Meters ask twice a record: the words of a trace are put together elsewhere.
 Status Site::IsHomeAddress(std::uint32_t address, bool* result) {
-  if (trace_ != nullptr) trace_->Call("IsHomeAddress {:08X}", address);
+  if (trace_ != nullptr) TraceHomeAddress(address);
   *result = settings_.home.Contains(address);
   return kStatusOk;
+}
+
+void Site::TraceHomeAddress(std::uint32_t address) const {
+  trace_->Call("IsHomeAddress {:08X}", address);
 }
 
 Status Site::GetHomeNetworks(int* count, std::uint32_t** addresses, std::uint32_t** masks) {

@@ -51,6 +51,8 @@ class Site final : public HostObject<IOmbrelContainer, IID_IOmbrelContainer> {
   [[nodiscard]] const PolicyFile& policy() const { return policy_; }
 
  private:
+  [[gnu::cold]] void TraceHomeAddress(std::uint32_t address) const;
+
   const SiteSettings& settings_;
   Console& console_;
   std::string name_;
