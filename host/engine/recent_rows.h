@@ -20,24 +20,22 @@ class RecentRows {
  public:
   static constexpr std::size_t kLongestKey = 32;
 
-  struct Row {
-    std::uint64_t* values;
-    std::uint32_t columns;
-  };
+  struct Row;
 
   // Find gives the row of a key; null where it is not known, whether or not there is one. Put makes
   // it known, in place of another one.
-  [[nodiscard]] const Row* Find(const GUID& group, std::string_view key) const {
+  [[nodiscard, gnu::always_inline]] const Row* Find(const GUID& group, std::string_view key) const {
     if (key.size() > kLongestKey) return nullptr;
     const Name name(group, key);
-    const Known& known = known_[name.Guess() & mask_];
-    return known.name == name ? &known.row : nullptr;
+    const Row& row = rows_[name.Guess() & mask_];
+    return row.name == name && row.key_size == key.size() ? &row : nullptr;
   }
-  void Put(const GUID& group, std::string_view key, const Row& row) {
+  void Put(const GUID& group, std::string_view key, std::uint64_t* values, std::size_t columns) {
     if (key.size() > kLongestKey) return;
     if (mask_ == 0) Make(kMost);
     const Name name(group, key);
-    known_[name.Guess() & mask_] = {name, row};
+    rows_[name.Guess() & mask_] = {name, values, static_cast<std::uint32_t>(columns),
+                                   static_cast<std::uint32_t>(key.size())};
   }
 
   // Forget is called before rows move or go.
@@ -61,10 +59,10 @@ class RecentRows {
     Words2 group = {};
     Words2 first = {};
     Words2 last = {};
-    std::uint64_t size = ~std::uint64_t{0};  // of no key
 
     Name() = default;
-    Name(const GUID& guid, std::string_view key) : group(Load(&guid)), size(key.size()) {
+    Name(const GUID& guid, std::string_view key) : group(Load(&guid)) {
+      const std::size_t size = key.size();
       const char* const begin = key.data();
       const char* const end = begin + size;
       if (size > 16) {
@@ -88,21 +86,27 @@ class RecentRows {
     }
     bool operator==(const Name& other) const {
       const Words2 differ = (group ^ other.group) | (first ^ other.first) | (last ^ other.last);
-      return (differ[0] | differ[1] | (size ^ other.size)) == 0;
+      return (differ[0] | differ[1]) == 0;
     }
   };
-  struct Known {
+
+ public:
+  // With its name, in one line of the caches.
+  struct alignas(64) Row {
     Name name;
-    Row row;
+    std::uint64_t* values = nullptr;
+    std::uint32_t columns = 0;
+    std::uint32_t key_size = ~std::uint32_t{0};  // of no key
   };
 
+ private:
   void Make(std::size_t count) {
     const HeapScope scope(nullptr);
-    known_ = std::vector<Known>(count);
+    rows_ = std::vector<Row>(count);
     mask_ = count - 1;
   }
 
-  std::vector<Known> known_ = std::vector<Known>(1);
+  std::vector<Row> rows_ = std::vector<Row>(1);
   std::size_t mask_ = 0;
 };
 

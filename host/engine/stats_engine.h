@@ -112,13 +112,19 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
     std::uint32_t number_ = 0;
   };
 
-  // Update adds some values to a key, by way of recent rows; a column is a meter's index. UpdateAny
-  // adds at most UpdateQueue::kMostIncrements.
+  // UpdateRecent adds some values to a key where its row is a recent one; a column is a meter's
+  // index. UpdateOther does it where it is none, and UpdateAny any number up to
+  // UpdateQueue::kMostIncrements.
   template <class... Increments>
-  void Update(const GUID& group, std::string_view key, const Increments&... increments);
+  bool UpdateRecent(const GUID& group, std::string_view key, const Increments&... increments);
+  template <class... MetersAndValues>
+  [[gnu::noinline]] Status UpdateOther(const GUID& group, int keyLength, const char* key,
+                                       MetersAndValues... numbers);
+  [[gnu::noinline]] Status UpdateMany(const GUID& group, int keyLength, const char* key, int count,
+                                      const int* meters, const std::uint64_t* values);
   template <std::size_t kExtent>
-  [[gnu::noinline]] void UpdateAny(const GUID& group, std::string_view key,
-                                   std::span<const Increment, kExtent> increments);
+  void UpdateAny(const GUID& group, std::string_view key,
+                 std::span<const Increment, kExtent> increments);
   void HearWord(int meter, std::uint64_t value);
   // Those of meters that the group has.
   template <std::size_t kExtent>
@@ -132,6 +138,7 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   void EndRecord();
   FlowTotals& FlowOf(const char* key);
   FlowTotals& FlowOf(std::string_view key);
+  [[gnu::noinline]] FlowTotals& BeginFlow(std::string_view key);
   FlowTotals& TouchFlow(const char* key);
   void SendFlow();
   void RestIfAsked() {

@@ -73,7 +73,7 @@ class StatsStore {
   [[nodiscard]] const RecentRows& recent() const { return recent_; }
   void NoteRecent(const GroupCounters& group, std::string_view key, std::uint64_t* values) {
     if (group.info.word != RecordWord::kNone) return;
-    recent_.Put(group.info.guid, key, {values, static_cast<std::uint32_t>(group.columns)});
+    recent_.Put(group.info.guid, key, values, group.columns);
   }
 
   // In the order in which they were given, unknown ones behind.

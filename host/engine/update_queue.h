@@ -38,7 +38,7 @@ class UpdateQueue {
     entry.store = &store;
     entry.group = &group;
     entry.count = static_cast<std::uint16_t>(increments.size());
-    std::copy(increments.begin(), increments.end(), entry.increments);
+    std::memcpy(entry.increments, increments.data(), increments.size_bytes());
     Advance();
   }
   void AddFlow(FlowTable& flows, std::string_view key, const FlowTotals& part) {
@@ -85,7 +85,7 @@ class UpdateQueue {
     table.PrefetchSlot(entry.hash);
     return entry;
   }
-  void Advance() {
+  [[gnu::always_inline]] void Advance() {
     Entry& waits_for_row = entries_[(next_ - kRowAfter) % kEntries];
     if (waits_for_row.table != nullptr) {
       waits_for_row.likely_row = waits_for_row.table->PrefetchRow(waits_for_row.hash);
