@@ -16,12 +16,16 @@
 #include "host/command/meter_setup.h"
 #include "host/command/open_keepers.h"
 #include "host/command/progress.h"
+#include "host/engine/large_memory.h"
 #include "host/output/run_report.h"
 #include "host/period/reporter.h"
 #include "host/period/schedule.h"
 
 namespace flow::host {
 namespace {
+
+// Where no tables follow, but what lets rows go block by block while others take their place.
+constexpr std::size_t kSpareOfOnePeriod = std::size_t{8} << 20;
 
 class Replay {
  public:
@@ -42,6 +46,7 @@ class Replay {
     const ExitWatch watch([this] { PluginEndedProcess(); }, [this] { setup_.lanes().RestHere(); });
     setup_.Start(options_.meter.instances > 1 ? LaneMode::kWait : LaneMode::kInline);
     if (!keepers_.empty()) reporter_.TakeFlowsEarly(setup_.lanes());
+    if (!has_periods_) KeepSpareMemory(kSpareOfOnePeriod);
     is_reading_ = true;
     for (const std::string& path : options_.captures) ReadCapture(path);
     Reap({.to = setup_.intake().counts().last, .is_last = true});
