@@ -35,6 +35,7 @@ std::string_view KindId(PacketKind kind);
 // A UDP datagram.
 struct UdpPacket {
   Timestamp time = 0;
+  std::uint64_t number = 0;          // in order of arrival, whatever the clock says
   std::span<const std::uint8_t> ip;  // the IP packet, header first, without link-layer padding
   std::size_t udp_offset = 0;        // of the UDP header within ip
   std::size_t payload_length = 0;    // bytes behind the UDP header

@@ -289,14 +289,14 @@ Status StatsEngine::SetKeyAttributes(const GUID& group, const char* key, const c
   KeyNotes& notes = store_->NotesOf(store_->Group(group), key);
   notes.label = TextOrEmpty(label);
   notes.description = TextOrEmpty(description);
-  notes.told = now_;
+  notes.told = number_;
   return kStatusOk;
 }
 
 Status StatsEngine::SetKeyProperty(const GUID& group, const char* key, const char* name,
                                    const char* value) {
   RestIfAsked();
-  store_->SetProperty(store_->Group(group), key, name, TextOrEmpty(value), now_);
+  store_->SetProperty(store_->Group(group), key, name, TextOrEmpty(value), number_);
   return kStatusOk;
 }
 

@@ -38,6 +38,10 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
     now_ms_ = now / 1000;
   }
 
+  // SetNumber is the datagram's place in the order of arrival: of what is told of a key the last
+  // word counts, after a clock was set back too.
+  void SetNumber(std::uint64_t number) { number_ = number; }
+
   // TakeWords hands out what the meter has told of records that it did not meter, since last asked.
   MeterWords TakeWords() {
     if (!has_words_) return {};
@@ -149,6 +153,7 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   ChannelSink& channels_;
   Timestamp now_ = 0;
   std::int64_t now_ms_ = 0;
+  std::uint64_t number_ = 0;
   MeterWords words_{};
   bool has_words_ = false;
   std::uint64_t ahead_ = 0;

@@ -101,18 +101,18 @@ KeyNotes& StatsStore::NotesOf(GroupCounters& group, std::string_view key) {
 }
 
 void StatsStore::SetProperty(GroupCounters& group, std::string_view key, std::string_view name,
-                             std::string_view value, Timestamp now) {
+                             std::string_view value, std::uint64_t number) {
   ToldProperty* const next = last_told_ == nullptr ? nullptr : last_told_->next;
   if (next != nullptr && next->key == key && *next->value == value && next->name == name &&
       next->group == &group) {
-    next->notes->told = now;
+    next->notes->told = number;
     last_told_ = next;
     return;
   }
   const HeapScope scope(nullptr);
   KeyNotes& notes = NotesOf(group, key);
   notes.properties.insert_or_assign(std::string(name), value);
-  notes.told = now;
+  notes.told = number;
   ToldProperty* const told = NoteTold(group, key, name);
   if (last_told_ != nullptr) last_told_->next = told;
   last_told_ = told;

@@ -12,7 +12,6 @@
 #include <string_view>
 #include <vector>
 
-#include "host/base/timestamp.h"
 #include "host/engine/flow_batch.h"
 #include "host/engine/flow_totals.h"
 #include "host/engine/group_info.h"
@@ -27,8 +26,8 @@ struct KeyNotes {
   std::string label;
   std::string description;
   std::map<std::string, std::string, std::less<>> properties;
-  Timestamp told = 0;   // last
-  bool is_own = false;  // of an exporter, where all that its meters learn of it was learnt
+  std::uint64_t told = 0;  // last, by the number of the datagram that did
+  bool is_own = false;     // of an exporter, where all that its meters learn of it was learnt
 };
 
 // One counter group: its description and its keys.
@@ -128,7 +127,7 @@ class StatsStore {
   // for each record of a datagram: what follows on the same as before, and is the same as before,
   // is found without a search.
   void SetProperty(GroupCounters& group, std::string_view key, std::string_view name,
-                   std::string_view value, Timestamp now);
+                   std::string_view value, std::uint64_t number);
 
   // Bytes of memory in the tables.
   [[nodiscard]] std::size_t Memory() const;

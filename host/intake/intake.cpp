@@ -48,7 +48,8 @@ void Intake::Take(const IID& protocol, const UdpPacket& datagram) {
 // exporters by an IPv4 address, that of the packet or one that the datagram names; nobody is to
 // pass for an exporter over IPv6. It is counted first: the plug-in may end the process while a lane
 // meters it.
-void Intake::Hand(const IID& protocol, const UdpPacket& datagram) {
+void Intake::Hand(const IID& protocol, UdpPacket datagram) {
+  datagram.number = ++handed_;
   const auto named = NamedExporter(datagram.Payload());
   if (StandIns::IsOne(datagram.source.address) || (named && StandIns::IsOne(*named))) {
     return Count(PacketKind::kReservedExporter);

@@ -48,7 +48,7 @@ class Intake {
 
  private:
   void NoteTime(Timestamp time);
-  void Hand(const IID& protocol, const UdpPacket& datagram);
+  void Hand(const IID& protocol, UdpPacket datagram);
   void Count(PacketKind kind) { ++counts_.packets[static_cast<std::size_t>(kind)]; }
 
   const PortMap& ports_;
@@ -57,6 +57,7 @@ class Intake {
   const HomeRanges* allowed_ = nullptr;  // null for all
   std::vector<std::uint8_t> made_;       // a datagram over IPv6 as the plug-in is given it
   IntakeCounts counts_;
+  std::uint64_t handed_ = 0;
 };
 
 }  // namespace flow::host

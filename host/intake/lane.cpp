@@ -69,6 +69,7 @@ void Lane::Meter(const IID& protocol, const UdpPacket& packet, Portion portion) 
   }
   packet_.Set(packet);
   engine_.SetTime(packet.time);
+  engine_.SetNumber(packet.number);
   records_before_ = store_->records;
   at_work_ = &packet;
   learnt_before_ = meters_->Learnt();

@@ -66,7 +66,7 @@ class DroppedDatagrams : public testing::TestWithParam<Kind> {
     DroppedNumbers dropped;
     for (std::size_t i = 1; told && i + 1 < datagrams.size(); ++i) {
       const Bytes packet = Bytes(28) + datagrams[i];
-      dropped.Add({0, packet, 20, datagrams[i].size(), kExporter, {}});
+      dropped.Add({0, 0, packet, 20, datagrams[i].size(), kExporter, {}});
     }
     for (const auto& entry : dropped.entries()) {
       table.NoteDropped(entry.exporter, entry.time, dropped.BytesOf(entry));
@@ -96,7 +96,7 @@ TEST_P(DroppedDatagrams, AreReadNoFurtherThanTheyGo) {
       Bytes cut = packet;
       std::copy_n(datagram.begin(), length, cut.begin() + 28);
       DroppedNumbers dropped;
-      dropped.Add({0, cut, 20, length, kExporter, {}});
+      dropped.Add({0, 0, cut, 20, length, kExporter, {}});
       const Bytes kept(dropped.BytesOf(dropped.entries()[0]).begin(),
                        dropped.BytesOf(dropped.entries()[0]).end());
       EXPECT_LE(kept.size(), length);
@@ -115,7 +115,7 @@ TEST(DroppedNumbers, KeepTheShim) {
   const Bytes datagram = shim + V9("00000001");
   DroppedNumbers dropped;
   const Bytes packet = Bytes(28) + datagram;
-  dropped.Add({0, packet, 20, datagram.size(), kExporter, {}});
+  dropped.Add({0, 0, packet, 20, datagram.size(), kExporter, {}});
   const auto bytes = dropped.BytesOf(dropped.entries().at(0));
   EXPECT_EQ(ShimExporter(bytes), IpAddress::Ipv4(0xC0000202));
   EXPECT_EQ(WithoutShim(bytes, IpAddress::Ipv4(0xC0000202)).size(), 24U);
