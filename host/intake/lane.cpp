@@ -32,10 +32,10 @@ Refusal ReasonFor(Status status, const IID& protocol, std::span<const std::uint8
 }
 
 // Meters of other lanes know nothing that an exporter tells, whether they help its own or not.
-void MarkOwnNotes(Harvest* harvest) {
-  auto& notes = harvest->store->Group(kExporterGroup).notes;
+void MarkOwnNotes(ExporterTable& exporters, StatsStore* store) {
+  auto& notes = store->Group(kExporterGroup).notes;
   if (notes.empty()) return;
-  harvest->exporters.ForEach([&](const ExportSource& source, const ExporterCounts& counts) {
+  exporters.ForEach([&](const ExportSource& source, const ExporterCounts& counts) {
     if (counts.is_lent) return;
     const auto bytes = source.endpoint.address.bytes();
     const auto known = notes.find(fmt::format("{:02X}", fmt::join(bytes, ".")));
@@ -293,11 +293,11 @@ Harvest Lane::Reap() {
   }
   auto fresh = std::make_unique<StatsStore>(groups_);
   engine_.UseStore(*fresh);
+  ExporterTable exporters = exporters_.Reap();
+  MarkOwnNotes(exporters, store_.get());
   fresh->CopyNotes(*store_);  // told once, and true from then on
-  Harvest harvest{std::exchange(store_, std::move(fresh)), exporters_.Reap(),
-                  std::exchange(dropped_unseen_, {})};
-  MarkOwnNotes(&harvest);
-  return harvest;
+  return {std::exchange(store_, std::move(fresh)), std::move(exporters),
+          std::exchange(dropped_unseen_, {})};
 }
 
 Refusal Lane::Claim(const IID& protocol, const UdpPacket& packet) {
