@@ -43,7 +43,8 @@ class PacketContext final : public HostObject<IOmbrelParseContext, IID_IOmbrelPa
   // The layer that handlers and meters are given: the UDP payload.
   IOmbrelProtData* Payload() { return &payload_; }
 
-  // The source address that the IPv4 header holds now.
+  // The source address that the IPv4 header holds now; 0.0.0.0 where a shim that is still in front
+  // names the sender itself.
   [[nodiscard]] IpAddress Source() const;
 
   Status GetProtData(const IID& protocol, IOmbrelProtData** data) override;

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <utility>
 
+#include "host/base/big_endian.h"
 #include "host/base/console.h"
 #include "host/base/error.h"
 #include "host/base/heap_account.h"
@@ -29,6 +30,19 @@ Refusal ReasonFor(Status status, const IID& protocol, std::span<const std::uint8
   }
   if (!version.sflow && IsCutShort(datagram)) return Refusal::kCutShort;
   return status == kStatusOk || version.HasTemplates() ? Refusal::kNone : Refusal::kFailed;
+}
+
+// Whose datagram the meters took it for, and the datagram: a shim that they left in front is part
+// of what its sender says.
+struct Seen {
+  IpAddress exporter;
+  std::span<const std::uint8_t> datagram;
+};
+Seen AsMetered(const UdpPacket& packet, const IpAddress& source) {
+  if (source == IpAddress()) {
+    return {IpAddress::Ipv4(Be32(packet.ip.data() + 12)), packet.Payload()};
+  }
+  return {source, WithoutShim(packet.Payload(), source)};
 }
 
 // Meters of other lanes know nothing that an exporter tells, whether they help its own or not.
@@ -111,8 +125,8 @@ void Lane::LookAtMemory() {
 }
 
 void Lane::Note(const UdpPacket& packet, std::uint64_t records, Refusal refusal) {
-  const Endpoint exporter{packet_.Source(), packet.source.port};
-  const auto datagram = WithoutShim(packet.Payload(), exporter.address);
+  const auto [address, datagram] = AsMetered(packet, packet_.Source());
+  const Endpoint exporter{address, packet.source.port};
   takes_shims_ = takes_shims_ || datagram.size() < packet.payload_length;
   const MeterWords words = engine_.TakeWords();
   if (records > words[static_cast<std::size_t>(MeterWord::kFiltered)]) NoteShown(datagram);
@@ -170,8 +184,8 @@ void Lane::NoteGrowth(const UdpPacket& packet) {
   Growth& growth = growth_[packet.source];
   growth.bytes += std::min(meters_->Learnt() - learnt_before_, packet.payload_length * kMostOfByte);
   if (growth.bytes < Shares().plugin / kPart) return;
-  const Endpoint exporter{packet_.Source(), packet.source.port};
-  const auto datagram = WithoutShim(packet.Payload(), exporter.address);
+  const auto [address, datagram] = AsMetered(packet, packet_.Source());
+  const Endpoint exporter{address, packet.source.port};
   if (exporters_.RecordsBy({exporter, DomainOf(datagram)}) > 0) return;
   growth = {0, packet.time + kHeldBack};
 }
@@ -322,13 +336,13 @@ Refusal Lane::Count(Component& component, const UdpPacket& packet) {
   const HeapScope scope(&meters_->account());
   if (trace_ == nullptr) {
     const Status status = component.meter->Count(&engine_, packet_.Payload());
-    return ReasonFor(status, component.protocol, WithoutShim(packet.Payload(), packet_.Source()));
+    return ReasonFor(status, component.protocol, AsMetered(packet, packet_.Source()).datagram);
   }
   trace_->Enter(fmt::format("{} Count {} {} bytes at {}", component.name, packet.source.Text(),
                             packet.payload_length, packet.time / kMicrosPerSecond));
   const Status status = component.meter->Count(&*trace_engine_, packet_.Payload());
   trace_->Leave(status);
-  return ReasonFor(status, component.protocol, WithoutShim(packet.Payload(), packet_.Source()));
+  return ReasonFor(status, component.protocol, AsMetered(packet, packet_.Source()).datagram);
 }
 
 // A datagram of no version has a meter do what is due from time to time, and nothing else.
