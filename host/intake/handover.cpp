@@ -35,14 +35,13 @@ std::vector<std::uint8_t> WithSets(std::span<const std::uint8_t> datagram,
   return made;
 }
 
-// A data set with its last record alone, for records of one length.
-std::vector<std::uint8_t> LastRecord(std::span<const std::uint8_t> set, std::size_t length) {
+// A data set from its last whole record on, for records of one length: of one that is cut short
+// behind it meters read what is there.
+std::vector<std::uint8_t> FromLastRecord(std::span<const std::uint8_t> set, std::size_t length) {
   const std::size_t records = (set.size() - kSetHeader) / length;
   std::vector<std::uint8_t> made(set.begin(), set.begin() + kSetHeader);
-  if (records > 0) {
-    const auto record = set.subspan(kSetHeader + (records - 1) * length, length);
-    made.insert(made.end(), record.begin(), record.end());
-  }
+  const auto rest = set.subspan(kSetHeader + (records - 1) * length);
+  made.insert(made.end(), rest.begin(), rest.end());
   PutBe16(made.size(), made.data() + 2);
   return made;
 }
@@ -116,10 +115,12 @@ void Handover::TakeRate(const Endpoint& exporter, Bytes datagram, Bytes set,
   const std::uint16_t id = Be16(set.data());
   const Template* const known = Find(exporter, datagram, id);
   if (known == nullptr || !known->tells_rate) return;
-  const bool is_whole = known->is_option || known->record_length == 0;
+  // Where no record has room, it is shorter: a policy may let fields of v9 vary, too.
+  const bool is_whole = known->is_option || known->record_length == 0 ||
+                        set.size() < kSetHeader + known->record_length;
   const std::vector<std::uint8_t> last = is_whole
                                              ? std::vector<std::uint8_t>(set.begin(), set.end())
-                                             : LastRecord(set, known->record_length);
+                                             : FromLastRecord(set, known->record_length);
   Bytes definition;
   if (known->datagram) {
     const std::size_t header = IsIpfix(*known->datagram) ? kIpfixHeader : kV9Header;
