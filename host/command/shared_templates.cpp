@@ -105,7 +105,7 @@ void SharedTemplates::Take(std::string_view message) {
   while (!setup_.channels().HasRoom() && !ends_) std::this_thread::sleep_for(kMailWait);
   if (lesson->kind == Lesson::Kind::kRate) {
     ++rates_;
-    return setup_.channels().Teach(exporter, lesson->bytes);
+    return setup_.channels().Teach(0, exporter, lesson->bytes);
   }
   templates_ += lesson->ids.size();
   setup_.channels().Deliver(

@@ -20,11 +20,14 @@ bool ChannelHub::HasRoom() const {
   return std::ranges::all_of(boxes_, [](const Entry& entry) { return entry.mailbox->HasRoom(); });
 }
 
-void ChannelHub::Teach(const Endpoint& exporter, std::span<const std::uint8_t> datagram) {
+void ChannelHub::Teach(int sender_lane, const Endpoint& exporter,
+                       std::span<const std::uint8_t> datagram) {
   const ChannelMessage copy{
       kDatagrams, std::make_shared<std::vector<std::uint8_t>>(datagram.begin(), datagram.end()),
       exporter};
-  for (const Entry& entry : boxes_) entry.mailbox->Post(copy);
+  for (const Entry& entry : boxes_) {
+    if (entry.lane != sender_lane) entry.mailbox->Post(copy);
+  }
 }
 
 }  // namespace flow::host

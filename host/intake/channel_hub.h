@@ -28,8 +28,8 @@ class ChannelHub {
   // HasRoom says whether all mailboxes are half empty.
   [[nodiscard]] bool HasRoom() const;
 
-  // Teach has all lanes learn from a datagram that another collector met.
-  void Teach(const Endpoint& exporter, std::span<const std::uint8_t> datagram);
+  // Teach has all lanes but the sender's learn from a datagram that it met; 0 is another collector.
+  void Teach(int sender_lane, const Endpoint& exporter, std::span<const std::uint8_t> datagram);
 
  private:
   struct Entry {

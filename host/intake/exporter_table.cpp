@@ -59,7 +59,7 @@ void ExporterCounts::Add(const ExporterCounts& other) {
   for (std::size_t i = 0; i < kRefusals; ++i) refused[i] += other.refused[i];
   gaps.Add(other.gaps);
   sample_gaps.Add(other.sample_gaps);
-  if (other.last_seen >= last_seen) {
+  if (other.last_seen >= last_seen && !other.is_lent) {
     templates = other.templates;
     arrives_at = other.arrives_at;
     if (other.clock_offset) clock_offset = other.clock_offset;
@@ -82,6 +82,7 @@ void ExporterTable::NoteTemplate(Owners* owners, const TemplateOwner& owner, std
   const auto of_owner = owners->find(owner);
   const bool is_there = of_owner != owners->end() && of_owner->second.by_id.contains(id);
   if (template_count_ >= Shares().templates && !is_there && !MakeRoomForTemplates()) {
+    has_forgotten_ = true;
     return NoteLetGo(LetGo::kTemplates, 1);
   }
   Templates& templates = (*owners)[owner];
@@ -115,6 +116,7 @@ bool ExporterTable::MakeRoomForTemplates() {
     });
   }
   template_count_ -= found;
+  has_forgotten_ = true;
   NoteLetGo(LetGo::kTemplates, found);
   return found > 0;
 }
@@ -187,6 +189,7 @@ void ExporterTable::Note(const MeteredDatagram& datagram) {
     described = Describe(datagram, version, &counts);
     if (datagram.has_numbers) NoteClock(datagram, &counts);
   }
+  has_strange_records_ = described.unknown_sets > 0 && datagram.records > described.records;
   counts.books.Enter(described, version.sflow, datagram.records, datagram.words);
   ++datagrams_;
   if (!version.IsKnown() || !datagram.has_numbers) return;
@@ -208,7 +211,15 @@ void ExporterTable::NoteNumbersOf(const MeteredDatagram& datagram) {
   counts.last_seen = std::max(counts.last_seen, datagram.time);
   counts.arrives_at = datagram.arrived_at;
   NoteClock(datagram, &counts);
-  sequences_.Take({datagram.exporter, version, datagram.time, datagram.bytes, std::nullopt},
+  std::optional<std::uint32_t> data_records;
+  if (version.HasTemplates()) {
+    Known known = KnownFor({datagram.exporter, DomainOf(datagram.bytes)});
+    const Described described = DescribeSets(datagram, &known);
+    known.AddRecords(described.records);
+    counts.templates = known.Size();
+    data_records = static_cast<std::uint32_t>(described.records);
+  }
+  sequences_.Take({datagram.exporter, version, datagram.time, datagram.bytes, data_records},
                   &counts.gaps, &counts.sample_gaps);
 }
 

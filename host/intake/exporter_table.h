@@ -103,8 +103,8 @@ class ExporterTable {
 
   void Note(const MeteredDatagram& datagram);
 
-  // NoteNumbersOf takes the numbers and the clock of a datagram that stands alone and whose records
-  // another table is told of.
+  // NoteNumbersOf takes the numbers and the clock of a datagram that needs nothing of those before
+  // it, or known templates alone, and whose records another table is told of.
   void NoteNumbersOf(const MeteredDatagram& datagram);
 
   // NoteDropped takes what is kept of a datagram that went through no meter, for want of room: its
@@ -115,6 +115,10 @@ class ExporterTable {
   // decoded by a template of its domain; and whether it has something that meters learn.
   [[nodiscard]] bool HasNewUser() const { return has_new_user_; }
   [[nodiscard]] bool HasLessons() const { return has_lessons_; }
+  // Whether it has records by templates that nobody told here.
+  [[nodiscard]] bool HasStrangeRecords() const { return has_strange_records_; }
+  // Whether templates were ever let go because there were too many.
+  [[nodiscard]] bool HasForgotten() const { return has_forgotten_; }
   // How many records were decoded by an owner's templates, or those of its exporter.
   [[nodiscard]] std::uint64_t RecordsBy(const TemplateOwner& owner);
 
@@ -195,6 +199,8 @@ class ExporterTable {
   absl::flat_hash_map<ExportSource, std::uint64_t> regulars_;
   bool has_new_user_ = false;
   bool has_lessons_ = false;
+  bool has_strange_records_ = false;
+  bool has_forgotten_ = false;
   SequenceTracker sequences_;
   std::vector<StreamNumbers> numbers_;  // that were reaped, or merged
   absl::flat_hash_map<StreamKey, std::size_t> number_places_;

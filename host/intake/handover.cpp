@@ -156,6 +156,7 @@ void Handover::MakeRoom() {
   for (const auto& entry : templates_) values.push_back(value_of(entry));
   for (const auto& entry : rates_) values.push_back(value_of(entry));
   if (values.empty()) return;
+  has_forgotten_ = true;
   const std::size_t before = values.size();
   const auto middle = values.begin() + static_cast<std::ptrdiff_t>((before - 1) / 2);
   std::nth_element(values.begin(), middle, values.end());

@@ -38,6 +38,9 @@ class Handover {
   // The same of a message that a meter was given on a template channel.
   void TakeMessage(const ChannelMessage& message);
 
+  // HasForgotten tells whether it ever let anything go for want of room.
+  [[nodiscard]] bool HasForgotten() const { return has_forgotten_; }
+
   // ForgetRates is for policies that are read again: meters forget rates then.
   void ForgetRates();
 
@@ -92,6 +95,7 @@ class Handover {
   absl::flat_hash_map<Key, Rate> rates_;
   std::size_t cost_ = 0;
   std::uint64_t arrivals_ = 0;
+  bool has_forgotten_ = false;
 };
 
 }  // namespace flow::host

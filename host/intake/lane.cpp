@@ -72,6 +72,7 @@ Lane::Lane(const LaneParts& parts, int number)
   if (trace_ != nullptr) trace_engine_.emplace(engine_, *trace_);
   if (parts.notes_numbers) exporters_.NoteNumbers();
   meters_ = std::make_unique<Meters>(parts_, number_, false);
+  reloads_noted_ = meters_->Reloads();
   channels_.Add(number_, mailbox_);
 }
 
@@ -100,10 +101,11 @@ void Lane::Enter(const IID& protocol, const UdpPacket& packet) {
   if (refusal_ == Refusal::kTooDear) return HoldBack(packet, portion_);
   const std::uint64_t records = store_->records - records_before_;
   records_.store(records_.load(std::memory_order_relaxed) + records, std::memory_order_relaxed);
+  TellReloads();
   Note(packet, records, refusal_);
   has_netflow_ = has_netflow_ || protocol == kNetflowProtocol;
   if (store_->flows().size() > most_flows_) HandOutFlowsNow(packet.time);
-  if (keeps_lessons_ && meters_->Learnt() > learnt_before_) NoteGrowth(packet);
+  if (replaces_meters_ && meters_->Learnt() > learnt_before_) NoteGrowth(packet);
   if (mailbox_.HasMail()) TakeMessages();
   constexpr std::size_t kLookAfter = std::size_t{64} << 10;
   since_look_ += packet.payload_length;
@@ -133,6 +135,7 @@ void Lane::Note(const UdpPacket& packet, std::uint64_t records, Refusal refusal)
   exporters_.Note({exporter, packet.time, datagram, records, refusal, words,
                    packet.destination.port, portion_ != Portion::kRecords});
   if (exporters_.HasNewUser() && on_used_) on_used_(exporter);
+  if (exporters_.HasStrangeRecords()) knows_all_ = false;  // by templates of the policy
   if (keeps_lessons_ && exporters_.HasLessons()) KeepLessons(exporter, datagram);
 }
 
@@ -140,9 +143,23 @@ void Lane::Note(const UdpPacket& packet, std::uint64_t records, Refusal refusal)
 void Lane::NoteShown(std::span<const std::uint8_t> datagram) {
   if (engine_.HasFlowTexts()) needs_order_.store(true, std::memory_order_relaxed);
   const ExportVersion version = VersionOf(datagram);
-  if (version.HasTemplates()) return;
-  auto& has_shown = version.sflow ? has_shown_sflow_ : has_shown_fixed_;
+  FlowKind kind = FlowKind::kFixed;
+  if (version.sflow) kind = FlowKind::kSampled;
+  if (version.HasTemplates()) kind = FlowKind::kByTemplate;
+  auto& has_shown = has_shown_[static_cast<std::size_t>(kind)];
   if (!has_shown.load(std::memory_order_relaxed)) has_shown = true;
+}
+
+// By another policy flows may have other texts, and none has shown yet.
+void Lane::TellReloads() {
+  const std::uint64_t reloads = meters_->Reloads();
+  if (reloads == reloads_noted_) return;
+  for (auto& has_shown : has_shown_) has_shown = false;
+  reloads_told_ += reloads - std::exchange(reloads_noted_, reloads);
+}
+
+void Lane::NoteForgotten() {
+  if (handover_.HasForgotten() || exporters_.HasForgotten()) knows_all_ = false;
 }
 
 void Lane::HoldBack(const UdpPacket& packet, Portion portion) {
@@ -166,7 +183,16 @@ void Lane::NoteNumbers(const UdpPacket& packet) {
 // What exporters define and tell, for meters to come.
 void Lane::KeepLessons(const Endpoint& exporter, std::span<const std::uint8_t> datagram) {
   if (meters_->Reloads() != std::exchange(reloads_, meters_->Reloads())) handover_.ForgetRates();
-  handover_.Take(exporter, datagram, ScopeOfTemplates(), parts_.on_rate);
+  handover_.Take(exporter, datagram, ScopeOfTemplates(),
+                 [this](const TemplateOwner& owner, std::uint16_t id,
+                        std::span<const std::uint8_t> told) { TellRate(owner, id, told); });
+  NoteForgotten();
+}
+
+void Lane::TellRate(const TemplateOwner& owner, std::uint16_t id,
+                    std::span<const std::uint8_t> datagram) {
+  if (parts_.on_rate) parts_.on_rate(owner, id, datagram);
+  if (parts_.has_others) channels_.Teach(number_, owner.exporter, datagram);
 }
 
 // A policy may say so, and another one later the opposite.
@@ -205,6 +231,7 @@ void Lane::LookAtMeters(Timestamp now) {
 
 void Lane::ReplaceMeters(Timestamp now) {
   waits_for_policies_ = false;
+  knows_all_ = false;
   most_learnt_ = meters_->Learnt() + Shares().plugin / 4;  // where it fails
   try {
     TeachFreshMeters(now);
@@ -224,7 +251,9 @@ void Lane::TeachFreshMeters(Timestamp now) {
   fresh->Learn(handover_, now);
   reloads_ = fresh->Reloads();
   posted_as_.reset();
+  TellReloads();
   meters_ = std::move(fresh);
+  reloads_noted_ = reloads_;
 }
 
 void Lane::NoteDropped(const DroppedNumbers& dropped) {
@@ -239,7 +268,8 @@ void Lane::NoteDropped(const DroppedNumbers& dropped) {
 }
 
 void Lane::TakeMessages() {
-  for (const ChannelMessage& message : mailbox_.TakeAll()) {
+  const auto messages = mailbox_.TakeAll();
+  for (const ChannelMessage& message : messages) {
     if (message.channel == kDatagrams) {
       LearnFrom(message);
       continue;
@@ -262,6 +292,7 @@ void Lane::TakeMessages() {
       if (trace_ != nullptr) trace_->Leave(status);
     }
   }
+  if (!messages.empty()) NoteForgotten();
 }
 
 void Lane::LearnFrom(const ChannelMessage& message) {

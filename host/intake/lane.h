@@ -6,6 +6,7 @@
 
 #include <absl/container/flat_hash_map.h>
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <functional>
@@ -46,6 +47,7 @@ struct LaneParts {
   std::function<void(const Endpoint& exporter)> on_used = {};
   Handover::OnRate on_rate = {};  // likewise, of what tells the rates of exporters
   bool notes_numbers = false;     // which sequence numbers came of each stream
+  bool has_others = false;        // lanes beside this one, which learn what it learns
 };
 
 // What a lane has counted over some time.
@@ -86,13 +88,19 @@ class Lane final : private ChannelSink {
   // NoteNumbers takes a datagram's numbers, in their order, where another lane meters its records.
   void NoteNumbers(const UdpPacket& packet);
 
-  // Whether others may meter some of its exporters' datagrams for a protocol: not before a flow of
-  // that kind was metered here, and not where a flow has the text that was told last. Any thread
-  // may ask.
-  [[nodiscard]] bool CanShare(const IID& protocol) const {
-    const auto& has_shown = protocol == kSFlowProtocol ? has_shown_sflow_ : has_shown_fixed_;
-    return has_shown && !needs_order_;
+  // Whether others may meter some of its exporters' datagrams: not before a flow of that kind was
+  // metered here, and not where a flow has the text that was told last. Any thread may ask.
+  enum class FlowKind : std::uint8_t { kFixed, kSampled, kByTemplate };
+  [[nodiscard]] bool CanShare(FlowKind kind) const {
+    return has_shown_[static_cast<std::size_t>(kind)] && !needs_order_ &&
+           (kind != FlowKind::kByTemplate || KnowsAll());
   }
+  // Whether its meters know all templates and rates that were told, but for what policies have: not
+  // once something was let go for want of room. Any thread.
+  [[nodiscard]] bool KnowsAll() const { return knows_all_ && !mailbox_.HasLost(); }
+  // How often its meters have read policies again, as TellReloads found last. Any thread.
+  [[nodiscard]] std::uint64_t Reloads() const { return reloads_told_; }
+  void TellReloads();
 
   // NoteDropped counts datagrams that never came this far.
   void NoteDropped(const DroppedNumbers& dropped);
@@ -143,10 +151,13 @@ class Lane final : private ChannelSink {
   void Knock(Component& component, Timestamp now);
   void Note(const UdpPacket& packet, std::uint64_t records, Refusal refusal);
   void NoteShown(std::span<const std::uint8_t> datagram);
+  void NoteForgotten();
   void HandOutFlowsNow(Timestamp now);
   void LookAtMemory();
   void LookAtMeters(Timestamp now);
   void TeachFreshMeters(Timestamp now);
+  void TellRate(const TemplateOwner& owner, std::uint16_t id,
+                std::span<const std::uint8_t> datagram);
   void KeepLessons(const Endpoint& exporter, std::span<const std::uint8_t> datagram);
   [[nodiscard]] Handover::Scope ScopeOfTemplates() const;
   void LearnFrom(const ChannelMessage& message);
@@ -171,7 +182,8 @@ class Lane final : private ChannelSink {
   bool takes_shims_ = false;    // the meters take a forwarder's shim off
   std::unique_ptr<Meters> meters_;
   Handover handover_{[this](const TemplateOwner& owner) { return exporters_.RecordsBy(owner); }};
-  bool keeps_lessons_ = Shares().plugin != MemoryShares::kAll;  // meters may be replaced
+  bool replaces_meters_ = Shares().plugin != MemoryShares::kAll;
+  bool keeps_lessons_ = replaces_meters_ || parts_.has_others;
   std::uint64_t reloads_ = 0;  // of policies, when rates were kept last
   // How a meter took templates when it last posted some, and after how many reloads of policies.
   struct PostedAs {
@@ -194,9 +206,10 @@ class Lane final : private ChannelSink {
   Portion portion_ = Portion::kAll;
   Refusal refusal_ = Refusal::kNone;  // of the one that was metered last
   std::atomic<bool> needs_order_ = false;
-  // Whether flows of what stands alone were metered: of sFlow, and of NetFlow v1 or v5.
-  std::atomic<bool> has_shown_sflow_ = false;
-  std::atomic<bool> has_shown_fixed_ = false;
+  std::array<std::atomic<bool>, 3> has_shown_{};  // flows of each kind that was metered
+  std::atomic<bool> knows_all_ = true;
+  std::atomic<std::uint64_t> reloads_told_ = 0;
+  std::uint64_t reloads_noted_ = 0;  // of the meters at hand
   std::atomic<std::uint64_t> records_ = 0;
   std::size_t most_flows_ = std::numeric_limits<std::size_t>::max();
   FlowSink flow_sink_;

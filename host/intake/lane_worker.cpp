@@ -41,10 +41,10 @@ LaneWorker::LaneWorker(Lane& lane, std::size_t most_batches, bool drops_when_ful
 
 LaneWorker::~LaneWorker() { Finish(); }
 
-void LaneWorker::Take(const IID& protocol, const UdpPacket& packet, Portion portion) {
-  if (gathered_->Add(protocol, packet, portion)) return;
+void LaneWorker::Take(const IID& protocol, const UdpPacket& packet, Portion portion, bool tells) {
+  if (gathered_->Add(protocol, packet, portion, tells)) return;
   Push();
-  gathered_->Add(protocol, packet, portion);
+  gathered_->Add(protocol, packet, portion, tells);
 }
 
 void LaneWorker::Push() {
@@ -55,6 +55,7 @@ void LaneWorker::DropGathered() {
   if (!dropped_numbers_) dropped_numbers_ = std::make_unique<DroppedNumbers>();
   for (const PacketBatch::Entry& entry : gathered_->entries()) {
     if (entry.portion == Portion::kRecords) continue;  // its numbers are another lane's
+    if (entry.tells && on_lost_) on_lost_(entry.packet);
     if (numbers_kept_ + dropped_numbers_->Size() < Shares().dropped_numbers) {
       dropped_numbers_->Add(entry.packet);
     } else {
@@ -99,6 +100,7 @@ bool LaneWorker::EnqueueGathered() {
   if (ended_) return false;
   queue_.push_back({TakeDropped(), std::move(gathered_), nullptr});
   ++queued_batches_;
+  ++pushed_;
   has_work_.notify_one();
   if (spare_.empty()) {
     gathered_ = std::make_unique<PacketBatch>();
@@ -131,6 +133,7 @@ void LaneWorker::Loop() {
     }
     lock.unlock();
     Do(work);
+    if (work.batch) done_.fetch_add(1, std::memory_order_release);
     lock.lock();
     at_work_ = nullptr;
     if (work.batch) {
@@ -150,6 +153,7 @@ void LaneWorker::Do(const Work& work) {
   }
   if (work.batch) Meter(*work.batch);
   if (work.task) work.task(lane_);
+  lane_.TellReloads();
 }
 
 void LaneWorker::Meter(const PacketBatch& batch) {

@@ -46,10 +46,17 @@ class LaneWorker {
   LaneWorker& operator=(const LaneWorker&) = delete;
 
   // These belong to the thread of the intake. Take gathers a datagram; Push sends off what was
-  // gathered, when there is anything; Run has a task done after all of that.
-  void Take(const IID& protocol, const UdpPacket& packet, Portion portion = Portion::kAll);
+  // gathered, when there is anything; Run has a task done after all of that. What tells something
+  // and is dropped goes to OnLost.
+  void Take(const IID& protocol, const UdpPacket& packet, Portion portion = Portion::kAll,
+            bool tells = false);
   void Push();
   void Run(Task task);
+  void OnLost(std::function<void(const UdpPacket&)> on_lost) { on_lost_ = std::move(on_lost); }
+  // Gathering is the number, from 1, of the batch that is being gathered, unless it is dropped;
+  // Done that of the last one that the lane is done with, for any thread.
+  [[nodiscard]] std::uint64_t Gathering() const { return pushed_ + 1; }
+  [[nodiscard]] std::uint64_t Done() const { return done_.load(std::memory_order_acquire); }
   // How many batches wait, and whether there is room to leave numbers here that no full queue may
   // drop, and to meter for another lane.
   [[nodiscard]] std::size_t Waiting() const {
@@ -113,6 +120,9 @@ class LaneWorker {
   std::condition_variable has_room_;
   std::deque<Work> queue_;
   std::atomic<std::size_t> queued_batches_ = 0;  // changed with the lock held
+  std::uint64_t pushed_ = 0;                     // the intake's
+  std::atomic<std::uint64_t> done_ = 0;
+  std::function<void(const UdpPacket&)> on_lost_;
   std::vector<std::unique_ptr<PacketBatch>> spare_;
   const PacketBatch* at_work_ = nullptr;
   std::uint64_t given_ = 0;  // datagrams, those at work included

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include "host/base/memory_budget.h"
 #include "host/export/export_format.h"
@@ -21,10 +22,14 @@ constexpr std::size_t kReadAheadBatches = 8;
 }  // namespace
 
 Lanes::Lanes(const LaneParts& parts, int count, LaneMode mode)
-    : taken_(static_cast<std::size_t>(count)) {
+    : taken_(static_cast<std::size_t>(count)),
+      lent_(taken_.size(), std::vector<std::uint64_t>(taken_.size())) {
+  LaneParts of_each = parts;
+  of_each.has_others = count > 1 && mode != LaneMode::kInline;
   for (int number = 1; number <= count; ++number) {
-    lanes_.push_back(std::make_unique<Lane>(parts, number));
+    lanes_.push_back(std::make_unique<Lane>(of_each, number));
   }
+  HaveReloaded();
   if (mode == LaneMode::kInline) return;
   const bool drops = mode == LaneMode::kDrop;
   const std::size_t burst_batches =
@@ -32,6 +37,8 @@ Lanes::Lanes(const LaneParts& parts, int count, LaneMode mode)
   for (const auto& lane : lanes_) {
     workers_.push_back(
         std::make_unique<LaneWorker>(*lane, drops ? burst_batches : kReadAheadBatches, drops));
+    workers_.back()->OnLost(
+        [this](const UdpPacket& packet) { ledger_.NoteLost(packet.source.address); });
   }
 }
 
@@ -54,36 +61,95 @@ std::size_t Lanes::LaneOf(const UdpPacket& packet) {
   return known->second;
 }
 
-// Where an exporter's lane is behind, the one that has least to do meters datagrams that need
-// nothing of what its meters have learnt.
-std::size_t Lanes::MeteringLane(std::size_t home, const IID& protocol,
-                                const UdpPacket& packet) const {
+// What a forwarder's shim names is a meter's to believe, as its policy says.
+TemplateLedger::Kind Lanes::LookUp(std::size_t home, const IID& protocol, const UdpPacket& packet) {
+  const auto datagram = packet.Payload();
+  if (lanes_.size() == 1 || !(protocol == kNetflowProtocol)) return {};
+  if (const auto named = ShimExporter(datagram)) {
+    const bool is_first = ledger_.LeaveAlone(*named);
+    return {.tells = is_first};
+  }
+  if (!VersionOf(datagram).HasTemplates()) return {};
+  // What is gathered already may have to go first.
+  return ledger_.Take(packet.source, datagram, workers_[home]->Gathering() + 1);
+}
+
+// Where an exporter's lane is behind, another one may meter datagrams that need nothing of what its
+// meters have learnt, or what all meters have.
+bool Lanes::CanShare(std::size_t home, const IID& protocol, const UdpPacket& packet,
+                     const TemplateLedger::Kind& kind) {
+  if (kind.is_data) {
+    return lanes_[home]->CanShare(Lane::FlowKind::kByTemplate) &&
+           workers_[home]->Done() >= kind.known_from && !HaveReloaded();
+  }
+  const bool is_sflow = protocol == kSFlowProtocol;
+  return lanes_[home]->CanShare(is_sflow ? Lane::FlowKind::kSampled : Lane::FlowKind::kFixed) &&
+         StandsAlone(protocol, packet.Payload());
+}
+
+bool Lanes::HaveReloaded() {
+  std::uint64_t reloads = 0;
+  for (const auto& lane : lanes_) reloads += lane->Reloads();
+  if (reloads == std::exchange(reloads_, reloads)) return false;
+  ledger_.NoteReload();
+  return true;
+}
+
+// The lane that has least to do, where that is clearly less than the exporter's own has.
+std::size_t Lanes::LaneToHelp(std::size_t home, bool by_template) const {
   constexpr std::size_t kBehind = 2;  // batches
   const std::size_t waiting = workers_[home]->Waiting();
-  if (waiting < kBehind || !lanes_[home]->CanShare(protocol)) return home;
+  if (waiting < kBehind || !workers_[home]->HasRoomForNumbers()) return home;
   const auto least =
       std::ranges::min_element(workers_, {}, [](const auto& worker) { return worker->Waiting(); });
+  const auto helper = static_cast<std::size_t>(least - workers_.begin());
   if ((*least)->Waiting() + kBehind > waiting || !(*least)->HasRoomForOthers() ||
-      !workers_[home]->HasRoomForNumbers() || !StandsAlone(protocol, packet.Payload())) {
+      lanes_[helper]->Reloads() != lanes_[home]->Reloads() ||
+      (by_template && !lanes_[helper]->KnowsAll())) {
     return home;
   }
-  return static_cast<std::size_t>(least - workers_.begin());
+  return helper;
+}
+
+// Before a lane meters what others will have from it, they are done with what they were given
+// before. Lanes do not wait for each other in a circle: each waits for what was there before.
+void Lanes::WaitForHelpers(std::size_t home) {
+  using namespace std::chrono_literals;
+  std::vector<std::pair<const LaneWorker*, std::uint64_t>> awaited;
+  for (std::size_t i = 0; i < workers_.size(); ++i) {
+    const std::uint64_t batch = std::exchange(lent_[home][i], 0);
+    if (batch <= workers_[i]->Done()) continue;
+    if (batch == workers_[i]->Gathering()) workers_[i]->Push();
+    awaited.emplace_back(workers_[i].get(), batch);
+  }
+  if (awaited.empty()) return;
+  workers_[home]->Run([this, awaited](Lane& /*lane*/) {
+    for (const auto& [worker, batch] : awaited) {
+      while (worker->Done() < batch && !ended_) std::this_thread::sleep_for(50us);
+    }
+  });
 }
 
 void Lanes::Take(const IID& protocol, const UdpPacket& packet) {
   const std::size_t lane = LaneOf(packet);
-  if (!workers_.empty()) {
-    const std::size_t at = MeteringLane(lane, protocol, packet);
-    ++taken_[at];
-    if (at == lane) return workers_[lane]->Take(protocol, packet);
-    workers_[at]->Take(protocol, packet, Portion::kRecords);
-    return workers_[lane]->Take(protocol, packet, Portion::kNumbers);
-  }
+  if (!workers_.empty()) return Hand(lane, protocol, packet);
   ++taken_[lane];
   lanes_[lane]->Handle(protocol, packet);
   for (const auto& each : lanes_) {
     if (each->mailbox().HasMail()) each->TakeMessages();
   }
+}
+
+void Lanes::Hand(std::size_t home, const IID& protocol, const UdpPacket& packet) {
+  const TemplateLedger::Kind kind = LookUp(home, protocol, packet);
+  std::size_t at = LaneToHelp(home, kind.is_data);
+  if (at != home && !CanShare(home, protocol, packet, kind)) at = home;
+  ++taken_[at];
+  if (kind.tells) WaitForHelpers(home);
+  if (at == home) return workers_[home]->Take(protocol, packet, Portion::kAll, kind.tells);
+  workers_[at]->Take(protocol, packet, Portion::kRecords);
+  if (kind.is_data) lent_[home][at] = workers_[at]->Gathering();
+  workers_[home]->Take(protocol, packet, Portion::kNumbers);
 }
 
 void Lanes::Push() {

@@ -12,6 +12,7 @@
 
 #include "host/intake/lane.h"
 #include "host/intake/lane_worker.h"
+#include "host/intake/template_ledger.h"
 
 namespace flow::host {
 
@@ -88,8 +89,13 @@ class Lanes {
 
  private:
   std::size_t LaneOf(const UdpPacket& packet);
-  [[nodiscard]] std::size_t MeteringLane(std::size_t home, const IID& protocol,
-                                         const UdpPacket& packet) const;
+  TemplateLedger::Kind LookUp(std::size_t home, const IID& protocol, const UdpPacket& packet);
+  bool CanShare(std::size_t home, const IID& protocol, const UdpPacket& packet,
+                const TemplateLedger::Kind& kind);
+  [[nodiscard]] std::size_t LaneToHelp(std::size_t home, bool by_template) const;
+  bool HaveReloaded();
+  void WaitForHelpers(std::size_t home);
+  void Hand(std::size_t home, const IID& protocol, const UdpPacket& packet);
   void Each(const std::function<void(Lane&)>& visit);
 
   std::vector<std::unique_ptr<Lane>> lanes_;
@@ -97,6 +103,10 @@ class Lanes {
   // Where each exporter's datagrams go, and how many each lane meters.
   absl::flat_hash_map<IpAddress, std::size_t> lane_of_;
   std::vector<std::uint64_t> taken_;
+  TemplateLedger ledger_;
+  // For each lane, the last batch of each in which there is data by templates of its exporters.
+  std::vector<std::vector<std::uint64_t>> lent_;
+  std::uint64_t reloads_ = 0;  // of all meters' policies, when last asked
   std::atomic<bool> ended_ = false;
   std::atomic<bool> intake_rests_ = false;
 };

@@ -14,6 +14,7 @@ void Mailbox::Post(ChannelMessage message) {
     constexpr std::size_t kOverhead = 128;
     const std::size_t bytes = message.bytes->size() + kOverhead;
     if (bytes > Shares().mailbox - std::min(bytes_, Shares().mailbox)) {
+      has_lost_.store(true, std::memory_order_relaxed);
       return NoteLetGo(LetGo::kMessages, 1);
     }
     bytes_ += bytes;

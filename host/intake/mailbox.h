@@ -33,6 +33,9 @@ class Mailbox {
   // A full box takes none.
   void Post(ChannelMessage message);
 
+  // HasLost tells whether a full box has ever let a message go.
+  [[nodiscard]] bool HasLost() const { return has_lost_.load(std::memory_order_relaxed); }
+
   // HasRoom is for those who can wait until lanes have taken what there is.
   [[nodiscard]] bool HasRoom();
 
@@ -48,6 +51,7 @@ class Mailbox {
   std::vector<ChannelMessage> messages_;
   std::size_t bytes_ = 0;  // of them
   std::atomic<bool> has_mail_ = false;
+  std::atomic<bool> has_lost_ = false;
 };
 
 }  // namespace flow::host

@@ -24,10 +24,12 @@ class PacketBatch {
     const IID* protocol;
     UdpPacket packet;  // its bytes are in the batch
     Portion portion;
+    bool tells;  // something that lanes have from each other
   };
 
   // Add copies the packet; false when it does not fit. The protocol outlives the batch.
-  bool Add(const IID& protocol, const UdpPacket& packet, Portion portion = Portion::kAll);
+  bool Add(const IID& protocol, const UdpPacket& packet, Portion portion = Portion::kAll,
+           bool tells = false);
 
   [[nodiscard]] const std::vector<Entry>& entries() const { return entries_; }
   // Datagrams to meter: the entries but those that are numbers alone, and whether there are those.

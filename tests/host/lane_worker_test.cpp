@@ -154,6 +154,73 @@ TEST(Lanes, HelpAnExportersLaneWithWhatStandsAlone) {
   }
 }
 
+// Of NetFlow v9, with addresses and what is 100 of the one and 60 of the other, as a template says.
+Bytes NumberedV9(std::uint32_t n, const std::string& set) {
+  return FromHex(fmt::format("0009 0001 00000064 6553F100 {:08X} 00000000", n) + set);
+}
+constexpr char kData[] = "0100 0014 0A000001 0A000002 00000064 0000003C";
+constexpr char kBytesFirst[] = "0000 0018 0100 0004 0008 0004 000C 0004 0001 0004 0002 0004";
+constexpr char kPacketsFirst[] = "0000 0018 0100 0004 0008 0004 000C 0004 0002 0004 0001 0004";
+
+// Both lanes are held up until all datagrams have been taken. The other one is given data of the
+// first template, and has it still in front of it when the exporter's lane comes to the second.
+TEST(Lanes, HelpWithDataOfTemplatesThatChange) {
+  constexpr std::uint32_t kOfEach = 6000;
+  const TemporaryFolder folder;
+  Console console(kLogError);
+  MeterOptions options;
+  options.plugin = FLOWHANDLERS;
+  options.config_directory = (folder / "policies").string();
+  options.instances = 2;
+  MeterSetup setup(options, "", console);
+  setup.UseDefaultsIn(folder / "policies");
+  setup.Start(LaneMode::kDrop);
+  std::uint32_t number = 0;
+  const auto take = [&](const std::string& set) {
+    const Bytes packet = Ethernet(Udp{.payload = NumberedV9(number++, set), .port = 2055}.Packet());
+    setup.intake().Take(1, {1, packet, static_cast<std::uint32_t>(packet.size())});
+  };
+  const auto hold = [&](std::latch* until) {
+    const auto here = std::make_shared<std::latch>(2);
+    setup.lanes().ForEach([here, until](Lane& /*lane*/) {
+      here->count_down();
+      if (until != nullptr) until->wait();
+    });
+    here->wait();
+  };
+  constexpr std::uint32_t kAlone = 4;  // until what is known has come to all
+  take(kBytesFirst);
+  for (std::uint32_t i = 0; i < kAlone; ++i) {
+    take(kData);
+    hold(nullptr);
+  }
+  std::latch all_taken(1);
+  hold(&all_taken);
+  for (std::uint32_t i = 0; i < kOfEach; ++i) take(kData);
+  take(kPacketsFirst);
+  for (std::uint32_t i = 0; i < kOfEach; ++i) take(kData);
+  all_taken.count_down();
+  std::mutex mutex;
+  std::uint64_t bytes = 0;
+  std::size_t lanes_at_work = 0;
+  ExporterTable table;
+  setup.lanes().ForEach([&](Lane& lane) {
+    const Harvest harvest = lane.Reap();
+    const std::lock_guard lock(mutex);
+    table.Merge(harvest.exporters);
+    lanes_at_work += harvest.store->records > 0 ? 1 : 0;
+    harvest.store->flows().ForEach(
+        [&](std::string_view, const FlowTotals& flow) { bytes += flow.bytes[0] + flow.bytes[1]; });
+  });
+  setup.lanes().Finish();
+  EXPECT_EQ(lanes_at_work, 2U);
+  EXPECT_EQ(bytes, 100 * (kAlone + kOfEach) + 60 * kOfEach);
+  ASSERT_EQ(table.Rows().size(), 1U);
+  EXPECT_EQ(table.Rows()[0].counts.books.metered, kAlone + 2 * kOfEach);
+  EXPECT_EQ(table.Rows()[0].counts.gaps.Lost(), 0U);
+  EXPECT_EQ(table.Rows()[0].counts.templates, 1U);
+}
+
 // Most of them without their numbers, for which there is little room.
 TEST(Lanes, DropHereWhatIsNotLostOnTheWay) {
   ShareMemory(kLeastMemory, 1);
