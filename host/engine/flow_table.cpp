@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "host/base/heap_account.h"
+#include "host/engine/key_bytes.h"
 
 namespace flow::host {
 namespace {
@@ -183,11 +184,17 @@ bool FlowTable::AddNarrow(Narrow* row, const FlowTotals& part) {
   return true;
 }
 
-bool FlowTable::MergeShown(std::string_view key, const std::uint64_t* values, bool have_ends) {
-  const Narrow& row = *reinterpret_cast<const Narrow*>(values);
-  if (IsText(key) || row.beside != 0 || row.tag != 0) return false;
-  char packed[kPackedMost];
-  const ShownKey shown = PackedShown(key, packed);
+void FlowTable::ShownRow::Set(std::string_view packed, const std::uint64_t* of_row) {
+  static_assert(sizeof(values) == kRowWords * sizeof(*of_row));
+  std::copy_n(of_row, kRowWords, values);
+  shown = PackedShown(packed, key);
+  hash = HashKey(Key());
+}
+
+bool FlowTable::MergeShown(const ShownRow& from, bool have_ends) {
+  const Narrow& row = *reinterpret_cast<const Narrow*>(from.values);
+  if (row.beside != 0 || row.tag != 0) return false;
+  const ShownKey& shown = from.shown;
   // Volumes of one way turn round with the flow.
   const std::uint8_t forms = shown.turns ? row.forms & ~kOneWay : row.forms;
   if (forms == 0) return false;
@@ -202,7 +209,7 @@ bool FlowTable::MergeShown(std::string_view key, const std::uint64_t* values, bo
       0,
       forms,
       row.has_times};
-  return AddPlain(reinterpret_cast<Narrow*>(rows_.FindOrAdd({packed, shown.size})), plain);
+  return AddPlain(reinterpret_cast<Narrow*>(rows_.FindOrAdd(from.Key(), from.hash)), plain);
 }
 
 void FlowTable::AddBeside(Narrow* row, const FlowTotals& part) {

@@ -33,9 +33,19 @@ class FlowTable {
   }
   void AddPart(std::uint64_t* values, const FlowTotals& part);
 
-  // MergeShown adds a row of another table as reports show it. False where that asks for all that
-  // the flow has, or more than a narrow row: then nothing was added but perhaps an empty flow.
-  bool MergeShown(std::string_view key, const std::uint64_t* values, bool have_ends);
+  // A row of another table with a packed key, on its way into this one as reports show it.
+  struct ShownRow {
+    std::uint64_t values[5];
+    ShownKey shown;
+    std::uint32_t hash;
+    char key[kPackedMost];  // that it is shown by
+
+    void Set(std::string_view packed, const std::uint64_t* of_row);
+    [[nodiscard]] std::string_view Key() const { return {key, shown.size}; }
+  };
+  // MergeShown adds one. False where that asks for all that the flow has, or more than a narrow
+  // row: then nothing was added but perhaps an empty flow.
+  bool MergeShown(const ShownRow& row, bool have_ends);
 
   [[nodiscard]] std::optional<FlowTotals> Find(std::string_view key) const;
 

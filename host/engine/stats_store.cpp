@@ -2,6 +2,7 @@
 #include "host/engine/stats_store.h"
 
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <utility>
 
@@ -31,6 +32,34 @@ std::uint64_t RankOf(const GroupInfo& info, const std::uint64_t* values) {
   for (const int meter : info.ranking) rank += values[meter];
   return rank;
 }
+
+// Rows on their way into a large table, each of which waits until its place is in the cache.
+class ShownQueue {
+ public:
+  explicit ShownQueue(const KeyTable& into) : into_(into) {}
+
+  template <class Add>
+  void Put(std::string_view key, const std::uint64_t* values, const Add& add) {
+    FlowTable::ShownRow& row = rows_[next_ % kRows];
+    if (next_ >= kRows) add(row);
+    row.Set(key, values);
+    into_.PrefetchSlot(row.hash);
+    if (next_ >= kRowAfter) into_.PrefetchRow(rows_[(next_ - kRowAfter) % kRows].hash);
+    ++next_;
+  }
+  template <class Add>
+  void Finish(const Add& add) const {
+    for (std::size_t i = next_ - std::min(next_, kRows); i < next_; ++i) add(rows_[i % kRows]);
+  }
+
+ private:
+  static constexpr std::size_t kRows = 16;
+  static constexpr std::size_t kRowAfter = 8;
+
+  const KeyTable& into_;
+  std::array<FlowTable::ShownRow, kRows> rows_{};
+  std::size_t next_ = 0;
+};
 
 // Calls visit(key, values, flow) for every key, packed ones of flows; flow is null for others.
 template <class Visit>
@@ -223,33 +252,44 @@ void StatsStore::AddFlows(const FlowBatch& flows) {
   });
 }
 
-void StatsStore::AddShownRow(const FlowBatch& flows, std::string_view key,
-                             const std::uint64_t* values, bool have_ends) {
-  FlowTable& into = this->flows();
-  if (into.MergeShown(key, values, have_ends)) return;
+void StatsStore::AddShownText(const FlowBatch& flows, std::string_view key,
+                              const std::uint64_t* values, bool have_ends) {
   FlowTotals part = flows.table.Whole(values);
   RenumberTexts(flows, &part);
   if (!have_ends) part.closes = 0;
-  if (IsText(key)) {
-    ShownFlow shown;
-    return into.Merge(shown.Of(key.substr(1), &part), part);
-  }
-  char packed[kPackedMost];
-  const auto [size, turns] = PackedShown(key, packed);
-  if (turns) TurnRound(&part);
-  into.MergePacked({packed, size}, part);
+  ShownFlow shown;
+  this->flows().Merge(shown.Of(key, &part), part);
+}
+
+void StatsStore::AddShownRow(const FlowBatch& flows, const FlowTable::ShownRow& row,
+                             bool have_ends) {
+  FlowTable& into = this->flows();
+  if (into.MergeShown(row, have_ends)) return;
+  FlowTotals part = flows.table.Whole(row.values);
+  RenumberTexts(flows, &part);
+  if (!have_ends) part.closes = 0;
+  if (row.shown.turns) TurnRound(&part);
+  into.MergePacked(row.Key(), part);
+}
+
+// for_each calls what it is given with the key and the values of every row.
+template <class ForEach>
+void StatsStore::AddShownRows(const FlowBatch& flows, bool have_ends, const ForEach& for_each) {
+  ShownQueue queue(this->flows().rows());
+  const auto add = [&](const FlowTable::ShownRow& row) { AddShownRow(flows, row, have_ends); };
+  for_each([&](std::string_view key, const std::uint64_t* values) {
+    if (IsText(key)) return AddShownText(flows, key.substr(1), values, have_ends);
+    queue.Put(key, values, add);
+  });
+  queue.Finish(add);
 }
 
 void StatsStore::AddShownFlows(const FlowBatch& flows, bool have_ends) {
-  flows.table.rows().ForEach([&](std::string_view key, const std::uint64_t* values) {
-    AddShownRow(flows, key, values, have_ends);
-  });
+  AddShownRows(flows, have_ends, [&](auto&& visit) { flows.table.rows().ForEach(visit); });
 }
 
 void StatsStore::MoveShownFlows(FlowBatch&& flows, bool have_ends) {
-  flows.table.rows().Drain([&](std::string_view key, const std::uint64_t* values) {
-    AddShownRow(flows, key, values, have_ends);
-  });
+  AddShownRows(flows, have_ends, [&](auto&& visit) { flows.table.rows().Drain(visit); });
   flows.table = {};
 }
 

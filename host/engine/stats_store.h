@@ -149,8 +149,11 @@ class StatsStore {
   void MergeNotes(const GroupCounters& from, GroupCounters* into);
   template <class Texts>  // that know what a number stands for
   void RenumberTexts(const Texts& texts, FlowTotals* flow);
-  void AddShownRow(const FlowBatch& flows, std::string_view key, const std::uint64_t* values,
-                   bool have_ends);
+  template <class ForEach>
+  void AddShownRows(const FlowBatch& flows, bool have_ends, const ForEach& for_each);
+  void AddShownRow(const FlowBatch& flows, const FlowTable::ShownRow& row, bool have_ends);
+  void AddShownText(const FlowBatch& flows, std::string_view key, const std::uint64_t* values,
+                    bool have_ends);
   void Prune(GroupCounters* group, std::size_t kept);
   static void DropStrayNotes(GroupCounters* group);
 
