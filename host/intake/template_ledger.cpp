@@ -2,7 +2,6 @@
 #include "host/intake/template_ledger.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "host/base/big_endian.h"
 #include "host/base/memory_budget.h"
@@ -14,6 +13,7 @@ constexpr std::size_t kSetHeader = 4;
 constexpr std::size_t kTemplateHeader = 4;
 constexpr std::size_t kSpecifier = 4;
 constexpr std::uint16_t kVariable = 65535;
+constexpr std::size_t kOverhead = 256;  // about what a definition takes beside its bytes
 
 // Elements that count, or that nobody looks at: from and to, both included. What is not here tells
 // names, rates or texts, of which the last counts, or is a vendor's.
@@ -119,13 +119,14 @@ void TemplateLedger::TakeTemplates(Bytes set, Datagram* datagram) {
   });
   // Meters keep some of a set that is not whole, and tell nobody.
   if (is_whole && (is_option || at == set.size())) return;
-  datagram->exporter->stays = true;
+  Keep(datagram->exporter);
   datagram->is_change = true;
 }
 
 void TemplateLedger::Define(std::uint16_t set, std::uint16_t id, Bytes bytes, bool tells_rate,
                             Datagram* datagram) {
   Exporter& exporter = *datagram->exporter;
+  if (exporter.stays) return;
   const auto [place, is_new] = exporter.definitions.try_emplace({datagram->port, id});
   Definition& known = place->second;
   const bool is_same = known.set == set && std::ranges::equal(known.bytes, bytes) && !is_new;
@@ -137,12 +138,14 @@ void TemplateLedger::Define(std::uint16_t set, std::uint16_t id, Bytes bytes, bo
   // every record are too many to tell.
   const bool is_others =
       !is_same && !known.domains.empty() && !(known.domains.size() == 1 && has_domain);
-  definitions_ += is_new ? 1 : 0;
+  bytes_ += (is_new ? kOverhead : 0) + bytes.size();
+  bytes_ -= known.bytes.size();
   datagram->is_change = true;
   if (is_others || (tells_rate && !is_option) || known.domains.size() >= kMostDomains ||
-      definitions_ > Shares().templates) {
-    exporter.stays = true;
-    return;
+      bytes_ > Shares().templates * kOverhead) {
+    bytes_ += known.bytes.size();
+    bytes_ -= bytes.size();
+    return Keep(&exporter);
   }
   known.set = set;
   known.bytes.assign(bytes.begin(), bytes.end());
@@ -154,13 +157,26 @@ void TemplateLedger::Define(std::uint16_t set, std::uint16_t id, Bytes bytes, bo
 void TemplateLedger::NoteLost(const IpAddress& exporter) {
   const auto known = exporters_.find(exporter);
   if (known == exporters_.end()) return;
-  definitions_ -= known->second.definitions.size();
-  known->second.definitions.clear();
+  Forget(&known->second);
+}
+
+void TemplateLedger::Keep(Exporter* exporter) {
+  exporter->stays = true;
+  Forget(exporter);
+}
+
+void TemplateLedger::Forget(Exporter* exporter) {
+  for (const auto& [key, definition] : exporter->definitions) {
+    bytes_ -= kOverhead + definition.bytes.size();
+  }
+  exporter->definitions = {};
 }
 
 bool TemplateLedger::LeaveAlone(const IpAddress& exporter) {
   Exporter* const known = ExporterOf(exporter);
-  return known != nullptr && !std::exchange(known->stays, true);
+  if (known == nullptr || known->stays) return false;
+  Keep(known);
+  return true;
 }
 
 }  // namespace flow::host

@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "host/base/endpoint.h"
@@ -78,13 +79,16 @@ class TemplateLedger {
   };
 
   Exporter* ExporterOf(const IpAddress& address);
+  // Keep has the data of an exporter stay with its lane; Forget lets go what is known of it.
+  void Keep(Exporter* exporter);
+  void Forget(Exporter* exporter);
   void TakeSet(const ExportSet& set, Datagram* datagram);
   void TakeTemplates(Bytes set, Datagram* datagram);
   void Define(std::uint16_t set, std::uint16_t id, Bytes bytes, bool tells_rate,
               Datagram* datagram);
 
   absl::flat_hash_map<IpAddress, Exporter> exporters_;
-  std::size_t definitions_ = 0;
+  std::size_t bytes_ = 0;  // about what definitions take
   std::uint64_t reloads_ = 0;
 };
 

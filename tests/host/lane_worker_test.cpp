@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <latch>
+#include <memory>
 #include <mutex>
 #include <vector>
 
