@@ -217,6 +217,8 @@ TEST_F(Questions, ASeriesHasItsStepsAndItsGaps) {
   ASSERT_EQ(answer["rows"].size(), truth.size());
   for (std::size_t i = 0; i < truth.size(); ++i) EXPECT_EQ(answer["rows"][i]["bytes"], truth[i]);
   EXPECT_EQ(answer["rows"][0]["time_ms"], (kMade.start + 600) * 1000);
+  const Json from_within = Ask({"series", "--step", "5m"}, 12, 35);
+  EXPECT_EQ(from_within["rows"][0]["time_ms"], (kMade.start + 600) * 1000);
   const Json minutes = Ask({"series", "--step", "1m"}, 16, 21);
   EXPECT_TRUE(minutes["rows"][1]["bytes"].is_null()) << "nobody listened";
   EXPECT_GT(minutes["rows"][4]["bytes"], 0);
