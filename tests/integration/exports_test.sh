@@ -29,7 +29,7 @@ fi
 
 # The language's and the C library, and the sanitizers in a build with them.
 others=$(readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' |
-  grep -Ev '^(libstdc\+\+|libm|libgcc_s|libc|ld-linux-x86-64|libasan|libubsan)\.so')
+  grep -Ev '^(libstdc\+\+|libm|libgcc_s|libc|ld-linux-x86-64|libasan|libubsan|libtsan)\.so')
 if [ -n "$others" ]; then
   echo "the library needs $others"
   failed=1
