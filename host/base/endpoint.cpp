@@ -24,6 +24,16 @@ std::optional<IpAddress> IpAddress::Parse(const std::string& text) {
   return std::nullopt;
 }
 
+// RFC 4291, 2.5.5.2.
+std::optional<IpAddress> IpAddress::MappedIpv4() const {
+  constexpr std::array<std::uint8_t, 12> kFront{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
+  const auto front = bytes().first(std::min(bytes().size(), kFront.size()));
+  if (!std::ranges::equal(front, kFront)) return std::nullopt;
+  IpAddress ipv4;
+  std::ranges::copy(bytes().subspan(kFront.size()), ipv4.bytes_.begin());
+  return ipv4;
+}
+
 std::string IpAddress::Text() const {
   char text[INET6_ADDRSTRLEN] = "";
   inet_ntop(family_ == Family::kIpv4 ? AF_INET : AF_INET6, bytes_.data(), text, sizeof(text));

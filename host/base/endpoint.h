@@ -46,6 +46,9 @@ class IpAddress {
            std::uint32_t{bytes_[2]} << 8 | bytes_[3];
   }
 
+  // MappedIpv4 gives the IPv4 address that is written as one of IPv6, "::ffff:192.0.2.1".
+  [[nodiscard]] std::optional<IpAddress> MappedIpv4() const;
+
   [[nodiscard]] std::string Text() const;
 
   friend auto operator<=>(const IpAddress&, const IpAddress&) = default;

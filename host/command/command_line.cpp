@@ -105,6 +105,20 @@ Network NetworkFrom(const char* option, const std::string& text) {
   return network;
 }
 
+// Whoever sends over IPv4 is known by an IPv4 address, however the network is written.
+Network SendersFrom(const std::string& text) {
+  constexpr unsigned kFront = 96;
+  const Network network = NetworkFrom("--allow", text);
+  if (!IpAddress::Parse(text.substr(0, text.find('/')))->MappedIpv4()) return network;
+  const auto ipv4 = network.address.MappedIpv4();
+  if (!ipv4) {
+    throw CLI::ValidationError(
+        "--allow",
+        text + " is IPv4 within IPv6: its prefix is 96 or more, as in ::ffff:10.0.0.0/104");
+  }
+  return {*ipv4, network.prefix - kFront};
+}
+
 ExtraPort ExtraPortFrom(const std::string& text) {
   const std::size_t equals = text.find('=');
   ExtraPort extra;
@@ -254,7 +268,7 @@ void AddListenOptions(CLI::App* app, ListenOptions* options) {
          "--allow",
          [options](const std::vector<std::string>& texts) {
            for (const std::string& text : texts) {
-             options->allow.push_back(NetworkFrom("--allow", text));
+             options->allow.push_back(SendersFrom(text));
            }
          },
          "A network of IPv4 or IPv6, or an address, whose datagrams are taken; repeatable. Others "

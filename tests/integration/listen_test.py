@@ -304,15 +304,19 @@ def run_port_taken(folder):
 
 
 def run_silent(folder):
-    """whoever stops sending is told once, by the real address, and so is that he sends again"""
-    collector = Collector(folder, "--bind", "::1", "--silent-after", "2", "--interval", "1")
+    """who stops sending is told once, by the real address, as is that he sends again; who may not send is not heard"""
+    collector = Collector(folder, "--bind", "::1", "--silent-after", "2", "--interval", "1",
+                          "--allow", "::ffff:127.0.0.0/126", "--allow", "::1")
     datagram = struct.pack("!HHIIIIHH", 5, 1, 0, 0, 0, 0, 0, 0) + bytes(48)
     there = collector.ports["netflow"]
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as steady, \
             socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as first, \
+            socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as stranger, \
             socket.socket(socket.AF_INET6, socket.SOCK_DGRAM) as second:
         steady.bind(("127.0.0.2", 0))
         first.bind(("127.0.0.3", 0))
+        stranger.bind(("127.0.0.4", 0))
+        stranger.sendto(datagram, ("127.0.0.1", there))
         silent = ["127.0.0.3"]
         first.sendto(datagram, ("127.0.0.1", there))
         try:
@@ -326,8 +330,10 @@ def run_silent(folder):
                                meanwhile=keep_on)
         first.sendto(datagram, ("127.0.0.1", there))
         collector.wait_for(r"^flowhost: 127.0.0.3 sends again$", meanwhile=keep_on)
-        status, _ = collector.end()
+        status, report = collector.end()
     expect("exit status of the silent", status, 0)
+    expect("who was heard", {exporter["address"] for exporter in report["exporters"]}, {"127.0.0.2", *silent})
+    expect("strangers", " 1 of sources that --allow does not name" in collector.summary.read_text(), True)
     said = collector.log.read_text()
     expect("told of the silent", [said.count(f" {e} has sent nothing") for e in ("127.0.0.2", *silent)],
            [0] + [1] * len(silent))
