@@ -4,6 +4,16 @@
 #include <algorithm>
 
 namespace flow::host {
+namespace {
+
+template <class Boxes>
+void PostToOthers(const Boxes& boxes, int sender_lane, const ChannelMessage& copy) {
+  for (const auto& entry : boxes) {
+    if (entry.lane != sender_lane) entry.mailbox->Post(copy);
+  }
+}
+
+}  // namespace
 
 void ChannelHub::Deliver(int sender_lane, const GUID& channel,
                          std::span<const std::uint8_t> message) {
@@ -11,9 +21,7 @@ void ChannelHub::Deliver(int sender_lane, const GUID& channel,
   const ChannelMessage copy{
       channel, std::make_shared<std::vector<std::uint8_t>>(message.begin(), message.end()), {}};
   for (const Observer& observer : observers_) observer(sender_lane, channel, *copy.bytes);
-  for (const Entry& entry : boxes_) {
-    if (entry.lane != sender_lane) entry.mailbox->Post(copy);
-  }
+  PostToOthers(boxes_, sender_lane, copy);
 }
 
 bool ChannelHub::HasRoom() const {
@@ -25,9 +33,7 @@ void ChannelHub::Teach(int sender_lane, const Endpoint& exporter,
   const ChannelMessage copy{
       kDatagrams, std::make_shared<std::vector<std::uint8_t>>(datagram.begin(), datagram.end()),
       exporter};
-  for (const Entry& entry : boxes_) {
-    if (entry.lane != sender_lane) entry.mailbox->Post(copy);
-  }
+  PostToOthers(boxes_, sender_lane, copy);
 }
 
 }  // namespace flow::host
