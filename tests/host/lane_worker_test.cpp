@@ -9,6 +9,7 @@
 #include <latch>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "host/base/console.h"
@@ -33,31 +34,6 @@ void WorkFor(std::chrono::milliseconds time) {
   }
 }
 
-// The lane takes longer to hand out flows than any datagram may keep a meter busy.
-TEST(LaneWorker, BlamesNoExporterForWhatTheLaneDoes) {
-  constexpr int kDatagrams = 200;
-  const TemporaryFolder folder;
-  Console console(kLogError);
-  MeterOptions options;
-  options.plugin = FakePlugin();
-  options.config_directory = (folder / "policies").string();
-  MeterSetup setup(options, "", console);
-  setup.UseDefaultsIn(folder / "policies");
-  setup.Start(LaneMode::kDrop);
-  int batches = 0;
-  setup.lanes().HandOutFlows(0, [&](const Lane&, const EarlyFlows&) {
-    if (++batches <= 2) WorkFor(3 * TimeBudget::kMost);
-  });
-  const Bytes packet = Ethernet(Udp{.payload = Text("flows that change, twice F")}.Packet());
-  for (int i = 0; i < kDatagrams; ++i) {
-    setup.intake().Take(1, {1, packet, static_cast<std::uint32_t>(packet.size())});
-  }
-  setup.lanes().Finish();
-  EXPECT_GE(batches, 2);
-  EXPECT_TRUE(setup.lanes().TakeOffences().empty());
-  EXPECT_EQ(setup.lanes().Records(), kDatagrams);
-}
-
 // The default policy of NetFlow, with one switch more.
 void TurnOn(const std::string& name, const std::filesystem::path& folder) {
   const std::filesystem::path path = folder / "NetflowCounterPolicy.xml";
@@ -68,6 +44,50 @@ void TurnOn(const std::string& name, const std::filesystem::path& folder) {
   const std::size_t at = text.find(off);
   ASSERT_NE(at, std::string::npos);
   WriteFile(path, text.replace(at, off.size(), "<" + name + ">true"));
+}
+
+// Lanes in their threads, with meters by default policies but for one switch.
+class Collector {
+ public:
+  explicit Collector(const std::string& plugin, int instances = 1,
+                     const std::string& turned_on = "") {
+    const std::filesystem::path policies = folder_ / "policies";
+    if (!turned_on.empty()) TurnOn(turned_on, policies);
+    options_.plugin = plugin;
+    options_.config_directory = policies.string();
+    options_.instances = instances;
+    setup_.emplace(options_, "", console_);
+    setup_->UseDefaultsIn(policies);
+    setup_->Start(LaneMode::kDrop);
+  }
+
+  void Take(const Udp& datagram, Timestamp time = 1) {
+    const Bytes packet = Ethernet(datagram.Packet());
+    setup_->intake().Take(1, {time, packet, static_cast<std::uint32_t>(packet.size())});
+  }
+  Lanes& lanes() { return setup_->lanes(); }
+
+ private:
+  TemporaryFolder folder_;
+  Console console_{kLogError};
+  MeterOptions options_;
+  std::optional<MeterSetup> setup_;
+};
+
+// The lane takes longer to hand out flows than any datagram may keep a meter busy.
+TEST(LaneWorker, BlamesNoExporterForWhatTheLaneDoes) {
+  constexpr int kDatagrams = 200;
+  Collector collector(FakePlugin());
+  int batches = 0;
+  collector.lanes().HandOutFlows(0, [&](const Lane&, const EarlyFlows&) {
+    if (++batches <= 2) WorkFor(3 * TimeBudget::kMost);
+  });
+  const Udp datagram{.payload = Text("flows that change, twice F")};
+  for (int i = 0; i < kDatagrams; ++i) collector.Take(datagram);
+  collector.lanes().Finish();
+  EXPECT_GE(batches, 2);
+  EXPECT_TRUE(collector.lanes().TakeOffences().empty());
+  EXPECT_EQ(collector.lanes().Records(), kDatagrams);
 }
 
 // Number n of a stream, of one record; every fortieth got lost.
@@ -103,40 +123,27 @@ TEST(Lanes, HelpAnExportersLaneWithWhatStandsAlone) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    const TemporaryFolder folder;
-    if (!row.turned_on.empty()) TurnOn(row.turned_on, folder / "policies");
-    Console console(kLogError);
-    MeterOptions options;
-    options.plugin = FLOWHANDLERS;
-    options.config_directory = (folder / "policies").string();
-    options.instances = 2;
-    MeterSetup setup(options, "", console);
-    setup.UseDefaultsIn(folder / "policies");
-    setup.Start(LaneMode::kDrop);
-    const auto take = [&](const Udp& datagram) {
-      const Bytes packet = Ethernet(datagram.Packet());
-      setup.intake().Take(1, {1, packet, static_cast<std::uint32_t>(packet.size())});
-    };
-    take(row.first);
+    Collector collector(FLOWHANDLERS, 2, row.turned_on);
+    collector.Take(row.first);
     std::latch metered(2);
     std::latch all_taken(1);
-    setup.lanes().ForEach([&](Lane& lane) {
+    collector.lanes().ForEach([&](Lane& lane) {
       metered.count_down();
       if (lane.number() == 1) all_taken.wait();
     });
     metered.wait();
     for (std::uint32_t n = 1; n < kDatagrams; ++n) {
-      if (n % 40 != 0) take({.payload = NumberedV5(n), .port = 2055});
+      if (n % 40 != 0) collector.Take({.payload = NumberedV5(n), .port = 2055});
     }
     all_taken.count_down();
     std::mutex mutex;
     std::vector<Harvest> harvests;
-    setup.lanes().ForEach([&](Lane& lane) {
+    collector.lanes().ForEach([&](Lane& lane) {
       Harvest harvest = lane.Reap();
       const std::lock_guard lock(mutex);
       harvests.push_back(std::move(harvest));
     });
-    setup.lanes().Finish();
+    collector.lanes().Finish();
     ExporterTable table;
     std::size_t lanes_at_work = 0;
     for (const Harvest& harvest : harvests) {
@@ -151,7 +158,7 @@ TEST(Lanes, HelpAnExportersLaneWithWhatStandsAlone) {
     EXPECT_EQ(counts.books.metered, kDatagrams - kLost);
     EXPECT_EQ(counts.gaps.Lost(), kLost);
     EXPECT_EQ(counts.gaps.late, 0U);
-    EXPECT_EQ(setup.lanes().Dropped(), 0U);
+    EXPECT_EQ(collector.lanes().Dropped(), 0U);
   }
 }
 
@@ -167,23 +174,14 @@ constexpr char kPacketsFirst[] = "0000 0018 0100 0004 0008 0004 000C 0004 0002 0
 // first template, and has it still in front of it when the exporter's lane comes to the second.
 TEST(Lanes, HelpWithDataOfTemplatesThatChange) {
   constexpr std::uint32_t kOfEach = 6000;
-  const TemporaryFolder folder;
-  Console console(kLogError);
-  MeterOptions options;
-  options.plugin = FLOWHANDLERS;
-  options.config_directory = (folder / "policies").string();
-  options.instances = 2;
-  MeterSetup setup(options, "", console);
-  setup.UseDefaultsIn(folder / "policies");
-  setup.Start(LaneMode::kDrop);
+  Collector collector(FLOWHANDLERS, 2);
   std::uint32_t number = 0;
   const auto take = [&](const std::string& set) {
-    const Bytes packet = Ethernet(Udp{.payload = NumberedV9(number++, set), .port = 2055}.Packet());
-    setup.intake().Take(1, {1, packet, static_cast<std::uint32_t>(packet.size())});
+    collector.Take({.payload = NumberedV9(number++, set), .port = 2055});
   };
   const auto hold = [&](std::latch* until) {
     const auto here = std::make_shared<std::latch>(2);
-    setup.lanes().ForEach([here, until](Lane& /*lane*/) {
+    collector.lanes().ForEach([here, until](Lane& /*lane*/) {
       here->count_down();
       if (until != nullptr) until->wait();
     });
@@ -205,7 +203,7 @@ TEST(Lanes, HelpWithDataOfTemplatesThatChange) {
   std::uint64_t bytes = 0;
   std::size_t lanes_at_work = 0;
   ExporterTable table;
-  setup.lanes().ForEach([&](Lane& lane) {
+  collector.lanes().ForEach([&](Lane& lane) {
     const Harvest harvest = lane.Reap();
     const std::lock_guard lock(mutex);
     table.Merge(harvest.exporters);
@@ -213,7 +211,7 @@ TEST(Lanes, HelpWithDataOfTemplatesThatChange) {
     harvest.store->flows().ForEach(
         [&](std::string_view, const FlowTotals& flow) { bytes += flow.bytes[0] + flow.bytes[1]; });
   });
-  setup.lanes().Finish();
+  collector.lanes().Finish();
   EXPECT_EQ(lanes_at_work, 2U);
   EXPECT_EQ(bytes, 100 * (kAlone + kOfEach) + 60 * kOfEach);
   ASSERT_EQ(table.Rows().size(), 1U);
@@ -227,46 +225,37 @@ TEST(Lanes, DropHereWhatIsNotLostOnTheWay) {
   ShareMemory(kLeastMemory, 1);
   constexpr std::uint32_t kDatagrams = 30'000;
   constexpr std::uint32_t kAfterwards = 10;
-  const TemporaryFolder folder;
-  Console console(kLogError);
-  MeterOptions options;
-  options.plugin = FLOWHANDLERS;
-  options.config_directory = (folder / "policies").string();
-  MeterSetup setup(options, "", console);
-  setup.UseDefaultsIn(folder / "policies");
-  setup.Start(LaneMode::kDrop);
+  Collector collector(FLOWHANDLERS);
   const auto take = [&](std::uint32_t n) {
-    const Bytes packet =
-        Ethernet(Udp{.payload = NumberedV5(n) + Bytes(1000), .port = 2055}.Packet());
-    const Timestamp time = kMicrosPerSecond + Timestamp{n} * 1000;
-    setup.intake().Take(1, {time, packet, static_cast<std::uint32_t>(packet.size())});
+    collector.Take({.payload = NumberedV5(n) + Bytes(1000), .port = 2055},
+                   kMicrosPerSecond + Timestamp{n} * 1000);
   };
   std::latch held(1);
   std::latch all_taken(1);
   std::latch all_metered(1);
   take(0);
-  setup.lanes().ForEach([&](Lane&) {
+  collector.lanes().ForEach([&](Lane&) {
     held.count_down();
     all_taken.wait();
   });
   held.wait();
   for (std::uint32_t n = 1; n < kDatagrams; ++n) take(n);
-  setup.lanes().Push();
+  collector.lanes().Push();
   all_taken.count_down();
   std::vector<Harvest> harvests;
-  setup.lanes().ForEach([&](Lane&) { all_metered.count_down(); });
+  collector.lanes().ForEach([&](Lane&) { all_metered.count_down(); });
   all_metered.wait();
   for (std::uint32_t n = 0; n < kAfterwards; ++n) take(kDatagrams + n);
-  setup.lanes().ForEach([&](Lane& lane) { harvests.push_back(lane.Reap()); });
-  setup.lanes().Finish();
+  collector.lanes().ForEach([&](Lane& lane) { harvests.push_back(lane.Reap()); });
+  collector.lanes().Finish();
   ShareMemory(std::size_t{1} << 50, 1);  // for whoever comes next
 
   EXPECT_FALSE(harvests.at(0).dropped_unseen.empty());
   KernelDrops().TakeOff({}, harvests);
   const ExporterCounts counts = harvests[0].exporters.Rows().at(0).counts;
-  EXPECT_EQ(counts.datagrams + setup.lanes().Dropped(), kDatagrams + kAfterwards);
+  EXPECT_EQ(counts.datagrams + collector.lanes().Dropped(), kDatagrams + kAfterwards);
   EXPECT_EQ(counts.gaps.Lost(), 0U);
-  EXPECT_EQ(counts.dropped + counts.gaps.here, setup.lanes().Dropped());
+  EXPECT_EQ(counts.dropped + counts.gaps.here, collector.lanes().Dropped());
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 """clickhouse_test.py FLOWHOST PLUGIN FLOWGEN [AWAY [TEST]]: what a ClickHouse has afterwards, to the record: beside the embedded store,
 sent twice, by servers and collectors that die, through a spool. The server is away for AWAY seconds under load (default 3)."""
 import concurrent.futures
-import contextlib
 import http.client
 import json
 import os
@@ -20,6 +19,7 @@ import time
 import urllib.parse
 
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
+from checking import rest  # noqa: E402
 from clickhouse import Server, Wire, free_port  # noqa: E402
 
 FLOWHOST, PLUGIN, FLOWGEN = sys.argv[1:4]
@@ -374,7 +374,7 @@ class Test:
             while time.monotonic() - began < AWAY:
                 more = collector.send("--format", "ipfix", "--records", "2000", "--hosts", "100", "--exporters", "2")
                 sent = tuple(a + b for a, b in zip(sent, more))
-            collector.rest()
+            rest(collector.process.pid)
         kept = sorted((self.folder / "spool").glob("*.block"))
         expect("away: stays", (len(kept) > 3, "until the next run" in collector.said), (True, True))
         self.server.start()
@@ -476,17 +476,6 @@ class Collector:
                               capture_output=True, text=True).stdout
         found = {key: int(value) for key, value in re.findall(r"^(\w+):? (\d+)$", said, re.M)}
         return found["bytes"], found["packets"], found["records"]
-
-    def rest(self):
-        """until it has done what there is to do, as an end grants seconds for it: no thread runs, or wants to"""
-        looks, tasks = 0, pathlib.Path(f"/proc/{self.process.pid}/task")
-        while looks < 10:
-            states = set()
-            for stat in tasks.glob("*/stat"):
-                with contextlib.suppress(OSError):  # it has ended
-                    states.add(stat.read_text().rpartition(")")[2].split()[0])
-            looks = 0 if states & {"R", "D"} else looks + 1
-            time.sleep(0.05)
 
     @staticmethod
     def wait_for(is_done):

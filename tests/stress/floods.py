@@ -29,6 +29,9 @@ import sys
 import tempfile
 import time
 
+sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "scale"))
+from checking import rest  # noqa: E402
+
 RATE = 7  # the true exporter's sampling rate
 RECORDS = 30  # in its datagrams
 BYTES = 100  # of its records
@@ -198,17 +201,6 @@ class Collector:
         pathlib.Path(f"/proc/{self.process.pid}/clear_refs").write_text("5")
         return int(re.search(r"VmHWM:\s+(\d+)", status).group(1)) / 1024
 
-    def rest(self, seconds):
-        """until it has done what there is to do, if there is time: no thread runs, or wants to"""
-        deadline, looks, tasks = time.monotonic() + seconds, 0, pathlib.Path(f"/proc/{self.process.pid}/task")
-        while looks < 10 and time.monotonic() < deadline:
-            states = set()
-            for stat in tasks.glob("*/stat"):
-                with contextlib.suppress(OSError):  # it has ended
-                    states.add(stat.read_text().rpartition(")")[2].split()[0])
-            looks = 0 if states & {"R", "D"} else looks + 1
-            time.sleep(0.05)
-
     def end(self):
         start = time.monotonic()
         self.process.send_signal(signal.SIGTERM)
@@ -267,7 +259,7 @@ def main():
         time.sleep(1)
         stop.set()
         exporter.join()
-        collector.rest(60 if ARGUMENTS.short else 0.5)
+        rest(collector.process.pid, 60 if ARGUMENTS.short else 0.5)
         seconds = collector.end()
         status = collector.process.returncode
         metered, lost, here, rejected, undecoded, moves = collector.ask(
