@@ -186,13 +186,14 @@ bool FlowTable::AddNarrow(Narrow* row, const FlowTotals& part) {
 
 void FlowTable::ShownRow::Set(std::string_view packed, const std::uint64_t* of_row) {
   static_assert(sizeof(values) == kRowWords * sizeof(*of_row));
-  std::copy_n(of_row, kRowWords, values);
+  std::memcpy(values, of_row, sizeof(values));  // which may be read as another type
   shown = PackedShown(packed, key);
   hash = HashKey(Key());
 }
 
 bool FlowTable::MergeShown(const ShownRow& from, bool have_ends) {
-  const Narrow& row = *reinterpret_cast<const Narrow*>(from.values);
+  Narrow row;
+  std::memcpy(&row, from.values, sizeof(row));
   if (row.beside != 0 || row.tag != 0) return false;
   const ShownKey& shown = from.shown;
   // Volumes of one way turn round with the flow.
