@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "host/base/big_endian.h"
+
 namespace flow::host {
 namespace {
 
@@ -44,6 +46,10 @@ UdpPacket OverIpv4(const UdpPacket& packet, const IpAddress& source,
   made.source = packet.source;
   made.destination = packet.destination;
   return made;
+}
+
+Endpoint HeaderSource(const UdpPacket& packet) {
+  return {IpAddress::Ipv4(Be32(packet.ip.data() + 12)), packet.source.port};
 }
 
 }  // namespace flow::host

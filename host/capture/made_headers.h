@@ -22,5 +22,8 @@ void PutMadeHeaders(const UdpPacket& packet, std::uint8_t* out);
 // *space and keeps its own endpoints.
 UdpPacket OverIpv4(const UdpPacket& packet, const IpAddress& source,
                    std::vector<std::uint8_t>* space);
+// HeaderSource is the source by the IPv4 header, the one that meters know: of a datagram that
+// OverIpv4 made, who stands in.
+Endpoint HeaderSource(const UdpPacket& packet);
 
 }  // namespace flow::host

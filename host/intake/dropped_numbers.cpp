@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/intake/dropped_numbers.h"
 
+#include "host/capture/made_headers.h"
 #include "host/export/export_format.h"
 #include "host/intake/sequence.h"
 
@@ -14,7 +15,7 @@ void DroppedNumbers::Add(const UdpPacket& packet) {
   bytes_.insert(bytes_.end(), datagram.begin(),
                 datagram.end() - static_cast<std::ptrdiff_t>(rest.size()));
   AppendNumbers(VersionOf(rest), rest, &bytes_);
-  entries_.push_back({packet.source, packet.time, offset, bytes_.size() - offset});
+  entries_.push_back({HeaderSource(packet), packet.time, offset, bytes_.size() - offset});
 }
 
 }  // namespace flow::host

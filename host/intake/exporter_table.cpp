@@ -217,7 +217,9 @@ void ExporterTable::NoteNumbersOf(const MeteredDatagram& datagram) {
     const Described described = DescribeSets(datagram, &known);
     known.AddRecords(described.records);
     counts.templates = known.Size();
-    data_records = static_cast<std::uint32_t>(described.records);
+    if (described.unknown_sets == 0 && !described.has_vast) {
+      data_records = static_cast<std::uint32_t>(described.records);
+    }
   }
   sequences_.Take({datagram.exporter, version, datagram.time, datagram.bytes, data_records},
                   &counts.gaps, &counts.sample_gaps);

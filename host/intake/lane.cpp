@@ -9,7 +9,6 @@
 #include <chrono>
 #include <utility>
 
-#include "host/base/big_endian.h"
 #include "host/base/console.h"
 #include "host/base/error.h"
 #include "host/base/heap_account.h"
@@ -40,7 +39,7 @@ struct Seen {
 };
 Seen AsMetered(const UdpPacket& packet, const IpAddress& source) {
   if (source == IpAddress()) {
-    return {IpAddress::Ipv4(Be32(packet.ip.data() + 12)), packet.Payload()};
+    return {HeaderSource(packet).address, packet.Payload()};
   }
   return {source, WithoutShim(packet.Payload(), source)};
 }
@@ -163,7 +162,8 @@ void Lane::NoteForgotten() {
 }
 
 void Lane::HoldBack(const UdpPacket& packet, Portion portion) {
-  exporters_.Note({packet.source,
+  if (VersionOf(packet.Payload()).HasTemplates()) knows_all_ = false;
+  exporters_.Note({HeaderSource(packet),
                    packet.time,
                    packet.Payload(),
                    0,
@@ -174,7 +174,7 @@ void Lane::HoldBack(const UdpPacket& packet, Portion portion) {
 }
 
 void Lane::NoteNumbers(const UdpPacket& packet) {
-  exporters_.NoteNumbersOf({.exporter = packet.source,
+  exporters_.NoteNumbersOf({.exporter = HeaderSource(packet),
                             .time = packet.time,
                             .bytes = packet.Payload(),
                             .arrived_at = packet.destination.port});

@@ -19,11 +19,14 @@ namespace {
 // lane at work.
 constexpr std::size_t kReadAheadBatches = 8;
 
+IpAddress ExporterOf(const UdpPacket& packet) {
+  return ShimExporter(packet.Payload()).value_or(packet.source.address);
+}
+
 }  // namespace
 
 Lanes::Lanes(const LaneParts& parts, int count, LaneMode mode)
-    : taken_(static_cast<std::size_t>(count)),
-      lent_(taken_.size(), std::vector<std::uint64_t>(taken_.size())) {
+    : taken_(static_cast<std::size_t>(count)) {
   LaneParts of_each = parts;
   of_each.has_others = count > 1 && mode != LaneMode::kInline;
   for (int number = 1; number <= count; ++number) {
@@ -51,7 +54,7 @@ Lanes::~Lanes() { Finish(); }
 std::size_t Lanes::LaneOf(const UdpPacket& packet) {
   if (lanes_.size() == 1) return 0;
   constexpr std::size_t kMostExporters = std::size_t{1} << 16;
-  const IpAddress exporter = ShimExporter(packet.Payload()).value_or(packet.source.address);
+  const IpAddress exporter = ExporterOf(packet);
   auto known = lane_of_.find(exporter);
   if (known == lane_of_.end()) {
     if (lane_of_.size() >= kMostExporters) return absl::HashOf(exporter) % lanes_.size();
@@ -113,11 +116,13 @@ std::size_t Lanes::LaneToHelp(std::size_t home, bool by_template) const {
 
 // Before a lane meters what others will have from it, they are done with what they were given
 // before. Lanes do not wait for each other in a circle: each waits for what was there before.
-void Lanes::WaitForHelpers(std::size_t home) {
+void Lanes::WaitForHelpers(std::size_t home, const IpAddress& exporter) {
   using namespace std::chrono_literals;
+  const auto lent = lent_.extract(exporter);
+  if (lent.empty()) return;
   std::vector<std::pair<const LaneWorker*, std::uint64_t>> awaited;
   for (std::size_t i = 0; i < workers_.size(); ++i) {
-    const std::uint64_t batch = std::exchange(lent_[home][i], 0);
+    const std::uint64_t batch = lent.mapped()[i];
     if (batch <= workers_[i]->Done()) continue;
     if (batch == workers_[i]->Gathering()) workers_[i]->Push();
     awaited.emplace_back(workers_[i].get(), batch);
@@ -145,10 +150,14 @@ void Lanes::Hand(std::size_t home, const IID& protocol, const UdpPacket& packet)
   std::size_t at = LaneToHelp(home, kind.is_data);
   if (at != home && !CanShare(home, protocol, packet, kind)) at = home;
   ++taken_[at];
-  if (kind.tells) WaitForHelpers(home);
+  if (kind.tells) WaitForHelpers(home, ExporterOf(packet));
   if (at == home) return workers_[home]->Take(protocol, packet, Portion::kAll, kind.tells);
   workers_[at]->Take(protocol, packet, Portion::kRecords);
-  if (kind.is_data) lent_[home][at] = workers_[at]->Gathering();
+  if (kind.is_data) {
+    auto& lent = lent_[packet.source.address];
+    lent.resize(workers_.size());
+    lent[at] = workers_[at]->Gathering();
+  }
   workers_[home]->Take(protocol, packet, Portion::kNumbers);
 }
 

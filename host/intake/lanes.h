@@ -94,7 +94,7 @@ class Lanes {
                 const TemplateLedger::Kind& kind);
   [[nodiscard]] std::size_t LaneToHelp(std::size_t home, bool by_template) const;
   bool HaveReloaded();
-  void WaitForHelpers(std::size_t home);
+  void WaitForHelpers(std::size_t home, const IpAddress& exporter);
   void Hand(std::size_t home, const IID& protocol, const UdpPacket& packet);
   void Each(const std::function<void(Lane&)>& visit);
 
@@ -104,8 +104,8 @@ class Lanes {
   absl::flat_hash_map<IpAddress, std::size_t> lane_of_;
   std::vector<std::uint64_t> taken_;
   TemplateLedger ledger_;
-  // For each lane, the last batch of each in which there is data by templates of its exporters.
-  std::vector<std::vector<std::uint64_t>> lent_;
+  // For exporters, the last batch of each lane in which there is data by their templates.
+  absl::flat_hash_map<IpAddress, std::vector<std::uint64_t>> lent_;
   std::uint64_t reloads_ = 0;  // of all meters' policies, when last asked
   std::atomic<bool> ended_ = false;
   std::atomic<bool> intake_rests_ = false;

@@ -13,6 +13,7 @@ constexpr std::size_t kSetHeader = 4;
 constexpr std::size_t kTemplateHeader = 4;
 constexpr std::size_t kSpecifier = 4;
 constexpr std::uint16_t kVariable = 65535;
+constexpr std::size_t kMostDomains = 64;
 constexpr std::size_t kOverhead = 256;  // about what a definition takes beside its bytes
 
 // Elements that count, or that nobody looks at: from and to, both included. What is not here tells
@@ -60,6 +61,7 @@ TemplateLedger::Exporter* TemplateLedger::ExporterOf(const IpAddress& address) {
 // Of a datagram with anything else than data, whole and in order, its own lane takes care.
 TemplateLedger::Kind TemplateLedger::Take(const Endpoint& exporter, Bytes bytes,
                                           std::uint64_t batch) {
+  if (IsCutShort(bytes)) return {};  // no meter learns of it
   const auto domain = DomainOf(bytes);
   Exporter* const known = domain ? ExporterOf(exporter.address) : nullptr;
   if (known == nullptr || known->stays) return {};
@@ -70,7 +72,8 @@ TemplateLedger::Kind TemplateLedger::Take(const Endpoint& exporter, Bytes bytes,
     behind_sets -= set.bytes.size();
   });
   const std::size_t header = VersionOf(bytes).number == 9 ? 20 : 16;
-  datagram.is_data = datagram.is_data && behind_sets == header && bytes.size() > header;
+  constexpr std::size_t kShortest = 24;  // that a meter claims
+  datagram.is_data = datagram.is_data && behind_sets == header && bytes.size() >= kShortest;
   if (datagram.is_change) {
     // Whoever tells something all the time keeps its data.
     constexpr std::uint32_t kMostPause = 64;
@@ -98,12 +101,27 @@ void TemplateLedger::TakeSet(const ExportSet& set, Datagram* datagram) {
             : &known->second;
     if (by != nullptr && by->is_plain) return;
     datagram->is_data = false;
-    // What nobody has described here a policy may, or what was kept of an earlier run.
-    datagram->is_change = datagram->is_change || by == nullptr || by->tells_rate;
-    if (by == nullptr || !by->tells_rate) return;
+    if (by == nullptr) return NoteUndescribed(set.id, datagram);
+    if (!by->tells_rate) return;
+    datagram->is_change = true;
     exporter.has_rate = true;
     exporter.reloads = reloads_;
   }
+}
+
+// What nobody has described here a policy may, or what was kept of an earlier run: that shows when
+// the exporter's lane meets the first of it.
+void TemplateLedger::NoteUndescribed(std::uint16_t id, Datagram* datagram) {
+  datagram->is_change = true;
+  Exporter& exporter = *datagram->exporter;
+  if (exporter.stays) return;
+  const auto [place, is_new] = exporter.definitions.try_emplace({datagram->port, id});
+  if (is_new) bytes_ += kOverhead;
+  auto& domains = place->second.domains;
+  if (domains.size() >= kMostDomains || bytes_ > Shares().templates * kOverhead) {
+    return Keep(&exporter);
+  }
+  if (place->second.bytes.empty()) domains.push_back(datagram->domain);
 }
 
 void TemplateLedger::TakeTemplates(Bytes set, Datagram* datagram) {
@@ -130,9 +148,9 @@ void TemplateLedger::Define(std::uint16_t set, std::uint16_t id, Bytes bytes, bo
   const auto [place, is_new] = exporter.definitions.try_emplace({datagram->port, id});
   Definition& known = place->second;
   const bool is_same = known.set == set && std::ranges::equal(known.bytes, bytes) && !is_new;
+  if (known.bytes.empty()) known.domains.clear();  // that had data before anybody described it
   const bool has_domain = std::ranges::find(known.domains, datagram->domain) != known.domains.end();
   if (is_same && has_domain) return;
-  constexpr std::size_t kMostDomains = 64;
   const bool is_option = set == 1 || set == 3;
   // Whether an exporter's domains have templates of their own is the policy's affair, and rates in
   // every record are too many to tell.

@@ -83,6 +83,7 @@ class TemplateLedger {
   void Keep(Exporter* exporter);
   void Forget(Exporter* exporter);
   void TakeSet(const ExportSet& set, Datagram* datagram);
+  void NoteUndescribed(std::uint16_t id, Datagram* datagram);
   void TakeTemplates(Bytes set, Datagram* datagram);
   void Define(std::uint16_t set, std::uint16_t id, Bytes bytes, bool tells_rate,
               Datagram* datagram);

@@ -88,7 +88,7 @@ class Database final : public SheetSink {
           fmt::format("database {} holds a report, to which no intervals are added", path_));
     }
     const bool is_own =
-        Ask("SELECT count(*) FROM sqlite_schema WHERE type = 'table'").front() == "0" ||
+        Ask("SELECT count(*) FROM sqlite_schema WHERE type IN ('table', 'view')").front() == "0" ||
         Ask("SELECT count(*) FROM sqlite_schema WHERE type = 'index' "
             "AND name = tbl_name || '_by_bucket'")
                 .front() != "0";

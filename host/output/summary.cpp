@@ -274,8 +274,9 @@ void SummaryPrinter::PrintLost() {
   const std::string off = UnitsText(lost_here);
   if (!before.empty() || !off.empty()) {
     Line("Lost on the way",
-         fmt::format("{}, by sequence numbers{}", before.empty() ? "nothing" : before,
-                     off.empty() ? "" : fmt::format(", without {} for full sockets", off)));
+         fmt::format(
+             "{}, by sequence numbers{}", before.empty() ? "nothing" : before,
+             off.empty() ? "" : fmt::format(", without {} for full sockets and queues", off)));
   }
   if (jumps > 0) Line("Sequence jumps", fmt::format("{}, not counted as lost", Thousands(jumps)));
   if (report_.streams_evicted > 0) {

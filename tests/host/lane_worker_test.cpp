@@ -61,7 +61,8 @@ class Collector {
     setup_->Start(LaneMode::kDrop);
   }
 
-  void Take(const Udp& datagram, Timestamp time = 1) {
+  template <class Datagram>
+  void Take(const Datagram& datagram, Timestamp time = 1) {
     const Bytes packet = Ethernet(datagram.Packet());
     setup_->intake().Take(1, {time, packet, static_cast<std::uint32_t>(packet.size())});
   }
@@ -116,15 +117,21 @@ TEST(Lanes, HelpAnExportersLaneWithWhatStandsAlone) {
     std::string turned_on;
     Udp first;  // that the lane meters
     bool helped;
+    bool over_ipv6 = false;
   } rows[] = {
       {"as usual", "", v5, true},
+      {"over IPv6", "", v5, true, true},
       {"of a flow's tags the last counts", "TagFlowsWithDirection", v5, false},
       {"and no flow that may have one was metered yet", "TagFlowsWithDirection", sflow, false},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     Collector collector(FLOWHANDLERS, 2, row.turned_on);
-    collector.Take(row.first);
+    const auto take = [&](const Udp& datagram) {
+      if (!row.over_ipv6) return collector.Take(datagram);
+      collector.Take(Udp6{.payload = datagram.payload, .port = datagram.port});
+    };
+    take(row.first);
     std::latch metered(2);
     std::latch all_taken(1);
     collector.lanes().ForEach([&](Lane& lane) {
@@ -133,7 +140,7 @@ TEST(Lanes, HelpAnExportersLaneWithWhatStandsAlone) {
     });
     metered.wait();
     for (std::uint32_t n = 1; n < kDatagrams; ++n) {
-      if (n % 40 != 0) collector.Take({.payload = NumberedV5(n), .port = 2055});
+      if (n % 40 != 0) take({.payload = NumberedV5(n), .port = 2055});
     }
     all_taken.count_down();
     std::mutex mutex;
@@ -152,6 +159,7 @@ TEST(Lanes, HelpAnExportersLaneWithWhatStandsAlone) {
     }
     EXPECT_EQ(lanes_at_work, row.helped ? 2U : 1U);
     constexpr std::uint64_t kLost = kDatagrams / 40 - 1;
+    EXPECT_EQ(table.Rows().size(), row.first.port == 2055 ? 1U : 2U);
     ExporterCounts counts;
     for (const ExporterTable::Row& each : table.Rows()) counts.Add(each.counts);
     EXPECT_EQ(counts.datagrams, kDatagrams - kLost);
@@ -177,7 +185,7 @@ TEST(Lanes, HelpWithDataOfTemplatesThatChange) {
   Collector collector(FLOWHANDLERS, 2);
   std::uint32_t number = 0;
   const auto take = [&](const std::string& set) {
-    collector.Take({.payload = NumberedV9(number++, set), .port = 2055});
+    collector.Take(Udp{.payload = NumberedV9(number++, set), .port = 2055});
   };
   const auto hold = [&](std::latch* until) {
     const auto here = std::make_shared<std::latch>(2);
@@ -227,7 +235,7 @@ TEST(Lanes, DropHereWhatIsNotLostOnTheWay) {
   constexpr std::uint32_t kAfterwards = 10;
   Collector collector(FLOWHANDLERS);
   const auto take = [&](std::uint32_t n) {
-    collector.Take({.payload = NumberedV5(n) + Bytes(1000), .port = 2055},
+    collector.Take(Udp{.payload = NumberedV5(n) + Bytes(1000), .port = 2055},
                    kMicrosPerSecond + Timestamp{n} * 1000);
   };
   std::latch held(1);
