@@ -33,6 +33,9 @@ Bytes SFlow(const std::string& number) {
              "00000000 00000005 00000000");
 }
 
+// Of IPv4 and UDP, from the exporter.
+const Bytes kHeaders = Bytes(12) + Hex("C0000201") + Bytes(12);
+
 struct Kind {
   const char* name;
   std::vector<Bytes> datagrams;  // all but the first and the last are dropped
@@ -65,7 +68,7 @@ class DroppedDatagrams : public testing::TestWithParam<Kind> {
     table.Note({kExporter, 0, datagrams.front(), 1});
     DroppedNumbers dropped;
     for (std::size_t i = 1; told && i + 1 < datagrams.size(); ++i) {
-      const Bytes packet = Bytes(28) + datagrams[i];
+      const Bytes packet = kHeaders + datagrams[i];
       dropped.Add({0, 0, packet, 20, datagrams[i].size(), kExporter, {}});
     }
     for (const auto& entry : dropped.entries()) {
