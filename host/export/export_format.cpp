@@ -28,18 +28,27 @@ constexpr std::uint16_t kVariable = 65535;
 
 // samplingInterval of v9, samplingPacketInterval and samplingPacketSpace of RFC 5477.
 bool TellsRate(int element) { return element == 34 || element == 305 || element == 306; }
+// The space alone is no rate.
+bool IsRate(int element) { return element == 34 || element == 305; }
 
 // Reads a template's field list; false when it does not fit into the bytes.
 bool ReadFields(Bytes fields, std::size_t count, bool ipfix, std::size_t* length,
                 TemplateShape* shape) {
   std::size_t at = 0;
+  std::uint32_t least = 0;
   bool variable = false;
+  bool has_rate = false;
   for (std::size_t i = 0; i < count; ++i) {
     if (fields.size() < at + 4) return false;
     const bool enterprise = ipfix && (Be16(fields.data() + at) & 0x8000) != 0;
     const std::uint16_t field = Be16(fields.data() + at + 2);
     const bool is_variable = ipfix && field == kVariable;
     shape->tells_rate = shape->tells_rate || TellsRate(Be16(fields.data() + at) & 0x7FFF);
+    least += field == kVariable ? 1 : field;  // that of v9 may vary, too
+    if (!has_rate && IsRate(Be16(fields.data() + at))) {
+      has_rate = true;
+      shape->rate_end = least;
+    }
     variable = variable || is_variable;
     shape->shortest += is_variable ? 1 : field;
     // A field of no length adds nothing to a walk.

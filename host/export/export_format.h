@@ -79,8 +79,9 @@ void ForEachSet(std::span<const std::uint8_t> datagram,
 struct TemplateShape {
   std::uint32_t shortest = 0;  // bytes of a record, at least
   std::vector<std::uint16_t>
-      lengths;              // of the fields, 65535 for variable; empty when all are fixed
-  bool tells_rate = false;  // a field is a sampling rate, or a part of one
+      lengths;                 // of the fields, 65535 for variable; empty when all are fixed
+  bool tells_rate = false;     // a field is a sampling rate, or a part of one
+  std::uint32_t rate_end = 0;  // bytes, at least, up to the end of the first field that tells one
 
   // Templates of variable lengths with more fields than any device has are not kept: their records
   // cannot be counted.

@@ -13,6 +13,7 @@ namespace {
 constexpr std::size_t kV9Header = 20;
 constexpr std::size_t kIpfixHeader = 16;
 constexpr std::size_t kSetHeader = 4;
+constexpr std::uint16_t kFirstIpfixSet = 2;  // of templates
 
 // What a template takes, here and in a meter, beside the bytes of its set.
 constexpr std::size_t kTemplateCost = 600;
@@ -24,14 +25,20 @@ void PutBe16(std::size_t value, std::uint8_t* out) {
   out[1] = static_cast<std::uint8_t>(value);
 }
 
-// A datagram with the header of another and these sets alone.
+// A datagram with the header of another and these sets alone, the first of which tells its version:
+// meters take data of the one by templates of the other.
 std::vector<std::uint8_t> WithSets(std::span<const std::uint8_t> datagram,
                                    std::initializer_list<std::span<const std::uint8_t>> sets) {
-  const std::size_t header = IsIpfix(datagram) ? kIpfixHeader : kV9Header;
-  std::vector<std::uint8_t> made(datagram.begin(),
-                                 datagram.begin() + static_cast<std::ptrdiff_t>(header));
+  const bool was_ipfix = IsIpfix(datagram);
+  const bool is_ipfix = Be16(sets.begin()->data()) >= kFirstIpfixSet;
+  const auto header = datagram.first(was_ipfix ? kIpfixHeader : kV9Header);
+  std::vector<std::uint8_t> made(header.begin(), header.end());
+  const auto uptime = made.begin() + 4;  // that only v9 has
+  if (is_ipfix && !was_ipfix) made.erase(uptime, uptime + 4);
+  if (!is_ipfix && was_ipfix) made.insert(uptime, 4, 0);
+  PutBe16(is_ipfix ? 10 : 9, made.data());
   for (const auto set : sets) made.insert(made.end(), set.begin(), set.end());
-  PutBe16(IsIpfix(datagram) ? made.size() : sets.size(), made.data() + 2);
+  PutBe16(is_ipfix ? made.size() : sets.size(), made.data() + 2);
   return made;
 }
 
@@ -95,6 +102,7 @@ void Handover::Keep(const Key& key, const TemplateShape& shape, Template entry) 
   entry.order = arrivals_;
   entry.cost = kTemplateCost + bytes;
   entry.record_length = shape.IsVariable() ? 0 : shape.shortest;
+  entry.rate_end = shape.rate_end;
   entry.tells_rate = shape.tells_rate;
   if (cost_ + entry.cost > Shares().handover && !templates_.contains(key)) MakeRoom();
   Template& kept = templates_[key];
@@ -115,6 +123,7 @@ void Handover::TakeRate(const Endpoint& exporter, Bytes datagram, Bytes set,
   const std::uint16_t id = Be16(set.data());
   const Template* const known = Find(exporter, datagram, id);
   if (known == nullptr || !known->tells_rate) return;
+  if (set.size() < kSetHeader + known->rate_end) return;  // cut before it, and the last one stands
   // Where no record has room, it is shorter: a policy may let fields of v9 vary, too.
   const bool is_whole = known->is_option || known->record_length == 0 ||
                         set.size() < kSetHeader + known->record_length;

@@ -73,6 +73,7 @@ class Handover {
     SharedBytes datagram;  // or, where there is none,
     std::shared_ptr<const ChannelMessage> message;
     std::uint32_t record_length = 0;  // 0 for one that varies
+    std::uint32_t rate_end = 0;
     bool tells_rate = false;
     bool is_option = false;
   };
