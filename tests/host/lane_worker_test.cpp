@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <thread>
 #include <vector>
 
 #include "host/base/console.h"
@@ -178,8 +179,9 @@ constexpr char kData[] = "0100 0014 0A000001 0A000002 00000064 0000003C";
 constexpr char kBytesFirst[] = "0000 0018 0100 0004 0008 0004 000C 0004 0001 0004 0002 0004";
 constexpr char kPacketsFirst[] = "0000 0018 0100 0004 0008 0004 000C 0004 0002 0004 0001 0004";
 
-// Both lanes are held up until all datagrams have been taken. The other one is given data of the
-// first template, and has it still in front of it when the exporter's lane comes to the second.
+// Both lanes are held up until all datagrams have been taken, the other one longer: it is given
+// data of the first template, and has it still in front of it when the exporter's lane comes to the
+// second.
 TEST(Lanes, HelpWithDataOfTemplatesThatChange) {
   constexpr std::uint32_t kOfEach = 6000;
   Collector collector(FLOWHANDLERS, 2);
@@ -187,11 +189,12 @@ TEST(Lanes, HelpWithDataOfTemplatesThatChange) {
   const auto take = [&](const std::string& set) {
     collector.Take(Udp{.payload = NumberedV9(number++, set), .port = 2055});
   };
-  const auto hold = [&](std::latch* until) {
+  const auto hold = [&](std::latch* until, std::latch* other_until) {
     const auto here = std::make_shared<std::latch>(2);
-    collector.lanes().ForEach([here, until](Lane& /*lane*/) {
+    collector.lanes().ForEach([here, until, other_until](Lane& lane) {
       here->count_down();
-      if (until != nullptr) until->wait();
+      std::latch* const mine = lane.number() == 1 ? until : other_until;
+      if (mine != nullptr) mine->wait();
     });
     here->wait();
   };
@@ -199,14 +202,18 @@ TEST(Lanes, HelpWithDataOfTemplatesThatChange) {
   take(kBytesFirst);
   for (std::uint32_t i = 0; i < kAlone; ++i) {
     take(kData);
-    hold(nullptr);
+    hold(nullptr, nullptr);
   }
   std::latch all_taken(1);
-  hold(&all_taken);
+  std::latch other_goes_on(1);
+  hold(&all_taken, &other_goes_on);
   for (std::uint32_t i = 0; i < kOfEach; ++i) take(kData);
   take(kPacketsFirst);
   for (std::uint32_t i = 0; i < kOfEach; ++i) take(kData);
+  collector.lanes().Push();
   all_taken.count_down();
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  other_goes_on.count_down();
   std::mutex mutex;
   std::uint64_t bytes = 0;
   std::size_t lanes_at_work = 0;
