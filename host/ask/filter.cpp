@@ -8,6 +8,8 @@
 #include <tao/pegtl/contrib/parse_tree.hpp>
 
 #include <algorithm>
+#include <iterator>
+#include <span>
 #include <type_traits>
 #include <utility>
 
@@ -19,9 +21,13 @@ namespace {
 
 namespace pegtl = tao::pegtl;
 
-// Deeper ones are nobody's question, and the stack has an end.
+// Deeper ones are nobody's question, and stacks have an end: ours while reading parentheses, and
+// that of SQLite's parser, which holds 100 words, up to six of them a level of and, or and not.
 constexpr std::size_t kMostDepth = 100;
+constexpr std::size_t kMostLevels = 10;
 constexpr std::size_t kMostLength = 8192;
+
+constexpr std::string_view kTooDeep = "this is nested too deeply";
 
 namespace grammar {
 
@@ -135,25 +141,42 @@ class Reader {
   explicit Reader(std::string_view text) : text_(text) {}
 
   [[nodiscard]] Expression Read(const Node& node) const {
-    if (node.is_type<grammar::FullCondition>()) return ReadCondition(node);
-    Expression made;
-    if (node.is_type<grammar::ShortCondition>()) {
-      const Node& word = *node.children[0];
-      made.parts.push_back({Expression::Kind::kCondition, *ParseShortWord(Text(word)), {}});
-      if (node.children.size() > 1) made.parts.push_back(Read(*node.children[1]));
-    } else {
-      for (const auto& child : node.children) made.parts.push_back(Read(*child));
-    }
-    if (node.is_type<grammar::Negation>()) {
-      made.kind = Expression::Kind::kNot;
-      return made;
-    }
-    if (made.parts.size() == 1) return Expression(std::move(made.parts.front()));
-    if (node.is_type<grammar::Either>()) made.kind = Expression::Kind::kOr;
-    return made;
+    return ReadBelow(Expression::Kind::kCondition, 0, node);
   }
 
  private:
+  // Parts of a kind that is their parent's too become its own, and are no level: "a and (b and c)".
+  [[nodiscard]] Expression ReadBelow(Expression::Kind parent, std::size_t level,
+                                     const Node& node) const {
+    if (node.is_type<grammar::FullCondition>()) return ReadCondition(node);
+    const bool is_short = node.is_type<grammar::ShortCondition>();
+    const bool is_not = node.is_type<grammar::Negation>();
+    Expression made;
+    if (is_short) {
+      const std::string_view word = Text(*node.children[0]);
+      made.parts.push_back({Expression::Kind::kCondition, *ParseShortWord(word), {}});
+    }
+    if (!is_not && node.children.size() == 1) {
+      return is_short ? Expression(std::move(made.parts.front()))
+                      : ReadBelow(parent, level, *node.children.front());
+    }
+    if (node.is_type<grammar::Either>()) made.kind = Expression::Kind::kOr;
+    if (is_not) made.kind = Expression::Kind::kNot;
+    if (is_not || made.kind != parent) ++level;
+    if (level > kMostLevels) {
+      Fail(node, kTooDeep, fmt::format("at most {} levels of and, or and not", kMostLevels));
+    }
+    for (const auto& child : std::span(node.children).subspan(is_short ? 1 : 0)) {
+      Expression part = ReadBelow(made.kind, level, *child);
+      if (is_not || part.kind != made.kind) {
+        made.parts.push_back(std::move(part));
+      } else {
+        std::ranges::move(part.parts, std::back_inserter(made.parts));
+      }
+    }
+    return made;
+  }
+
   static std::string_view Text(const Node& node) { return node.string_view(); }
 
   static std::string_view Unquoted(std::string_view text) {
@@ -166,9 +189,10 @@ class Reader {
     return range != nullptr && range->first == range->last;
   }
 
-  [[noreturn]] void Fail(const Node& node, const std::string& wrong,
+  [[noreturn]] void Fail(const Node& node, std::string_view wrong,
                          std::string_view expected) const {
-    throw FilterError(text_, {node.begin().byte, Text(node).size()}, wrong, std::string(expected));
+    throw FilterError(text_, {node.begin().byte, Text(node).size()}, std::string(wrong),
+                      std::string(expected));
   }
 
   [[nodiscard]] Expression ReadCondition(const Node& node) const {
@@ -331,8 +355,8 @@ Expression ParseFilter(std::string_view text) {
     throw FilterError(text, {stuck.offset, WordAt(text, stuck.offset).size()},
                       WhatIsWrong(text, stuck), std::string(stuck.expected));
   } catch (const pegtl::parse_error& error) {
-    throw FilterError(text, {error.positions().front().byte, 1}, "this is nested too deeply",
-                      fmt::format("at most {} levels", kMostDepth));
+    throw FilterError(text, {error.positions().front().byte, 1}, std::string(kTooDeep),
+                      fmt::format("at most {} levels of parentheses", kMostDepth));
   }
 }
 

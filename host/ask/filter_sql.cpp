@@ -74,6 +74,10 @@ class StoreFiles final : public FlowDialect {
 // In the order of Comparison, its first two left out.
 constexpr std::string_view kOrders[] = {"<", "<=", ">", ">="};
 
+// Longer chains stand in parentheses of so many parts each: SQLite's trees are at most 1,000 deep,
+// and every part of a chain is a level.
+constexpr std::size_t kMostInARow = 64;
+
 class Writer {
  public:
   Writer(const FlowDialect& dialect, FilterSql* sql) : dialect_(dialect), sql_(*sql) {}
@@ -95,11 +99,22 @@ class Writer {
  private:
   void WriteParts(const std::vector<Expression>& parts, std::string_view between) {
     sql_.text += parts.empty() ? "(1" : "(";
-    for (std::size_t i = 0; i < parts.size(); ++i) {
-      if (i > 0) sql_.text += between;
-      Write(parts[i]);
-    }
+    Chain(parts, between, [this](const Expression& part) { Write(part); });
     sql_.text += ')';
+  }
+
+  template <class Part, class Write>
+  void Chain(const std::vector<Part>& parts, std::string_view between, Write write) {
+    const bool is_long = parts.size() > kMostInARow;
+    if (is_long) sql_.text += '(';
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+      const bool starts = is_long && i > 0 && i % kMostInARow == 0;
+      if (starts) sql_.text += ')';
+      if (i > 0) sql_.text += between;
+      if (starts) sql_.text += '(';
+      write(parts[i]);
+    }
+    if (is_long) sql_.text += ')';
   }
 
   // Of a flow with two ends, "is not" means that neither end is.
@@ -119,10 +134,8 @@ class Writer {
   }
 
   void WriteValues(const Condition& condition, std::string_view column) {
-    for (std::size_t i = 0; i < condition.values.size(); ++i) {
-      if (i > 0) sql_.text += " OR ";
-      WriteValue(condition, column, condition.values[i]);
-    }
+    Chain(condition.values, " OR ",
+          [&](const FilterValue& value) { WriteValue(condition, column, value); });
   }
 
   void WriteValue(const Condition& condition, std::string_view column, const FilterValue& value) {

@@ -208,6 +208,25 @@ TEST(Filter, PointsAtThePlace) {
   EXPECT_THROW(ParseFilter(negations + "tcp"), FilterError);
 }
 
+std::string Repeated(std::size_t times, std::string_view text) {
+  std::string made;
+  for (std::size_t i = 0; i < times; ++i) made += text;
+  return made;
+}
+
+// SQLite takes trees of 1,000 levels, and parses 100 words deep.
+TEST(Filter, IsNeverTooLargeForTheDatabase) {
+  EXPECT_EQ(Passing("port " + Repeated(2'000, "1,") + "443"), "ab");
+  EXPECT_EQ(Passing("net " + Repeated(600, "192.0.2.0/25,") + "2001:db8::/32"), "d");
+  EXPECT_EQ(Passing(Repeated(1'000, "udp or ") + "port 443"), Passing("udp or port 443"));
+  EXPECT_EQ(Passing(Repeated(98, "tcp ") + "port 443"), "ab");
+  EXPECT_EQ(Passing(Repeated(90, "(") + "port 443" + Repeated(90, ")")), "ab");
+  const std::string longest = Repeated(64, "gre or ");
+  const std::string levels = Repeated(5, "not (" + longest);
+  EXPECT_EQ(Passing(levels + "exporter 10.0.0.0/8" + Repeated(5, ")")).size(), 4U);
+  EXPECT_THROW(ParseFilter("tcp and (" + levels + "tcp" + Repeated(6, ")")), FilterError);
+}
+
 TEST(Filter, DrawsTheMark) {
   try {
     ParseFilter("host 10.0.0.5 nad port 443");
