@@ -175,9 +175,9 @@ bool IsCutShort(Bytes datagram) {
 }
 
 bool StandsAlone(const IID& protocol, Bytes datagram) {
-  constexpr std::size_t kShortest = 24;  // that a meter claims
   const ExportVersion version = VersionOf(datagram);
-  if (datagram.size() < kShortest || !version.IsKnown() || version.HasTemplates()) return false;
+  if (datagram.size() < kShortestClaim || !version.IsKnown() || version.HasTemplates())
+    return false;
   return protocol == (version.sflow ? kSFlowProtocol : kNetflowProtocol) &&
          (version.sflow || !IsCutShort(datagram));
 }

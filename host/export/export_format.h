@@ -4,6 +4,7 @@
 #pragma once
 
 #include <compare>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -37,6 +38,9 @@ struct ExportVersion {
 // The protocols of the plug-in. Each has meters of its own, which know nothing of the other.
 inline constexpr IID kNetflowProtocol = MakeGuid("CEF0774D-F1F3-40A6-8987-168BD69D9901");
 inline constexpr IID kSFlowProtocol = MakeGuid("462919DD-EE84-497C-AC6F-05D1162BCC5B");
+
+// Meters leave shorter datagrams alone.
+inline constexpr std::size_t kShortestClaim = 24;
 
 // VersionOf reads the version: 16 bits in NetFlow and IPFIX, 32 bits below 65536 in sFlow.
 ExportVersion VersionOf(std::span<const std::uint8_t> datagram);

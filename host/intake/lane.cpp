@@ -378,7 +378,6 @@ Refusal Lane::Count(Component& component, const UdpPacket& packet) {
 
 // A datagram of no version has a meter do what is due from time to time, and nothing else.
 void Lane::Knock(Component& component, Timestamp now) {
-  constexpr std::size_t kShortestClaim = 24;
   std::array<std::uint8_t, kMadeHeaders + kShortestClaim> bytes{};
   UdpPacket packet;
   packet.time = now;

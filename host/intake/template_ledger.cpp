@@ -72,8 +72,7 @@ TemplateLedger::Kind TemplateLedger::Take(const Endpoint& exporter, Bytes bytes,
     behind_sets -= set.bytes.size();
   });
   const std::size_t header = VersionOf(bytes).number == 9 ? 20 : 16;
-  constexpr std::size_t kShortest = 24;  // that a meter claims
-  datagram.is_data = datagram.is_data && behind_sets == header && bytes.size() >= kShortest;
+  datagram.is_data = datagram.is_data && behind_sets == header && bytes.size() >= kShortestClaim;
   if (datagram.is_change) {
     // Whoever tells something all the time keeps its data.
     constexpr std::uint32_t kMostPause = 64;
