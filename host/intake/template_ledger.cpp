@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/intake/template_ledger.h"
 
+#include <absl/hash/hash.h>
+
 #include <algorithm>
+#include <string_view>
 
 #include "host/base/big_endian.h"
 #include "host/base/memory_budget.h"
@@ -71,6 +74,7 @@ TemplateLedger::Kind TemplateLedger::Take(const Endpoint& exporter, Bytes bytes,
     TakeSet(set, &datagram);
     behind_sets -= set.bytes.size();
   });
+  TakeRates(&datagram);
   const std::size_t header = VersionOf(bytes).number == 9 ? 20 : 16;
   datagram.is_data = datagram.is_data && behind_sets == header && bytes.size() >= kShortestClaim;
   if (datagram.is_change) {
@@ -102,10 +106,23 @@ void TemplateLedger::TakeSet(const ExportSet& set, Datagram* datagram) {
     datagram->is_data = false;
     if (by == nullptr) return NoteUndescribed(set.id, datagram);
     if (!by->tells_rate) return;
-    datagram->is_change = true;
-    exporter.has_rate = true;
-    exporter.reloads = reloads_;
+    const std::string_view told(reinterpret_cast<const char*>(set.bytes.data()), set.bytes.size());
+    datagram->rates = absl::HashOf(datagram->rates, datagram->port, datagram->domain, told) | 1;
   }
+}
+
+// Many exporters tell their rates every few datagrams, which changes nothing where no other rate,
+// template or policy has come between.
+void TemplateLedger::TakeRates(Datagram* datagram) const {
+  Exporter& exporter = *datagram->exporter;
+  if (datagram->is_change) exporter.rates = 0;
+  if (datagram->rates == 0) return;
+  if (exporter.rates != datagram->rates || exporter.reloads != reloads_) {
+    exporter.rates = datagram->is_change ? 0 : datagram->rates;
+    datagram->is_change = true;
+  }
+  exporter.has_rate = true;
+  exporter.reloads = reloads_;
 }
 
 // What nobody has described here a policy may, or what was kept of an earlier run: that shows when
@@ -187,6 +204,7 @@ void TemplateLedger::Forget(Exporter* exporter) {
     bytes_ -= kOverhead + definition.bytes.size();
   }
   exporter->definitions = {};
+  exporter->rates = 0;
 }
 
 bool TemplateLedger::LeaveAlone(const IpAddress& exporter) {

@@ -65,6 +65,7 @@ class TemplateLedger {
     absl::flat_hash_map<Key, Definition> definitions;
     std::uint64_t known_from = 0;
     std::uint64_t reloads = 0;  // when it told its rate
+    std::size_t rates = 0;      // hash of what the last datagram with rates told; 0 after a change
     std::uint32_t changes = 0;  // of what it has told
     bool has_rate = false;
     bool stays = false;
@@ -76,6 +77,7 @@ class TemplateLedger {
     std::uint32_t domain;
     bool is_data = true;
     bool is_change = false;
+    std::size_t rates = 0;  // hash of what it tells of them
   };
 
   Exporter* ExporterOf(const IpAddress& address);
@@ -83,6 +85,7 @@ class TemplateLedger {
   void Keep(Exporter* exporter);
   void Forget(Exporter* exporter);
   void TakeSet(const ExportSet& set, Datagram* datagram);
+  void TakeRates(Datagram* datagram) const;
   void NoteUndescribed(std::uint16_t id, Datagram* datagram);
   void TakeTemplates(Bytes set, Datagram* datagram);
   void Define(std::uint16_t set, std::uint16_t id, Bytes bytes, bool tells_rate,

@@ -21,6 +21,8 @@ constexpr char kRated[] = "0000 0018 0100 0004 0008 0004 000C 0004 0001 0004 002
 constexpr char kCut[] = "0000 0016 0100 0004 0008 0004 000C 0004 0001 0004 0002 ";
 constexpr char kOptions[] = "0001 0014 0101 0004 0004 0001 0004 0022 0004 0000 ";
 constexpr char kData[] = "0100 0014 0A000001 0A000002 00000064 00000001 ";
+constexpr char kOtherOptions[] = "0001 0014 0101 0004 0004 0002 0004 0022 0004 0000 ";
+constexpr char kOtherRate[] = "0101 000C 00000000 00000014 ";
 constexpr char kRate[] = "0101 000C 00000000 0000000A ";
 constexpr char kUnknown[] = "0102 0008 00000000 ";
 
@@ -43,6 +45,8 @@ struct Case {
 const Step kFirst{Sets(kTemplate, 1), false, true};
 const Step kShared{Sets(kData, 1), true};
 const Step kAtHome{Sets(kData, 1)};
+const Step kOffer{Sets(kOptions, 1), false, true};
+const Step kTold{Sets(kRate, 1), false, true};
 
 const Case kCases[] = {
     {"data of a template that has come", {{Sets(kData, 1), false, true}, kFirst, kShared}},
@@ -69,6 +73,17 @@ const Case kCases[] = {
      {kFirst, {Sets(kOther, 1, 7), false, true}, {Sets(kData, 1, 7)}, kAtHome}},
     {"a rate told by itself",
      {kFirst, {Sets(kOptions, 1), false, true}, {Sets(kRate, 1), false, true}, kShared}},
+    {"a rate told again and again",
+     {kFirst, kOffer, kTold, {Sets(kRate, 1)}, kShared, {Sets(kRate, 1)}}},
+    {"rates that take turns",
+     {kFirst, kOffer, kTold, {Sets(kOtherRate, 1), false, true}, kTold, {Sets(kRate, 1)}}},
+    {"rates that take turns in one datagram",
+     {kOffer,
+      {Sets(std::string(kRate) + kOtherRate, 2), false, true},
+      {Sets(std::string(kRate) + kOtherRate, 2)},
+      kTold}},
+    {"a rate told again by another template",
+     {kOffer, kTold, {Sets(kOtherOptions, 1), false, true}, kTold, {Sets(kRate, 1)}}},
 };
 
 TEST(TemplateLedger, KnowsWhatAnyLaneMayMeter) {
@@ -104,7 +119,7 @@ TEST(TemplateLedger, ForgetsWhatDidNotCome) {
   tell(kRate);
   ledger.NoteReload();  // meters forget rates then
   EXPECT_FALSE(is_data());
-  tell(kRate);
+  tell(kRate);  // which is news again
   EXPECT_TRUE(is_data());
   EXPECT_TRUE(ledger.LeaveAlone(exporter.address));
   EXPECT_FALSE(ledger.LeaveAlone(exporter.address));
