@@ -37,7 +37,7 @@ struct MemoryShares {
   std::size_t file_texts = std::size_t{1} << 20;   // of flows, in a store's file of an hour
   std::size_t known_notes = std::size_t{1} << 20;  // that a store knows to have been written
   std::size_t stored_keys = kAll;                  // of a group, in a store's running spans
-  std::uint64_t flows_waiting = 4'000'000;         // for a store
+  std::uint64_t flows_waiting = 1'500'000;         // for a store, half a gigabyte
   std::uint64_t joined_parts = 16'000'000;         // of flows, in questions about whole ones
 };
 
