@@ -179,60 +179,111 @@ constexpr char kData[] = "0100 0014 0A000001 0A000002 00000064 0000003C";
 constexpr char kBytesFirst[] = "0000 0018 0100 0004 0008 0004 000C 0004 0001 0004 0002 0004";
 constexpr char kPacketsFirst[] = "0000 0018 0100 0004 0008 0004 000C 0004 0002 0004 0001 0004";
 
-// Both lanes are held up until all datagrams have been taken, the other one longer: it is given
-// data of the first template, and has it still in front of it when the exporter's lane comes to the
-// second.
-TEST(Lanes, HelpWithDataOfTemplatesThatChange) {
-  constexpr std::uint32_t kOfEach = 6000;
-  Collector collector(FLOWHANDLERS, 2);
-  std::uint32_t number = 0;
-  const auto take = [&](const std::string& set) {
-    collector.Take(Udp{.payload = NumberedV9(number++, set), .port = 2055});
-  };
-  const auto hold = [&](std::latch* until, std::latch* other_until) {
+constexpr char kOptions[] = "0001 0014 0101 0004 0004 0001 0004 0022 0004 0000";
+constexpr char kRateOfTen[] = "0101 000C 00000000 0000000A";
+
+class TwoLanes {
+ public:
+  void Take(const std::string& set, std::uint32_t times = 1) {
+    for (std::uint32_t i = 0; i < times; ++i) {
+      collector_.Take(Udp{.payload = NumberedV9(number_++, set), .port = 2055});
+    }
+  }
+
+  // Hold comes back when both lanes have done what was given them, and wait.
+  void Hold(std::latch* first, std::latch* second) {
     const auto here = std::make_shared<std::latch>(2);
-    collector.lanes().ForEach([here, until, other_until](Lane& lane) {
+    collector_.lanes().ForEach([here, first, second](Lane& lane) {
       here->count_down();
-      std::latch* const mine = lane.number() == 1 ? until : other_until;
-      if (mine != nullptr) mine->wait();
+      std::latch* const until = lane.number() == 1 ? first : second;
+      if (until != nullptr) until->wait();
     });
     here->wait();
-  };
-  constexpr std::uint32_t kAlone = 4;  // until what is known has come to all
-  take(kBytesFirst);
-  for (std::uint32_t i = 0; i < kAlone; ++i) {
-    take(kData);
-    hold(nullptr, nullptr);
   }
-  std::latch all_taken(1);
-  std::latch other_goes_on(1);
-  hold(&all_taken, &other_goes_on);
-  for (std::uint32_t i = 0; i < kOfEach; ++i) take(kData);
-  take(kPacketsFirst);
-  for (std::uint32_t i = 0; i < kOfEach; ++i) take(kData);
-  collector.lanes().Push();
-  all_taken.count_down();
-  std::this_thread::sleep_for(std::chrono::milliseconds(500));
-  other_goes_on.count_down();
-  std::mutex mutex;
-  std::uint64_t bytes = 0;
+
+  // So many that what was told before them has come to all lanes.
+  void TakeAlone(const std::string& set, std::uint32_t times) {
+    for (std::uint32_t i = 0; i < times; ++i) {
+      Take(set);
+      Hold(nullptr, nullptr);
+    }
+  }
+
+  void Push() { collector_.lanes().Push(); }
+
+  void Reap() {
+    collector_.lanes().ForEach([this](Lane& lane) {
+      const Harvest harvest = lane.Reap();
+      const std::lock_guard lock(mutex_);
+      exporters.Merge(harvest.exporters);
+      lanes_at_work += harvest.store->records > 0 ? 1 : 0;
+      harvest.store->flows().ForEach([this](std::string_view, const FlowTotals& flow) {
+        bytes += flow.bytes[0] + flow.bytes[1];
+      });
+    });
+  }
+  void End() { collector_.lanes().Finish(); }
+
+  ExporterTable exporters;
   std::size_t lanes_at_work = 0;
-  ExporterTable table;
-  collector.lanes().ForEach([&](Lane& lane) {
-    const Harvest harvest = lane.Reap();
-    const std::lock_guard lock(mutex);
-    table.Merge(harvest.exporters);
-    lanes_at_work += harvest.store->records > 0 ? 1 : 0;
-    harvest.store->flows().ForEach(
-        [&](std::string_view, const FlowTotals& flow) { bytes += flow.bytes[0] + flow.bytes[1]; });
-  });
-  collector.lanes().Finish();
-  EXPECT_EQ(lanes_at_work, 2U);
-  EXPECT_EQ(bytes, 100 * (kAlone + kOfEach) + 60 * kOfEach);
-  ASSERT_EQ(table.Rows().size(), 1U);
-  EXPECT_EQ(table.Rows()[0].counts.books.metered, kAlone + 2 * kOfEach);
-  EXPECT_EQ(table.Rows()[0].counts.gaps.Lost(), 0U);
-  EXPECT_EQ(table.Rows()[0].counts.templates, 1U);
+  std::uint64_t bytes = 0;
+
+ private:
+  Collector collector_{FLOWHANDLERS, 2};
+  std::mutex mutex_;
+  std::uint32_t number_ = 0;
+};
+
+// Both lanes are held up until all datagrams have been taken, the other one longer: it is given
+// data by what was told first, and has it still in front of it when the exporter's lane comes to
+// what is told then. Later it has data again, by that.
+TEST(Lanes, HelpWithDataByWhatWasToldBefore) {
+  constexpr std::uint32_t kOfEach = 6000;
+  constexpr std::uint32_t kAlone = 4;
+  const struct {
+    const char* what;
+    std::vector<std::string> told;
+    std::uint64_t bytes_then;
+    std::uint64_t templates;
+  } rows[] = {
+      {"another template", {kPacketsFirst}, 60, 1},
+      {"a rate", {kOptions, kRateOfTen}, 1000, 2},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    TwoLanes lanes;
+    std::latch first_goes_on(1);
+    std::latch second_goes_on(1);
+    lanes.Take(kBytesFirst);
+    lanes.TakeAlone(kData, kAlone);
+    lanes.Hold(&first_goes_on, &second_goes_on);
+    lanes.Take(kData, kOfEach);
+    for (const std::string& set : row.told) lanes.Take(set);
+    lanes.Take(kData, kOfEach);
+    lanes.Push();
+    first_goes_on.count_down();
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    second_goes_on.count_down();
+    lanes.Hold(nullptr, nullptr);
+    lanes.Reap();
+
+    std::latch goes_on(1);
+    lanes.TakeAlone(kData, kAlone);
+    lanes.Hold(&goes_on, nullptr);
+    lanes.Take(kData, kOfEach);
+    lanes.Push();
+    goes_on.count_down();
+    lanes.Reap();
+    lanes.End();
+
+    EXPECT_EQ(lanes.lanes_at_work, 4U);  // both, twice
+    EXPECT_EQ(lanes.bytes, 100 * (kAlone + kOfEach) + row.bytes_then * (kAlone + 2 * kOfEach));
+    ASSERT_EQ(lanes.exporters.Rows().size(), 1U);
+    const ExporterCounts counts = lanes.exporters.Rows()[0].counts;
+    EXPECT_EQ(counts.books.metered, 2 * kAlone + 3 * kOfEach);
+    EXPECT_EQ(counts.gaps.Lost(), 0U);
+    EXPECT_EQ(counts.templates, row.templates);
+  }
 }
 
 // Most of them without their numbers, for which there is little room.
