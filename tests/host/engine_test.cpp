@@ -267,6 +267,27 @@ TEST(StatsEngine, KeepsWhatWasSaidLastOfProperties) {
   EXPECT_EQ(kept, said);
 }
 
+// What was said last counts, but what an exporter's own lane says of it counts more.
+TEST(StatsStore, MergesWhatLanesSay) {
+  for (const bool is_own : {false, true}) {
+    for (const bool first_is_later : {false, true}) {
+      SCOPED_TRACE(testing::Message() << is_own << first_is_later);
+      Host lane;
+      lane.engine.SetNumber(1);
+      lane.engine.SetKeyProperty(kHosts, "a", "rate", "10");
+      lane.store.Group(kHosts).notes.at("a").is_own = is_own;
+      Host other;
+      other.engine.SetNumber(2);
+      other.engine.SetKeyProperty(kHosts, "a", "rate", "20");
+      Host all;
+      all.store.Merge((first_is_later ? other : lane).store);
+      all.store.Merge((first_is_later ? lane : other).store);
+      const KeyNotes& notes = all.store.Group(kHosts).notes.at("a");
+      EXPECT_EQ(notes.properties.at("rate"), is_own ? "10" : "20");
+    }
+  }
+}
+
 TEST(StatsEngine, TellsTheTimeOfTheDatagram) {
   Host host;
   host.engine.SetTime(1'700'000'000'999'999);
