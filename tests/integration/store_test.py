@@ -347,6 +347,7 @@ def test_clock(folder):
 
     change(store, "UPDATE runs SET ended = NULL, alive = alive - 100 WHERE run = (SELECT max(run) FROM runs)")
     expect("not ended: told", "the last run was not ended: data from" in listen(folder, store), True)
+    change(store, "UPDATE runs SET ended = ended - 100, alive = alive - 100")
     expect("ended: told", "not ended" in listen(folder, store), False)
 
 
