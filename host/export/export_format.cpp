@@ -176,8 +176,8 @@ bool IsCutShort(Bytes datagram) {
 
 bool StandsAlone(const IID& protocol, Bytes datagram) {
   const ExportVersion version = VersionOf(datagram);
-  if (datagram.size() < kShortestClaim || !version.IsKnown() || version.HasTemplates())
-    return false;
+  if (datagram.size() < kShortestClaim) return false;
+  if (!version.IsKnown() || version.HasTemplates()) return false;
   return protocol == (version.sflow ? kSFlowProtocol : kNetflowProtocol) &&
          (version.sflow || !IsCutShort(datagram));
 }
