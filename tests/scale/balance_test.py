@@ -178,7 +178,8 @@ def test(folder):
 
 def judge(sent, before, after, away):
     """who was not moved has lost nothing; who was, no more than was sent meanwhile, and in the time
-    that a report takes, which under a sanitizer is long"""
+    that a report takes, which under a sanitizer is long; of that the new collector may tell some, as a worker of
+    nginx that ends can still take a datagram behind the first that a new one has passed on"""
     for address in EXPORTERS:
         seen = [one[address] for one in after if address in one]
         expect(f"{address} at one collector: {seen}", len(seen) == 1)
@@ -190,7 +191,7 @@ def judge(sent, before, after, away):
         else:
             missing = sent - records - before[address][0]
             expect(f"{address}: {missing} records missing in {away:.1f} s, {lost} lost where it went",
-                   0 < missing <= (away + 3) / PAUSE * RECORDS and lost == 0)
+                   lost <= missing <= (away + 3) / PAUSE * RECORDS and missing > 0)
 
 
 def main():
