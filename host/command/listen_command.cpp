@@ -76,7 +76,11 @@ class Listen {
     templates_.NoteUse();
     shared_.Hear();
     setup_.Start(LaneMode::kDrop);
-    if (!keepers_.empty()) reporter_.TakeFlowsEarly(setup_.lanes());
+    if (!keepers_.empty()) {
+      reporter_.TakeFlowsEarly(setup_.lanes());
+    } else if (!output_.report.split_flows) {
+      setup_.lanes().ShowFlows();
+    }
     web_.emplace(options_.web, keepers_.store(), setup_.lanes(), setup_.stand_ins(), console_);
     report_.Observe([this](const Tick& tick, const std::vector<Harvest>& harvests) {
       web_->Take(tick, harvests);

@@ -45,7 +45,11 @@ class Replay {
   int Run() {
     const ExitWatch watch([this] { PluginEndedProcess(); }, [this] { setup_.lanes().RestHere(); });
     setup_.Start(options_.meter.instances > 1 ? LaneMode::kWait : LaneMode::kInline);
-    if (!keepers_.empty()) reporter_.TakeFlowsEarly(setup_.lanes());
+    if (!keepers_.empty()) {
+      reporter_.TakeFlowsEarly(setup_.lanes());
+    } else if (!output_.report.split_flows) {
+      setup_.lanes().ShowFlows();
+    }
     if (!has_periods_) KeepSpareMemory(kSpareOfOnePeriod);
     is_reading_ = true;
     for (const std::string& path : options_.captures) ReadCapture(path);

@@ -18,6 +18,7 @@ struct FlowBatch {
   FlowTable table = {};
   std::vector<std::string> texts;  // by number, from 1
   FlowSums let_go = {};            // of their time, for want of memory
+  bool are_shown = false;          // were counted as reports show them, and have no texts
 
   // LetGo keeps no more than what the flows carried together.
   void LetGo() {

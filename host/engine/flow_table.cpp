@@ -260,6 +260,13 @@ void FlowTable::Replace(std::uint64_t* values, const FlowTotals& flow) {
   AddPart(values, flow);
 }
 
+void FlowTable::ForgetEnds() {
+  rows_.ForEach([](std::string_view, const std::uint64_t* values) {
+    reinterpret_cast<Narrow*>(const_cast<std::uint64_t*>(values))->closes = 0;
+  });
+  for (FlowTotals& flow : wide_) flow.closes = 0;
+}
+
 void FlowTable::Absorb(FlowTable&& other) {
   if (size() == 0) {
     *this = std::move(other);

@@ -72,6 +72,9 @@ class FlowTable {
     });
   }
 
+  // ForgetEnds has no flow be one that was said to have ended.
+  void ForgetEnds();
+
   // Absorb takes over another table's flows.
   void Absorb(FlowTable&& other);
 

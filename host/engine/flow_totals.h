@@ -36,6 +36,11 @@ struct FlowTotals {
 };
 static_assert(std::is_trivially_copyable_v<FlowTotals>);
 
+// Texts are numbers of a store, and of several the last one counts.
+inline bool HasTexts(const FlowTotals& flow) {
+  return (flow.tag | flow.text | flow.vrf | flow.app | flow.user) != 0;
+}
+
 // What flows carried together.
 struct FlowSums {
   std::uint64_t flows = 0;

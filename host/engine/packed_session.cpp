@@ -142,6 +142,8 @@ bool MergeClientPorts(char* a_port, char* b_port) {
   return false;
 }
 
+constexpr char kNoExporter[4] = {};
+
 template <class F>
 ShownKey Shown(SessionKind merged, std::string_view packed, char* out) {
   constexpr std::size_t kSide = F::kSideBytes;
@@ -150,7 +152,6 @@ ShownKey Shown(SessionKind merged, std::string_view packed, char* out) {
   char* const b = a + kSide;
   const bool turns = MergeClientPorts(a + kSide - 2, b + kSide - 2);
   if (turns) std::swap_ranges(a, a + kSide, b);
-  constexpr char kNoExporter[4] = {};
   if (packed.size() == F::kMerged || std::memcmp(b + kSide, kNoExporter, 4) == 0) {
     return {packed.size(), turns};
   }
@@ -187,6 +188,21 @@ std::string_view SessionText::Of(std::string_view packed) {
 ShownKey PackedShown(std::string_view packed, char* out) {
   return IsIpv4(packed) ? Shown<decltype(kForm4)>(SessionKind::kIpv4Merged, packed, out)
                         : Shown<decltype(kForm6)>(SessionKind::kIpv6Merged, packed, out);
+}
+
+bool ShowInPlace(char* packed, std::size_t* size) {
+  using F = decltype(kForm4);
+  if (!IsIpv4({packed, *size})) return false;
+  char* const b_port = packed + F::kMerged - 2;
+  char* const a_port = b_port - F::kSideBytes;
+  const bool is_b = IsService(PortAt(b_port));
+  const bool is_a = !is_b && IsService(PortAt(a_port));
+  if (is_a && PortAt(a_port) >= PortAt(b_port)) return false;
+  if (is_a || is_b) std::memcpy(is_b ? a_port : b_port, kAnyPort, sizeof(kAnyPort));
+  if (*size == F::kMerged || std::memcmp(b_port + 2, kNoExporter, 4) == 0) return true;
+  *packed = static_cast<char>(SessionKind::kIpv4Merged);
+  *size = F::kMerged;
+  return true;
 }
 
 }  // namespace flow::host

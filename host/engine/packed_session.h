@@ -57,4 +57,8 @@ struct ShownKey {
 };
 ShownKey PackedShown(std::string_view packed, char* out);
 
+// ShowInPlace makes a packed key of IPv4 that of the flow as which it is shown. False, and nothing
+// was done, for another kind of key, and where the flow would have to turn round.
+bool ShowInPlace(char* packed, std::size_t* size);
+
 }  // namespace flow::host

@@ -194,6 +194,7 @@ void StatsEngine::Flush() {
 void StatsEngine::UseStore(StatsStore& store) {
   Flush();
   store_ = &store;
+  store.flows_are_shown = shows_flows_;
   vrf_ = app_ = user_ = {};  // another store may stand where an old one was
 }
 
@@ -327,10 +328,16 @@ void StatsEngine::SendFlow() {
   if (!has_flow_) return;
   has_flow_ = false;
   FlowTable& flows = store_->flows();
-  if (flow_key_.size() >= UpdateQueue::kLongestKey) return flows.Merge(flow_key_, flow_);
+  if (flow_key_.size() >= UpdateQueue::kLongestKey) {
+    store_->flows_are_shown = false;
+    return flows.Merge(flow_key_, flow_);
+  }
   char packed[UpdateQueue::kLongestKey];
   std::size_t size = PackSession(flow_key_, packed);
   if (IsText({packed, size})) size += flow_key_.copy(packed + size, flow_key_.size());
+  if (shows_flows_ && (HasTexts(flow_) || !ShowInPlace(packed, &size))) {
+    store_->flows_are_shown = false;
+  }
   queue_.AddFlow(flows, {packed, size}, flow_);
 }
 

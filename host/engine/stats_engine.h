@@ -52,6 +52,13 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   // Whether flows were given tags or texts, of which the last counts.
   [[nodiscard]] bool HasFlowTexts() const { return has_flow_texts_; }
 
+  // ShowFlows has flows counted as reports show them, where no order of parts is to be kept: fewer,
+  // and nothing is left to bring together. Before the first datagram.
+  void ShowFlows() {
+    shows_flows_ = true;
+    store_->flows_are_shown = true;
+  }
+
   // SetAhead makes the answer to the next question for the time so late that what a component does
   // at least every hour, or as often as that, is due.
   void SetAhead(std::uint32_t seconds) { ahead_ = std::max(seconds, 3600U) + 1; }
@@ -163,6 +170,7 @@ class StatsEngine final : public HostObject<IOmbrelStatsEngine, IID_IOmbrelStats
   std::string flow_key_;
   FlowTotals flow_{};
   bool has_flow_ = false;
+  bool shows_flows_ = false;
   // What was said of the record at hand: of its source and of its destination, or of all of it.
   FlowTotals record_{};
   bool has_record_words_ = false;

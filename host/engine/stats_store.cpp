@@ -240,8 +240,8 @@ void StatsStore::RenumberTexts(const Texts& texts, FlowTotals* flow) {
 }
 
 FlowBatch StatsStore::TakeFlows() {
-  return {std::exchange(flows(), FlowTable()), texts_,
-          std::exchange(flow_group_->pruned_flows, {})};
+  return {std::exchange(flows(), FlowTable()), texts_, std::exchange(flow_group_->pruned_flows, {}),
+          flows_are_shown};
 }
 
 void StatsStore::AddFlows(const FlowBatch& flows) {
@@ -289,6 +289,10 @@ void StatsStore::AddShownFlows(const FlowBatch& flows, bool have_ends) {
 }
 
 void StatsStore::MoveShownFlows(FlowBatch&& flows, bool have_ends) {
+  if (flows.are_shown && this->flows().size() == 0) {
+    if (!have_ends) flows.table.ForgetEnds();
+    return this->flows().Absorb(std::move(flows.table));
+  }
   AddShownRows(flows, have_ends, [&](auto&& visit) { flows.table.rows().Drain(visit); });
   flows.table = {};
 }

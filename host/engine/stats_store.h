@@ -134,6 +134,7 @@ class StatsStore {
 
   std::uint64_t records = 0;        // MarkRecord
   std::uint64_t stray_updates = 0;  // of meters that their group does not have; not counted
+  bool flows_are_shown = false;     // see FlowBatch
 
  private:
   struct IndexSlot {

@@ -121,6 +121,9 @@ class Lane final : private ChannelSink {
     flow_sink_ = std::move(sink);
   }
 
+  // ShowFlows is for a run that needs flows no other way than as reports show them.
+  void ShowFlows() { engine_.ShowFlows(); }
+
   // From 1.
   [[nodiscard]] int number() const { return number_; }
   // AskRest has the lane's thread call rest in the middle of a datagram; see StatsEngine.

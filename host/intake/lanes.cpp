@@ -180,6 +180,10 @@ void Lanes::HandOutFlows(std::size_t most, const Lane::FlowSink& sink) {
   for (const auto& lane : lanes_) lane->HandOutFlows(most, sink);
 }
 
+void Lanes::ShowFlows() {
+  for (const auto& lane : lanes_) lane->ShowFlows();
+}
+
 void Lanes::Finish() {
   for (const auto& worker : workers_) worker->Finish();
 }

@@ -46,6 +46,8 @@ class Lanes {
   // HandOutFlows has every lane hand out its flows early where there are many; before the first
   // datagram.
   void HandOutFlows(std::size_t most, const Lane::FlowSink& sink);
+  // ShowFlows has every lane count flows as reports show them, likewise.
+  void ShowFlows();
   // Finish waits until all is done and ends the threads.
   void Finish();
 

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <map>
 #include <random>
 #include <string>
@@ -377,6 +378,44 @@ TEST(Flows, MergeWithTheirTimesTagsAndTexts) {
   EXPECT_EQ(a.store.TextOf(a.Flow("a").tag), "tag");
   EXPECT_EQ(a.Flow("a").bytes[0], 3U);
   EXPECT_EQ(a.store.TextOf(a.Flow("other").tag), "first text of this shard");
+}
+
+// What a report shows is the same whether flows are brought together for it or as they are counted.
+TEST(Flows, AreShownAlikeHoweverTheyWereCounted) {
+  for (const bool has_others : {false, true}) {  // that cannot be counted as they are shown
+    std::mt19937 random(1);
+    Host apart;
+    Host shown;
+    shown.engine.ShowFlows();
+    for (int i = 0; i < 3000; ++i) {
+      const std::string sides[] = {":p-C001", ":p-01BB", ":p-0050", ":p-0035", ":p-C002"};
+      const std::string a = has_others ? sides[random() % 5] : ":p-0035";
+      std::string key = "06C:0A.00.00.0" + std::to_string(random() % 3) + a + "_0A.00.00.09" +
+                        sides[random() % 5] + "_C0.00.02.0" + std::to_string(random() % 3) +
+                        "_0000000A_FFFFFFFF";
+      if (has_others && random() % 8 == 0) key += std::string(i % 2 == 0 ? 1 : 60, 'k');
+      const TimePair start{100 + static_cast<std::int64_t>(random() % 100), 0};
+      for (StatsEngine* const engine : {&apart.engine, &shown.engine}) {
+        engine->UpdateFlowVolume(key.c_str(), 1, i % 3, 1, 0);
+        engine->UpdateFlowCounter(kFlowGroup, key.c_str(), 1, 10);
+        if (i % 2 == 0) engine->SetFlowTimes(kFlowGroup, key.c_str(), &start, &start);
+        if (i % 5 == 0) engine->CloseFlow(kFlowGroup, key.c_str());
+        if (has_others && i % 7 == 0) engine->TagFlow(kFlowGroup, key.c_str(), "tag");
+      }
+    }
+    StatsStore reports[] = {StatsStore(apart.catalog.groups()), StatsStore(apart.catalog.groups())};
+    for (Host* const host : {&apart, &shown}) {
+      host->engine.Flush();
+      FlowBatch batch = host->store.TakeFlows();
+      EXPECT_EQ(batch.are_shown, host == &shown && !has_others);
+      reports[host == &shown ? 1 : 0].MoveShownFlows(std::move(batch), has_others);
+    }
+    EXPECT_EQ(reports[1].flows().size(), reports[0].flows().size());
+    reports[0].flows().ForEach([&](std::string_view key, const FlowTotals& flow) {
+      const FlowTotals other = reports[1].flows().Find(key).value_or(FlowTotals{});
+      EXPECT_EQ(std::memcmp(&other, &flow, sizeof(flow)), 0) << key;
+    });
+  }
 }
 
 // The sides of a session by the first digits of their addresses.

@@ -72,6 +72,10 @@ TEST(PackedSession, IsShownAndOrderedAsItsText) {
     SessionText text;
     EXPECT_EQ(text.Of({bytes, size}), expected);
     EXPECT_EQ(std::memcmp(&flow, &of_text, sizeof(flow)), 0) << key;
+    std::string in_place = Packed(key);
+    std::size_t place = in_place.size();
+    EXPECT_EQ(ShowInPlace(in_place.data(), &place), i % 2 == 0 && !turns);
+    EXPECT_EQ(text.Of({in_place.data(), place}), i % 2 == 0 && !turns ? expected : key);
     EXPECT_EQ(ComesBefore(Packed(before), Packed(key)), before < key);
     before = key;
   }
